@@ -1,0 +1,15 @@
+// The reflection data set: columns, filtering, derived values.
+#pragma once
+
+#include <quorix/api.h>
+
+struct qxrefdata;
+
+extern "C" {
+
+QX_API qx::Status qx_new_qxrefdata();
+QX_API qx::Status qx_delete_qxrefdata();
+QX_API qxrefdata* qx_get_qxrefdata();
+QX_API qx::Status qx_set_qxrefdata(qxrefdata* object);
+
+}  // extern "C"

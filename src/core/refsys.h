@@ -1,0 +1,20 @@
+// The reflection system: what crystal, grid, transform, map and structure factors hang from.
+#pragma once
+
+struct qxxcry;
+struct xgrid;
+struct qxfft;
+struct qxmap;
+struct qxcross;
+struct xelecden;
+struct qxstructfact;
+
+struct refsys {
+  qxxcry* crystal = nullptr;
+  ::xgrid* grid = nullptr;
+  qxfft* fft = nullptr;
+  qxmap* map = nullptr;
+  qxcross* cross = nullptr;
+  xelecden* density = nullptr;
+  qxstructfact* structfact = nullptr;
+};

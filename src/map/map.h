@@ -1,0 +1,33 @@
+// The map record.
+#pragma once
+
+#include <quorix/map.h>
+
+struct qxrefdata;
+
+namespace qx {
+enum MapType : std::int32_t { sigmaa_map = 1, unweighted_map, combined_map, expected_map };
+enum MapExtent : std::int32_t { asym_extent = 1, unit_extent, box_extent, frac_extent, model_extent = 6 };
+enum MapSource : std::int32_t { input_source = 1, calculated_source = 2 };
+}  // namespace qx
+
+struct qxmap {
+  double u = 2.0;  // multiplier of the observed amplitude
+  double v = 1.0;  // multiplier of the calculated amplitude
+  std::int32_t type = qx::unweighted_map;
+  std::int32_t scale = 0;  // 1: divide by the rms
+  std::int32_t kick = 1;
+  std::int32_t seed = 137;
+  double kick_length = 0.3;
+  std::int32_t kick_average = 5;
+  std::int32_t extent = qx::unit_extent;
+  double limits[6] = {-99999.0, -99999.0, -99999.0, -99999.0, -99999.0, -99999.0};  // xmin xmax y z
+  std::int32_t xlow = 0, xhigh = 0, ylow = 0, yhigh = 0, zlow = 0, zhigh = 0;  // inclusive
+  double cushion = 3.0;  // Angstrom
+  double mean = 0.0, rms = 0.0;  // of the box before scaling
+  double*** density = nullptr;   // [z - zlow][y - ylow][x - xlow]
+  char* path = nullptr;
+  std::int32_t amplitude_source = qx::calculated_source;
+  std::int32_t phase_source = qx::calculated_source;
+  qxrefdata* refdata = nullptr;  // private reflection set read inside the section
+};

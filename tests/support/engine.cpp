@@ -1,0 +1,100 @@
+#include "support/engine.h"
+
+#include <quorix/parser.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+namespace qx::test {
+
+std::string captured(const std::function<void()>& work) {
+  std::fflush(stdout);
+  std::FILE* spool = std::tmpfile();
+  const int saved = dup(STDOUT_FILENO);
+  dup2(fileno(spool), STDOUT_FILENO);
+  work();
+  std::fflush(stdout);
+  dup2(saved, STDOUT_FILENO);
+  close(saved);
+  std::string text;
+  std::rewind(spool);
+  char piece[4096];
+  for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, spool)) > 0;) text.append(piece, n);
+  std::fclose(spool);
+  return text;
+}
+
+bool run_section_text(const std::string& text) {
+  constexpr std::size_t slot = 1024;
+  std::vector<char> slots;
+  std::vector<std::int32_t> lengths;
+  for (std::size_t start = 0; start < text.size();) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    std::string line = text.substr(start, end - start);
+    slots.resize(slots.size() + slot, '\0');
+    if (line.size() >= slot) line.resize(slot - 1);
+    std::memcpy(slots.data() + lengths.size() * slot, line.data(), line.size());
+    lengths.push_back(static_cast<std::int32_t>(line.size()));
+    start = end + 1;
+  }
+  const auto before = qx_get_die_count();
+  if (qx_set_parser_from_text(static_cast<std::int32_t>(lengths.size()), slots.data(),
+                              lengths.data(), 0) != ok) {
+    return false;
+  }
+  (void)qx_quorix_ctrl();
+  if (qx_exist_quorix()) (void)qx_clean_qxparser();
+  return qx_get_die_count() == before;
+}
+
+SectionResult section(const std::string& text) {
+  SectionResult result{false, {}};
+  result.output = captured([&] { result.ok = run_section_text(text); });
+  return result;
+}
+
+std::filesystem::path real_data() {
+  const std::filesystem::path path =
+      std::filesystem::path(QUORIX_SOURCE_DIR) / ".." / "shared" / "data" / "real";
+  return std::filesystem::is_directory(path) ? std::filesystem::canonical(path)
+                                             : std::filesystem::path();
+}
+
+std::filesystem::path data_directory() {
+  return std::filesystem::path(QUORIX_SOURCE_DIR) / "data";
+}
+
+ScratchDirectory::ScratchDirectory() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "quorix-test-XXXXXX").string();
+  path_ = mkdtemp(pattern.data());
+}
+
+ScratchDirectory::~ScratchDirectory() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+void write_file(const std::string& path, const std::string& bytes) {
+  std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string read_file(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+void Engine::SetUp() {
+  setenv("ZENVI_DATA", data_directory().c_str(), 1);
+  ASSERT_EQ(qx_create_quorix(), ok);
+}
+
+void Engine::TearDown() { qx_terminate_quorix(); }
+
+}  // namespace qx::test
