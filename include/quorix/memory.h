@@ -48,8 +48,7 @@ QX_API std::int32_t** xopen_2d_int(std::int32_t nrows, const std::int32_t* rowle
 QX_API double** xopen_2d_double(std::int32_t nrows, const std::int32_t* rowlens, const char* tag);
 QX_API char** xopen_2d_char(std::int32_t nrows, const std::int32_t* rowlens, const char* tag);
 QX_API char*** xopen_2d_cptr(std::int32_t nrows, const std::int32_t* rowlens, const char* tag);
-QX_API char (**xopen_2d_char5(std::int32_t nrows, const std::int32_t* rowlens,
-                              const char* tag))[5];
+QX_API char (**xopen_2d_char5(std::int32_t nrows, const std::int32_t* rowlens, const char* tag))[5];
 QX_API std::int32_t (**xopen_2d_int6(std::int32_t nrows, const std::int32_t* rowlens,
                                      const char* tag))[6];
 

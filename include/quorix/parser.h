@@ -15,8 +15,7 @@ QX_API qx::Status qx_new_qxparser();
 QX_API qx::Status qx_delete_qxparser();
 // Loads `nlines` lines held in slots of 1024 bytes; lengths[i] bytes of slot i count.
 QX_API qx::Status qx_set_parser_from_text(std::int32_t nlines, const char* text,
-                                          const std::int32_t* lengths,
-                                          std::int32_t startlineindex);
+                                          const std::int32_t* lengths, std::int32_t startlineindex);
 // Loads and echoes a whole stream (it is rewound, so it must be seekable). An empty stream prints a
 // note and gives `failed` without a die.
 QX_API qx::Status qx_set_parser_from_stream(std::FILE* stream);

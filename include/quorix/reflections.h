@@ -12,4 +12,7 @@ QX_API qx::Status qx_delete_qxrefdata();
 QX_API qxrefdata* qx_get_qxrefdata();
 QX_API qx::Status qx_set_qxrefdata(qxrefdata* object);
 
+// Handles `write refl`: format word, file, optional coid list.
+QX_API qx::Status qx_write_refdata_ctrl();
+
 }  // extern "C"

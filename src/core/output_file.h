@@ -2,13 +2,12 @@
 #pragma once
 
 #include <cstdio>
-#include <string>
 
 namespace qx {
 
 // Writes beside the target and renames on commit(); a target that exists and is no regular file
 // (a device, a pipe) is written directly. Without a commit nothing is left behind and the target
-// stays as it was. Never throws across: allocation failure counts as a failed open.
+// stays as it was.
 class OutputFile {
  public:
   OutputFile() = default;
@@ -23,9 +22,11 @@ class OutputFile {
   bool commit() noexcept;
 
  private:
+  bool open_beside(const char* path, unsigned mode) noexcept;
+
   std::FILE* stream_ = nullptr;
-  std::string target_;     // real path of a regular target
-  std::string temporary_;  // empty when the target is written directly
+  char* target_ = nullptr;     // a symbolic link is followed: what it names is replaced
+  char* temporary_ = nullptr;  // null when the target is written directly
 };
 
 }  // namespace qx

@@ -11,15 +11,16 @@ namespace qx {
 
 template <class State>
 struct Command {
-  const char* key;               // a word matches when its four letters begin with the key
-  Status (*run)(State& state);   // `failed` after a report
-  bool ends = false;             // the section is over when run() succeeded
+  const char* key;              // a word matches when its four letters begin with the key
+  Status (*run)(State& state);  // `failed` after a report
+  bool ends = false;            // the section is over when run() succeeded
 };
 
 struct SectionTexts {
-  const char* heading;         // "qx_grid_ctrl():" as printed
-  const char* no_word;         // the report when the text is used up
-  const char* unknown_before;  // what stands before the four letters of an unknown word; null: skipped
+  const char* heading;  // "qx_grid_ctrl():" as printed
+  const char* no_word;  // the report when the text is used up
+  const char*
+      unknown_before;  // what stands before the four letters of an unknown word; null: skipped
   const char* unknown_after;
 };
 

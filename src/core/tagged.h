@@ -3,8 +3,8 @@
 
 #include <quorix/memory.h>
 
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -23,7 +23,8 @@ template <class T>
 T* allocate(std::size_t count, const char* tag) {
   static_assert(std::is_trivially_destructible_v<T>, "tagged memory is swept without destructors");
   constexpr std::size_t most = std::numeric_limits<std::size_t>::max() / sizeof(T);
-  return static_cast<T*>(xmalloc(count > most ? std::numeric_limits<std::size_t>::max() : count * sizeof(T), tag));
+  return static_cast<T*>(
+      xmalloc(count > most ? std::numeric_limits<std::size_t>::max() : count * sizeof(T), tag));
 }
 
 // `count` elements, all bytes zero.

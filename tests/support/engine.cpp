@@ -2,13 +2,12 @@
 
 #include <quorix/parser.h>
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <unistd.h>
 #include <vector>
 
 namespace qx::test {
@@ -25,7 +24,8 @@ std::string captured(const std::function<void()>& work) {
   std::string text;
   std::rewind(spool);
   char piece[4096];
-  for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, spool)) > 0;) text.append(piece, n);
+  for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, spool)) > 0;)
+    text.append(piece, n);
   std::fclose(spool);
   return text;
 }
@@ -67,9 +67,7 @@ std::filesystem::path real_data() {
                                              : std::filesystem::path();
 }
 
-std::filesystem::path data_directory() {
-  return std::filesystem::path(QUORIX_SOURCE_DIR) / "data";
-}
+std::filesystem::path data_directory() { return std::filesystem::path(QUORIX_SOURCE_DIR) / "data"; }
 
 ScratchDirectory::ScratchDirectory() {
   std::string pattern = (std::filesystem::temp_directory_path() / "quorix-test-XXXXXX").string();

@@ -1,12 +1,11 @@
 // A fresh engine per test, captured output, sections as text, a scratch directory.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <quorix/engine.h>
 
 #include <filesystem>
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
 
 namespace qx::test {

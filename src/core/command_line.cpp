@@ -1,0 +1,74 @@
+#include "core/command_line.h"
+
+#include <quorix/parser.h>
+
+#include <cstdio>
+#include <cstring>
+
+namespace qx {
+
+KeyState take_value_after(char* line, Word key, char* value) noexcept {
+  value[0] = '\0';
+  if (key.size == 0) return KeyState::missing;
+  const Word next = first_word(key.end());
+  if (next.size == 0) {
+    erase(line, key.start, next.end());
+    return KeyState::without_value;
+  }
+  Word taken = next;
+  if (*next.start == '"') {
+    const char* text = next.start + 1;
+    taken = {text, std::strcspn(text, "\"")};
+  }
+  copy_word(taken, value);
+  erase(line, key.start, taken.end());
+  return KeyState::taken;
+}
+
+KeyState take_end_after(char* line, Word key, char* value) noexcept {
+  value[0] = '\0';
+  if (key.size == 0) return KeyState::missing;
+  const char* rest = qx_first_word_char_position(key.end());
+  copy_word({rest, std::strlen(rest)}, value);
+  line[key.start - line] = '\0';
+  return *value ? KeyState::taken : KeyState::without_value;
+}
+
+}  // namespace qx
+
+using qx::KeyState;
+
+namespace {
+
+void warn_without_value(const char* routine, const char* key) {
+  std::printf("%s\nWarning: key %s defined with no value\n", routine, key);
+}
+
+}  // namespace
+
+void qx_chop_first_get_second_word(char* s, char* dst) {
+  (void)qx::take_value_after(s, qx::first_word(s), dst);
+}
+
+void qx_chop_first_get_endof_words(char* s, char* dst) {
+  (void)qx::take_end_after(s, qx::first_word(s), dst);
+}
+
+std::int32_t qx_chop_key(char* s, const char* key) {
+  const qx::Word word = qx::find_key(s, key);
+  if (word.size == 0) return 0;
+  qx::erase(s, word.start, word.end());
+  return 1;
+}
+
+void qx_get_key_value(char* s, const char* key, char* dst) {
+  if (qx::take_value_after(s, qx::find_key(s, key), dst) == KeyState::without_value) {
+    warn_without_value("qx_get_key_value():", key);
+  }
+}
+
+void qx_get_key_endof_value(char* s, const char* key, char* dst) {
+  if (qx::take_end_after(s, qx::find_key(s, key), dst) == KeyState::without_value) {
+    warn_without_value("qx_get_key_endof_value():", key);
+  }
+}

@@ -1,0 +1,14 @@
+// Statistics that later reports take from a run.
+#pragma once
+
+#include <cstdint>
+
+struct qxharvest {
+  double high_resolution = 0.0;  // Angstrom
+  double low_resolution = 0.0;
+  double reject_sigma = 0.0;
+  double reject_rms = 0.0;
+  double reject_amplitude = 0.0;
+  std::int32_t free_count = 0;
+  double free_fraction = 0.0;  // Kept: a fraction under a name that says percent
+};

@@ -1,0 +1,311 @@
+// Words, keys and typed values out of the current command line, and the whole-word key readers on a
+// given string.
+#include "core/command.h"
+#include "core/command_line.h"
+#include "core/parser_record.h"
+#include "core/report.h"
+
+#include <quorix/engine.h>
+
+#include <cstdio>
+#include <cstring>
+
+using qx::absent;
+using qx::fail;
+using qx::failed;
+using qx::found;
+using qx::Key;
+using qx::key_died;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+// At most the first four characters, upper-cased.
+void shorten(const char* word, char* dst) {
+  std::size_t i = 0;
+  for (; i < 4 && word[i]; ++i) dst[i] = qx::to_upper(word[i]);
+  dst[i] = '\0';
+}
+
+// Parser with a command line; `line` is null when no text is loaded.
+struct Line {
+  qxparser* parser = nullptr;
+  [[nodiscard]] bool empty() const { return !parser->command; }
+};
+
+Key word_of(const char* heading, const char*& text) {
+  const qxparser* parser = qx::ready_parser(heading);
+  if (!parser) return key_died;
+  text = "";
+  if (!parser->command) return absent;
+  qx_get_and_chop_first_word(parser->command, parser->work);
+  text = parser->work;
+  return *text ? found : absent;
+}
+
+// A reader's value text: absent when there is no such key, or no value after it.
+Key value_of(const char* heading, const char* key, const char*& text) {
+  qxparser* parser = qx::ready_parser(heading);
+  if (!parser) return key_died;
+  text = "";
+  if (!parser->command) return absent;
+  if (qx::find_key(parser->command, key).size == 0) return absent;
+  qx_get_key_value(parser->command, key, parser->work);
+  text = parser->work;
+  return found;
+}
+
+template <class T>
+Key number_of(const char* heading, const char* key, const char* format, T* value,
+              const char* before, const char* between, const char* after) {
+  const char* text = nullptr;
+  const Key state = value_of(heading, key, text);
+  if (state != found) return state;
+  if (std::sscanf(text, format, value) == 1) return found;
+  // Kept: the heading names the command-word reader.
+  (void)fail("qx_get_quorix_cmd_word():", "%s%s%s%s%s", before, text, between, key, after);
+  return key_died;
+}
+
+}  // namespace
+
+namespace qx {
+
+Status next_command(char (&word)[5]) {
+  word[0] = '\0';
+  qxparser* parser = ready_parser("qx_get_quorix_cmd_word():");
+  if (!parser) return failed;
+  if (!parser->command) return ok;
+  if (qx_does_it_has_word_char(parser->command)) {
+    std::printf("Warning: extraneous input discarded: \"%s\" from line %d\n", parser->command,
+                parser->command_start_line);
+  }
+  QX_TRY(assemble_command(parser));
+  qx_get_and_chop_first_word(parser->command, parser->work);
+  shorten(parser->work, word);
+  return ok;
+}
+
+Status next_short_word(char (&word)[5]) {
+  word[0] = '\0';
+  const char* text = nullptr;
+  if (word_of("qx_get_next_quorix_cmd_word():", text) == key_died) return failed;
+  shorten(text, word);
+  return ok;
+}
+
+Key take_word(const char*& text) { return word_of("qx_get_next_quorix_word():", text); }
+
+Key take_rest(const char*& text) {
+  qxparser* parser = ready_parser("qx_get_rest_of_quorix_cmdline():");
+  if (!parser) return key_died;
+  text = "";
+  if (!parser->command) return absent;
+  std::strcpy(parser->work, qx_first_word_char_position(parser->command));
+  parser->command[0] = '\0';
+  text = parser->work;
+  return *text ? found : absent;
+}
+
+Key take_value(const char* key, const char*& text) {
+  return value_of("qx_get_quorix_key_string_value():", key, text);
+}
+
+Key take_end(const char* key, const char*& text) {
+  qxparser* parser = ready_parser("qx_get_quorix_key_endof_string():");
+  if (!parser) return key_died;
+  text = "";
+  if (!parser->command || find_key(parser->command, key).size == 0) return absent;
+  qx_get_key_endof_value(parser->command, key, parser->work);
+  text = parser->work;
+  return found;
+}
+
+Key take_int(const char* key, std::int32_t& value) {
+  return number_of("qx_get_quorix_key_int_value():", key, "%d", &value,
+                   "Failed to convert int value from string ", " of key ", "\n");
+}
+
+Key take_double(const char* key, double& value) {
+  return number_of("qx_get_quorix_key_double_value():", key, "%lf", &value,
+                   "Failed to convert double value from string \"", "\" of key \"", "\"\n");
+}
+
+bool take_key(const char* key) {
+  const qxparser* parser = ready_parser("qx_does_quorix_key_exist():");
+  return parser && parser->command && qx_chop_key(parser->command, key) == 1;
+}
+
+bool begins_with(const char* word, const char* keyword) noexcept {
+  return starts_with(word, keyword);
+}
+
+}  // namespace qx
+
+Status qx_get_quorix_cmd_word(char* dst) {
+  char word[5];
+  dst[0] = '\0';
+  QX_TRY(qx::next_command(word));
+  std::strcpy(dst, word);
+  return ok;
+}
+
+Status qx_get_next_quorix_cmd_word(char* dst) {
+  char word[5];
+  dst[0] = '\0';
+  QX_TRY(qx::next_short_word(word));
+  std::strcpy(dst, word);
+  return ok;
+}
+
+std::int32_t qx_get_next_quorix_word(char* dst) {
+  const char* text = nullptr;
+  dst[0] = '\0';
+  if (qx::take_word(text) != found) return 0;
+  std::strcpy(dst, text);
+  qx_string_toupper_case(dst);
+  return 1;
+}
+
+std::int32_t qx_does_quorix_key_exist(const char* key) { return qx::take_key(key) ? 1 : 0; }
+
+Key qx_get_quorix_key_int_value(const char* key, std::int32_t* value) {
+  return qx::take_int(key, *value);
+}
+
+Key qx_get_quorix_key_double_value(const char* key, double* value) {
+  return qx::take_double(key, *value);
+}
+
+Key qx_get_quorix_key_float_value(const char* key, float* value) {
+  return number_of("qx_get_quorix_key_float_value():", key, "%f", value,
+                   "Failed to convert float value from string \"", "\" of key \"", "\"\n");
+}
+
+Key qx_get_quorix_key_char_value(const char* key, char* value) {
+  const char* text = nullptr;
+  const Key state = value_of("qx_get_quorix_key_char_value():", key, text);
+  if (state != found) return state;
+  *value = std::strlen(text) == 1 ? *text : '\0';
+  if (*value) return found;
+  (void)fail("qx_get_quorix_key_char_value():", "string \"%s\" has more than one char for key %s\n",
+             text, key);
+  return key_died;
+}
+
+Key qx_get_quorix_key_string_value(const char* key, char* dst) {
+  const char* text = nullptr;
+  dst[0] = '\0';
+  const Key state = qx::take_value(key, text);
+  if (state == found) std::strcpy(dst, text);
+  return state;
+}
+
+Status qx_get_quorix_key_endof_string(const char* key, char* dst) {
+  const char* text = nullptr;
+  dst[0] = '\0';
+  const Key state = qx::take_end(key, text);
+  if (state == found) std::strcpy(dst, text);
+  return state == key_died ? failed : ok;
+}
+
+namespace {
+
+// 1 a pair, 0 no more words or after a report.
+template <class T>
+std::int32_t pair_of(const char* heading, const char* format, const char* failure, char* dst,
+                     T* value) {
+  const char* text = nullptr;
+  dst[0] = '\0';
+  if (word_of(heading, text) != found) return 0;
+  std::strcpy(dst, text);
+  const Key second = word_of(heading, text);
+  if (second == key_died) return 0;
+  if (second == found && std::sscanf(text, format, value) == 1) return 1;
+  (void)fail(heading, "%s", failure);
+  return 0;
+}
+
+}  // namespace
+
+std::int32_t qx_get_quorix_pair_string_int(char* dst, std::int32_t* value) {
+  return pair_of("qx_get_quorix_pair_string_int():", "%d", "Failed to get pair (string, int) ", dst,
+                 value);
+}
+
+std::int32_t qx_get_quorix_pair_string_double(char* dst, double* value) {
+  float single = 0.0F;  // Kept: the value carries single precision only
+  const std::int32_t state = pair_of("qx_get_quorix_pair_string_double():", "%f",
+                                     "Failed to get pair (string, double) ", dst, &single);
+  if (state == 1) *value = static_cast<double>(single);
+  return state;
+}
+
+void qx_get_rest_of_quorix_cmdline(char* dst) {
+  const char* text = nullptr;
+  dst[0] = '\0';
+  if (qx::take_rest(text) == found) std::strcpy(dst, text);
+}
+
+Status qx_get_quorix_cmd_line_index(std::int32_t* index) {
+  const qxparser* parser = qx::ready_parser("qx_get_quorix_cmd_line_index():");
+  if (!parser) return failed;
+  *index = parser->startlineindex + parser->command_start_line - 1;
+  return ok;
+}
+
+namespace {
+
+// The text after a whole-word key, blanks and "=" signs skipped; null without the key.
+const char* value_after(const char* s, const char* key) {
+  const char* after = nullptr;
+  for (s = qx_first_word_char_position(s); *s;
+       s = qx_first_word_char_position(qx_first_white_or_nonprint_position(s))) {
+    if (qx_does_string_start_with_this_word(s, key, &after)) {
+      while (*after && (*after == '=' || !qx::is_word_char(*after))) ++after;
+      return after;
+    }
+  }
+  return nullptr;
+}
+
+template <class T>
+std::int32_t scan_after(const char* s, const char* key, const char* format, T* value) {
+  *value = T{};
+  const char* text = value_after(s, key);
+  return text && std::sscanf(text, format, value) == 1 ? 1 : 0;
+}
+
+}  // namespace
+
+std::int32_t qx_get_key_string_value(const char* s, const char* key, char* dst) {
+  dst[0] = '\0';
+  const char* text = value_after(s, key);
+  if (!text || !*text) return 0;
+  qx::copy_word(qx::first_word(text), dst);
+  return 1;
+}
+
+std::int32_t qx_get_key_double_value(const char* s, const char* key, double* value) {
+  return scan_after(s, key, "%lf", value);
+}
+
+std::int32_t qx_get_key_two_float_value(const char* s, const char* key, float* first,
+                                        float* second) {
+  *first = *second = 0.0F;
+  const char* text = value_after(s, key);
+  return text && std::sscanf(text, "%f %f", first, second) == 2 ? 1 : 0;
+}
+
+std::int32_t qx_get_key_float_value(const char* s, const char* key, float* value) {
+  return scan_after(s, key, "%f", value);
+}
+
+std::int32_t qx_get_key_int_value(const char* s, const char* key, std::int32_t* value) {
+  return scan_after(s, key, "%d", value);
+}
+
+std::int32_t qx_get_key_char_value(const char* s, const char* key, char* value) {
+  return scan_after(s, key, "%c", value);
+}

@@ -1,0 +1,247 @@
+// The registry of tagged blocks: accounting, refusal of unknown addresses, one sweep at the end.
+#include "core/memory_system.h"
+#include "core/report.h"
+#include "core/tagged.h"
+
+#include <quorix/engine.h>
+#include <quorix/memory.h>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr std::size_t chain_count = 500;
+
+struct BlockRecord {
+  char* tag;  // null when the caller gave none
+  void* address;
+  std::size_t size;
+  BlockRecord* next;
+};
+
+}  // namespace
+
+struct qxmemmonitor {
+  BlockRecord** chains;
+  double current_size;
+  double maximum_size;
+};
+
+namespace {
+
+qx::SystemAllocator system_allocator = std::malloc;
+std::int64_t epoch = 0;
+
+std::size_t chain_of(const void* address) {
+  static const char anchor = 0;
+  const auto a = reinterpret_cast<std::uintptr_t>(address);
+  const auto b = reinterpret_cast<std::uintptr_t>(&anchor);
+  return (a > b ? a - b : b - a) % chain_count;
+}
+
+// Large arrays are swept with long strides: huge pages spare most of the address translation.
+void advise_huge_pages(void* block, std::size_t size) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+  constexpr std::uintptr_t page = std::uintptr_t{1} << 21;
+  if (size < 2 * page) return;
+  const auto first = (reinterpret_cast<std::uintptr_t>(block) + page - 1) & ~(page - 1);
+  const auto last = (reinterpret_cast<std::uintptr_t>(block) + size) & ~(page - 1);
+  if (last > first) (void)madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+#else
+  (void)block;
+  (void)size;
+#endif
+}
+
+void free_record(BlockRecord* record) {
+  std::free(record->address);
+  std::free(record->tag);
+  std::free(record);
+}
+
+qx::Status fail_to_open(const qxmemmonitor* monitor, std::size_t size, const char* tag) {
+  std::printf("\nxmalloc():\nFailed to open memory with size = %d for %s \n",
+              static_cast<std::int32_t>(std::min<std::size_t>(size, INT32_MAX)), tag);
+  std::printf("Total opened heap memory is %10.3f MB \n", monitor->current_size / 1e6);
+  qx_print_xmalloc_memory();
+  die();
+  return qx::failed;
+}
+
+// Enters the block; on failure the block is released and the engine is gone.
+qx::Status enter(qxmemmonitor* monitor, void* block, std::size_t size, const char* tag) {
+  if (!monitor->chains) {
+    monitor->chains =
+        static_cast<BlockRecord**>(system_allocator(chain_count * sizeof(BlockRecord*)));
+    if (!monitor->chains) {
+      std::free(block);
+      return qx::fail("xmalloc():", "Failed to open memory for memory registar ");
+    }
+    std::fill_n(monitor->chains, chain_count, nullptr);
+  }
+  auto* record = static_cast<BlockRecord*>(system_allocator(sizeof(BlockRecord)));
+  if (!record) {
+    std::free(block);
+    return qx::fail("xmalloc():", "Failed to open memory for memory registar ");
+  }
+  *record = {nullptr, block, size, nullptr};
+  if (tag) {
+    record->tag = static_cast<char*>(system_allocator(std::strlen(tag) + 1));
+    if (!record->tag) {
+      free_record(record);
+      return qx::fail("strdump():", "failed to dump the string %s \n", tag);
+    }
+    std::strcpy(record->tag, tag);
+  }
+  BlockRecord*& head = monitor->chains[chain_of(block)];
+  record->next = head;
+  head = record;
+  return qx::ok;
+}
+
+// The link that holds the record of `block`; null when it is not registered.
+BlockRecord** find_link(const qxmemmonitor* monitor, const void* block) {
+  if (!monitor->chains) return nullptr;
+  for (BlockRecord** link = &monitor->chains[chain_of(block)]; *link; link = &(*link)->next) {
+    if ((*link)->address == block) return link;
+  }
+  return nullptr;
+}
+
+qxmemmonitor* monitor_or_null() { return qx_exist_quorix() ? qx_get_qxmemmonitor() : nullptr; }
+
+}  // namespace
+
+namespace qx {
+
+SystemAllocator set_system_allocator(SystemAllocator allocator) noexcept {
+  return std::exchange(system_allocator, allocator);
+}
+
+std::int64_t memory_epoch() noexcept { return epoch; }
+
+}  // namespace qx
+
+using qx::ok;
+
+qx::Status qx_new_qxmemmonitor() {
+  auto* monitor = static_cast<qxmemmonitor*>(system_allocator(sizeof(qxmemmonitor)));
+  if (!monitor) {
+    qx::note("qx_new_qxmemmonitor():", "Failed to malloc qxmemmonitor ");
+    return qx::failed;
+  }
+  *monitor = {};
+  ++epoch;
+  return qx_set_qxmemmonitor(monitor);
+}
+
+void qx_delete_qxmemmonitor() {
+  qxmemmonitor* monitor = monitor_or_null();
+  if (!monitor) return;
+  (void)qx_set_qxmemmonitor(nullptr);
+  ++epoch;
+  if (monitor->chains) {
+    for (std::size_t i = 0; i < chain_count; ++i) {
+      for (BlockRecord* record = monitor->chains[i]; record;) {
+        free_record(std::exchange(record, record->next));
+      }
+    }
+  }
+  std::free(monitor->chains);
+  std::free(monitor);
+}
+
+void* xmalloc(std::size_t size, const char* tag) {
+  qxmemmonitor* monitor = monitor_or_null();
+  if (!monitor) {
+    (void)qx::fail("xmalloc():", "quorix memory monitor has not been set up yet");
+    return nullptr;
+  }
+  const char* name = tag ? tag : "";
+  if (size == 0) {
+    std::printf("The requested memory size (= %d) for %s is < 1 \n", 0, name);
+    return nullptr;
+  }
+  void* block = size > PTRDIFF_MAX ? nullptr : system_allocator(size);
+  if (!block) {
+    (void)fail_to_open(monitor, size, name);
+    return nullptr;
+  }
+  advise_huge_pages(block, size);
+  monitor->current_size += static_cast<double>(size);
+  monitor->maximum_size = std::max(monitor->maximum_size, monitor->current_size);
+  return enter(monitor, block, size, tag) == ok ? block : nullptr;
+}
+
+qx::Status xfree(void* block) {
+  if (!block) {
+    std::printf("Free a NULL pointer, nothing will be done \n");
+    return ok;
+  }
+  qxmemmonitor* monitor = monitor_or_null();
+  if (!monitor) return qx::fail("xfree():", "quorix memory monitor has not been set up yet");
+  if (!monitor->chains || !monitor->chains[chain_of(block)]) {
+    std::printf("Try to free invalid pointer %p \n", block);
+    die();
+    return qx::failed;
+  }
+  BlockRecord** link = find_link(monitor, block);
+  if (!link) {
+    std::printf("\nxfree():\nTry to free invalid pointer %p \n", block);
+    std::fflush(stdout);
+    qx_print_xmalloc_memory();
+    die();
+    return qx::failed;
+  }
+  BlockRecord* record = std::exchange(*link, (*link)->next);
+  monitor->current_size -= static_cast<double>(record->size);
+  free_record(record);
+  return ok;
+}
+
+void* xrealloc(void* block, std::size_t oldsize, std::size_t newsize, const char* tag) {
+  void* moved = xmalloc(newsize, tag);
+  if (!block || (!moved && newsize > 0)) return moved;
+  if (moved) std::memcpy(moved, block, std::min(oldsize, newsize));
+  return xfree(block) == ok ? moved : nullptr;
+}
+
+std::int32_t do_we_open_this_ptr(const void* block) {
+  if (!block) return 0;
+  const qxmemmonitor* monitor = monitor_or_null();
+  if (!monitor) {
+    qx::note("do_we_open_this_ptr():", "quorix memory monitor has not been set up yet");
+    return 0;
+  }
+  return find_link(monitor, block) ? 1 : 0;
+}
+
+double qx_get_xmalloc_memory_size() {
+  const qxmemmonitor* monitor = monitor_or_null();
+  return monitor ? monitor->current_size / 1e6 : 0.0;
+}
+
+double qx_get_max_memory_size() {
+  const qxmemmonitor* monitor = monitor_or_null();
+  return monitor ? monitor->maximum_size / 1e6 : 0.0;
+}
+
+void qx_print_xmalloc_memory() {
+  const qxmemmonitor* monitor = monitor_or_null();
+  if (!monitor || !monitor->chains) return;
+  std::printf("    ID       address   size(byte) \n");
+  for (std::size_t i = 0; i < chain_count; ++i) {
+    for (const BlockRecord* record = monitor->chains[i]; record; record = record->next) {
+      std::printf("%-10s   %p          %zu \n", record->tag ? record->tag : "", record->address,
+                  record->size);
+    }
+  }
+}

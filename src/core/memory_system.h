@@ -1,0 +1,13 @@
+// Where tagged memory comes from; tests put an allocator in its place that fails on demand.
+#pragma once
+
+#include <cstddef>
+
+namespace qx {
+
+// Must give memory that std::free takes, or null.
+using SystemAllocator = void* (*)(std::size_t);
+// Installs an allocator for every later request and gives the one it replaces.
+SystemAllocator set_system_allocator(SystemAllocator allocator) noexcept;
+
+}  // namespace qx

@@ -1,0 +1,22 @@
+// Sections that dispatch but have no behaviour yet: their row's failure text is the report.
+#include <quorix/engine.h>
+
+using qx::failed;
+using qx::Status;
+
+Status qx_xmod_ctrl() { return failed; }
+Status qx_xrfactor_ctrl() { return failed; }
+Status qx_xmol_ctrl() { return failed; }
+Status qx_syspart_ctrl() { return failed; }
+Status qx_target_ctrl() { return failed; }
+Status qx_ffac_ctrl() { return failed; }
+Status qx_water_ctrl() { return failed; }
+Status qx_cross_validate_ctrl() { return failed; }
+Status qx_xfc_ctrl() { return failed; }
+Status qx_fofomap_generation_ctrl() { return failed; }
+Status qx_wilson_ctrl() { return failed; }
+Status qx_xoverall_ctrl() { return failed; }
+Status qx_xbulk_ctrl() { return failed; }
+Status qx_xmlf_ctrl() { return failed; }
+Status qx_xcut_ctrl() { return failed; }
+Status qx_xomit_ctrl() { return failed; }

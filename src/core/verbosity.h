@@ -1,0 +1,17 @@
+// The ten verbosity switches.
+#pragma once
+
+#include <cstdint>
+
+struct qxverbsys {
+  std::int32_t mtz = 0;
+  std::int32_t hkl = 0;
+  std::int32_t cns = 0;
+  std::int32_t ml = 0;
+  std::int32_t ls = 2;
+  std::int32_t reserved = 0;
+  std::int32_t mem = 0;
+  std::int32_t cpu = 0;
+  std::int32_t binr = 0;
+  std::int32_t debug = 0;
+};
