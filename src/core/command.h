@@ -19,7 +19,7 @@ Key take_word(const char*& text);
 // The rest of the line without leading blanks; `absent` if it is empty.
 Key take_rest(const char*& text);
 // The word after the first word that begins with `key`, or what stands between double quotes;
-// `absent` without such a word. A key without a value is warned about and gives an empty text.
+// `absent` without such a word; a key without a value is warned about and counts as absent.
 Key take_value(const char* key, const char*& text);
 // Everything after the first word that begins with `key`.
 Key take_end(const char* key, const char*& text);

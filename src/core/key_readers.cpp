@@ -28,12 +28,6 @@ void shorten(const char* word, char* dst) {
   dst[i] = '\0';
 }
 
-// Parser with a command line; `line` is null when no text is loaded.
-struct Line {
-  qxparser* parser = nullptr;
-  [[nodiscard]] bool empty() const { return !parser->command; }
-};
-
 Key word_of(const char* heading, const char*& text) {
   const qxparser* parser = qx::ready_parser(heading);
   if (!parser) return key_died;
@@ -50,10 +44,9 @@ Key value_of(const char* heading, const char* key, const char*& text) {
   if (!parser) return key_died;
   text = "";
   if (!parser->command) return absent;
-  if (qx::find_key(parser->command, key).size == 0) return absent;
   qx_get_key_value(parser->command, key, parser->work);
   text = parser->work;
-  return found;
+  return *text ? found : absent;
 }
 
 template <class T>
@@ -116,10 +109,10 @@ Key take_end(const char* key, const char*& text) {
   qxparser* parser = ready_parser("qx_get_quorix_key_endof_string():");
   if (!parser) return key_died;
   text = "";
-  if (!parser->command || find_key(parser->command, key).size == 0) return absent;
+  if (!parser->command) return absent;
   qx_get_key_endof_value(parser->command, key, parser->work);
   text = parser->work;
-  return found;
+  return *text ? found : absent;
 }
 
 Key take_int(const char* key, std::int32_t& value) {

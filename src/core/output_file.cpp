@@ -28,6 +28,7 @@ OutputFile::~OutputFile() {
 }
 
 bool OutputFile::open(const char* path) noexcept {
+  if (*path == '\0') return false;
   struct stat state = {};
   const bool exists = stat(path, &state) == 0;
   if (exists && !S_ISREG(state.st_mode)) {

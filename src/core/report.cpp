@@ -5,17 +5,32 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 
 namespace qx {
 
 namespace {
 
+// A text may end its last line itself, also through a value: the line is ended once.
 void print_report(const char* heading, const char* format, std::va_list values) {
+  std::va_list again;
+  va_copy(again, values);
+  char tail[2] = "";
+  const int size = std::vsnprintf(nullptr, 0, format, again);
+  va_end(again);
   std::printf("\n%s\n", heading);
-  std::vprintf(format, values);
-  const std::size_t length = std::strlen(format);
-  if (length == 0 || format[length - 1] != '\n') std::putchar('\n');
+  char* text =
+      size > 0 ? static_cast<char*>(std::malloc(static_cast<std::size_t>(size) + 1)) : tail;
+  if (text) {
+    std::vsnprintf(text, size > 0 ? static_cast<std::size_t>(size) + 1 : sizeof tail, format,
+                   values);
+    std::fputs(text, stdout);
+    if (size < 1 || text[size - 1] != '\n') std::putchar('\n');
+  } else {
+    std::vprintf(format, values);
+    std::putchar('\n');
+  }
+  if (text != tail) std::free(text);
 }
 
 }  // namespace
