@@ -43,6 +43,8 @@ QX_API std::int32_t qx_get_quorix_pair_string_int(char* dst, std::int32_t* value
 QX_API std::int32_t qx_get_quorix_pair_string_double(char* dst, double* value);
 QX_API void qx_get_rest_of_quorix_cmdline(char* dst);
 QX_API qx::Status qx_get_quorix_cmd_line_index(std::int32_t* index);
+// 1 while the loaded text has a command behind the current one, else 0.
+QX_API std::int32_t qx_is_quorix_text_left();
 // Bytes that hold any word, value or rest of the current command line, terminator included.
 QX_API std::size_t qx_get_quorix_cmdline_size();
 

@@ -1,5 +1,6 @@
 // The parser object: loading text, and putting command lines together from it (comments off,
 // continuation lines joined).
+#include "core/load_lines.h"
 #include "core/object.h"
 #include "core/parser_record.h"
 #include "core/report.h"
@@ -140,33 +141,77 @@ Status qx_delete_qxparser() {
   return qx::remove_from(parser, qx_set_qxparser);
 }
 
-Status qx_set_parser_from_text(std::int32_t nlines, const char* text, const std::int32_t* lengths,
-                               std::int32_t startlineindex) {
+namespace {
+
+// Lines to be loaded: pointers, or slots of 1024 bytes with the bytes of each that count.
+struct LineSource {
+  const char* const* lines;
+  const char* slots;
+  const std::int32_t* lengths;
+
+  [[nodiscard]] const char* start(std::int32_t i) const {
+    return lines ? lines[i] : slots + static_cast<std::ptrdiff_t>(i) * slot_size;
+  }
+  [[nodiscard]] std::size_t length(std::int32_t i) const {
+    return lines ? std::strlen(lines[i]) : static_cast<std::size_t>(std::max(lengths[i], 0));
+  }
+};
+
+Status store_lines(qxparser* parser, std::int32_t nlines, const LineSource& source) {
+  std::size_t size = 0;
+  for (std::int32_t i = 0; i < nlines; ++i) size += source.length(i) + 1;
+  parser->text = qx::allocate<char*>(static_cast<std::size_t>(nlines), "sppsft_txt");
+  if (!parser->text) return failed;
+  parser->text[0] = nullptr;
+  char* to = qx::allocate<char>(size, "sppsft_tet");
+  if (!to) return failed;
+  for (std::int32_t i = 0; i < nlines; ++i) {
+    const std::size_t length = source.length(i);
+    parser->text[i] = to;
+    std::memcpy(to, source.start(i), length);
+    to[length] = '\0';
+    qx_chop_newline_char(to);
+    qx_chop_left_right_whitespaces(to);
+    to += length + 1;
+  }
+  return ok;
+}
+
+Status load(std::int32_t nlines, const LineSource& source, std::int32_t startlineindex) {
   qxparser* parser = qx::ready_parser("qx_set_parser_from_text():");
   if (!parser) return failed;
-  if (nlines > 0) {
-    std::size_t size = 0;
-    for (std::int32_t i = 0; i < nlines; ++i)
-      size += static_cast<std::size_t>(std::max(lengths[i], 0)) + 1;
-    parser->text = qx::allocate<char*>(static_cast<std::size_t>(nlines), "sppsft_txt");
-    if (!parser->text) return failed;
-    parser->text[0] = nullptr;
-    char* to = qx::allocate<char>(size, "sppsft_tet");
-    if (!to) return failed;
-    for (std::int32_t i = 0; i < nlines; ++i) {
-      const std::size_t n = static_cast<std::size_t>(std::max(lengths[i], 0));
-      parser->text[i] = to;
-      std::memcpy(to, text + static_cast<std::ptrdiff_t>(i) * slot_size, n);
-      to[n] = '\0';
-      qx_chop_newline_char(to);
-      qx_chop_left_right_whitespaces(to);
-      to += n + 1;
-    }
-  }
+  if (nlines > 0) QX_TRY(store_lines(parser, nlines, source));
   parser->ntextlines = std::max(nlines, 0);
   parser->startlineindex = startlineindex;
   parser->current_line = parser->command_start_line = 0;
   return open_buffers(parser, "sppsft_cmd", "sppft_wk");
+}
+
+}  // namespace
+
+Status qx_set_parser_from_text(std::int32_t nlines, const char* text, const std::int32_t* lengths,
+                               std::int32_t startlineindex) {
+  return load(nlines, {nullptr, text, lengths}, startlineindex);
+}
+
+namespace qx {
+
+Status load_lines(std::int32_t nlines, const char* const* lines) {
+  return load(nlines, {lines, nullptr, nullptr}, 0);
+}
+
+}  // namespace qx
+
+std::int32_t qx_is_quorix_text_left() {
+  qxparser* parser = qx::ready_parser("qx_is_quorix_text_left():");
+  if (!parser || !parser->command) return 0;
+  for (std::int32_t i = std::max(parser->current_line, 0); i < parser->ntextlines; ++i) {
+    if (reserve(parser, std::strlen(parser->text[i]) + 1) != ok) return 0;
+    std::strcpy(parser->work, parser->text[i]);
+    tidy(parser->work);
+    if (parser->work[0]) return 1;
+  }
+  return 0;
 }
 
 void qx_print_qxparser() {

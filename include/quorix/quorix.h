@@ -1,0 +1,19 @@
+// Everything that libquorix offers.
+#pragma once
+
+#include <quorix/api.h>
+#include <quorix/asu.h>
+#include <quorix/cell.h>
+#include <quorix/crystal.h>
+#include <quorix/driver.h>
+#include <quorix/engine.h>
+#include <quorix/fft.h>
+#include <quorix/grid.h>
+#include <quorix/map.h>
+#include <quorix/memory.h>
+#include <quorix/model.h>
+#include <quorix/mtz.h>
+#include <quorix/parser.h>
+#include <quorix/reflections.h>
+#include <quorix/spacegroup.h>
+#include <quorix/version.h>
