@@ -4,6 +4,7 @@
 #include <quorix/api.h>
 #include <quorix/asu.h>
 #include <quorix/cell.h>
+#include <quorix/cross.h>
 #include <quorix/crystal.h>
 #include <quorix/driver.h>
 #include <quorix/engine.h>
@@ -14,6 +15,7 @@
 #include <quorix/model.h>
 #include <quorix/mtz.h>
 #include <quorix/parser.h>
+#include <quorix/reflection_view.h>
 #include <quorix/reflections.h>
 #include <quorix/spacegroup.h>
 #include <quorix/version.h>

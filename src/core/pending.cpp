@@ -4,6 +4,7 @@
 #include <quorix/fft.h>
 #include <quorix/grid.h>
 #include <quorix/map.h>
+#include <quorix/reflection_view.h>
 #include <quorix/reflections.h>
 
 #define PENDING __attribute__((weak))
@@ -19,3 +20,4 @@ PENDING Status qx_xcry_ctrl() { return failed; }
 PENDING Status qx_grid_ctrl() { return failed; }
 PENDING Status qx_xfft_ctrl() { return failed; }
 PENDING Status qx_map_generation_ctrl() { return failed; }
+PENDING std::int32_t qx_get_reflection_view(qx_reflection_view*) { return 0; }

@@ -4,6 +4,7 @@
 
 #include "core/object.h"
 
+#include <quorix/cross.h>
 #include <quorix/crystal.h>
 #include <quorix/engine.h>
 #include <quorix/fft.h>
@@ -18,6 +19,7 @@ Status qx_new_refsys() { return qx::create_in(qx_delete_refsys, qx_set_refsys, "
 Status qx_delete_refsys() {
   refsys* system = qx_get_refsys();
   if (!system) return ok;
+  if (system->cross) QX_TRY(qx_delete_qxcross());
   if (system->map) QX_TRY(qx_delete_qxmap());
   if (system->fft) QX_TRY(qx_delete_qxfft());
   if (system->grid) QX_TRY(qx_delete_xgrid());
