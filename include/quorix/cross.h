@@ -18,8 +18,8 @@ QX_API qx::Status qx_set_qxcross_percent(double percent);
 QX_API qx::Status qx_set_qxcross_seed(std::int32_t seed);
 QX_API qx::Status qx_set_qxcross_nbin(std::int32_t nbin);
 
-// Splits the data set by its flags (use_flags 1) or at random, evenly over resolution, and builds the
-// bins. Replaces all lists.
+// Splits the data set by its flags (use_flags 1) or at random, evenly over resolution, and builds
+// the bins. Replaces all lists.
 QX_API qx::Status qx_set_work_free_reflection(std::int32_t use_flags, std::int32_t flag_value);
 QX_API qx::Status qx_set_work_free_reflection_by_read(std::int32_t flag_value);
 QX_API qx::Status qx_set_work_free_reflection_by_seed();
@@ -31,8 +31,8 @@ QX_API void qx_print_bin_rfactor();
 QX_API void qx_fprint_bin_rfactor_();
 QX_API void qx_fprint_bin_rfactor_mid_();
 
-// Park-Miller minimal standard generator, one state for the process, loaded from `seed` on the first
-// call and whenever `seed` is negative; `seed` receives the state. In (0, 1).
+// Park-Miller minimal standard generator, one state for the process, loaded from `seed` on the
+// first call and whenever `seed` is negative; `seed` receives the state. In (0, 1).
 QX_API double qx_get_random_double01(std::int32_t* seed);
 QX_API std::int32_t qx_get_random_int(std::int32_t* seed, std::int32_t lo, std::int32_t hi);
 QX_API double qx_get_random_double(std::int32_t* seed, double lo, double hi);

@@ -9,6 +9,7 @@
 #include <quorix/driver.h>
 #include <quorix/engine.h>
 #include <quorix/fft.h>
+#include <quorix/formfactors.h>
 #include <quorix/grid.h>
 #include <quorix/map.h>
 #include <quorix/memory.h>

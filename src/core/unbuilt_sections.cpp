@@ -4,12 +4,9 @@
 using qx::failed;
 using qx::Status;
 
-Status qx_xmod_ctrl() { return failed; }
 Status qx_xrfactor_ctrl() { return failed; }
-Status qx_xmol_ctrl() { return failed; }
 Status qx_syspart_ctrl() { return failed; }
 Status qx_target_ctrl() { return failed; }
-Status qx_ffac_ctrl() { return failed; }
 Status qx_water_ctrl() { return failed; }
 Status qx_xfc_ctrl() { return failed; }
 Status qx_fofomap_generation_ctrl() { return failed; }
