@@ -6,6 +6,7 @@
 #include <quorix/cell.h>
 #include <quorix/cross.h>
 #include <quorix/crystal.h>
+#include <quorix/density.h>
 #include <quorix/driver.h>
 #include <quorix/engine.h>
 #include <quorix/fft.h>

@@ -6,6 +6,7 @@
 
 #include <quorix/cross.h>
 #include <quorix/crystal.h>
+#include <quorix/density.h>
 #include <quorix/engine.h>
 #include <quorix/fft.h>
 #include <quorix/grid.h>
@@ -19,6 +20,7 @@ Status qx_new_refsys() { return qx::create_in(qx_delete_refsys, qx_set_refsys, "
 Status qx_delete_refsys() {
   refsys* system = qx_get_refsys();
   if (!system) return ok;
+  if (system->density) QX_TRY(qx_delete_qxelecden());
   if (system->cross) QX_TRY(qx_delete_qxcross());
   if (system->map) QX_TRY(qx_delete_qxmap());
   if (system->fft) QX_TRY(qx_delete_qxfft());

@@ -6,7 +6,7 @@ struct xgrid;
 struct qxfft;
 struct qxmap;
 struct qxcross;
-struct xelecden;
+struct qxelecden;
 struct qxstructfact;
 
 struct refsys {
@@ -15,6 +15,6 @@ struct refsys {
   qxfft* fft = nullptr;
   qxmap* map = nullptr;
   qxcross* cross = nullptr;
-  xelecden* density = nullptr;
+  qxelecden* density = nullptr;
   qxstructfact* structfact = nullptr;
 };

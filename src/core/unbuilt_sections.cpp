@@ -14,5 +14,4 @@ Status qx_wilson_ctrl() { return failed; }
 Status qx_xoverall_ctrl() { return failed; }
 Status qx_xbulk_ctrl() { return failed; }
 Status qx_xmlf_ctrl() { return failed; }
-Status qx_xcut_ctrl() { return failed; }
 Status qx_xomit_ctrl() { return failed; }

@@ -4,6 +4,7 @@
 #include "model/atom_arrays.h"
 #include "model/molsys.h"
 
+#include <quorix/density.h>
 #include <quorix/engine.h>
 #include <quorix/formfactors.h>
 
@@ -24,6 +25,8 @@ Status qx_new_xmolsys() {
 Status qx_delete_xmolsys() {
   xmolsys* container = qx_get_xmolsys();
   if (!container) return ok;
+  QX_TRY(qx_delete_qxradcut());
+  QX_TRY(qx_delete_qxexptab());
   QX_TRY(qx_delete_xmolformfact());
   QX_TRY(qx_delete_qxsyspart());
   QX_TRY(qx_delete_qxatomocc());

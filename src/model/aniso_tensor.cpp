@@ -1,0 +1,86 @@
+// Symmetric tensors of anisotropic atoms.
+#include "core/constants.h"
+#include "core/report.h"
+#include "crystal/cell.h"
+#include "crystal/spacegroup.h"
+
+#include <quorix/cell.h>
+#include <quorix/density.h>
+#include <quorix/engine.h>
+#include <quorix/spacegroup.h>
+
+#include <algorithm>
+#include <cmath>
+
+extern "C" void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda,
+                       double* w, double* work, const int* lwork, int* info);
+
+double qx_get_determinant_u(const double u[6]) {
+  return u[0] * u[1] * u[2] + 2.0 * u[3] * u[4] * u[5] - u[0] * u[5] * u[5] - u[1] * u[4] * u[4] -
+         u[2] * u[3] * u[3];
+}
+
+std::int32_t qx_get_inverse_u(const double u[6], double inverse[6]) {
+  const double determinant = qx_get_determinant_u(u);
+  if (!(std::fabs(determinant) > 1e-30)) return 1;
+  const double cofactors[6] = {u[1] * u[2] - u[5] * u[5], u[0] * u[2] - u[4] * u[4],
+                               u[0] * u[1] - u[3] * u[3], u[4] * u[5] - u[3] * u[2],
+                               u[3] * u[5] - u[4] * u[1], u[3] * u[4] - u[0] * u[5]};
+  for (int i = 0; i < 6; ++i) inverse[i] = cofactors[i] / determinant;
+  return 0;
+}
+
+std::int32_t qx_calc_U_eigen_value(const double u[6], double values[3]) {
+  double matrix[9] = {u[0], u[3], u[4], u[3], u[1], u[5], u[4], u[5], u[2]};
+  double work[32];
+  const int n = 3;
+  const int size = 32;
+  int info = 0;
+  if (!std::all_of(u, u + 6, [](double value) { return std::isfinite(value); })) return 1;
+  dsyev_("N", "U", &n, matrix, &n, values, work, &size, &info);
+  return info;
+}
+
+std::int32_t qx_calc_aniso_unk(const double u[6], double a, double b_total, double* amplitude,
+                               double inverse[6]) {
+  const double blur = b_total / (8.0 * qx::pi * qx::pi);
+  const double m[6] = {u[0] + blur, u[1] + blur, u[2] + blur, u[3], u[4], u[5]};
+  // Sylvester: all leading minors are positive.
+  const double determinant = qx_get_determinant_u(m);
+  if (!(m[0] > 0.0) || !(m[0] * m[1] - m[3] * m[3] > 0.0) || !(determinant > 0.0)) return 1;
+  if (qx_get_inverse_u(m, inverse) != 0) return 1;
+  constexpr double two_pi_cubed = qx::two_pi * qx::two_pi * qx::two_pi;
+  *amplitude = a / std::sqrt(two_pi_cubed * determinant);
+  return 0;
+}
+
+namespace {
+
+void apply(const double (&matrix)[36], const double u[6], double out[6]) {
+  for (int i = 0; i < 6; ++i) {
+    out[i] = 0.0;
+    for (int j = 0; j < 6; ++j) out[i] += matrix[6 * i + j] * u[j];
+  }
+}
+
+}  // namespace
+
+qx::Status qx_transform_aniso_u_to_oper(std::int32_t op, const double u[6], double out[6]) {
+  constexpr const char* heading = "qx_transform_aniso_u_to_oper():";
+  const qxcell* cell = qx_get_qxcell();
+  if (!cell) {
+    return qx_exist_quorix() ? qx::fail(heading, "qxcell object has not been created yet ")
+                             : qx::failed;
+  }
+  const qxspg* group = qx_get_qxspg();
+  if (!group || op < 0 || op >= group->nops) {
+    return qx_exist_quorix() ? qx::fail(heading, "qxspg object has not been created yet.")
+                             : qx::failed;
+  }
+  double fractional[6];
+  double moved[6];
+  apply(cell->orth2frac_tensor, u, fractional);
+  apply(group->op_tensors[op], fractional, moved);
+  apply(cell->frac2orth_tensor, moved, out);
+  return qx::ok;
+}

@@ -1,0 +1,69 @@
+#include "model/atom_terms.h"
+
+#include "core/constants.h"
+#include "core/report.h"
+
+#include <quorix/engine.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace qx {
+
+namespace {
+
+constexpr double eight_pi_squared = 8.0 * pi * pi;
+
+}  // namespace
+
+Status fetch_sources(const char* heading, AtomSources& sources) {
+  sources = {qx_get_molsys(), qx_get_molformfact(), qx_get_atfrmfactbase(), qx_get_qxatomb(),
+             qx_get_qxatomocc()};
+  if (!qx_exist_quorix()) return failed;
+  if (!sources.system) return fail(heading, "molsys object has not been created yet.");
+  if (!sources.pickup || sources.pickup->natom != sources.system->natom) {
+    return fail(heading, "molformfact object has not been created yet.");
+  }
+  if (!sources.base) return fail(heading, "atmfrmfactbase object has not been created yet.");
+  if (!sources.atomb) return fail(heading, "qxatomb object has not been created yet.");
+  if (!sources.atomocc) return fail(heading, "qxatomocc object has not been created yet.");
+  return ok;
+}
+
+double isotropic_b(const AtomSources& sources, std::int32_t atom) {
+  if (!is_aniso(sources, atom)) return sources.atomb->b_iso[sources.atomb->index[atom]];
+  double values[3] = {};
+  if (qx_calc_U_eigen_value(tensor_of(sources, atom), values) != 0) return NAN;
+  return eight_pi_squared * std::max(std::fabs(values[0]), std::fabs(values[2]));
+}
+
+Status iso_terms(const char* heading, const AtomSources& sources, std::int32_t atom, double b,
+                 double occupancy, Gaussians& out) {
+  const std::int32_t entry = sources.pickup->index[atom];
+  const double total = b + sources.atomb->b0;
+  if (atom_gaussians(sources.pickup->ngauss[atom], sources.base->a[entry], sources.base->b[entry],
+                     total, occupancy, out)) {
+    return ok;
+  }
+  return fail(heading, "The B factor %f of atom %d (%s) leaves no finite density with B0 = %f ", b,
+              atom + 1, sources.system->info.type[atom], sources.atomb->b0);
+}
+
+Status aniso_terms(const char* heading, const AtomSources& sources, std::int32_t atom,
+                   const double (&u)[6], double occupancy, AnisoGaussians& out) {
+  const std::int32_t entry = sources.pickup->index[atom];
+  out.n = sources.pickup->ngauss[atom];
+  for (std::int32_t i = 0; i < out.n; ++i) {
+    if (qx_calc_aniso_unk(u, occupancy * sources.base->a[entry][i],
+                          sources.base->b[entry][i] + sources.atomb->b0, &out.amplitude[i],
+                          out.precision[i]) != 0) {
+      return fail(heading,
+                  "The anisotropic tensor of atom %d (%s) is not positive definite: "
+                  "%f %f %f %f %f %f ",
+                  atom + 1, sources.system->info.type[atom], u[0], u[1], u[2], u[3], u[4], u[5]);
+    }
+  }
+  return ok;
+}
+
+}  // namespace qx

@@ -1,0 +1,146 @@
+// Cut-off radii of all atoms, and the section that sets the threshold.
+#include "core/object.h"
+#include "core/section.h"
+#include "crystal/cell.h"
+#include "model/atom_terms.h"
+
+#include <quorix/cell.h>
+#include <quorix/engine.h>
+#include <quorix/grid.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+using qx::fail;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+constexpr const char* heading = " qx_calc_qxradcut():";
+
+// Everything the search reads, each reported by its own text when absent.
+struct Needs {
+  qxradcut* cut = nullptr;
+  qx::AtomSources atoms;
+  const qxcell* cell = nullptr;
+  const qxrecicell* reciprocal = nullptr;
+  const qxexptab* table = nullptr;
+};
+
+Status fetch(Needs& needs) {
+  needs.cut = qx_get_qxradcut();
+  needs.atoms = {qx_get_molsys(), qx_get_molformfact(), qx_get_atfrmfactbase(), qx_get_qxatomb(),
+                 qx_get_qxatomocc()};
+  if (!qx_exist_quorix()) return failed;
+  needs.table = qx_get_qxexptab();
+  if (!needs.cut) return fail(heading, " qxradcut object has not been created yet ");
+  if (!needs.atoms.pickup) return fail(heading, " molformfact object has not been created yet ");
+  if (!needs.atoms.base) return fail(heading, " atmfrmfactbase object has not been created yet ");
+  if (!needs.atoms.system) return fail(heading, " molsys object has not been created yet ");
+  if (needs.atoms.pickup->natom != needs.atoms.system->natom) {
+    return fail(heading, " molformfact object has not been created yet ");
+  }
+  needs.cell = qx_get_qxcell();
+  if (!qx_exist_quorix()) return failed;
+  if (!needs.cell) return fail(heading, " qxcell object has not been created yet ");
+  needs.reciprocal = qx_get_qxrecicell();
+  if (!needs.reciprocal) return fail(heading, " qxcell object has not been created yet ");
+  if (!needs.atoms.atomb) return fail(heading, " qxatomb object has not been created yet ");
+  if (!needs.table || !needs.table->values) {
+    return fail(heading, " qxexptab object has not been created yet ");
+  }
+  return ok;
+}
+
+Status find_radius(const Needs& needs, std::int32_t atom) {
+  const qx::ExpTable table = {needs.table->n, 1.0 / needs.table->h, needs.table->values};
+  qx::Gaussians terms;
+  QX_TRY(qx::iso_terms(heading, needs.atoms, atom, qx::isotropic_b(needs.atoms, atom), 1.0, terms));
+  const qx::CutoffResult result =
+      qx::cutoff_radius(terms, table, needs.cut->ecut, needs.cut->limit);
+  if (result.capped) {
+    std::printf("WARNING: atom(%s) has non-ignorable electron density contribution\n",
+                needs.atoms.system->info.type[atom]);
+    std::printf(" beyond the radius cutoff (%f).\n", needs.cut->limit);
+  }
+  needs.cut->radius[atom] = result.radius;
+  needs.cut->largest = std::max(needs.cut->largest, result.radius);
+  return ok;
+}
+
+}  // namespace
+
+Status qx_update_qxradcut() {
+  Needs needs;
+  QX_TRY(fetch(needs));
+  const std::int32_t natom = needs.atoms.system->natom;
+  QX_TRY(qx::release(needs.cut->radius));
+  needs.cut->largest = -99999.0;
+  needs.cut->radius = qx::allocate<double>(static_cast<std::size_t>(natom), "puc_radius");
+  if (!needs.cut->radius) return failed;
+  for (std::int32_t i = 0; i < natom; ++i) QX_TRY(find_radius(needs, i));
+  // Planes of the lattice are 1/a* apart, so that is what a margin is measured in.
+  const double ex = needs.cut->largest * needs.reciprocal->a;
+  const double ey = needs.cut->largest * needs.reciprocal->b;
+  const double ez = needs.cut->largest * needs.reciprocal->c;
+  return qx_define_qxboundary(ex, ey, ez, ex, ey, ez);
+}
+
+namespace {
+
+constexpr qx::SectionTexts texts = {"qx_xcut_ctrl():", " Failed to get quorix command. ",
+                                    " *** Unknow xcut task: ", " *** "};
+
+struct NoState {};
+
+Status set_threshold(double ecut) {
+  if (!(ecut > 0.0)) {
+    std::printf("Warning: ecut <= 0.0, and reset it to 0.005\n");
+    ecut = 0.005;
+  }
+  return qx_set_elec_den_rad_cutoff(ecut);
+}
+
+Status read_threshold(NoState&) {
+  const char* text = nullptr;
+  if (qx::take_rest(text) == qx::key_died) return failed;
+  double ecut = 0.0;
+  if (std::sscanf(text, "%lf", &ecut) != 1) {
+    return fail(texts.heading, "Invalid specification for ecut: %s ", text);
+  }
+  return set_threshold(ecut);
+}
+
+Status read_parameters(NoState&) {
+  double ecut = 0.0;
+  switch (qx::take_double("ecut", ecut)) {
+    case qx::found:
+      return set_threshold(ecut);
+    case qx::absent:
+      return ok;
+    default:
+      return failed;
+  }
+}
+
+Status finish(NoState&) { return ok; }
+
+constexpr qx::Command<NoState> commands[] = {
+    {"ECUT", read_threshold}, {"PARA", read_parameters}, {"XEND", finish, true}};
+
+Status run_xcut() {
+  if (!qx_exist_quorix()) return failed;
+  if (!qx_get_qxradcut()) QX_TRY(qx_new_qxradcut());
+  NoState none;
+  return qx::run_section(texts, commands, none);
+}
+
+}  // namespace
+
+Status qx_xcut_ctrl() {
+  (void)run_xcut();
+  return ok;
+}

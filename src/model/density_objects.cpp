@@ -1,0 +1,111 @@
+// Objects of the density side: exponential table, cut-off radii, the density box.
+#include "core/object.h"
+#include "core/refsys.h"
+#include "core/report.h"
+#include "core/slot.h"
+#include "model/density.h"
+#include "model/molsys.h"
+
+#include <quorix/engine.h>
+
+#include <cmath>
+
+using qx::create_in;
+using qx::fail;
+using qx::failed;
+using qx::install;
+using qx::ok;
+using qx::release;
+using qx::remove_from;
+using qx::slot;
+using qx::Status;
+
+qxexptab* qx_get_qxexptab() { return slot(qx_get_xmolsys(), &xmolsys::exptab); }
+Status qx_set_qxexptab(qxexptab* object) {
+  return install(qx_get_xmolsys(), &xmolsys::exptab, object);
+}
+qxradcut* qx_get_qxradcut() { return slot(qx_get_xmolsys(), &xmolsys::radcut); }
+Status qx_set_qxradcut(qxradcut* object) {
+  return install(qx_get_xmolsys(), &xmolsys::radcut, object);
+}
+qxelecden* qx_get_qxelecden() { return slot(qx_get_refsys(), &refsys::density); }
+Status qx_set_qxelecden(qxelecden* object) {
+  return install(qx_get_refsys(), &refsys::density, object);
+}
+
+Status qx_new_qxexptab() {
+  QX_TRY(create_in(qx_delete_qxexptab, qx_set_qxexptab, "pnx_exptab"));
+  return qx_init_qxexptab(300000, 0.0001);
+}
+Status qx_new_qxradcut() { return create_in(qx_delete_qxradcut, qx_set_qxradcut, "pnx_radcut"); }
+Status qx_new_qxelecden() {
+  return create_in(qx_delete_qxelecden, qx_set_qxelecden, "pnx_elecden");
+}
+
+Status qx_delete_qxexptab() {
+  qxexptab* table = qx_get_qxexptab();
+  if (!table) return ok;
+  QX_TRY(release(table->values));
+  return remove_from(table, qx_set_qxexptab);
+}
+
+Status qx_delete_qxradcut() {
+  qxradcut* cut = qx_get_qxradcut();
+  if (!cut) return ok;
+  QX_TRY(release(cut->radius));
+  return remove_from(cut, qx_set_qxradcut);
+}
+
+namespace {
+
+Status release_box(qxelecden* box) {
+  double*** density = box->density;
+  box->density = nullptr;
+  return xfree_3d_double(density);
+}
+
+}  // namespace
+
+Status qx_delete_qxelecden() {
+  qxelecden* box = qx_get_qxelecden();
+  if (!box) return ok;
+  QX_TRY(release_box(box));
+  return remove_from(box, qx_set_qxelecden);
+}
+
+Status qx_init_qxexptab(std::int32_t n, double h) {
+  constexpr const char* heading = "qx_init_qxexptab():";
+  qxexptab* table = qx_get_qxexptab();
+  if (!table) {
+    return qx_exist_quorix() ? fail(heading, " qxexptab object has not been created yet ") : failed;
+  }
+  if (n < 1) return fail(heading, "invalid input argument n = %d \n", n);
+  table->n = 0;
+  QX_TRY(release(table->values));
+  table->values = qx::allocate<double>(static_cast<std::size_t>(n), "pie_exp");
+  if (!table->values) return failed;
+  for (std::int32_t k = 0; k < n; ++k) table->values[k] = std::exp(-k * h);
+  table->n = n;
+  table->h = h;
+  return ok;
+}
+
+namespace {
+
+Status set_cut(const char* heading, double qxradcut::*field, double value) {
+  qxradcut* cut = qx_get_qxradcut();
+  if (!cut) {
+    return qx_exist_quorix() ? fail(heading, "qxradcut object has not been created yet.") : failed;
+  }
+  cut->*field = value;
+  return ok;
+}
+
+}  // namespace
+
+Status qx_set_elec_den_rad_cutoff(double ecut) {
+  return set_cut("qx_set_elec_den_rad_cutoff():", &qxradcut::ecut, ecut);
+}
+Status qx_set_elec_den_rad_uplimit(double limit) {
+  return set_cut("qx_set_elec_den_rad_uplimit():", &qxradcut::limit, limit);
+}

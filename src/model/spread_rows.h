@@ -1,0 +1,61 @@
+// K. The rows of the grid that lie within a sphere.
+#pragma once
+
+#include "model/spread.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qx {
+
+// First and last index whose coordinate index * step + offset lies within +-half, in [0, n).
+struct IndexRange {
+  std::int32_t first, last;
+};
+
+inline IndexRange indices_within(double half, double step, double offset, std::int32_t n) noexcept {
+  const double low = std::ceil((-half - offset) / step);
+  const double high = std::floor((half - offset) / step);
+  return {static_cast<std::int32_t>(std::clamp(low, 0.0, static_cast<double>(n))),
+          static_cast<std::int32_t>(std::clamp(high, -1.0, static_cast<double>(n - 1)))};
+}
+
+// A row: coordinates relative to the centre, x = ix * ax + x_offset, in Angstrom.
+struct SphereRow {
+  std::int32_t plane, iz, iy;
+  IndexRange ix;
+  double x_offset, y, z;
+};
+
+// Calls layer(z, y_offset) for each plane that cuts the sphere, y = iy * by + y_offset, and
+// row(SphereRow) for each of its rows.
+template <class Layer, class Row>
+void for_each_row(const SpreadGrid& grid, const double centre[3], double radius, Layer layer,
+                  Row row) noexcept {
+  const double gx = centre[0] * grid.nx;
+  const double gy = centre[1] * grid.ny;
+  const double gz = centre[2] * grid.nz;
+  const double radius_squared = radius * radius;
+  const IndexRange planes =
+      indices_within(radius, grid.cz * grid.z_step, (grid.z_first - gz) * grid.cz, grid.nplanes);
+  for (std::int32_t plane = planes.first; plane <= planes.last; ++plane) {
+    const std::int32_t iz = grid.z_first + plane * grid.z_step;
+    const double dz = iz - gz;
+    const double z = dz * grid.cz;
+    const double rest = radius_squared - z * z;
+    if (rest < 0.0) continue;
+    const double y_offset = dz * grid.cy - gy * grid.by;
+    layer(z, y_offset);
+    const IndexRange rows = indices_within(std::sqrt(rest), grid.by, y_offset, grid.ny);
+    for (std::int32_t iy = rows.first; iy <= rows.last; ++iy) {
+      const double y = iy * grid.by + y_offset;
+      const double half_squared = rest - y * y;
+      if (half_squared < 0.0) continue;
+      const double x_offset = (iy - gy) * grid.bx + dz * grid.cx - gx * grid.ax;
+      const IndexRange ix = indices_within(std::sqrt(half_squared), grid.ax, x_offset, grid.nx);
+      if (ix.first <= ix.last) row(SphereRow{plane, iz, iy, ix, x_offset, y, z});
+    }
+  }
+}
+
+}  // namespace qx
