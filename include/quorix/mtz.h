@@ -44,8 +44,8 @@ QX_API qx::Status qx_get_mtz_cry_ds_pos(const char* crystal, const char* dataset
 // Position (from 0, -1 when absent) of the column that `name` means, as in a coid list.
 QX_API qx::Status qx_get_mtz_col_pos(const qxmtz* mtz, const char* name, std::int32_t* position);
 // Positions (from 1, 0 when absent) of up to five labels, counted over the whole file.
-QX_API void qx_get_mtz_col_order(const qxmtz* mtz, std::int32_t nwanted,
-                                 const char* const* labels, std::int32_t* order);
+QX_API void qx_get_mtz_col_order(const qxmtz* mtz, std::int32_t nwanted, const char* const* labels,
+                                 std::int32_t* order);
 
 // A new MTZ object with the columns of `refdata`: H, K, L and each column number n (1-40) for which
 // labels[n] is not null (a null `labels`: every column under its own word). The caller owns it.

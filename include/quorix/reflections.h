@@ -94,11 +94,8 @@ QX_API std::int32_t qx_get_reflection_view(qx_reflection_view* view);
 // Reads the rest of a `read refl` command into `refdata`, which may stand outside the container.
 // `mode` is 0. The data set is built later, by a checker or qx_build_qxrefdata.
 QX_API qx::Status qx_read_refdata_ctrl(qxrefdata* refdata, std::int32_t mode);
-// Carries out the rest of a `write refl` command. Not 0 after a report; a file that could not be
-// written leaves the engine standing.
-QX_API std::int32_t qx_write_refdata_ctrl();
-
-// Handles `write refl`: format word, file, optional coid list.
+// Carries out the rest of a `write refl` command: format word, file, optional coid list. A file
+// that could not be written is reported and gives `failed`, but leaves the engine standing.
 QX_API qx::Status qx_write_refdata_ctrl();
 
 }  // extern "C"

@@ -118,7 +118,7 @@ Status qx_get_col_based_coid(const qxrefdata* refdata, std::int32_t number, std:
   *values = nullptr;
   if (number < 1 || number > qx::coid_count) {
     return qx::fail("qx_get_col_based_coid():", "Invalid coid number: %d \nWrong array pointed",
-                number);
+                    number);
   }
   const qx::Column& column = qx::columns()[number - 1];
   if (column.indices) *indices = refdata->*column.indices;

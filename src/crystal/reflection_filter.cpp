@@ -70,10 +70,10 @@ double rms_of_measured(const float* values, std::size_t count, float missing) no
 std::size_t select_reflections(const Candidates& input, const RejectionRules& rules,
                                std::int32_t* kept) noexcept {
   const float* minimum_of = rules.amplitude_minimum > 0 ? input.amplitude.values : nullptr;
-  const Outliers amplitude(input.amplitude, input.count, rules.amplitude_sigma,
-                           rules.amplitude_rms, input.missing);
-  const Outliers intensity(input.intensity, input.count, rules.intensity_sigma,
-                           rules.intensity_rms, input.missing);
+  const Outliers amplitude(input.amplitude, input.count, rules.amplitude_sigma, rules.amplitude_rms,
+                           input.missing);
+  const Outliers intensity(input.intensity, input.count, rules.intensity_sigma, rules.intensity_rms,
+                           input.missing);
   const double high = rules.d_high * (1 - slack);
   const double low = rules.d_low * (1 + slack);
   std::size_t nkept = 0;

@@ -12,9 +12,7 @@ using qx::Status;
 
 namespace qx {
 
-void copy_text(MtzText& to, const char* from) noexcept {
-  std::snprintf(to, sizeof to, "%s", from);
-}
+void copy_text(MtzText& to, const char* from) noexcept { std::snprintf(to, sizeof to, "%s", from); }
 
 std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept {
   for (std::int32_t i = 0; i < mtz.datasets.count; ++i) {

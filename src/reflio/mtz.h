@@ -98,7 +98,7 @@ struct qxmtz {
   std::int32_t spacegroup_number = 0;
   qx::MtzText spacegroup_name = {};
   qx::MtzText point_group = {};
-  double resolution[2] = {};  // 1/d^2, smallest and largest
+  double resolution[2] = {};                                // 1/d^2, smallest and largest
   float missing = std::numeric_limits<float>::quiet_NaN();  // marker besides NaN
   std::int32_t nhistory_declared = 0;
   qx::MtzList<qx::MtzLine> symops;

@@ -57,7 +57,8 @@ namespace {
 
 constexpr const char* heading = "qx_read_refdata_mtz_file():";
 constexpr std::int64_t data_start = 80;
-constexpr std::size_t block_values = 65536;  // of the row buffer: it stays in the second-level cache
+constexpr std::size_t block_values =
+    65536;  // of the row buffer: it stays in the second-level cache
 
 struct Source {
   std::FILE* stream;
@@ -154,9 +155,7 @@ bool is_end(const qx::MtzTokens& tokens) {
 
 bool known_version(const qxmtz& mtz) { return std::strcmp(mtz.version, "MTZ:V1.1") == 0; }
 
-Status unknown_version() {
-  return fail(heading, "Quorix Only supports MTZ:V1.1 mtz file ");
-}
+Status unknown_version() { return fail(heading, "Quorix Only supports MTZ:V1.1 mtz file "); }
 
 // `more` tells whether history and batches may follow.
 Status read_main_header(const Source& source, qxmtz& mtz, qx::HeaderPass pass, bool& more) {

@@ -237,7 +237,8 @@ Status dcell(qxmtz& mtz, const MtzTokens& t) {
   std::int32_t id = 0;
   double values[6];
   if (t.count < 8) return record_fault("Not a valid format on DCEL line ", t);
-  if (!read_number(t.token[1], id)) return record_fault("Failed to get dcell ID from DCEL line ", t);
+  if (!read_number(t.token[1], id))
+    return record_fault("Failed to get dcell ID from DCEL line ", t);
   if (!read_numbers(t, 2, 6, values)) {
     return record_fault("Failed get cell data from DCEL line ", t);
   }
@@ -269,14 +270,14 @@ struct Row {
 };
 
 constexpr Row rows[] = {
-    {"NCOL", HeaderPass::counts, ncol},     {"NDIF", HeaderPass::counts, ndif},
-    {"SYMI", HeaderPass::counts, syminf},   {"VERS", HeaderPass::contents, version},
-    {"TITL", HeaderPass::contents, title},  {"CELL", HeaderPass::contents, cell},
-    {"SORT", HeaderPass::contents, sort},   {"SYMM", HeaderPass::contents, symm},
-    {"RESO", HeaderPass::contents, reso},   {"VALM", HeaderPass::contents, valm},
-    {"COLU", HeaderPass::contents, colu},   {"PROJ", HeaderPass::contents, project},
+    {"NCOL", HeaderPass::counts, ncol},      {"NDIF", HeaderPass::counts, ndif},
+    {"SYMI", HeaderPass::counts, syminf},    {"VERS", HeaderPass::contents, version},
+    {"TITL", HeaderPass::contents, title},   {"CELL", HeaderPass::contents, cell},
+    {"SORT", HeaderPass::contents, sort},    {"SYMM", HeaderPass::contents, symm},
+    {"RESO", HeaderPass::contents, reso},    {"VALM", HeaderPass::contents, valm},
+    {"COLU", HeaderPass::contents, colu},    {"PROJ", HeaderPass::contents, project},
     {"CRYS", HeaderPass::contents, crystal}, {"DATA", HeaderPass::contents, data},
-    {"DCEL", HeaderPass::contents, dcell},  {"DWAV", HeaderPass::contents, dwave},
+    {"DCEL", HeaderPass::contents, dcell},   {"DWAV", HeaderPass::contents, dwave},
 };
 
 }  // namespace
