@@ -12,7 +12,7 @@ std::uint32_t bits(float value) {
   return word;
 }
 
-std::string number(std::size_t value) { return " " + std::to_string(value); }
+std::string number(std::size_t value) { return std::string(1, ' ').append(std::to_string(value)); }
 
 }  // namespace
 
@@ -94,7 +94,8 @@ std::string MtzMaker::trailer() const {
 
 std::string MtzMaker::bytes() const {
   const auto location = static_cast<std::uint32_t>(header_start() / 4 + 1);
-  std::string text = "MTZ " + word(wide_location ? 0xffffffffU : location);
+  std::string text = "MTZ ";
+  text += word(wide_location ? 0xffffffffU : location);
   text += big_endian ? std::string("\x11\x11\0\0", 4) : std::string("\x44\x41\0\0", 4);
   if (wide_location) text += big_endian ? word(0) + word(location) : word(location) + word(0);
   text.resize(80, '\0');
