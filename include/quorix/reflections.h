@@ -79,18 +79,6 @@ QX_API qx::Status qx_set_hklmax();
 QX_API qx::Status qx_set_refl_reject_info(std::int32_t n, std::int32_t nrejected,
                                           const std::int32_t* indices, qxrefdata* refdata);
 
-// A read-only look at the container's data set, valid until it is built again or deleted. Absent
-// columns are null.
-struct qx_reflection_view {
-  std::int32_t count;
-  const std::int32_t *h, *k, *l;
-  const double* s_length;     // 1/d
-  const std::int16_t* flags;  // free-set flags, -1 where missing
-  std::int32_t format;        // 0 none, 1 MTZ, 2 HKL, 3 CNS, 4 scalepack, 5 d*TREK, 6 mmCIF
-};
-// 1 and the view filled, or 0 without any report when there is no data set.
-QX_API std::int32_t qx_get_reflection_view(qx_reflection_view* view);
-
 // Reads the rest of a `read refl` command into `refdata`, which may stand outside the container.
 // `mode` is 0. The data set is built later, by a checker or qx_build_qxrefdata.
 QX_API qx::Status qx_read_refdata_ctrl(qxrefdata* refdata, std::int32_t mode);

@@ -10,6 +10,7 @@
 #include "crystal/crystal.h"
 #include "crystal/reflection_filter.h"
 
+#include <quorix/reflection_view.h>
 #include <quorix/spacegroup.h>
 
 #include <algorithm>
@@ -224,7 +225,6 @@ std::int32_t qx_get_reflection_view(qx_reflection_view* view) {
   const refsys* system = quorix ? quorix->reflections : nullptr;
   const qxrefdata* refdata = system && system->crystal ? system->crystal->refdata : nullptr;
   if (!refdata) return 0;
-  *view = {refdata->nreflections, refdata->h,    refdata->k,     refdata->l,
-           refdata->s_length,     refdata->test, refdata->format};
+  *view = {refdata->nreflections, refdata->s_length, refdata->test, refdata->format};
   return 1;
 }
