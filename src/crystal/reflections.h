@@ -31,6 +31,9 @@ struct qxrefdata {
   char* crystal_name = nullptr;
   char* project_name = nullptr;
   char* dataset_name = nullptr;
+  bool crystal_from_file = false;  // names that a user did not give follow the file
+  bool project_from_file = false;
+  bool dataset_from_file = false;
   char* selected[qx::coid_count + 1] = {};  // file label chosen for each identifier, from 1
   std::int32_t nreflections = 0;
   std::int32_t* h = nullptr;
@@ -75,12 +78,25 @@ struct qxrefdata {
   float* batch = nullptr;
   float* weight = nullptr;
   std::int32_t hmax = 0, kmax = 0, lmax = 0;  // largest |h|, |k|, |l|
-  std::int32_t ninput = 0;          // reflections of the file; length of `rejected`
-  std::int16_t* rejected = nullptr;  // per reflection of the file, 1 = rejected
+  std::int32_t ninput = 0;                    // reflections of the file; length of `rejected`
+  std::int16_t* rejected = nullptr;           // per reflection of the file, 1 = rejected
   std::int16_t* centric = nullptr;
   std::int32_t* epsilon = nullptr;
-  double (*s)[3] = nullptr;      // (h a*, k b*, l c*), 1/Angstrom
-  double* s_length = nullptr;    // |s| = 1/d
+  double (*s)[3] = nullptr;            // (h a*, k b*, l c*), 1/Angstrom
+  double* s_length = nullptr;          // |s| = 1/d
   double s_max = 1e10, s_min = -1e10;  // Kept: the limits stand the wrong way round until filled
-  std::int16_t friedel_flag = 0;  // 0: each reflection stands for its Friedel opposite as well
+  std::int16_t friedel_flag = 0;       // 0: each reflection stands for its Friedel opposite as well
 };
+
+namespace qx {
+
+// Releases the reader objects and forgets the format and the chosen columns.
+Status forget_file(qxrefdata& refdata);
+
+// Gives back every array that a build fills or a checker derives.
+Status clear_reflections(qxrefdata& refdata);
+
+// Moves `text` into the field, or a copy of it; the old text goes.
+Status replace_text(char*& field, const char* text, const char* tag);
+
+}  // namespace qx

@@ -1,0 +1,116 @@
+// Filling the data set from the file that was read: choice of the format's builder, and the checker
+// that completes what the builder left.
+#include "core/report.h"
+#include "core/tagged.h"
+#include "crystal/crystal.h"
+#include "crystal/reflections.h"
+
+#include <quorix/engine.h>
+#include <quorix/mtz.h>
+
+#include <algorithm>
+#include <cstdio>
+
+using qx::fail;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+using Builder = Status (*)(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply);
+
+struct FormatBuilder {
+  qx::ReflectionFormat format;
+  Builder build;
+};
+
+constexpr FormatBuilder builders[] = {
+    {qx::mtz_format, qx_build_qxrefdata_mtz},
+    {qx::hkl_format, qx_build_qxrefdata_hkl},
+    {qx::cns_format, qx_build_qxrefdata_cns},
+    {qx::scalepack_format, qx_build_qxrefdata_scalepack},
+    {qx::dtrek_format, qx_build_qxrefdata_dtrek},
+    {qx::mmcif_format, qx_build_qxrefdata_mmcif},
+};
+
+Status not_built(const char* heading, const char* format) {
+  return fail(heading, "Reading of %s reflection files has not been built yet. ", format);
+}
+
+Status set_weights(qxrefdata& refdata) {
+  if (refdata.weight) return ok;
+  const auto n = static_cast<std::size_t>(refdata.nreflections);
+  refdata.weight = qx::allocate<float>(n, "prpc_rw");
+  if (!refdata.weight) return failed;
+  std::fill_n(refdata.weight, n, 1.0F);
+  return ok;
+}
+
+// The engine works with the limits of what was measured where the user asked for more.
+Status narrow_limits(const qxrefdata& refdata, qxresol& resol) {
+  resol.high = std::max(resol.high, 1.0 / refdata.s_max);
+  resol.low = std::min(resol.low, 1.0 / refdata.s_min);
+  QX_TRY(qx_set_hv_high_res(resol.high));
+  QX_TRY(qx_set_hv_low_res(resol.low));
+  std::printf("High resolution : %8.3f\n", resol.high);
+  std::printf("Low resolution  : %8.3f\n", resol.low);
+  return ok;
+}
+
+}  // namespace
+
+Status qx::forget_file(qxrefdata& refdata) {
+  refdata.format = no_format;
+  QX_TRY(qx_delete_refdata_mtz_obj(&refdata));
+  for (char*& label : refdata.selected) QX_TRY(release(label));
+  if (refdata.crystal_from_file) QX_TRY(release(refdata.crystal_name));
+  if (refdata.project_from_file) QX_TRY(release(refdata.project_name));
+  if (refdata.dataset_from_file) QX_TRY(release(refdata.dataset_name));
+  return ok;
+}
+
+Status qx_build_qxrefdata_hkl(qxrefdata*, const qxrefreject*, std::int32_t) {
+  return not_built("qx_build_qxrefdata_hkl():", "HKL");
+}
+Status qx_build_qxrefdata_cns(qxrefdata*, const qxrefreject*, std::int32_t) {
+  return not_built("qx_build_qxrefdata_cns():", "CNS");
+}
+Status qx_build_qxrefdata_scalepack(qxrefdata*, const qxrefreject*, std::int32_t) {
+  return not_built("qx_build_qxrefdata_scalepack():", "scalepack");
+}
+Status qx_build_qxrefdata_dtrek(qxrefdata*, const qxrefreject*, std::int32_t) {
+  return not_built("qx_build_qxrefdata_dtrek():", "d*trek");
+}
+Status qx_build_qxrefdata_mmcif(qxrefdata*, const qxrefreject*, std::int32_t) {
+  return not_built("qx_build_qxrefdata_mmcif():", "mmCIF");
+}
+
+Status qx_build_qxrefdata(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply) {
+  constexpr const char* heading = "qx_build_qxrefdata():";
+  if (!refdata) return fail(heading, "reflection data object has not been created yet ");
+  if (!reject) return fail(heading, "qxrefreject has not been created yet");
+  for (const FormatBuilder& row : builders) {
+    if (row.format == refdata->format) return row.build(refdata, reject, apply);
+  }
+  return ok;  // no file was read
+}
+
+Status qx_run_qxrefdata_checker() {
+  // Kept: the heading names another routine.
+  constexpr const char* heading = " qx_assign_qxrefdata_ptrs():";
+  qxrefdata* refdata = qx_get_qxrefdata();
+  if (!refdata) return fail(heading, "reflection data object has not been created yet ");
+  qxresol* resol = qx_get_qxresol();
+  if (!resol) return fail(heading, "qxresol has not been created yet.");
+  const qxrefreject* reject = qx_get_qxrefreject();
+  if (!reject) return fail(heading, "qxrefreject has not been created yet");
+  QX_TRY(qx_build_qxrefdata(refdata, reject, 1));
+  if (refdata->nreflections < 1) return ok;
+  QX_TRY(set_weights(*refdata));
+  QX_TRY(qx_set_centric());
+  QX_TRY(qx_set_epsilon());
+  QX_TRY(qx_set_hklmax());
+  QX_TRY(qx_set_refdata_s());
+  return narrow_limits(*refdata, *resol);
+}

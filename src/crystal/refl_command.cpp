@@ -1,0 +1,175 @@
+// The commands `read refl` and `write refl`: format word, file, column assignments.
+#include "core/command.h"
+#include "core/report.h"
+#include "core/tagged.h"
+#include "crystal/columns.h"
+#include "crystal/reflections.h"
+
+#include <quorix/mtz.h>
+
+#include <cstdlib>
+#include <cstring>
+
+using qx::fail;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+// A text that outlives a die, so that the reports after one can still name the file.
+class PlainText {
+ public:
+  explicit PlainText(const char* text) : text_(strdup(text)) {}
+  PlainText(const PlainText&) = delete;
+  PlainText& operator=(const PlainText&) = delete;
+  ~PlainText() { std::free(text_); }
+  [[nodiscard]] const char* get() const { return text_ ? text_ : ""; }
+
+ private:
+  char* text_;
+};
+
+struct Format {
+  const char* word;  // three letters
+  qx::ReflectionFormat code;
+  const char* name;  // as reports say it
+};
+
+constexpr Format formats[] = {
+    {"MTZ", qx::mtz_format, "MTZ"},
+    {"HKL", qx::hkl_format, "HKL"},
+    {"CNS", qx::cns_format, "CNS"},
+    {"DTR", qx::dtrek_format, "d*trek"},
+    {"SCA", qx::scalepack_format, "scalepack"},
+    {"CIF", qx::mmcif_format, "mmCIF"},
+    {"MMC", qx::mmcif_format, "mmCIF"},
+};
+
+Status take_format(const char* heading, const Format*& format) {
+  char word[5];
+  do {
+    QX_TRY(qx::next_short_word(word));
+  } while (qx::begins_with(word, "REFL"));
+  if (word[0] == '\0') return fail(heading, " Failed to get reflection data type. ");
+  for (const Format& row : formats) {
+    if (std::strncmp(word, row.word, 3) == 0) {
+      format = &row;
+      return ok;
+    }
+  }
+  return fail(heading, " Unknow reflection data type %s. \n", word);
+}
+
+Status take_file(const char* heading, const char*& name) {
+  const qx::Key key = qx::take_value("file", name);
+  if (key == qx::found && *name) return ok;
+  return key == qx::key_died ? failed : fail(heading, " Failed to get reflection data file name. ");
+}
+
+const char* skip_blanks(const char* at) {
+  while (*at == ' ') ++at;
+  return at;
+}
+
+using Labels = qx::Tagged<char>[qx::coid_count + 1];
+
+Status keep_label(const char* name, std::size_t length, qx::Tagged<char>& label) {
+  qx::Tagged<char> copy(length + 1, "prrc_lab");
+  if (!copy) return failed;
+  std::memcpy(copy.get(), name, length);
+  copy[length] = '\0';
+  label = std::move(copy);
+  return ok;
+}
+
+// "FOBS=F SIGF = SIGF TEST": labels by identifier, empty where no name follows.
+Status parse_coids(const char* heading, const char* text, Labels& labels) {
+  for (const char* at = skip_blanks(text); *at; at = skip_blanks(at)) {
+    const std::size_t length = std::strcspn(at, " =");
+    const qx::Column* column = qx::find_column(at, length);
+    if (!column) {
+      return fail(heading, " Invalid COID value: %.*s \n", static_cast<int>(length), at);
+    }
+    at = skip_blanks(at + length);
+    std::size_t name_length = 0;
+    if (*at == '=') {
+      at = skip_blanks(at + 1);
+      name_length = std::strcspn(at, " ");
+    }
+    QX_TRY(keep_label(at, name_length, labels[column->number]));
+    at += name_length;
+  }
+  return ok;
+}
+
+// A reader has reported: add the line that names the file.
+Status file_failed(const char* heading, const Format& format, const char* name) {
+  if (format.code == qx::mmcif_format) return failed;
+  return fail(heading, " Failed to read %s file %s. \n", format.name, name);
+}
+
+Status read_file(const char* heading, const Format& format, qxrefdata& refdata, const char* name) {
+  QX_TRY(qx::forget_file(refdata));
+  if (format.code == qx::mtz_format) {
+    if (qx_read_refdata_mtz_file_obj(&refdata, name) == ok) return ok;
+  } else {
+    (void)fail(heading, "Reading of %s reflection files has not been built yet. ", format.name);
+  }
+  return file_failed(heading, format, name);
+}
+
+Status write_file(const char* name, const qxrefdata& refdata, const Labels* labels) {
+  const char* wanted[qx::coid_count + 1] = {};
+  for (int i = 1; labels && i <= qx::coid_count; ++i) wanted[i] = (*labels)[i].get();
+  qxmtz* mtz = qx_make_mtz_obj(&refdata, labels ? wanted : nullptr);
+  if (!mtz) return failed;
+  const auto epoch = qx::memory_epoch();
+  const bool written = qx_write_refdata_mtz_file(name, mtz) == 0;
+  if (qx::memory_epoch() != epoch) return failed;
+  QX_TRY(qx_delete_mtz_obj(mtz));
+  return written ? ok : failed;
+}
+
+}  // namespace
+
+Status qx_read_refdata_ctrl(qxrefdata* refdata, std::int32_t /*mode*/) {
+  constexpr const char* heading = "qx_read_refdata_ctrl():";
+  if (!refdata) return fail(heading, " qxrefdata object has not been created yet ");
+  const Format* format = nullptr;
+  QX_TRY(take_format(heading, format));
+  const char* text = nullptr;
+  QX_TRY(take_file(heading, text));
+  const PlainText name(text);
+  QX_TRY(read_file(heading, *format, *refdata, name.get()));
+  const qx::Key key = qx::take_end("coid", text);
+  if (key != qx::found) {
+    return key == qx::key_died ? failed : fail(heading, " Failed to get COID values. ");
+  }
+  Labels labels;
+  QX_TRY(parse_coids(heading, text, labels));
+  for (int i = 1; i <= qx::coid_count; ++i) refdata->selected[i] = labels[i].release();
+  refdata->format = format->code;
+  return ok;
+}
+
+Status qx_write_refdata_ctrl() {
+  constexpr const char* heading = "qx_write_refdata_ctrl():";
+  const qxrefdata* refdata = qx_get_qxrefdata();
+  if (!refdata) return fail(heading, " qxrefdata object has not been created yet ");
+  const Format* format = nullptr;
+  QX_TRY(take_format(heading, format));
+  const char* text = nullptr;
+  QX_TRY(take_file(heading, text));
+  const PlainText name(text);
+  if (refdata->nreflections < 1) return fail(heading, "There are no reflections to write. ");
+  if (format->code != qx::mtz_format) {
+    return fail(heading, "Writing of %s reflection files has not been built yet. ", format->name);
+  }
+  const qx::Key key = qx::take_end("coid", text);
+  if (key == qx::key_died) return failed;
+  if (key == qx::absent) return write_file(name.get(), *refdata, nullptr);
+  Labels labels;
+  QX_TRY(parse_coids(heading, text, labels));
+  return write_file(name.get(), *refdata, &labels);
+}

@@ -1,0 +1,94 @@
+#include "crystal/reflection_filter.h"
+
+#include <cmath>
+
+namespace qx {
+
+namespace {
+
+// A second check must not lose the extreme reflection to whose d the first narrowed the limits.
+constexpr double slack = 1e-9;
+
+// Smaller sigmas say nothing about the error.
+constexpr double least_sigma = 1e-5;
+
+double known(float value, float missing) noexcept {
+  return std::isfinite(value) && value != missing ? static_cast<double>(value) : 0.0;
+}
+
+// The two statistical rules for amplitudes or intensities.
+struct Outliers {
+  const float* values = nullptr;
+  const float* sigmas = nullptr;
+  double sigma_cut = 0;
+  double largest = INFINITY;
+  float missing = 0;
+
+  Outliers(const Measured& column, std::size_t count, double by_sigma, double by_rms, float marker)
+      : values(column.values), missing(marker) {
+    if (!values) return;
+    if (by_sigma > 0) {
+      sigmas = column.sigmas;
+      sigma_cut = by_sigma;
+    }
+    if (by_rms > 0) largest = by_rms * rms_of_measured(values, count, marker);
+  }
+
+  [[nodiscard]] bool reject(std::size_t i) const noexcept {
+    if (!values) return false;
+    const double value = known(values[i], missing);
+    if (sigmas) {
+      const double sigma = known(sigmas[i], missing);
+      if (std::abs(sigma) > least_sigma && std::abs(value / sigma) < sigma_cut) return true;
+    }
+    return std::abs(value) > largest;
+  }
+};
+
+}  // namespace
+
+double reflection_resolution(std::int32_t h, std::int32_t k, std::int32_t l,
+                             const double* m) noexcept {
+  const double sx = h * m[0] + k * m[3] + l * m[6];
+  const double sy = h * m[1] + k * m[4] + l * m[7];
+  const double sz = h * m[2] + k * m[5] + l * m[8];
+  return 1.0 / std::sqrt(sx * sx + sy * sy + sz * sz);
+}
+
+double rms_of_measured(const float* values, std::size_t count, float missing) noexcept {
+  double sum = 0;
+  std::size_t n = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const double value = static_cast<double>(values[i]);
+    if (!std::isfinite(value) || values[i] == missing) continue;
+    sum += value * value;
+    ++n;
+  }
+  return n > 0 ? std::sqrt(sum / static_cast<double>(n)) : 0.0;
+}
+
+std::size_t select_reflections(const Candidates& input, const RejectionRules& rules,
+                               std::int32_t* kept) noexcept {
+  const float* minimum_of = rules.amplitude_minimum > 0 ? input.amplitude.values : nullptr;
+  const Outliers amplitude(input.amplitude, input.count, rules.amplitude_sigma, rules.amplitude_rms,
+                           input.missing);
+  const Outliers intensity(input.intensity, input.count, rules.intensity_sigma, rules.intensity_rms,
+                           input.missing);
+  const double high = rules.d_high * (1 - slack);
+  const double low = rules.d_low * (1 + slack);
+  std::size_t nkept = 0;
+  for (std::size_t i = 0; i < input.count; ++i) {
+    if (minimum_of && known(minimum_of[i], input.missing) < rules.amplitude_minimum) continue;
+    const std::int32_t h = input.h[i];
+    const std::int32_t k = input.k[i];
+    const std::int32_t l = input.l[i];
+    if (h == 0 && k == 0 && l == 0) continue;
+    const double d = reflection_resolution(h, k, l, rules.orth2frac);
+    if (!(d >= high && d <= low)) continue;
+    if (amplitude.reject(i) || intensity.reject(i)) continue;
+    kept[nkept++] = static_cast<std::int32_t>(i);
+  }
+  return nkept;
+}
+
+}  // namespace qx

@@ -1,0 +1,121 @@
+#include "reflio/mtz.h"
+
+#include "crystal/reflections.h"
+
+#include <cmath>
+#include <cstdio>
+
+using qx::fail;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+namespace qx {
+
+void copy_text(MtzText& to, const char* from) noexcept { std::snprintf(to, sizeof to, "%s", from); }
+
+std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept {
+  for (std::int32_t i = 0; i < mtz.datasets.count; ++i) {
+    if (mtz.datasets[i].id == id) return i;
+  }
+  return -1;
+}
+
+namespace {
+
+void print_columns(const qxmtz& mtz) {
+  std::printf("number of columns: %d\n", mtz.columns.count);
+  for (const MtzColumn& column : mtz.columns) {
+    std::printf("  %-30s %c %15.4f %15.4f %4d\n", column.label, column.type, column.minimum,
+                column.maximum, column.dataset_id);
+  }
+}
+
+void print_datasets(const qxmtz& mtz) {
+  std::printf("number of data sets: %d\n", mtz.datasets.count);
+  for (const MtzDataset& set : mtz.datasets) {
+    std::printf("  %4d project: %s crystal: %s data set: %s\n", set.id, set.project, set.crystal,
+                set.name);
+    std::printf("       cell: %.4f %.4f %.4f %.4f %.4f %.4f wavelength: %.5f\n", set.cell[0],
+                set.cell[1], set.cell[2], set.cell[3], set.cell[4], set.cell[5], set.wavelength);
+  }
+}
+
+}  // namespace
+
+void print_mtz(const qxmtz& mtz) {
+  std::printf("version: %s\ntitle: %s\n", mtz.version, mtz.title);
+  std::printf("number of reflections: %d\n", mtz.nreflections);
+  std::printf("number of batches: %d\n", mtz.batches.count);
+  if (mtz.has_cell) {
+    std::printf("cell: %.4f %.4f %.4f %.4f %.4f %.4f\n", mtz.cell[0], mtz.cell[1], mtz.cell[2],
+                mtz.cell[3], mtz.cell[4], mtz.cell[5]);
+  }
+  std::printf("sort order: %d %d %d %d %d\n", mtz.sort[0], mtz.sort[1], mtz.sort[2], mtz.sort[3],
+              mtz.sort[4]);
+  std::printf("space group: %d %s %s, lattice %c, %d operators, %d of them primitive\n",
+              mtz.spacegroup_number, mtz.spacegroup_name, mtz.point_group, mtz.lattice,
+              mtz.symops.count, mtz.nprimitive);
+  for (const MtzLine& line : mtz.symops) std::printf("  %s\n", line.text);
+  if (std::isnan(mtz.missing)) {
+    std::printf("missing values: NAN\n");
+  } else {
+    std::printf("missing values: %15.4f\n", static_cast<double>(mtz.missing));
+  }
+  print_columns(mtz);
+  print_datasets(mtz);
+  for (const MtzLine& line : mtz.history) std::printf("history: %s\n", line.text);
+}
+
+}  // namespace qx
+
+Status qx_new_refdata_mtz_obj(qxrefdata* refdata) {
+  QX_TRY(qx_delete_refdata_mtz_obj(refdata));
+  refdata->mtz = qx::new_object<qxmtz>("pnrm_md");
+  return refdata->mtz ? ok : failed;
+}
+
+Status qx_delete_refdata_mtz_obj(qxrefdata* refdata) {
+  qxmtz* mtz = std::exchange(refdata->mtz, nullptr);
+  return mtz ? qx_delete_mtz_obj(mtz) : ok;
+}
+
+Status qx_delete_mtz_obj(qxmtz* mtz) {
+  for (qx::MtzColumn& column : mtz->columns) QX_TRY(qx::release(column.values));
+  for (qx::MtzBatch& batch : mtz->batches) {
+    QX_TRY(qx::release(batch.integers));
+    QX_TRY(qx::release(batch.reals));
+  }
+  QX_TRY(qx::release(mtz->path));
+  QX_TRY(qx::release(mtz->symops.items));
+  QX_TRY(qx::release(mtz->datasets.items));
+  QX_TRY(qx::release(mtz->columns.items));
+  QX_TRY(qx::release(mtz->history.items));
+  QX_TRY(qx::release(mtz->batches.items));
+  return xfree(mtz);
+}
+
+Status qx_new_refdata_mtz() {
+  qxrefdata* refdata = qx_get_qxrefdata();
+  if (!refdata) {
+    return fail("qx_new_refdata_mtz():", "refdata object has not been created yet ");
+  }
+  return qx_new_refdata_mtz_obj(refdata);
+}
+
+Status qx_delete_refdata_mtz() {
+  qxrefdata* refdata = qx_get_qxrefdata();
+  if (!refdata) {
+    return fail("qx_delete_refdata_mtz():", "refdata object has not been created yet ");
+  }
+  return qx_delete_refdata_mtz_obj(refdata);
+}
+
+void qx_print_refdata_mtz() {
+  const qxmtz* mtz = qx_get_refdata_mtz();
+  if (!mtz) {
+    (void)fail("qx_print_refdata_mtz():", "mtzdata object has not been created yet");
+    return;
+  }
+  qx::print_mtz(*mtz);
+}

@@ -1,0 +1,125 @@
+// The MTZ object: everything that a file says, all columns included. Texts keep the length of a
+// header record.
+#pragma once
+
+#include "core/report.h"
+#include "core/tagged.h"
+
+#include <quorix/mtz.h>
+
+#include <limits>
+
+namespace qx {
+
+inline constexpr std::size_t mtz_record_size = 80;
+using MtzText = char[mtz_record_size + 1];
+
+// One data set with the crystal and the project it belongs to.
+struct MtzDataset {
+  std::int32_t id = 0;
+  MtzText project = {};
+  MtzText crystal = {};
+  MtzText name = {};
+  double cell[6] = {};
+  double wavelength = 0.0;
+};
+
+struct MtzColumn {
+  MtzText label = {};
+  char type = 'R';
+  double minimum = 0.0;
+  double maximum = 0.0;
+  std::int32_t dataset_id = 0;
+  std::int32_t extra[2] = {};  // two further integers of the record, if any
+  float* values = nullptr;
+};
+
+struct MtzBatch {
+  std::int32_t number = 0;
+  MtzText title = {};
+  MtzText axes[3] = {};
+  std::int32_t nintegers = 0;
+  std::int32_t nreals = 0;
+  std::int32_t* integers = nullptr;
+  float* reals = nullptr;
+};
+
+// An array that grows while a file is read; null while empty.
+template <class T>
+struct MtzList {
+  std::int32_t count = 0;
+  std::int32_t capacity = 0;
+  T* items = nullptr;
+
+  T& operator[](std::int32_t i) const { return items[i]; }
+  [[nodiscard]] T* begin() const { return items; }
+  [[nodiscard]] T* end() const { return items + count; }
+};
+
+// A new element with its defaults at the end; null after a report.
+template <class T>
+T* append(MtzList<T>& list, const char* tag) {
+  if (list.count == list.capacity) {
+    const std::int32_t capacity = list.capacity ? 2 * list.capacity : 8;
+    T* items = allocate<T>(static_cast<std::size_t>(capacity), tag);
+    if (!items) return nullptr;
+    if (list.count > 0) {
+      std::memcpy(static_cast<void*>(items), list.items,
+                  static_cast<std::size_t>(list.count) * sizeof(T));
+    }
+    if (release(list.items) != ok) return nullptr;
+    list.items = items;
+    list.capacity = capacity;
+  }
+  return new (&list.items[list.count++]) T{};
+}
+
+struct MtzLine {
+  MtzText text = {};
+};
+
+}  // namespace qx
+
+struct qxmtz {
+  char* path = nullptr;  // of the file that was read
+  qx::MtzText version = {};
+  qx::MtzText title = {};
+  std::int32_t nreflections = 0;
+  std::int32_t ncolumns_declared = 0;
+  std::int32_t nbatches_declared = 0;
+  std::int32_t ndatasets_declared = 0;
+  bool has_dataset_count = false;
+  bool has_cell = false;
+  double cell[6] = {};
+  std::int32_t sort[5] = {};
+  std::int32_t nsymops_declared = 0;
+  std::int32_t nprimitive = 0;
+  char lattice = 'P';
+  std::int32_t spacegroup_number = 0;
+  qx::MtzText spacegroup_name = {};
+  qx::MtzText point_group = {};
+  double resolution[2] = {};                                // 1/d^2, smallest and largest
+  float missing = std::numeric_limits<float>::quiet_NaN();  // marker besides NaN
+  std::int32_t nhistory_declared = 0;
+  qx::MtzList<qx::MtzLine> symops;
+  qx::MtzList<qx::MtzDataset> datasets;
+  qx::MtzList<qx::MtzColumn> columns;
+  qx::MtzList<qx::MtzLine> history;
+  qx::MtzList<qx::MtzBatch> batches;
+};
+
+namespace qx {
+
+// Copies what fits into a record.
+void copy_text(MtzText& to, const char* from) noexcept;
+
+// Position of the data set with this id, -1 if there is none.
+std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept;
+
+// Position of the column that `name` (label or crystal/dataset/label) means, -1 if there is none;
+// `failed` after a report of a name that cannot be one.
+Status locate_column(const qxmtz& mtz, const char* name, std::int32_t& position);
+
+void print_mtz(const qxmtz& mtz);
+
+}  // namespace qx

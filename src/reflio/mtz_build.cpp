@@ -1,0 +1,247 @@
+// From the columns of an MTZ object to the data set: choice by label, filtering, copying.
+#include "crystal/cell.h"
+#include "crystal/columns.h"
+#include "crystal/crystal.h"
+#include "crystal/reflection_filter.h"
+#include "reflio/mtz.h"
+#include "reflio/mtz_words.h"
+
+#include <quorix/engine.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+using qx::fail;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+constexpr const char* heading = "qx_build_qxrefdata_mtz():";
+constexpr float largest_index = 1048576.0F;
+
+// File columns by identifier, null where not chosen; [0] is H.
+struct Chosen {
+  const qx::MtzColumn* columns[qx::coid_count] = {};
+
+  [[nodiscard]] const float* values(std::int32_t coid) const {
+    return columns[coid - 1] ? columns[coid - 1]->values : nullptr;
+  }
+};
+
+Status choose(qxrefdata& refdata, const qxmtz& mtz, Chosen& chosen) {
+  for (const qx::Column& column : qx::columns()) {
+    char*& selected = refdata.selected[column.number];
+    const char* name = selected;
+    if (!name && column.indices) name = column.word;
+    if (!name) continue;
+    std::int32_t position = -1;
+    QX_TRY(qx::locate_column(mtz, name, position));
+    if (position >= 0) {
+      chosen.columns[column.number - 1] = &mtz.columns[position];
+    } else if (column.indices) {
+      return fail(heading, " mtz does not have \"%s\" column defined.", column.word);
+    } else {
+      std::printf(" Warning: mtz does not have \"%s\" column defined.\n", name);
+      QX_TRY(qx::release(selected));
+    }
+  }
+  return ok;
+}
+
+// Rounds the indices; false if one is no index.
+bool round_indices(const float* values, std::size_t n, std::int32_t* indices) {
+  bool good = true;
+  for (std::size_t i = 0; i < n; ++i) {
+    const float value = values[i];
+    const bool inside = std::abs(value) <= largest_index;
+    good = good && inside;
+    indices[i] = inside ? static_cast<std::int32_t>(value + (value < 0 ? -0.5F : 0.5F)) : 0;
+  }
+  return good;
+}
+
+qx::RejectionRules rules_of(const qxrefreject& reject, bool apply, const qxresol& resol,
+                            const qxcell& cell) {
+  qx::RejectionRules rules;
+  if (apply) {
+    rules.amplitude_minimum = reject.f_minimum;
+    rules.amplitude_sigma = reject.f_sigma;
+    rules.amplitude_rms = reject.f_rms;
+    rules.intensity_sigma = reject.i_sigma;
+    rules.intensity_rms = reject.i_rms;
+  }
+  rules.d_high = resol.high;
+  rules.d_low = resol.low;
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) rules.orth2frac[3 * i + j] = cell.orth2frac[4 * i + j];
+  }
+  return rules;
+}
+
+Status record_cuts(const qx::RejectionRules& rules) {
+  const double sigma = rules.amplitude_sigma > 0 ? rules.amplitude_sigma : rules.intensity_sigma;
+  const double rms = rules.amplitude_rms > 0 ? rules.amplitude_rms : rules.intensity_rms;
+  if (sigma > 0) QX_TRY(qx_set_hv_data_reject_sigma(sigma));
+  if (rms > 0) QX_TRY(qx_set_hv_data_reject_rms(rms));
+  if (rules.amplitude_minimum > 0) {
+    QX_TRY(qx_set_hv_data_reject_amplitude(rules.amplitude_minimum));
+  }
+  return ok;
+}
+
+// The kept reflections of the file, in order.
+struct Kept {
+  const std::int32_t* indices;
+  std::size_t count;
+};
+
+template <class T, class Convert>
+Status gather(T*& field, const Kept& kept, const char* tag, Convert convert) {
+  T* array = qx::allocate<T>(kept.count, tag);
+  if (!array) return failed;
+  for (std::size_t i = 0; i < kept.count; ++i) array[i] = convert(kept.indices[i]);
+  field = array;
+  return ok;
+}
+
+std::int16_t flag_of(float value, float missing) {
+  if (qx::is_missing(value, missing) || std::abs(value) > 32767.0F) return qx::missing_flag;
+  return static_cast<std::int16_t>(std::lround(value));
+}
+
+// A coefficient counts only whole: without its phase, or the phase without it, both are 0.
+const float* partner_of(const Chosen& chosen, std::int32_t coid) {
+  if (coid == qx::coid_map_coeffa) return chosen.values(qx::coid_map_coeffp);
+  if (coid == qx::coid_map_coeffp) return chosen.values(qx::coid_map_coeffa);
+  return nullptr;
+}
+
+Status copy_column(qxrefdata& refdata, const qx::Column& column, const Chosen& chosen,
+                   const Kept& kept, float missing) {
+  const float* from = chosen.values(column.number);
+  if (!from || column.indices) return ok;
+  if (column.flags) {
+    return gather(refdata.*column.flags, kept, "pbrm_test",
+                  [&](std::int32_t i) { return flag_of(from[i], missing); });
+  }
+  const float* partner = partner_of(chosen, column.number);
+  return gather(refdata.*column.values, kept, "pbrm_val", [&](std::int32_t i) {
+    const bool lost =
+        qx::is_missing(from[i], missing) || (partner && qx::is_missing(partner[i], missing));
+    return lost ? 0.0F : from[i];
+  });
+}
+
+Status report_rejected(qxrefdata& refdata, std::size_t n, const Kept& kept) {
+  const std::size_t nrejected = n - kept.count;
+  qx::Tagged<std::int32_t> rejected;
+  if (nrejected > 0) {
+    rejected = qx::Tagged<std::int32_t>(nrejected, "pbrm_rj");
+    if (!rejected) return failed;
+  }
+  std::size_t next = 0;
+  for (std::size_t i = 0, found = 0; i < n; ++i) {
+    if (next < kept.count && kept.indices[next] == static_cast<std::int32_t>(i)) {
+      ++next;
+    } else {
+      rejected[found++] = static_cast<std::int32_t>(i);
+    }
+  }
+  return qx_set_refl_reject_info(static_cast<std::int32_t>(n), static_cast<std::int32_t>(nrejected),
+                                 rejected.get(), &refdata);
+}
+
+Status print_counts(std::size_t n, std::size_t nkept) {
+  std::printf("Total number of reflections input    : %-10d \n", static_cast<int>(n));
+  std::printf("Total number of reflections used     : %-10d \n", static_cast<int>(nkept));
+  std::printf("Total number of reflections rejected : %-10d \n", static_cast<int>(n - nkept));
+  return nkept > 0 ? ok : fail(heading, " There is no reflection survived. ");
+}
+
+// Names that the user did not give come from the data set of the first chosen value.
+Status adopt_names(qxrefdata& refdata, const qxmtz& mtz, const Chosen& chosen) {
+  const qx::MtzDataset* set = nullptr;
+  for (std::int32_t i = qx::coid_l; i < qx::coid_count && !set; ++i) {
+    if (!chosen.columns[i]) continue;
+    const std::int32_t position = qx::find_dataset(mtz, chosen.columns[i]->dataset_id);
+    if (position >= 0) set = &mtz.datasets[position];
+  }
+  if (!set) return ok;
+  const auto adopt = [](char*& field, bool& from_file, const char* name) {
+    if (field && !from_file) return ok;
+    from_file = true;
+    return qx::replace_text(field, name, "psrn_name");
+  };
+  QX_TRY(adopt(refdata.crystal_name, refdata.crystal_from_file, set->crystal));
+  QX_TRY(adopt(refdata.project_name, refdata.project_from_file, set->project));
+  return adopt(refdata.dataset_name, refdata.dataset_from_file, set->name);
+}
+
+struct Indices {
+  qx::Tagged<std::int32_t> block;  // h, k, l one after another
+  std::int32_t* axis[3] = {};
+};
+
+Status read_indices(const qxmtz& mtz, const Chosen& chosen, std::size_t n, Indices& indices) {
+  indices.block = qx::Tagged<std::int32_t>(3 * n, "pbrm_hkl");
+  if (!indices.block) return failed;
+  for (std::size_t a = 0; a < 3; ++a) {
+    indices.axis[a] = indices.block.get() + a * n;
+    if (!round_indices(chosen.columns[a]->values, n, indices.axis[a])) {
+      return fail(heading, "The mtz file %s is a broken mtz format file \n", mtz.path);
+    }
+  }
+  return ok;
+}
+
+Status fill(qxrefdata& refdata, const qxmtz& mtz, const Chosen& chosen,
+            const qx::RejectionRules& rules) {
+  const auto n = static_cast<std::size_t>(mtz.nreflections);
+  if (n == 0) return print_counts(0, 0);
+  Indices indices;
+  QX_TRY(read_indices(mtz, chosen, n, indices));
+  qx::Tagged<std::int32_t> selection(n, "pbrm_keep");
+  if (!selection) return failed;
+  const qx::Candidates input = {n,
+                                indices.axis[0],
+                                indices.axis[1],
+                                indices.axis[2],
+                                {chosen.values(qx::coid_fobs), chosen.values(qx::coid_sigf)},
+                                {chosen.values(qx::coid_iobs), chosen.values(qx::coid_sigi)},
+                                mtz.missing};
+  const Kept kept = {selection.get(), qx::select_reflections(input, rules, selection.get())};
+  QX_TRY(report_rejected(refdata, n, kept));
+  QX_TRY(print_counts(n, kept.count));
+  for (const qx::Column& column : qx::columns()) {
+    if (column.indices) {
+      const std::int32_t* from = indices.axis[column.number - 1];
+      QX_TRY(gather(refdata.*column.indices, kept, "pbrm_ind",
+                    [from](std::int32_t i) { return from[i]; }));
+    } else {
+      QX_TRY(copy_column(refdata, column, chosen, kept, mtz.missing));
+    }
+  }
+  refdata.nreflections = static_cast<std::int32_t>(kept.count);
+  return ok;
+}
+
+}  // namespace
+
+Status qx_build_qxrefdata_mtz(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply) {
+  const qxmtz* mtz = refdata->mtz;
+  if (!mtz) return fail(heading, "mtzdata object has not been created yet");
+  const qxresol* resol = qx_get_qxresol();
+  if (!resol) return fail(heading, "qxresol has not been created yet.");
+  const qxcell* cell = qx_get_qxcell();
+  if (!cell) return fail(heading, "qxcell object has not been created yet ");
+  const qx::RejectionRules rules = rules_of(*reject, apply != 0, *resol, *cell);
+  Chosen chosen;
+  QX_TRY(choose(*refdata, *mtz, chosen));
+  QX_TRY(record_cuts(rules));
+  QX_TRY(qx::clear_reflections(*refdata));
+  QX_TRY(adopt_names(*refdata, *mtz, chosen));
+  return fill(*refdata, *mtz, chosen, rules);
+}

@@ -1,0 +1,197 @@
+// An MTZ object for writing, made from the data set, the cell and the space group.
+#include "crystal/cell.h"
+#include "crystal/columns.h"
+#include "crystal/spacegroup.h"
+#include "reflio/mtz.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+constexpr std::int32_t most_history = 30;  // lines that the format allows
+constexpr std::int32_t base_id = 0;        // of the data set that holds the indices
+constexpr std::int32_t data_id = 1;
+
+const char* or_else(const char* name, const char* other) { return name && *name ? name : other; }
+
+Status add_dataset(qxmtz& mtz, std::int32_t id, const char* project, const char* crystal,
+                   const char* name, double wavelength) {
+  qx::MtzDataset* set = qx::append(mtz.datasets, "pm_set");
+  if (!set) return failed;
+  set->id = id;
+  qx::copy_text(set->project, project);
+  qx::copy_text(set->crystal, crystal);
+  qx::copy_text(set->name, name);
+  std::copy_n(mtz.cell, 6, set->cell);
+  set->wavelength = wavelength;
+  return ok;
+}
+
+// The wavelength of the file's data set that the names came from.
+double wavelength_of(const qxrefdata& refdata) {
+  const qxmtz* old = refdata.mtz;
+  if (!old || !refdata.dataset_name) return 0.0;
+  for (const qx::MtzDataset& set : old->datasets) {
+    if (std::strcmp(set.name, refdata.dataset_name) == 0) return set.wavelength;
+  }
+  return 0.0;
+}
+
+Status add_datasets(qxmtz& mtz, const qxrefdata& refdata) {
+  QX_TRY(add_dataset(mtz, base_id, "HKL_base", "HKL_base", "HKL_base", 0.0));
+  return add_dataset(mtz, data_id, or_else(refdata.project_name, "Quorix"),
+                     or_else(refdata.crystal_name, "Quorix"),
+                     or_else(refdata.dataset_name, "Quorix"), wavelength_of(refdata));
+}
+
+Status add_cell(qxmtz& mtz) {
+  const qxcell* cell = qx_get_qxcell();
+  if (!cell) return qx::fail("qx_make_mtz_obj():", "qxcell object has not been created yet ");
+  const double values[6] = {cell->a, cell->b, cell->c, cell->alpha, cell->beta, cell->gamma};
+  std::copy_n(values, 6, mtz.cell);
+  mtz.has_cell = true;
+  return ok;
+}
+
+Status add_symmetry(qxmtz& mtz) {
+  const qxspg* spg = qx_get_qxspg();
+  if (!spg) return qx::fail("qx_make_mtz_obj():", " qxspg object has not been created yet ");
+  mtz.nprimitive = spg->primitive.count;
+  mtz.spacegroup_number = spg->spg_id;
+  const char* name = or_else(spg->full_name, or_else(spg->short_name, ""));
+  mtz.lattice = *name ? *name : 'P';
+  qx::copy_text(mtz.spacegroup_name, name);
+  std::snprintf(mtz.point_group, sizeof mtz.point_group, "PG%s",
+                or_else(spg->point_group_name, ""));
+  for (std::int32_t i = 0; i < spg->nops; ++i) {
+    qx::MtzLine* line = qx::append(mtz.symops, "pm_symm");
+    if (!line) return failed;
+    char text[256] = {};
+    QX_TRY(qx_get_string_oper_by_matrix(spg->ops[i], text));
+    qx::copy_text(line->text, text);
+  }
+  return ok;
+}
+
+// 1/d^2, smallest and largest.
+void add_resolution(qxmtz& mtz, const qxrefdata& refdata) {
+  if (!refdata.s_length || refdata.nreflections < 1) return;
+  const auto [least, most] =
+      std::minmax_element(refdata.s_length, refdata.s_length + refdata.nreflections);
+  mtz.resolution[0] = *least * *least;
+  mtz.resolution[1] = *most * *most;
+}
+
+float stored(const qxrefdata& refdata, const qx::Column& column, std::int32_t i) {
+  if (column.indices) return static_cast<float>((refdata.*column.indices)[i]);
+  if (column.values) return (refdata.*column.values)[i];
+  const std::int16_t flag = (refdata.*column.flags)[i];
+  return flag == qx::missing_flag ? std::numeric_limits<float>::quiet_NaN()
+                                  : static_cast<float>(flag);
+}
+
+void set_range(qx::MtzColumn& column, std::int32_t n) {
+  bool first = true;
+  for (std::int32_t i = 0; i < n; ++i) {
+    const double value = static_cast<double>(column.values[i]);
+    if (!std::isfinite(value)) continue;
+    column.minimum = first ? value : std::min(column.minimum, value);
+    column.maximum = first ? value : std::max(column.maximum, value);
+    first = false;
+  }
+}
+
+Status add_column(qxmtz& mtz, const qxrefdata& refdata, const qx::Column& from, const char* label) {
+  qx::MtzColumn* column = qx::append(mtz.columns, "pm_col");
+  if (!column) return failed;
+  qx::copy_text(column->label, label);
+  column->type = from.mtz_type;
+  column->dataset_id = from.indices ? base_id : data_id;
+  if (mtz.nreflections == 0) return ok;
+  column->values = qx::allocate<float>(static_cast<std::size_t>(mtz.nreflections), "pm_val");
+  if (!column->values) return failed;
+  for (std::int32_t i = 0; i < mtz.nreflections; ++i) column->values[i] = stored(refdata, from, i);
+  set_range(*column, mtz.nreflections);
+  return ok;
+}
+
+Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels) {
+  for (const qx::Column& column : qx::columns()) {
+    const char* label = labels ? labels[column.number] : nullptr;
+    const bool wanted = !labels || label || column.indices;
+    if (!wanted) continue;
+    if (qx::has_column(refdata, column)) {
+      QX_TRY(add_column(mtz, refdata, column, or_else(label, column.word)));
+    } else if (label) {
+      std::printf(" Warning: there are no \"%s\" data to write.\n", column.word);
+    }
+  }
+  return ok;
+}
+
+// Number of the index column that the file calls `label`, 0 for any other column.
+std::int32_t index_number(const qxrefdata& refdata, const char* label) {
+  for (std::int32_t number = qx::coid_h; number <= qx::coid_l; ++number) {
+    const char* chosen = or_else(refdata.selected[number], qx::columns()[number - 1].word);
+    if (std::strcmp(chosen, label) == 0) return number;
+  }
+  return 0;
+}
+
+// The order of the file that was read still holds, as filtering keeps it, as far as it goes by
+// indices.
+void add_sort_order(qxmtz& mtz, const qxrefdata& refdata) {
+  const qxmtz* old = refdata.mtz;
+  for (std::int32_t i = 0; old && i < 5; ++i) {
+    const std::int32_t position = old->sort[i];
+    if (position < 1 || position > old->columns.count) return;
+    mtz.sort[i] = index_number(refdata, old->columns[position - 1].label);
+    if (mtz.sort[i] == 0) return;
+  }
+}
+
+Status add_history(qxmtz& mtz, const qxrefdata& refdata) {
+  qx::MtzLine* line = qx::append(mtz.history, "pm_hist");
+  if (!line) return failed;
+  const std::time_t now = std::time(nullptr);
+  std::tm local = {};
+  localtime_r(&now, &local);
+  char date[32] = {};
+  (void)std::strftime(date, sizeof date, "%d/%m/%Y %H:%M:%S", &local);
+  std::snprintf(line->text, sizeof line->text, "From Quorix %s", date);
+  const qxmtz* old = refdata.mtz;
+  for (std::int32_t i = 0; old && i < old->history.count && i + 1 < most_history; ++i) {
+    line = qx::append(mtz.history, "pm_hist");
+    if (!line) return failed;
+    qx::copy_text(line->text, old->history[i].text);
+  }
+  return ok;
+}
+
+Status make(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels) {
+  qx::copy_text(mtz.version, "MTZ:V1.1");
+  if (refdata.mtz) qx::copy_text(mtz.title, refdata.mtz->title);
+  mtz.nreflections = refdata.nreflections;
+  QX_TRY(add_cell(mtz));
+  QX_TRY(add_symmetry(mtz));
+  QX_TRY(add_datasets(mtz, refdata));
+  QX_TRY(add_columns(mtz, refdata, labels));
+  add_sort_order(mtz, refdata);
+  add_resolution(mtz, refdata);
+  return add_history(mtz, refdata);
+}
+
+}  // namespace
+
+qxmtz* qx_make_mtz_obj(const qxrefdata* refdata, const char* const* labels) {
+  qxmtz* mtz = qx::new_object<qxmtz>("pnrm_md");
+  if (!mtz) return nullptr;
+  return make(*mtz, *refdata, labels) == ok ? mtz : nullptr;
+}
