@@ -178,7 +178,8 @@ Status transform_full(Spectrum& spectrum, double scale, const GridCounts& n, con
   std::fill_n(imaginary.view().data, imaginary.view().size(), 0.0);
   qx::expand_to_full(spectrum.expansion(), scale, cell.view(), imaginary.view());
   spectrum.close_expansion();
-  QX_TRY(qx_inverse_cfft_3D(n.nz, n.ny, n.nx, cell.planes(), imaginary.planes()));
+  QX_TRY(qx_inverse_cfft_3D(n.nz, n.ny, n.nx, cell.planes(), imaginary.planes(), cell.planes(),
+                            imaginary.planes()));
   statistics = qx::statistics_of(qx::as_const(cell.view()));
   return ok;
 }
