@@ -11,13 +11,9 @@
 using qx::failed;
 using qx::ok;
 using qx::Status;
-PENDING Status qx_delete_qxmap() { return ok; }
 PENDING Status qx_delete_qxfft() { return ok; }
-PENDING Status qx_delete_xgrid() { return ok; }
 PENDING Status qx_delete_qxxcry() { return ok; }
 PENDING Status qx_write_refdata_ctrl() { return failed; }
 PENDING Status qx_xcry_ctrl() { return failed; }
-PENDING Status qx_grid_ctrl() { return failed; }
 PENDING Status qx_xfft_ctrl() { return failed; }
-PENDING Status qx_map_generation_ctrl() { return failed; }
 PENDING std::int32_t qx_get_reflection_view(qx_reflection_view*) { return 0; }

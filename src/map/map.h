@@ -1,13 +1,22 @@
 // The map record.
 #pragma once
 
+#include "core/constants.h"
+#include "map/box.h"
+
 #include <quorix/map.h>
 
 struct qxrefdata;
 
 namespace qx {
 enum MapType : std::int32_t { sigmaa_map = 1, unweighted_map, combined_map, expected_map };
-enum MapExtent : std::int32_t { asym_extent = 1, unit_extent, box_extent, frac_extent, model_extent = 6 };
+enum MapExtent : std::int32_t {
+  asym_extent = 1,
+  unit_extent,
+  box_extent,
+  frac_extent,
+  model_extent = 6
+};
 enum MapSource : std::int32_t { input_source = 1, calculated_source = 2 };
 }  // namespace qx
 
@@ -21,13 +30,25 @@ struct qxmap {
   double kick_length = 0.3;
   std::int32_t kick_average = 5;
   std::int32_t extent = qx::unit_extent;
-  double limits[6] = {-99999.0, -99999.0, -99999.0, -99999.0, -99999.0, -99999.0};  // xmin xmax y z
+  double limits[6] = {qx::unset, qx::unset, qx::unset,
+                      qx::unset, qx::unset, qx::unset};  // xmin xmax ymin ymax zmin zmax
   std::int32_t xlow = 0, xhigh = 0, ylow = 0, yhigh = 0, zlow = 0, zhigh = 0;  // inclusive
-  double cushion = 3.0;  // Angstrom
+  double cushion = 3.0;                                                        // Angstrom
   double mean = 0.0, rms = 0.0;  // of the box before scaling
   double*** density = nullptr;   // [z - zlow][y - ylow][x - xlow]
   char* path = nullptr;
   std::int32_t amplitude_source = qx::calculated_source;
   std::int32_t phase_source = qx::calculated_source;
   qxrefdata* refdata = nullptr;  // private reflection set read inside the section
+  // What is known of the density after scaling, so that no further pass over it is needed.
+  bool statistics_known = false;
+  qx::MapStatistics statistics;
 };
+
+namespace qx {
+// The reflections that the next map is made of: the private set if one was read, else the
+// crystal's. Null after a report.
+const qxrefdata* map_refdata();
+// Releases the density and what is known of it.
+Status drop_density(qxmap& map);
+}  // namespace qx

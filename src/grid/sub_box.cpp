@@ -1,0 +1,88 @@
+#include "grid/sub_box.h"
+
+#include "core/report.h"
+#include "grid/grid.h"
+#include "grid/grid_size.h"
+
+#include <cmath>
+
+namespace qx {
+
+namespace {
+
+// Double arrays of the grid that the budget has to hold.
+constexpr double arrays = 6.0;
+
+int exponent_of(std::int32_t n, std::int32_t prime) noexcept {
+  int exponent = 0;
+  for (; n % prime == 0; n /= prime) ++exponent;
+  return exponent;
+}
+
+}  // namespace
+
+BoxSplit split_grid(std::int32_t nx, std::int32_t ny, std::int32_t nz, double megabytes,
+                    std::int32_t& boxes, std::int32_t& planes) noexcept {
+  // Kept: the byte count is a 32-bit product, so very large grids may count as small ones.
+  const std::uint32_t bytes = static_cast<std::uint32_t>(nx) * static_cast<std::uint32_t>(ny) *
+                              static_cast<std::uint32_t>(nz) * 8U;
+  if (megabytes > bytes * 1e-6 * arrays) return BoxSplit::whole;
+  if (!is_transformable(nz)) return BoxSplit::bad_grid;
+  if (nz == 1) return BoxSplit::no_factor;
+
+  constexpr std::int32_t primes[3] = {2, 3, 5};
+  int exponents[3];
+  double minimum = 0;
+  for (int i = 0; i < 3; ++i) {
+    exponents[i] = exponent_of(nz, primes[i]);
+    if (exponents[i] > 0) minimum = primes[i];
+  }
+  const double affordable = std::trunc((megabytes / arrays) / (nx * 8e-6 * ny));
+  if (!(affordable >= minimum)) {
+    boxes = nz;
+    planes = 1;
+    return BoxSplit::split;
+  }
+  boxes = 1;
+  for (int i = 0; i < 3; ++i) {
+    for (int taken = 0; taken < exponents[i]; ++taken) {
+      boxes *= primes[i];
+      planes = nz / boxes;
+      if (planes < affordable) return BoxSplit::split;
+    }
+  }
+  return BoxSplit::split;
+}
+
+}  // namespace qx
+
+using qx::fail;
+using qx::ok;
+using qx::Status;
+
+Status qx_run_qxsubgrid_checker() {
+  constexpr auto here = "qx_run_qxsubgrid_checker():";
+  const qxgrid* grid = qx_get_qxgrid();
+  if (!grid) return fail(here, "qxgrid object has not been created yet ");
+  qxsubgrid* box = qx_get_qxsubgrid();
+  if (!box) return fail(here, "qxsubgrid object has not been created yet.");
+  std::int32_t boxes = 1;
+  std::int32_t planes = grid->nz;
+  switch (qx::split_grid(grid->nx, grid->ny, grid->nz, box->memory, boxes, planes)) {
+    case qx::BoxSplit::bad_grid:
+      return fail(here, " The grid for FFT has not been set up properly ");
+    case qx::BoxSplit::no_factor:
+      return fail(here, " nlast should not be zero ");
+    case qx::BoxSplit::whole:
+    case qx::BoxSplit::split:
+      break;
+  }
+  box->boxes[0] = 1;
+  box->boxes[1] = 1;
+  box->boxes[2] = boxes;
+  box->points[0] = grid->nx;
+  box->points[1] = grid->ny;
+  box->points[2] = planes;
+  box->one_box = boxes == 1 ? 1 : 0;
+  return ok;
+}

@@ -1,0 +1,215 @@
+// Reading a CCP4 map file into x-y-z order.
+#include "core/report.h"
+#include "core/tagged.h"
+#include "core/view3.h"
+#include "map/ccp4_header.h"
+
+#include <quorix/map.h>
+#include <quorix/memory.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <sys/types.h>
+#include <unistd.h>
+#include <utility>
+
+using qx::Ccp4Header;
+using qx::Ccp4Item;
+using qx::fail;
+using qx::ItemKind;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+constexpr auto here = "qx_rd_ccp4_map():";
+constexpr std::int64_t map_word_offset = 208;
+constexpr std::int64_t stamp_offset = 212;
+
+// Bytes per value of a data mode; 0 for a mode that is not read.
+std::int64_t value_size(std::int32_t mode) {
+  switch (mode) {
+    case 0:
+      return 1;
+    case 1:
+    case 6:
+      return 2;
+    case 2:
+      return 4;
+    default:
+      return 0;
+  }
+}
+
+std::int64_t length_of(std::FILE* stream) {
+  return fseeko(stream, 0, SEEK_END) == 0 ? static_cast<std::int64_t>(ftello(stream)) : -1;
+}
+
+Status check_format(std::FILE* stream, bool& swap) {
+  char word[4] = {};
+  if (fseeko(stream, map_word_offset, SEEK_SET) != 0 || std::fread(word, 1, 4, stream) != 4 ||
+      std::memcmp(word, "MAP ", 4) != 0) {
+    return fail(here, "This is not a CCP4 formated map. ");
+  }
+  std::int32_t int_code = 0;
+  std::int32_t float_code = 0;
+  QX_TRY(qx_read_machine_stamp(stream, stamp_offset, &int_code, &float_code));
+  swap = int_code != qx::own_format_code || float_code != qx::own_format_code;
+  return ok;
+}
+
+bool read_item(std::FILE* stream, bool swap, unsigned char* record, const Ccp4Item& item) {
+  unsigned char* bytes = record + item.offset;
+  switch (item.kind) {
+    case ItemKind::integers:
+      return qx_read_raw_int(stream, swap, reinterpret_cast<std::int32_t*>(bytes), item.count) ==
+             item.count;
+    case ItemKind::reals:
+      return qx_read_raw_float(stream, swap, reinterpret_cast<float*>(bytes), item.count) ==
+             item.count;
+    case ItemKind::characters:
+    case ItemKind::stamp:
+    case ItemKind::label:
+      break;
+  }
+  return qx_read_raw_char(stream, reinterpret_cast<char*>(bytes), item.count) == item.count;
+}
+
+Status read_header(std::FILE* stream, bool swap, Ccp4Header& header) {
+  std::rewind(stream);
+  auto* record = reinterpret_cast<unsigned char*>(&header);
+  for (const Ccp4Item& item : qx::ccp4_items()) {
+    const bool done = item.skew && header.skew_flag == 0
+                          ? fseeko(stream, 4 * item.count, SEEK_CUR) == 0
+                          : read_item(stream, swap, record, item);
+    if (!done) return fail(here, "%s", item.read_text);
+  }
+  return ok;
+}
+
+bool is_permutation_of_axes(const std::int32_t (&axes)[3]) {
+  bool seen[3] = {};
+  for (const std::int32_t axis : axes) {
+    if (axis < 1 || axis > 3 || seen[axis - 1]) return false;
+    seen[axis - 1] = true;
+  }
+  return true;
+}
+
+// What the header promises must be in the file: nothing is allocated on its word alone.
+Status check_sizes(const Ccp4Header& header, std::int64_t length) {
+  const std::int64_t size = value_size(header.mode);
+  if (size == 0) return fail(here, "Map data mode %d is not supported. ", header.mode);
+  if (!is_permutation_of_axes(header.axes)) {
+    return fail(here, "Invalid axis order %d %d %d ", header.axes[0], header.axes[1],
+                header.axes[2]);
+  }
+  std::int64_t bytes = size;
+  for (const std::int32_t count : header.counts) {
+    if (count < 1 || __builtin_mul_overflow(bytes, std::int64_t{count}, &bytes)) {
+      return fail(here, "Invalid map dimensions %d %d %d ", header.counts[0], header.counts[1],
+                  header.counts[2]);
+    }
+  }
+  const std::int64_t rest = length - static_cast<std::int64_t>(sizeof header);
+  if (header.symmetry_bytes < 0 || header.symmetry_bytes > rest) {
+    return fail(here, "Failed to read symmetry operations ");
+  }
+  if (bytes > rest - header.symmetry_bytes) return fail(here, "Failed to read map data ");
+  return ok;
+}
+
+template <class T>
+double value_at(const unsigned char* bytes, std::ptrdiff_t i) {
+  T value;
+  std::memcpy(&value, bytes + i * static_cast<std::ptrdiff_t>(sizeof(T)), sizeof(T));
+  return static_cast<double>(value);
+}
+
+double value_of(std::int32_t mode, const unsigned char* bytes, std::ptrdiff_t i) {
+  switch (mode) {
+    case 0:
+      return value_at<std::int8_t>(bytes, i);
+    case 1:
+      return value_at<std::int16_t>(bytes, i);
+    case 6:
+      return value_at<std::uint16_t>(bytes, i);
+    default:
+      return value_at<float>(bytes, i);
+  }
+}
+
+void swap_values(unsigned char* bytes, std::size_t count, std::int64_t size) {
+  if (size == 4) qx::swap_words(bytes, count);
+  if (size == 2) {
+    for (std::size_t i = 0; i < count; ++i) std::swap(bytes[2 * i], bytes[2 * i + 1]);
+  }
+}
+
+// Sections, rows and columns of the file, each with its own stride in x-y-z order.
+Status read_data(std::FILE* stream, bool swap, const Ccp4Header& header, qx_ccp4_map& map) {
+  const std::ptrdiff_t strides[3] = {1, map.counts[0],
+                                     static_cast<std::ptrdiff_t>(map.counts[0]) * map.counts[1]};
+  const std::ptrdiff_t column_step = strides[header.axes[0] - 1];
+  const std::ptrdiff_t row_step = strides[header.axes[1] - 1];
+  const std::ptrdiff_t section_step = strides[header.axes[2] - 1];
+  const std::ptrdiff_t columns = header.counts[0];
+  const auto values = static_cast<std::size_t>(columns * header.counts[1]);
+  const std::int64_t size = value_size(header.mode);
+  const qx::Tagged<unsigned char> section(values * static_cast<std::size_t>(size), "prcm_et");
+  if (!section) return qx::failed;
+  for (std::int32_t is = 0; is < header.counts[2]; ++is) {
+    if (std::fread(section.get(), static_cast<std::size_t>(size), values, stream) != values) {
+      return fail(here, "Failed to read map data ");
+    }
+    if (swap) swap_values(section.get(), values, size);
+    for (std::ptrdiff_t ir = 0; ir < header.counts[1]; ++ir) {
+      double* target = map.density[0][0] + is * section_step + ir * row_step;
+      for (std::ptrdiff_t ic = 0; ic < columns; ++ic) {
+        target[ic * column_step] = value_of(header.mode, section.get(), ir * columns + ic);
+      }
+    }
+  }
+  return ok;
+}
+
+qx_ccp4_map description_of(const Ccp4Header& header) {
+  qx_ccp4_map map = {};
+  for (int i = 0; i < 3; ++i) {
+    map.counts[header.axes[i] - 1] = header.counts[i];
+    map.starts[header.axes[i] - 1] = header.starts[i];
+    map.intervals[i] = header.intervals[i];
+  }
+  std::copy_n(header.cell, 6, map.cell);
+  map.minimum = header.minimum;
+  map.maximum = header.maximum;
+  map.mean = header.mean;
+  map.rms = header.rms;
+  map.space_group = header.space_group;
+  return map;
+}
+
+}  // namespace
+
+Status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map) {
+  // Reading needs no right to write.
+  const qx::File file(path, access(path, W_OK) == 0 ? "rb+" : "rb");
+  if (!file) return fail(here, "Failed to open file \"%s\" ", path);
+  const std::int64_t length = length_of(file.get());
+  bool swap = false;
+  QX_TRY(check_format(file.get(), swap));
+  Ccp4Header header = {};
+  QX_TRY(read_header(file.get(), swap, header));
+  QX_TRY(check_sizes(header, length));
+  if (fseeko(file.get(), header.symmetry_bytes, SEEK_CUR) != 0) {
+    return fail(here, "Failed to read symmetry operations ");
+  }
+  qx_ccp4_map result = description_of(header);
+  result.density =
+      xopen_3d_double(result.counts[2], result.counts[1], result.counts[0], "prcm_emap");
+  if (!result.density) return qx::failed;
+  QX_TRY(read_data(file.get(), swap, header, result));
+  *map = result;
+  return ok;
+}

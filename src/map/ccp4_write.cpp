@@ -1,0 +1,145 @@
+// Writing the box of the map as a CCP4 file.
+#include "core/output_file.h"
+#include "core/report.h"
+#include "core/tagged.h"
+#include "crystal/cell.h"
+#include "crystal/spacegroup.h"
+#include "grid/grid.h"
+#include "map/box.h"
+#include "map/ccp4_header.h"
+#include "map/map.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+using qx::Ccp4Header;
+using qx::Ccp4Item;
+using qx::fail;
+using qx::ItemKind;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+constexpr auto here = "qx_wr_ccp4_map():";
+constexpr double extreme = 1e10;
+constexpr std::ptrdiff_t buffer_values = 1 << 18;  // at least a section, else about a megabyte
+
+qx::View3<const double> box_of(const qxmap& map) {
+  return {map.density[0][0], std::ptrdiff_t{map.zhigh} - map.zlow + 1,
+          std::ptrdiff_t{map.yhigh} - map.ylow + 1, std::ptrdiff_t{map.xhigh} - map.xlow + 1};
+}
+
+int rounded(double value) {
+  return static_cast<int>(std::nearbyint(std::isnan(value) ? 0.0 : std::clamp(value, -1e9, 1e9)));
+}
+
+Ccp4Header header_of(const qxmap& map, const qx::MapStatistics& statistics, const qxcell& cell,
+                     const qxgrid& grid, const qxspg& spg) {
+  Ccp4Header header = qx::blank_ccp4_header();
+  const std::int32_t counts[3] = {map.xhigh - map.xlow + 1, map.yhigh - map.ylow + 1,
+                                  map.zhigh - map.zlow + 1};
+  const std::int32_t starts[3] = {map.xlow, map.ylow, map.zlow};
+  const std::int32_t intervals[3] = {grid.nx, grid.ny, grid.nz};
+  const double edges[6] = {cell.a, cell.b, cell.c, cell.alpha, cell.beta, cell.gamma};
+  std::copy_n(counts, 3, header.counts);
+  std::copy_n(starts, 3, header.starts);
+  std::copy_n(intervals, 3, header.intervals);
+  std::transform(edges, edges + 6, header.cell, [](double x) { return static_cast<float>(x); });
+  header.mode = 2;
+  // The search for the extremes starts from these limits.
+  header.minimum = static_cast<float>(std::min(extreme, statistics.minimum));
+  header.maximum = static_cast<float>(std::max(-extreme, statistics.maximum));
+  header.mean = static_cast<float>(statistics.mean);
+  header.rms = static_cast<float>(statistics.rms);
+  header.space_group = spg.spg_id;
+  header.nlabels = 2;
+  qx::set_label(header, 0, "Map generated from Quorix");
+  char text[80];
+  std::snprintf(text, sizeof text, "Map type: %dFo - %dFc", rounded(map.u), rounded(map.v));
+  qx::set_label(header, 1, text);
+  return header;
+}
+
+// True when all words of the item were written; else the raw writer has reported.
+bool write_item(std::FILE* stream, const unsigned char* record, const Ccp4Item& item) {
+  const unsigned char* bytes = record + item.offset;
+  switch (item.kind) {
+    case ItemKind::integers:
+      return qx_write_raw_int(stream, reinterpret_cast<const std::int32_t*>(bytes), item.count) ==
+             item.count;
+    case ItemKind::reals:
+      return qx_write_raw_float(stream, reinterpret_cast<const float*>(bytes), item.count) ==
+             item.count;
+    case ItemKind::stamp:
+      return qx_write_machine_stamp(stream, 0) == ok;
+    case ItemKind::characters:
+    case ItemKind::label:
+      break;
+  }
+  return qx_write_raw_char(stream, reinterpret_cast<const char*>(bytes), item.count) == item.count;
+}
+
+Status fail_label(const char* label) {
+  int length = 80;
+  while (length > 0 && label[length - 1] == ' ') --length;
+  if (length == 0) return fail(here, "Failed to write empty string ");
+  return fail(here, "Failed to write map label: %.*s", length, label);
+}
+
+Status write_header(std::FILE* stream, const Ccp4Header& header) {
+  const auto* record = reinterpret_cast<const unsigned char*>(&header);
+  for (const Ccp4Item& item : qx::ccp4_items()) {
+    if (write_item(stream, record, item)) continue;
+    if (item.kind == ItemKind::stamp) return qx::failed;
+    if (item.write_text) return fail(here, "%s", item.write_text);
+    return fail_label(reinterpret_cast<const char*>(record) + item.offset);
+  }
+  return ok;
+}
+
+Status write_sections(std::FILE* stream, qx::View3<const double> box) {
+  const std::ptrdiff_t section = box.n1 * box.n2;
+  const std::ptrdiff_t together = std::clamp<std::ptrdiff_t>(buffer_values / section, 1, box.n0);
+  const qx::Tagged<float> buffer(static_cast<std::size_t>(section * together), "pwcm_et");
+  if (!buffer) return qx::failed;
+  for (std::ptrdiff_t iz = 0; iz < box.n0; iz += together) {
+    const auto count = static_cast<std::size_t>(section * std::min(together, box.n0 - iz));
+    const double* source = box.row(iz, 0);
+    float* target = buffer.get();
+    for (std::size_t i = 0; i < count; ++i) target[i] = static_cast<float>(source[i]);
+    if (std::fwrite(target, sizeof(float), count, stream) != count) {
+      return fail(here, "Failed to write map data ");
+    }
+  }
+  return ok;
+}
+
+}  // namespace
+
+Status qx_wr_ccp4_map() {
+  const qxcell* cell = qx_get_qxcell();
+  if (!cell) return fail(here, "qxcell object has not been created yet ");
+  const qxgrid* grid = qx_get_qxgrid();
+  if (!grid) return fail(here, "qxgrid object has not been created yet.");
+  const qxspg* spg = qx_get_qxspg();
+  if (!spg) return fail(here, "qxspg object has not been created yet ");
+  qxmap* map = qx_get_qxmap();
+  if (!map) return fail(here, "qxmap object has not been created yet.");
+  if (!map->density) return fail(here, "There is no way to get map coefficients.");
+  const qx::View3<const double> box = box_of(*map);
+  if (!map->statistics_known) {
+    map->statistics = qx::statistics_of(box);
+    map->statistics_known = true;
+  }
+  const char* path = map->path ? map->path : "";
+  qx::OutputFile file;
+  if (!file.open(path)) return fail(here, "Failed to open file \"%s\" ", path);
+  // Each item goes out by itself, so that a fault is reported under its own name.
+  std::setvbuf(file.stream(), nullptr, _IONBF, 0);
+  QX_TRY(write_header(file.stream(), header_of(*map, map->statistics, *cell, *grid, *spg)));
+  QX_TRY(write_sections(file.stream(), box));
+  if (!file.commit()) return fail(here, "Failed to write map data ");
+  return ok;
+}

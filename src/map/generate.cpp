@@ -1,0 +1,262 @@
+// Density from coefficients, on one of two roads: half a spectrum transformed in the block that
+// becomes the density, or full complex arrays when indices reach beyond half the grid.
+#include "core/refsys.h"
+#include "core/report.h"
+#include "core/tagged.h"
+#include "crystal/cell.h"
+#include "crystal/reflections.h"
+#include "crystal/spacegroup.h"
+#include "fft/transform_half.h"
+#include "grid/grid.h"
+#include "map/map.h"
+#include "map/synthesis.h"
+
+#include <quorix/engine.h>
+#include <quorix/fft.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+using qx::fail;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+using qx::View3;
+
+namespace {
+
+constexpr auto here = "qx_generate_map_with_coef():";
+constexpr double least_rms = 1e-8;  // below, a map is not scaled
+
+struct GridCounts {
+  std::int32_t nx, ny, nz;
+  [[nodiscard]] std::size_t points() const {
+    return static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny) *
+           static_cast<std::size_t>(nz);
+  }
+};
+
+// An array of the cell that is freed unless it was given away.
+class CellArray {
+ public:
+  CellArray(const GridCounts& n, const char* tag)
+      : n_(n), planes_(xopen_3d_double(n.nz, n.ny, n.nx, tag)), epoch_(qx::memory_epoch()) {}
+  CellArray(const CellArray&) = delete;
+  CellArray& operator=(const CellArray&) = delete;
+  ~CellArray() {
+    if (planes_ && epoch_ == qx::memory_epoch()) (void)xfree_3d_double(planes_);
+  }
+  explicit operator bool() const { return planes_ != nullptr; }
+  [[nodiscard]] double*** planes() const { return planes_; }
+  [[nodiscard]] View3<double> view() const { return qx::view3(planes_, n_.nz, n_.ny, n_.nx); }
+  double*** release() { return std::exchange(planes_, nullptr); }
+
+ private:
+  GridCounts n_;
+  double*** planes_;
+  std::int64_t epoch_;
+};
+
+// A list of coefficients under the symmetry, and what was measured of it.
+class Spectrum {
+ public:
+  Status open(const qx::CoefficientList& list, bool add_opposites, const GridCounts& grid);
+  // The part of half a spectrum that can be non-zero.
+  [[nodiscard]] qx::HalfSpectrum half() const {
+    const qx::Index3 largest = extent.largest;
+    return {grid_.nx, grid_.ny, grid_.nz, largest.h, largest.k, largest.l, columns_.get()};
+  }
+  [[nodiscard]] const qx::Expansion& expansion() const { return expansion_; }
+  // Frees what only the expansion needed.
+  void close_expansion() {
+    seen_words_.reset();
+    counts_.reset();
+  }
+
+  qx::SpectrumExtent extent;
+
+ private:
+  Status open_symmetry();
+  Status open_scratch(qx::Index3 bounds);
+  Status fold_columns(const std::int32_t* columns, std::int32_t kmax);
+
+  GridCounts grid_ = {};
+  qx::Symmetry symmetry_;
+  qx::IndexSet seen_;
+  qx::Expansion expansion_ = {};
+  qx::Tagged<qx::MateOperator> operators_;
+  qx::Tagged<qx::Index3> mates_;
+  qx::Tagged<std::uint8_t> counts_;
+  qx::Tagged<std::uint64_t> seen_words_;
+  qx::Tagged<std::int32_t> columns_;  // per k of the grid
+};
+
+Status Spectrum::open_symmetry() {
+  const qxspg* spg = qx_get_qxspg();
+  if (!spg || spg->nops < 1) return fail(here, "qxspg object has not been created yet ");
+  const auto count = static_cast<std::size_t>(spg->nops) + 1;
+  operators_ = qx::Tagged<qx::MateOperator>(count, "pgm_op");
+  if (!operators_) return failed;
+  mates_ = qx::Tagged<qx::Index3>(count, "pgm_mate");
+  if (!mates_) return failed;
+  if (!qx::make_symmetry(spg->ops, spg->nops, operators_.get(), symmetry_)) {
+    return fail(here, "The symmetry operators cannot be applied to reflections. ");
+  }
+  return ok;
+}
+
+Status Spectrum::open_scratch(qx::Index3 bounds) {
+  const auto rows = static_cast<std::size_t>(expansion_.list.n);
+  const std::size_t members = rows * static_cast<std::size_t>(symmetry_.nrotations);
+  // Bits for the indices may take a quarter of a byte per grid point, small sets 4 MB.
+  const std::size_t bit_words = std::max(grid_.points() / 32, std::size_t{1} << 19);
+  const bool half = expansion_.add_opposites;
+  counts_ = qx::Tagged<std::uint8_t>(rows, "pgm_cnt");
+  if (!counts_) return failed;
+  seen_words_ = qx::Tagged<std::uint64_t>(
+      qx::IndexSet::words_needed(bounds, half, members, bit_words), "pgm_seen");
+  if (!seen_words_) return failed;
+  seen_ = qx::IndexSet(seen_words_.get(), bounds, half, members, bit_words);
+  return ok;
+}
+
+// Columns by k of the grid from columns by k of the bounds.
+Status Spectrum::fold_columns(const std::int32_t* columns, std::int32_t kmax) {
+  columns_ = qx::Tagged<std::int32_t>(static_cast<std::size_t>(grid_.ny), "pgm_col");
+  if (!columns_) return failed;
+  std::fill_n(columns_.get(), grid_.ny, 0);
+  for (std::int32_t k = -kmax; k <= kmax; ++k) {
+    const std::int32_t rest = k % grid_.ny;
+    std::int32_t& column = columns_[static_cast<std::size_t>(rest < 0 ? rest + grid_.ny : rest)];
+    column = std::max(column, columns[kmax + k]);
+  }
+  return ok;
+}
+
+Status Spectrum::open(const qx::CoefficientList& list, bool add_opposites, const GridCounts& grid) {
+  grid_ = grid;
+  QX_TRY(open_symmetry());
+  qx::Index3 bounds = {};
+  if (!qx::largest_indices(list, bounds) || !qx::mate_bounds(symmetry_, bounds, bounds)) {
+    return fail(here, "The indices of the reflections are too large for a map. ");
+  }
+  expansion_.list = list;
+  expansion_.add_opposites = add_opposites;
+  QX_TRY(open_scratch(bounds));
+  expansion_.symmetry = &symmetry_;
+  expansion_.counts = counts_.get();
+  expansion_.mates = mates_.get();
+  expansion_.seen = &seen_;
+  const qx::Tagged<std::int32_t> columns(2 * static_cast<std::size_t>(bounds.k) + 1, "pgm_col");
+  if (!columns) return failed;
+  extent = qx::measure(expansion_, bounds, columns.get());
+  return fold_columns(columns.get(), bounds.k);
+}
+
+// The density of the cell, multiplied by `scale`; `statistics` of it.
+Status transform_half(Spectrum& spectrum, double scale, const CellArray& cell,
+                      qx::MapStatistics& statistics) {
+  const qx::HalfSpectrum half = spectrum.half();
+  const View3<double> block = cell.view();
+  qx::clear_half_spectrum(half, block.data);
+  qx::expand_to_half(spectrum.expansion(), scale, block, half.hmax);
+  spectrum.close_expansion();
+  qx::DensityMoments moments;
+  QX_TRY(qx::inverse_half_3d(half, block.data, &moments));
+  const auto points = static_cast<double>(block.size());
+  statistics = {moments.minimum, moments.maximum, moments.sum / points,
+                std::sqrt(moments.sum_of_squares / points)};
+  return ok;
+}
+
+Status transform_full(Spectrum& spectrum, double scale, const GridCounts& n, const CellArray& cell,
+                      qx::MapStatistics& statistics) {
+  const CellArray imaginary(n, "pgm_imag");
+  if (!imaginary) return failed;
+  std::fill_n(cell.view().data, cell.view().size(), 0.0);
+  std::fill_n(imaginary.view().data, imaginary.view().size(), 0.0);
+  qx::expand_to_full(spectrum.expansion(), scale, cell.view(), imaginary.view());
+  spectrum.close_expansion();
+  QX_TRY(qx_inverse_cfft_3D(n.nz, n.ny, n.nx, cell.planes(), imaginary.planes(), cell.planes(),
+                            imaginary.planes()));
+  statistics = qx::statistics_of(qx::as_const(cell.view()));
+  return ok;
+}
+
+bool is_whole_cell(const qxmap& map, const GridCounts& n) {
+  return map.xlow == 0 && map.ylow == 0 && map.zlow == 0 && map.xhigh == n.nx - 1 &&
+         map.yhigh == n.ny - 1 && map.zhigh == n.nz - 1;
+}
+
+// Scale for a map of the whole cell whose rms is known from its spectrum: the sum of squares over
+// the points is their number times the sum of the squared amplitudes.
+double scale_by_spectrum(qxmap& map, const qx::SpectrumExtent& extent, double volume) {
+  map.mean = extent.f000 / volume;
+  map.rms = std::sqrt(extent.power) / volume;
+  return map.scale && map.rms > least_rms ? 1.0 / map.rms : 1.0;
+}
+
+// Cuts the box out of the cell, puts it on the scale asked for and installs it.
+Status install_density(qxmap& map, const GridCounts& n, CellArray& cell, bool scaled,
+                       qx::MapStatistics statistics) {
+  double*** density = nullptr;
+  View3<double> box = cell.view();
+  if (is_whole_cell(map, n)) {
+    density = cell.release();
+  } else {
+    const GridCounts points = {map.xhigh - map.xlow + 1, map.yhigh - map.ylow + 1,
+                               map.zhigh - map.zlow + 1};
+    CellArray cut(points, "pgm_emap");
+    if (!cut) return failed;
+    box = cut.view();
+    statistics = qx::cut_box(qx::as_const(cell.view()), map.xlow, map.ylow, map.zlow, box);
+    density = cut.release();
+  }
+  map.density = density;
+  if (!scaled) {
+    map.mean = statistics.mean;
+    map.rms = statistics.rms;
+    if (map.scale && map.rms > least_rms) qx::scale_values(box, 1.0 / map.rms, statistics);
+  }
+  map.statistics = statistics;
+  map.statistics_known = true;
+  return ok;
+}
+
+Status generate(qxmap& map, const qx::CoefficientList& list, bool add_opposites,
+                const GridCounts& n, double volume) {
+  Spectrum spectrum;
+  QX_TRY(spectrum.open(list, add_opposites, n));
+  const bool by_half = qx::half_spectrum_fits(spectrum.half());
+  const bool scaled = by_half && add_opposites && is_whole_cell(map, n);
+  const double scale = scaled ? scale_by_spectrum(map, spectrum.extent, volume) : 1.0;
+  CellArray cell(n, "pgm_emap");
+  if (!cell) return failed;
+  qx::MapStatistics statistics;
+  QX_TRY(by_half ? transform_half(spectrum, scale / volume, cell, statistics)
+                 : transform_full(spectrum, scale / volume, n, cell, statistics));
+  return install_density(map, n, cell, scaled, statistics);
+}
+
+}  // namespace
+
+Status qx_generate_map_with_coef(std::int32_t nref, const std::int32_t* h, const std::int32_t* k,
+                                 const std::int32_t* l, const double* amplitude,
+                                 const double* phase) {
+  qxmap* map = qx_get_qxmap();
+  if (!map) return fail(here, "qxmap object has not been created yet.");
+  if (nref < 1) return fail(here, "There is no reflections defined for generating map");
+  const qxcell* cell = qx_get_qxcell();
+  if (!cell) return fail(here, "qxcell object has not been created yet ");
+  if (!(cell->volume > 0) || !std::isfinite(cell->volume)) {
+    return fail(here, "Invalid cell volume %f ", cell->volume);
+  }
+  QX_TRY(qx_set_map_bound());
+  QX_TRY(qx::drop_density(*map));
+  const qxgrid* grid = qx_get_qxgrid();
+  const qxrefdata* set = map->refdata ? map->refdata : qx_get_qxrefdata();
+  const bool add_opposites = !set || set->friedel_flag == 0;
+  return generate(*map, {nref, h, k, l, amplitude, phase}, add_opposites,
+                  {grid->nx, grid->ny, grid->nz}, cell->volume);
+}

@@ -1,0 +1,155 @@
+#include "map/synthesis.h"
+
+#include "core/constants.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+namespace qx {
+
+namespace {
+
+struct Coefficient {
+  double re, im;
+};
+
+Coefficient row_coefficient(const CoefficientList& list, std::int32_t row) noexcept {
+  const double amplitude = list.amplitude[row];
+  const double phase = list.phase_deg[row];
+  if (!std::isfinite(amplitude) || !std::isfinite(phase)) return {0, 0};
+  const double radians = phase * (pi / 180.0);
+  return {amplitude * std::cos(radians), amplitude * std::sin(radians)};
+}
+
+// The coefficient of a row as its symmetry allows it: where an operator gives the opposite index,
+// the mean of the value and of what that operator makes of it (a centric phase off its line keeps
+// the component along the line).
+Coefficient allowed_coefficient(const Expansion& e, std::int32_t row, const Orbit& orbit) noexcept {
+  const Coefficient f = row_coefficient(e.list, row);
+  if (orbit.centric < 0) return f;
+  const Phase p = e.symmetry->phase(e.symmetry->operators[orbit.centric], e.list.index(row));
+  const double re = f.re * p.cosine - f.im * p.sine;
+  const double im = f.re * p.sine + f.im * p.cosine;
+  return {0.5 * (f.re + re), 0.5 * (f.im - im)};
+}
+
+Index3 seen_as(const Expansion& e, Index3 i) noexcept {
+  return e.add_opposites && !in_half(i) ? opposite(i) : i;
+}
+
+void widen(SpectrumExtent& extent, std::int32_t* columns, std::int32_t kmax, Index3 i) noexcept {
+  const Index3 half = in_half(i) ? i : opposite(i);
+  extent.largest = {std::max(extent.largest.h, half.h),
+                    std::max(extent.largest.k, std::abs(half.k)),
+                    std::max(extent.largest.l, std::abs(half.l))};
+  columns[kmax + half.k] = std::max(columns[kmax + half.k], half.h + 1);
+  if (half.h == 0) columns[kmax - half.k] = std::max(columns[kmax - half.k], 1);
+}
+
+// Calls sink(index, re, im) for one index of each pair of opposites; the sink adds the conjugate at
+// the opposite. The index 0 is its own opposite and carries half a weight therefore, and so does
+// every index when opposites have rows of their own.
+template <class Sink>
+void expand(const Expansion& e, double scale, Sink&& sink) noexcept {
+  e.seen->clear();
+  for (std::int32_t row = 0; row < e.list.n; ++row) {
+    if (!e.counts[row]) continue;
+    const Index3 index = e.list.index(row);
+    const Orbit orbit = e.symmetry->orbit(index, e.mates);
+    const Coefficient f = allowed_coefficient(e, row, orbit);
+    const bool whole = e.add_opposites && !(index == Index3{0, 0, 0});
+    const double weight = whole ? scale : 0.5 * scale;
+    for (std::int32_t op = 0; op < e.symmetry->nrotations; ++op) {
+      if (!e.seen->insert(seen_as(e, e.mates[op]))) continue;
+      const Phase p = e.symmetry->phase(e.symmetry->operators[op], index);
+      sink(e.mates[op], weight * (f.re * p.cosine - f.im * p.sine),
+           weight * (f.re * p.sine + f.im * p.cosine));
+    }
+  }
+}
+
+std::ptrdiff_t wrapped(std::int32_t index, std::ptrdiff_t n) noexcept {
+  const std::ptrdiff_t rest = index % n;
+  return rest < 0 ? rest + n : rest;
+}
+
+}  // namespace
+
+bool largest_indices(const CoefficientList& list, Index3& largest) noexcept {
+  const auto most = [&](const std::int32_t* index) {
+    std::int64_t magnitude = 0;
+    for (std::int32_t i = 0; i < list.n; ++i) {
+      magnitude = std::max(magnitude, std::abs(std::int64_t{index[i]}));
+    }
+    return magnitude;
+  };
+  const std::int64_t h = most(list.h);
+  const std::int64_t k = most(list.k);
+  const std::int64_t l = most(list.l);
+  if (std::max({h, k, l}) >= index_limit) return false;
+  largest = {static_cast<std::int32_t>(h), static_cast<std::int32_t>(k),
+             static_cast<std::int32_t>(l)};
+  return true;
+}
+
+SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns) noexcept {
+  SpectrumExtent extent;
+  std::fill_n(columns, 2 * bounds.k + 1, 0);
+  e.seen->clear();
+  for (std::int32_t row = 0; row < e.list.n; ++row) {
+    const Index3 index = e.list.index(row);
+    const Orbit orbit = e.symmetry->orbit(index, e.mates);
+    e.counts[row] = !orbit.extinct && e.seen->insert(seen_as(e, index)) ? 1 : 0;
+    if (!e.counts[row]) continue;
+    int distinct = 1;
+    widen(extent, columns, bounds.k, index);
+    for (std::int32_t op = 1; op < e.symmetry->nrotations; ++op) {
+      if (!e.seen->insert(seen_as(e, e.mates[op]))) continue;
+      ++distinct;
+      widen(extent, columns, bounds.k, e.mates[op]);
+    }
+    if (!e.add_opposites) continue;
+    const Coefficient f = orbit.centric < 0 && std::isfinite(e.list.phase_deg[row])
+                              ? Coefficient{e.list.amplitude[row], 0}
+                              : allowed_coefficient(e, row, orbit);
+    const double square = f.re * f.re + f.im * f.im;
+    if (index == Index3{0, 0, 0}) {
+      extent.f000 = f.re;
+      extent.power += square;
+    } else if (std::isfinite(square)) {
+      extent.power += 2.0 * distinct * square;
+    }
+  }
+  return extent;
+}
+
+void expand_to_half(const Expansion& expansion, double scale, View3<double> block,
+                    std::int32_t hmax) noexcept {
+  const auto place = [&](Index3 i, double re, double im) {
+    double* target = block.row(i.l < 0 ? i.l + block.n0 : i.l, i.k < 0 ? i.k + block.n1 : i.k);
+    target[i.h] += re;
+    target[hmax + 1 + i.h] += im;
+  };
+  expand(expansion, scale, [&](Index3 i, double re, double im) {
+    if (i.h >= 0) place(i, re, im);
+    if (i.h <= 0) place(opposite(i), re, -im);
+  });
+}
+
+void expand_to_full(const Expansion& expansion, double scale, View3<double> real,
+                    View3<double> imaginary) noexcept {
+  const auto place = [&](Index3 i, double re, double im) {
+    const std::ptrdiff_t iz = wrapped(i.l, real.n0);
+    const std::ptrdiff_t iy = wrapped(i.k, real.n1);
+    const std::ptrdiff_t ix = wrapped(i.h, real.n2);
+    real(iz, iy, ix) += re;
+    imaginary(iz, iy, ix) += im;
+  };
+  expand(expansion, scale, [&](Index3 i, double re, double im) {
+    place(i, re, im);
+    place(opposite(i), re, -im);
+  });
+}
+
+}  // namespace qx

@@ -1,0 +1,240 @@
+// The map section.
+#include "core/refsys.h"
+#include "core/section.h"
+#include "core/tagged.h"
+#include "crystal/crystal.h"
+#include "map/map.h"
+
+#include <quorix/engine.h>
+#include <quorix/parser.h>
+#include <quorix/reflections.h>
+
+#include <cstdio>
+#include <utility>
+
+using qx::begins_with;
+using qx::fail;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+constexpr auto heading = "qx_map_generation_ctrl():";
+
+struct MapSection {
+  qxmap* map;
+};
+
+// A text of the command line, empty if there is none; `failed` after a report.
+Status text_of(qx::Key key, const char*& text) {
+  if (key == qx::key_died) return failed;
+  if (key == qx::absent) text = "";
+  return ok;
+}
+
+Status next_word(const char*& word) { return text_of(qx::take_word(word), word); }
+
+Status source_of(const char* what, std::int32_t& source) {
+  const char* word = "";
+  QX_TRY(next_word(word));
+  if (begins_with(word, "calc")) {
+    source = qx::calculated_source;
+  } else if (begins_with(word, "inpu")) {
+    source = qx::input_source;
+  } else {
+    return fail(heading, "Unknown value \"%s\" for %s.", word, what);
+  }
+  return ok;
+}
+
+// mapdef generated with amplitude [calc | input] phase [calc | input]
+Status define(MapSection& section) {
+  constexpr const char* opening[2] = {"gene", "with"};
+  for (int position = 0;; ++position) {
+    const char* word = "";
+    QX_TRY(next_word(word));
+    if (position >= 2 && word[0] == '\0') return ok;
+    if (position < 2 && begins_with(word, opening[position])) continue;
+    if (position >= 2 && begins_with(word, "ampl")) {
+      QX_TRY(source_of("amplitude", section.map->amplitude_source));
+    } else if (position >= 2 && begins_with(word, "phas")) {
+      QX_TRY(source_of("phase", section.map->phase_source));
+    } else {
+      return fail(heading,
+                  "Unknown keyword in mapdef command: \"%s\"\n"
+                  "The command line should be:\n"
+                  "mapdef generated with amplitude [calc | input] phase [calc | input]",
+                  word);
+    }
+  }
+}
+
+Status read_reflections(MapSection& section) {
+  if (qxrefdata* earlier = std::exchange(section.map->refdata, nullptr)) {
+    QX_TRY(qx_delete_qxrefdata_obj(earlier));
+  }
+  section.map->refdata = qx_new_qxrefdata_obj();
+  if (!section.map->refdata) return failed;
+  if (qx_read_refdata_ctrl(section.map->refdata, 0) != ok) {
+    return fail(heading, "Failed to read reflection data.");
+  }
+  return qx_build_qxrefdata(section.map->refdata, qx_get_qxrefreject(), 1);
+}
+
+Status read(MapSection& section) {
+  char word[5];
+  QX_TRY(qx::next_short_word(word));
+  if (begins_with(word, "REFL")) return read_reflections(section);
+  if (begins_with(word, "MAP")) {
+    return fail(heading, "Feature for reading map data has not been implemented yet.");
+  }
+  return fail(heading, "Failed to read reflection data.");
+}
+
+Status set_type(qxmap& map, const char* word) {
+  constexpr std::pair<const char*, std::int32_t> types[] = {
+      {"sigm", qx::sigmaa_map},
+      {"comb", qx::combined_map},
+      {"unwe", qx::unweighted_map},
+      {"expe", qx::expected_map},
+  };
+  for (const auto& [name, type] : types) {
+    if (!begins_with(word, name)) continue;
+    map.type = type;
+    return ok;
+  }
+  return fail(heading, " Unknow map type: %s ", word);
+}
+
+Status set_scale(qxmap& map, const char* word) {
+  if (begins_with(word, "yes")) {
+    map.scale = 1;
+  } else if (begins_with(word, "no")) {
+    map.scale = 0;
+  } else {
+    return fail(heading, " Unknow scale value: %s ", word);
+  }
+  return ok;
+}
+
+// Runs `set` on the value of a key, if the key is there.
+Status with_value(const char* key, qxmap& map, Status (*set)(qxmap&, const char*)) {
+  const char* text = "";
+  const qx::Key state = qx::take_value(key, text);
+  if (state == qx::key_died) return failed;
+  return state == qx::found ? set(map, text) : ok;
+}
+
+Status take_number(const char* key, double& value) {
+  return qx::take_double(key, value) == qx::key_died ? failed : ok;
+}
+
+Status parameters(MapSection& section) {
+  qxmap& map = *section.map;
+  QX_TRY(with_value("type", map, set_type));
+  QX_TRY(with_value("scale", map, set_scale));
+  QX_TRY(take_number("cushion", map.cushion));
+  // u after type: "unweighted" begins with it.
+  QX_TRY(take_number("u", map.u));
+  return take_number("v", map.v);
+}
+
+Status kick(MapSection& section) {
+  qxmap& map = *section.map;
+  map.kick = 2;
+  if (qx::take_int("seed", map.seed) == qx::key_died) return failed;
+  double length = 0;
+  QX_TRY(take_number("length", length));
+  if (length > 0) map.kick_length = length;
+  return qx::take_int("naverage", map.kick_average) == qx::key_died ? failed : ok;
+}
+
+Status read_limits(qxmap& map, const char* name) {
+  constexpr const char* keys[6] = {"xmin", "xmax", "ymin", "ymax", "zmin", "zmax"};
+  const char* rest = "";
+  QX_TRY(text_of(qx::take_rest(rest), rest));
+  for (int i = 0; i < 6; ++i) {
+    if (!qx_get_key_double_value(rest, keys[i], &map.limits[i])) {
+      return fail(heading, "No %s for %s defined. ", keys[i], name);
+    }
+  }
+  return ok;
+}
+
+Status extent(MapSection& section) {
+  constexpr std::pair<const char*, std::int32_t> extents[] = {
+      {"ASYM", qx::asym_extent}, {"UNIT", qx::unit_extent},  {"BOX", qx::box_extent},
+      {"FRAC", qx::frac_extent}, {"MODE", qx::model_extent},
+  };
+  char word[5];
+  QX_TRY(qx::next_short_word(word));
+  for (const auto& [name, value] : extents) {
+    if (!begins_with(word, name)) continue;
+    section.map->extent = value;
+    if (value == qx::box_extent) return read_limits(*section.map, "box");
+    if (value == qx::frac_extent) return read_limits(*section.map, "frac");
+    return ok;
+  }
+  return fail(heading, "Unknown extent type. ");
+}
+
+Status generate(MapSection& /*section*/) { return qx_generate_map(); }
+
+// The name of the format that `word` begins; null if it is none.
+const char* format_of(const char* word) {
+  constexpr std::pair<const char*, const char*> formats[] = {
+      {"ccp4", "ccp4"}, {"cns", "cns"}, {"quor", "quorix"}, {"xyz", "xyz"}};
+  for (const auto& [key, name] : formats) {
+    if (begins_with(word, key)) return name;
+  }
+  return nullptr;
+}
+
+Status write(MapSection& section) {
+  const char* word = "";
+  QX_TRY(next_word(word));
+  const char* format = format_of(word);
+  if (!format) return fail(heading, "Unknown map format: %s", word);
+  if (std::strcmp(format, "cns") == 0 && !qx::take_key("unformatted") &&
+      !qx::take_key("formatted")) {
+    return fail(heading, "Has not declared to write formated or unformated map file.");
+  }
+  const char* path = "";
+  QX_TRY(text_of(qx::take_value("file", path), path));
+  if (path[0] == '\0') return fail(heading, "Undefined map file name. ");
+  char* copy = qx::duplicate_text(path, "pgm_file");
+  if (!copy) return failed;
+  QX_TRY(qx::release(section.map->path));
+  section.map->path = copy;
+  return qx_write_map(format);
+}
+
+Status finish(MapSection& /*section*/) {
+  std::printf("end map generation.\n");
+  return ok;
+}
+
+constexpr qx::SectionTexts texts = {heading, "Failed to get quorix command. ",
+                                    "*** Unknow xmap task: \"", "\" ****"};
+
+constexpr qx::Command<MapSection> commands[] = {
+    {"MAPD", define}, {"READ", read},     {"PARA", parameters}, {"KICK", kick},
+    {"EXTE", extent}, {"GENE", generate}, {"WRIT", write},      {"XEND", finish, true},
+};
+
+Status run() {
+  std::printf("begin map generation:\n");
+  if (!qx_get_refsys()) return failed;
+  if (!qx_get_qxmap()) QX_TRY(qx_new_qxmap());
+  QX_TRY(qx_set_map_default());
+  MapSection section = {qx_get_qxmap()};
+  return qx::run_section(texts, commands, section);
+}
+
+}  // namespace
+
+Status qx_map_generation_ctrl() {
+  (void)run();
+  return ok;
+}
