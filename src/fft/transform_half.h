@@ -26,12 +26,11 @@ struct DensityMoments {
 bool half_spectrum_fits(const HalfSpectrum& half) noexcept;
 
 // rho(ix, iy, iz) = sum over all (h, k, l) of F exp(-2 pi i (h ix/nx + k iy/ny + l iz/nz)), with
-// F(-h, -k, -l) the conjugate of F(h, k, l): both (0, k, l) and (0, -k, -l) are given, of the others
-// h > 0 only. No 1/n factor.
-// `block` holds [nz][ny][nx] doubles. On entry row (l mod nz, k mod ny) has the real parts of h = 0 ..
-// hmax in its elements 0 .. hmax and the imaginary parts in hmax + 1 .. 2 hmax + 1; rows outside
-// kmax or lmax, and elements outside columns[], need not be set. On return it is the density.
-// Uses the plan caches of the engine; `failed` after a report.
+// F(-h, -k, -l) the conjugate of F(h, k, l): both (0, k, l) and (0, -k, -l) are given, of the
+// others h > 0 only. No 1/n factor. `block` holds [nz][ny][nx] doubles. On entry row (l mod nz, k
+// mod ny) has the real parts of h = 0 .. hmax in its elements 0 .. hmax and the imaginary parts in
+// hmax + 1 .. 2 hmax + 1; rows outside kmax or lmax, and elements outside columns[], need not be
+// set. On return it is the density. Uses the plan caches of the engine; `failed` after a report.
 Status inverse_half_3d(const HalfSpectrum& half, double* block, DensityMoments* moments);
 
 // Zeroes what inverse_half_3d reads.

@@ -1,0 +1,173 @@
+// The transform object: creation, plan caches, deletion.
+#include "fft/fft.h"
+
+#include "core/object.h"
+#include "core/refsys.h"
+#include "core/report.h"
+#include "core/slot.h"
+#include "core/tagged.h"
+
+#include <quorix/engine.h>
+
+#include <algorithm>
+
+using qx::allocate;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+namespace {
+
+template <class Plan>
+Status create_table(qx::PlanTable<Plan>*& table, const char* tag, const char* list_tag) {
+  if (!(table = qx::new_object<qx::PlanTable<Plan>>(tag))) return failed;
+  using Entry = qx::PlanEntry<Plan>*;
+  table->heads = qx::allocate_zeroed<Entry>(static_cast<std::size_t>(table->buckets), list_tag);
+  return table->heads ? ok : failed;
+}
+
+Status delete_plan(qxfftplan* plan) {
+  QX_TRY(qx::delete_factors(plan->factors));
+  QX_TRY(qx::delete_schedule(plan->row));
+  QX_TRY(qx::delete_schedule(plan->column));
+  QX_TRY(qx::release(plan->scratch));
+  return xfree(plan);
+}
+
+Status delete_plan(qxfftrealplan* plan) {
+  QX_TRY(qx::delete_factors(plan->half));
+  for (double** block : {&plan->cosine, &plan->sine, &plan->xr, &plan->xi, &plan->yr, &plan->yi}) {
+    QX_TRY(qx::release(*block));
+  }
+  return xfree(plan);
+}
+
+template <class Plan>
+Status delete_table(qx::PlanTable<Plan>*& table) {
+  if (!table) return ok;
+  for (std::int32_t i = 0; table->heads && i < table->buckets; ++i) {
+    while (qx::PlanEntry<Plan>* entry = table->heads[i]) {
+      table->heads[i] = entry->next;
+      if (entry->plan) QX_TRY(delete_plan(entry->plan));
+      QX_TRY(xfree(entry));
+    }
+  }
+  QX_TRY(qx::release(table->heads));
+  return qx::release(table);
+}
+
+template <class Plan>
+Plan* find(const qx::PlanTable<Plan>& table, std::int32_t length) {
+  if (length < 0) return nullptr;
+  for (const auto* entry = table.heads[length % table.buckets]; entry; entry = entry->next) {
+    if (entry->length == length) return entry->plan;
+  }
+  return nullptr;
+}
+
+template <class Plan>
+Status enter(qx::PlanTable<Plan>& table, std::int32_t length, Plan* plan, const char* tag) {
+  auto* entry = qx::new_object<qx::PlanEntry<Plan>>(tag);
+  if (!entry) return failed;
+  qx::PlanEntry<Plan>*& head = table.heads[length % table.buckets];
+  *entry = {length, plan, head};
+  head = entry;
+  ++table.entries;
+  return ok;
+}
+
+qxfftplan* create_plan(std::int32_t n) {
+  auto* plan = qx::new_object<qxfftplan>("gp_c");
+  if (!plan) return nullptr;
+  const qx::FactorTags tags = {"gp_f", "gp_l", "gp_r", "gp_co", "gp_si"};
+  if (qx::create_factors(plan->factors, n, tags) != ok) return nullptr;
+  if (qx::create_schedule(plan->row, n, qx::FftOrder::rows) != ok) return nullptr;
+  if (qx::create_schedule(plan->column, n, qx::FftOrder::columns) != ok) return nullptr;
+  plan->scratch = allocate<double>(static_cast<std::size_t>(qx::fft_scratch_size(n)), "gp_w");
+  return plan->scratch ? plan : nullptr;
+}
+
+qxfftrealplan* create_real_plan(std::int32_t n) {
+  if (n % 2 != 0) {
+    (void)qx::fail("get_qxfftrealcache():", "N must be even for real FFT ");
+    return nullptr;
+  }
+  auto* plan = qx::new_object<qxfftrealplan>("gp_rc");
+  if (!plan) return nullptr;
+  plan->n = n;
+  const qx::FactorTags tags = {"gp_rf", "gp_rl", "gp_rr", "gp_rco", "gp_rsi"};
+  if (qx::create_factors(plan->half, n / 2, tags) != ok) return nullptr;
+  const auto points = static_cast<std::size_t>(n / 2);
+  if (!(plan->cosine = allocate<double>(points, "gp_rrco"))) return nullptr;
+  if (!(plan->sine = allocate<double>(points, "gp_rrsi"))) return nullptr;
+  if (!(plan->xr = allocate<double>(points, "gp_xr"))) return nullptr;
+  if (!(plan->xi = allocate<double>(points, "gp_xi"))) return nullptr;
+  if (!(plan->yr = allocate<double>(points, "gp_yr"))) return nullptr;
+  if (!(plan->yi = allocate<double>(points, "gp_yi"))) return nullptr;
+  for (std::int32_t k = 0; k < n / 2; ++k) qx::unit_root(k, n, plan->cosine[k], plan->sine[k]);
+  return plan;
+}
+
+}  // namespace
+
+qxfft* qx::fft_object() {
+  if (!qx_get_refsys()) return nullptr;
+  if (qxfft* fft = qx_get_qxfft()) return fft;
+  return qx_new_qxfft() == ok ? qx_get_qxfft() : nullptr;
+}
+
+Status qx_new_qxfft() {
+  QX_TRY(qx::create_in(qx_delete_qxfft, qx_set_qxfft, "pnrf_fft"));
+  qxfft* fft = qx_get_qxfft();
+  if (!fft) return failed;
+  if (!(fft->radices = allocate<std::int32_t>(4, "pnrf_rad"))) return failed;
+  std::copy_n(std::initializer_list<std::int32_t>{5, 4, 3, 2}.begin(), 4, fft->radices);
+  QX_TRY(create_table(fft->plans, "nrp_hash", "nrp_list"));
+  return create_table(fft->real_plans, "nrp_rhash", "nrp_rlist");
+}
+
+Status qx_delete_qxfft() {
+  qxfft* fft = qx_get_qxfft();
+  if (!fft) return ok;
+  QX_TRY(qx_set_qxfft(nullptr));
+  fft->last_plan = nullptr;
+  fft->last_real_plan = nullptr;
+  QX_TRY(delete_table(fft->plans));
+  QX_TRY(delete_table(fft->real_plans));
+  QX_TRY(qx::release(fft->radices));
+  return xfree(fft);
+}
+
+qxfft* qx_get_qxfft() { return qx::slot(qx_get_refsys(), &refsys::fft); }
+Status qx_set_qxfft(qxfft* object) { return qx::install(qx_get_refsys(), &refsys::fft, object); }
+
+qxfftplan* get_qxfftcache(std::int32_t n) {
+  qxfft* fft = qx::fft_object();
+  if (!fft) return nullptr;
+  if (fft->last_plan && fft->last_plan->factors.n == n) return fft->last_plan;
+  qxfftplan* plan = find(*fft->plans, n);
+  if (!plan) {
+    if (!(plan = create_plan(n))) return nullptr;
+    if (enter(*fft->plans, n, plan, "gp_cl") != ok) return nullptr;
+  }
+  return fft->last_plan = plan;
+}
+
+qxfftrealplan* get_qxfftrealcache(std::int32_t n, const double* in) {
+  qxfft* fft = qx::fft_object();
+  if (!fft) return nullptr;
+  qxfftrealplan* plan = fft->last_real_plan;
+  if (!plan || plan->n != n) {
+    plan = find(*fft->real_plans, n);
+    if (!plan) {
+      if (!(plan = create_real_plan(n))) return nullptr;
+      if (enter(*fft->real_plans, n, plan, "gp_rcl") != ok) return nullptr;
+    }
+    fft->last_real_plan = plan;
+  }
+  for (std::int32_t j = 0; j < n / 2; ++j) {
+    plan->xr[j] = in[2 * j];
+    plan->xi[j] = in[2 * j + 1];
+  }
+  return plan;
+}

@@ -1,0 +1,257 @@
+// K. The kernel table of one instruction set: drives the stages. Included once per instruction set,
+// with QX_FFT_ISA naming the namespace and QX_FFT_LANES the doubles in a register.
+#pragma once
+
+#include "fft/kernels.h"
+#include "fft/stage.h"
+
+namespace qx::QX_FFT_ISA {
+
+constexpr int lanes = QX_FFT_LANES;
+
+// Calls f.operator()<P>() with P = radix; the list of butterflies that plans may use.
+template <class F>
+QX_INLINE void with_radix(Index radix, const F& f) {
+  switch (radix) {
+    case 2:
+      return f.template operator()<2>();
+    case 3:
+      return f.template operator()<3>();
+    case 4:
+      return f.template operator()<4>();
+    case 5:
+      return f.template operator()<5>();
+    case 6:
+      return f.template operator()<6>();
+    case 8:
+      return f.template operator()<8>();
+    case 9:
+      return f.template operator()<9>();
+    case 10:
+      return f.template operator()<10>();
+    case 12:
+      return f.template operator()<12>();
+    case 15:
+      return f.template operator()<15>();
+    default:
+      __builtin_unreachable();
+  }
+}
+
+inline double* align(double* scratch) {
+  const auto address = reinterpret_cast<std::uintptr_t>(scratch);
+  return reinterpret_cast<double*>((address + 63) & ~std::uintptr_t{63});
+}
+
+// ---- rows
+
+struct Split {
+  double* re;
+  double* im;
+};
+struct ConstSplit {
+  const double* re;
+  const double* im;
+};
+
+template <int W, bool Twisted>
+inline void flat(const FftStep& step, ConstSplit in, Split out) {
+  with_radix(step.radix, [&]<int P>() QX_FLAT {
+    flat_stage<W, P, Twisted>(step.before, step.after, in.re, in.im, out.re, out.im, step.cosine,
+                              step.sine);
+  });
+}
+
+// Half-width vectors when a run wastes less of them: they cost half as much or are no dearer.
+template <bool Twisted>
+inline void later_stage(const FftStep& step, ConstSplit in, Split out) {
+  const Index run = step.before;
+  if constexpr (lanes == 8) {
+    if (run >= 8 && 2 * ((run + 7) / 8) <= (run + 3) / 4) return flat<8, Twisted>(step, in, out);
+  }
+  constexpr int width = lanes < 4 ? lanes : 4;
+  if (run >= width) return flat<width, Twisted>(step, in, out);
+  flat<1, Twisted>(step, in, out);
+}
+
+template <int W>
+inline bool transposing_stage(const FftStep& step, ConstSplit in, Split out) {
+  bool done = false;
+  with_radix(step.radix, [&]<int P>() QX_FLAT {
+    if constexpr (P >= W && (W < 8 || P % 8 == 0)) {
+      if (step.after >= W) {
+        row_first<W, P>(step.after, in.re, in.im, out.re, out.im, step.cosine, step.sine);
+        done = true;
+      }
+    }
+  });
+  return done;
+}
+
+inline void first_stage(const FftStep& step, ConstSplit in, Split out) {
+  if constexpr (lanes == 8) {
+    if (transposing_stage<8>(step, in, out)) return;
+  }
+  constexpr int width = lanes < 4 ? lanes : 4;
+  if (transposing_stage<width>(step, in, out)) return;
+  flat<1, true>(step, in, out);
+}
+
+inline void copy(ConstSplit in, Split out, Index n) {
+  for (Index i = 0; i < n; ++i) {
+    const double re = in.re[i];
+    out.im[i] = in.im[i];
+    out.re[i] = re;
+  }
+}
+
+inline void row(const FftProgram& program, const double* re, const double* im, double* out_re,
+                double* out_im, double* scratch) {
+  const Split out = {out_re, out_im};
+  // A cache line apart from a power of two, so that the four scratch arrays do not share sets.
+  const Index pitch = (program.n + 7) / 8 * 8 + 8;
+  double* block = align(scratch);
+  const Split work[2] = {{block, block + pitch}, {block + 2 * pitch, block + 3 * pitch}};
+  ConstSplit source = {re, im};
+  for (std::int32_t i = 0; i < program.count; ++i) {
+    const FftStep& step = program.steps[i];
+    const bool last = i + 1 == program.count;
+    if (i == 0 && last) {
+      const Split single = {work[0].re, work[0].im};
+      flat<1, false>(step, source, single);
+      source = {single.re, single.im};
+      break;
+    }
+    const Split target = last ? out : work[i % 2];
+    if (i == 0) {
+      first_stage(step, source, target);
+    } else if (last) {
+      later_stage<false>(step, source, target);
+    } else {
+      later_stage<true>(step, source, target);
+    }
+    source = {target.re, target.im};
+  }
+  if (source.re != out.re) copy(source, out, program.n);
+}
+
+// ---- columns
+
+template <bool Partial>
+inline void column_block(const FftProgram& program, const ColumnBlock& in, const ColumnBlock& out,
+                         double* scratch) {
+  constexpr int W = lanes;
+  double* work[2] = {scratch, scratch + 2 * W * program.n};
+  const FftStep& first = program.steps[0];
+  const std::int32_t count = program.count;
+  if (count == 1) {
+    with_radix(first.radix, [&]<int P>() QX_FLAT { column_only<W, P, Partial>(in, out); });
+    return;
+  }
+  with_radix(first.radix, [&]<int P>() QX_FLAT {
+    column_first<W, P, Partial>(first.after, in, work[0], first.cosine, first.sine);
+  });
+  std::int32_t i = 1;
+  for (; i + 1 < count; ++i) {
+    const FftStep& step = program.steps[i];
+    with_radix(step.radix, [&]<int P>() QX_FLAT {
+      column_middle<W, P>(step.before, step.after, work[(i + 1) % 2], work[i % 2], step.cosine,
+                          step.sine);
+    });
+  }
+  const FftStep& last = program.steps[i];
+  with_radix(last.radix, [&]<int P>() QX_FLAT {
+    column_last<W, P, Partial>(last.before, work[(i + 1) % 2], out);
+  });
+}
+
+inline void columns(const FftProgram& program, FftColumns in, FftColumns out, Index first,
+                    Index count, Index filled, double* scratch) {
+  double* work = align(scratch);
+  const Index end = first + count;
+  if (program.count == 0) {
+    for (Index c = first; c < end; ++c) {
+      const double re = in.re[0][c];
+      out.im[0][c] = in.im[0][c];
+      out.re[0][c] = re;
+    }
+    for (Index c = end; c < first + filled; ++c) out.re[0][c] = out.im[0][c] = 0;
+    return;
+  }
+  Index c = first;
+  for (; c + lanes <= end; c += lanes) {
+    column_block<false>(program, {in.re, in.im, c, lanes}, {out.re, out.im, c, lanes}, work);
+  }
+  if (c < end) {
+    const Index room = first + filled - c;
+    column_block<true>(program, {in.re, in.im, c, end - c},
+                       {out.re, out.im, c, room < lanes ? room : lanes}, work);
+  }
+}
+
+// ---- pairs of real rows
+
+inline void join_pair(Index n, Index count, const double* __restrict a_re,
+                      const double* __restrict a_im, const double* __restrict b_re,
+                      const double* __restrict b_im, double* __restrict z_re,
+                      double* __restrict z_im) {
+  z_re[0] = a_re[0];
+  z_im[0] = b_re[0];
+  for (Index h = 1; h < count; ++h) {
+    z_re[h] = a_re[h] - b_im[h];
+    z_im[h] = a_im[h] + b_re[h];
+  }
+  for (Index h = count; h <= n - count; ++h) {
+    z_re[h] = 0;
+    z_im[h] = 0;
+  }
+  for (Index h = 1; h < count; ++h) {
+    z_re[n - h] = a_re[h] + b_im[h];
+    z_im[n - h] = b_re[h] - a_im[h];
+  }
+}
+
+inline void split_pair(Index n, Index count, const double* __restrict z_re,
+                       const double* __restrict z_im, double* __restrict a_re,
+                       double* __restrict a_im, double* __restrict b_re, double* __restrict b_im) {
+  a_re[0] = z_re[0];
+  a_im[0] = 0;
+  b_re[0] = z_im[0];
+  b_im[0] = 0;
+  for (Index h = 1; h < count; ++h) {
+    a_re[h] = 0.5 * (z_re[h] + z_re[n - h]);
+    a_im[h] = 0.5 * (z_im[h] - z_im[n - h]);
+    b_re[h] = 0.5 * (z_im[h] + z_im[n - h]);
+    b_im[h] = 0.5 * (z_re[n - h] - z_re[h]);
+  }
+}
+
+inline RowMoments moments(const double* row, Index n) {
+  using V = Vector<lanes>;
+  V sum{};
+  V squares{};
+  V low = splat<V>(row[0]);
+  V high = low;
+  Index i = 0;
+  for (; i + lanes <= n; i += lanes) {
+    const V x = load<V>(row + i);
+    sum += x;
+    squares += x * x;
+    low = x < low ? x : low;
+    high = x > high ? x : high;
+  }
+  RowMoments total = {0, 0, row[0], row[0]};
+  const auto take = [&](double s, double q, double a, double b) QX_FLAT {
+    total.sum += s;
+    total.sum_of_squares += q;
+    if (a < total.minimum) total.minimum = a;
+    if (b > total.maximum) total.maximum = b;
+  };
+  for (int k = 0; k < lanes; ++k) take(sum[k], squares[k], low[k], high[k]);
+  for (; i < n; ++i) take(row[i], row[i] * row[i], row[i], row[i]);
+  return total;
+}
+
+constexpr FftKernels table = {QX_FFT_NAME, lanes, row, columns, join_pair, split_pair, moments};
+
+}  // namespace qx::QX_FFT_ISA

@@ -1,0 +1,172 @@
+// Real density from half a spectrum, in place, in two sweeps over the block.
+//
+// 1. The z columns inside the disc of non-zero (h, k), several h at a time: a sixth of all columns
+// at
+//    the usual sampling. Rows of l outside the sphere are never read.
+// 2. Plane by plane, while the plane is in cache: the y columns of every h, reading only rows of k
+//    that hold something, then the x rows. Two real rows are one complex transform: with
+//    Z(h) = A(h) + i B(h) for -nx/2 < h < nx/2 its real part is row a and its imaginary part row b,
+//    so that the split arrays of the result are the density rows themselves.
+#include "fft/transform_half.h"
+
+#include "core/report.h"
+#include "core/tagged.h"
+#include "fft/fft.h"
+#include "fft/simd.h"
+
+#include <algorithm>
+
+namespace qx {
+namespace {
+
+constexpr std::ptrdiff_t widest_lanes = 8;
+
+class HalfTransform {
+ public:
+  HalfTransform(const HalfSpectrum& half, double* block)
+      : half_(half), block_(block), terms_(half.hmax + 1) {}
+
+  Status prepare();
+  void transform_z() const;
+  void transform_plane(std::int32_t iz, DensityMoments& moments) const;
+
+ private:
+  [[nodiscard]] double* row(std::int32_t iz, std::int32_t iy) const {
+    return block_ + (std::ptrdiff_t{iz} * half_.ny + iy) * half_.nx;
+  }
+  void transform_y(std::int32_t iz) const;
+  void transform_x(double* a, double* b, DensityMoments& moments) const;
+
+  HalfSpectrum half_;
+  double* block_;
+  std::ptrdiff_t terms_;  // h = 0 .. hmax
+  const FftKernels& kernels_ = fft_kernels();
+  const qxfftplan* x_plan_ = nullptr;
+  const qxfftplan* y_plan_ = nullptr;
+  const qxfftplan* z_plan_ = nullptr;
+  Tagged<double*> pointers_;  // four lists: columns in, columns out, real and imaginary parts each
+  Tagged<double> zeros_;      // stands for rows outside the sphere
+  Tagged<double> line_;       // Z of a pair of rows; a row more where a pair lacks its second
+};
+
+Status HalfTransform::prepare() {
+  if (!(x_plan_ = get_qxfftcache(half_.nx))) return failed;
+  if (!(y_plan_ = get_qxfftcache(half_.ny))) return failed;
+  if (!(z_plan_ = get_qxfftcache(half_.nz))) return failed;
+  pointers_ = Tagged<double*>(4 * static_cast<std::size_t>(std::max(half_.ny, half_.nz)), "phf_p");
+  if (!pointers_) return failed;
+  zeros_ = Tagged<double>(static_cast<std::size_t>(terms_ + widest_lanes), "phf_0");
+  if (!zeros_) return failed;
+  std::fill_n(zeros_.get(), terms_ + widest_lanes, 0.0);
+  line_ = Tagged<double>(3 * static_cast<std::size_t>(half_.nx), "phf_x");
+  return line_ ? ok : failed;
+}
+
+// Exchanged real and imaginary lists make the forward kernels inverse.
+void HalfTransform::transform_z() const {
+  const std::int32_t nz = half_.nz;
+  double** in_re = pointers_.get();
+  double** in_im = in_re + nz;
+  double** out_re = in_im + nz;
+  double** out_im = out_re + nz;
+  for (std::int32_t iy = 0; iy < half_.ny; ++iy) {
+    const std::ptrdiff_t columns = half_.columns[iy];
+    if (columns == 0) continue;
+    for (std::int32_t iz = 0; iz < nz; ++iz) {
+      const bool inside = iz <= half_.lmax || nz - iz <= half_.lmax;
+      out_re[iz] = row(iz, iy);
+      out_im[iz] = out_re[iz] + terms_;
+      in_re[iz] = inside ? out_re[iz] : zeros_.get();
+      in_im[iz] = inside ? out_im[iz] : zeros_.get();
+    }
+    // The y transform reads whole registers of h wherever their first one is inside the disc.
+    const std::ptrdiff_t whole = (columns + kernels_.lanes - 1) / kernels_.lanes * kernels_.lanes;
+    kernels_.columns(z_plan_->column.program, {in_im, in_re}, {out_im, out_re}, 0, columns,
+                     std::min(whole, terms_), z_plan_->scratch);
+  }
+}
+
+void HalfTransform::transform_y(std::int32_t iz) const {
+  const std::int32_t ny = half_.ny;
+  double** in_re = pointers_.get();
+  double** in_im = in_re + ny;
+  double** out_re = in_im + ny;
+  double** out_im = out_re + ny;
+  for (std::int32_t iy = 0; iy < ny; ++iy) {
+    out_re[iy] = row(iz, iy);
+    out_im[iy] = out_re[iy] + terms_;
+  }
+  for (std::ptrdiff_t h = 0; h < terms_; h += kernels_.lanes) {
+    for (std::int32_t iy = 0; iy < ny; ++iy) {
+      const bool inside = half_.columns[iy] > h;
+      in_re[iy] = inside ? out_re[iy] : zeros_.get();
+      in_im[iy] = inside ? out_im[iy] : zeros_.get();
+    }
+    const std::ptrdiff_t count = std::min(kernels_.lanes, terms_ - h);
+    kernels_.columns(y_plan_->column.program, {in_im, in_re}, {out_im, out_re}, h, count, count,
+                     y_plan_->scratch);
+  }
+}
+
+void add(DensityMoments& total, const RowMoments& row) {
+  total.sum += row.sum;
+  total.sum_of_squares += row.sum_of_squares;
+  total.minimum = std::min(total.minimum, row.minimum);
+  total.maximum = std::max(total.maximum, row.maximum);
+}
+
+// `b` null: row `a` alone.
+void HalfTransform::transform_x(double* a, double* b, DensityMoments& moments) const {
+  const std::ptrdiff_t nx = half_.nx;
+  double* z_re = line_.get();
+  double* z_im = z_re + nx;
+  const double* b_re = b ? b : zeros_.get();
+  const double* b_im = b ? b + terms_ : zeros_.get();
+  kernels_.join_pair(nx, terms_, a, a + terms_, b_re, b_im, z_re, z_im);
+  kernels_.row(x_plan_->row.program, z_im, z_re, b ? b : z_im + nx, a, x_plan_->scratch);
+  add(moments, kernels_.moments(a, nx));
+  if (b) add(moments, kernels_.moments(b, nx));
+}
+
+void HalfTransform::transform_plane(std::int32_t iz, DensityMoments& moments) const {
+  transform_y(iz);
+  std::int32_t iy = 0;
+  for (; iy + 1 < half_.ny; iy += 2) transform_x(row(iz, iy), row(iz, iy + 1), moments);
+  if (iy < half_.ny) transform_x(row(iz, iy), nullptr, moments);
+}
+
+}  // namespace
+
+bool half_spectrum_fits(const HalfSpectrum& half) noexcept {
+  return half.hmax >= 0 && half.kmax >= 0 && half.lmax >= 0 &&
+         2 * (std::int64_t{half.hmax} + 1) <= half.nx && 2 * std::int64_t{half.kmax} < half.ny &&
+         2 * std::int64_t{half.lmax} < half.nz;
+}
+
+Status inverse_half_3d(const HalfSpectrum& half, double* block, DensityMoments* moments) {
+  if (!half_spectrum_fits(half)) {
+    return fail("inverse_half_3d():", "The half spectrum does not fit into the grid.");
+  }
+  HalfTransform transform(half, block);
+  QX_TRY(transform.prepare());
+  transform.transform_z();
+  constexpr double infinity = std::numeric_limits<double>::infinity();
+  DensityMoments total = {0, 0, infinity, -infinity};
+  for (std::int32_t iz = 0; iz < half.nz; ++iz) transform.transform_plane(iz, total);
+  if (moments) *moments = total;
+  return ok;
+}
+
+void clear_half_spectrum(const HalfSpectrum& half, double* block) noexcept {
+  const std::ptrdiff_t terms = half.hmax + 1;
+  for (std::int32_t iz = 0; iz < half.nz; ++iz) {
+    if (iz > half.lmax && half.nz - iz > half.lmax) continue;
+    for (std::int32_t iy = 0; iy < half.ny; ++iy) {
+      double* row = block + (std::ptrdiff_t{iz} * half.ny + iy) * half.nx;
+      std::fill_n(row, half.columns[iy], 0.0);
+      std::fill_n(row + terms, half.columns[iy], 0.0);
+    }
+  }
+}
+
+}  // namespace qx
