@@ -4,6 +4,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <initializer_list>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
