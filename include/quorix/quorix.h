@@ -20,4 +20,5 @@
 #include <quorix/reflection_view.h>
 #include <quorix/reflections.h>
 #include <quorix/spacegroup.h>
+#include <quorix/structfact.h>
 #include <quorix/version.h>

@@ -11,6 +11,7 @@
 #include <quorix/fft.h>
 #include <quorix/grid.h>
 #include <quorix/map.h>
+#include <quorix/structfact.h>
 
 using qx::ok;
 using qx::Status;
@@ -20,6 +21,8 @@ Status qx_new_refsys() { return qx::create_in(qx_delete_refsys, qx_set_refsys, "
 Status qx_delete_refsys() {
   refsys* system = qx_get_refsys();
   if (!system) return ok;
+  if (system->structfact) QX_TRY(qx_delete_qxstructfact());
+  if (system->sincostab) QX_TRY(qx_delete_qxsincostab());
   if (system->density) QX_TRY(qx_delete_qxelecden());
   if (system->cross) QX_TRY(qx_delete_qxcross());
   if (system->map) QX_TRY(qx_delete_qxmap());

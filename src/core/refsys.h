@@ -8,6 +8,7 @@ struct qxmap;
 struct qxcross;
 struct qxelecden;
 struct qxstructfact;
+struct qxsincostab;
 
 struct refsys {
   qxxcry* crystal = nullptr;
@@ -17,4 +18,5 @@ struct refsys {
   qxcross* cross = nullptr;
   qxelecden* density = nullptr;
   qxstructfact* structfact = nullptr;
+  qxsincostab* sincostab = nullptr;
 };

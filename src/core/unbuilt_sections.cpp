@@ -8,7 +8,6 @@ Status qx_xrfactor_ctrl() { return failed; }
 Status qx_syspart_ctrl() { return failed; }
 Status qx_target_ctrl() { return failed; }
 Status qx_water_ctrl() { return failed; }
-Status qx_xfc_ctrl() { return failed; }
 Status qx_fofomap_generation_ctrl() { return failed; }
 Status qx_wilson_ctrl() { return failed; }
 Status qx_xoverall_ctrl() { return failed; }

@@ -1,0 +1,40 @@
+// Structure factors of the model at the reflections of the data set, by FFT of the atom density.
+#pragma once
+
+#include <quorix/api.h>
+
+struct qxstructfact;
+struct qxsincostab;
+
+extern "C" {
+
+// Sums per part of the system, and the prefactor; getters give null without a report when absent.
+QX_API qx::Status qx_new_qxstructfact();
+QX_API qx::Status qx_delete_qxstructfact();
+QX_API qxstructfact* qx_get_qxstructfact();
+QX_API qx::Status qx_set_qxstructfact(qxstructfact* object);
+QX_API qx::Status qx_new_qxsincostab();
+QX_API qx::Status qx_delete_qxsincostab();
+QX_API qxsincostab* qx_get_qxsincostab();
+QX_API qx::Status qx_set_qxsincostab(qxsincostab* object);
+// Fills the table of sines and cosines of k 2 pi / 100000. Replaces an earlier one.
+QX_API qx::Status qx_init_qxsincostab();
+
+// exp(B0 s^2 / 4) (a/nx) (b/ny) (c/nz) per reflection, computed once and kept.
+QX_API qx::Status qx_set_pre_factor();
+// Transforms a density box (its contents are lost) and adds the symmetry sums to the arrays of a part
+// (-1: the separate pair). `shift` is the box's first plane; `set` is 0.
+QX_API qx::Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t set, std::int32_t shift,
+                                         double*** density);
+// Sums of the whole molecular system as part 0, box by box under the memory budget. Replaces them.
+QX_API qx::Status qx_calc_system_struct_factor();
+// F of the model: the parts' scales times prefactor times sums, electrons (fm with neutrons); `re`
+// and `im` have one element per reflection.
+QX_API qx::Status qx_calc_model_structure_factor(double* re, double* im);
+// Least-squares k and B between |Fo| and k exp(-B s^2 / 4) |Fc| over the working set (all
+// reflections without one); they become part 0's scale.
+QX_API qx::Status qx_scale_model_structure_factor();
+// Puts |F| and phase (degrees, [0, 360)) of the model into the data set's FC and PHIC columns.
+QX_API qx::Status qx_replace_refdata_fc();
+
+}  // extern "C"

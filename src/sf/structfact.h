@@ -1,0 +1,30 @@
+// Records of the structure factors.
+#pragma once
+
+#include <quorix/structfact.h>
+
+namespace qx {
+
+// Contributions of one part of the system, before the prefactor.
+struct PartSums {
+  double* re = nullptr;
+  double* im = nullptr;
+  double scale = 1.0;
+  double b = 0.0;  // Angstrom^2: the part counts as scale exp(-b s^2 / 4) F
+};
+
+}  // namespace qx
+
+struct qxstructfact {
+  static constexpr std::int32_t nparts = 1;
+  std::int32_t nref = 0;
+  qx::PartSums parts[nparts];
+  qx::PartSums separate;        // part number -1
+  double* prefactor = nullptr;  // per reflection
+};
+
+struct qxsincostab {
+  static constexpr std::int32_t n = 100000;
+  double* sine = nullptr;
+  double* cosine = nullptr;
+};
