@@ -41,7 +41,7 @@ TEST_F(Reflections, chosenColumnsAreCopiedAndTheRestIsNot) {
                             "Total number of reflections input    : 4          \n"
                             "Total number of reflections used     : 3          \n"
                             "Total number of reflections rejected : 1          \n"
-                            "High resolution :    3.922\n"
+                            "High resolution :    3.529\n"
                             "Low resolution  :   10.000\n"),
             std::string::npos)
       << run.output;
@@ -128,7 +128,7 @@ TEST_F(Reflections, cutsOfTheSectionReject) {
   const std::string both = "FOBS=F SIGF=S IOBS=I SIGI=SI";
   const std::pair<const char*, int> cases[] = {
       {"reject amplitude sigcut 2\n", 2},           {"reject amplitude minimum 2 sigcut 21\n", 1},
-      {"reject amplitude rmscut=1.5\n", 2},         {"reject intensity sigcut 3\n", 1},
+      {"reject amplitude rmscut 1.5\n", 2},         {"reject intensity sigcut 3\n", 1},
       {"reject intensity sigcut -3 rmscut 0\n", 3}, {"reject nothing sigcut 3\n", 3}};
   for (const auto& [command, kept] : cases) {
     ASSERT_EQ(qx_create_quorix(), ok);
