@@ -76,40 +76,16 @@ double cycles(const MateOperator& op, Index3 i) noexcept {
   return ht - std::floor(ht);
 }
 
-// Each step below the denominator and each index below index_limit: no overflow.
-std::int32_t steps(const MateOperator& op, Index3 i, std::int32_t denominator) noexcept {
-  const std::int32_t sum = i.h * op.s[0] + i.k * op.s[1] + i.l * op.s[2];
-  // A division by a constant costs a quarter of one by a variable.
-  const std::int32_t rest = denominator == 24 ? sum % 24 : sum % denominator;
-  return rest < 0 ? rest + denominator : rest;
-}
-
 }  // namespace
 
-Phase Symmetry::phase(const MateOperator& op, Index3 i) const noexcept {
-  if (denominator > 0) return phases[steps(op, i, denominator)];
+Phase Symmetry::phase_of_fractions(const MateOperator& op, Index3 i) noexcept {
   const double angle = two_pi_single * cycles(op, i);
   return {std::cos(angle), -std::sin(angle)};
 }
 
-bool Symmetry::shifts(const MateOperator& op, Index3 i) const noexcept {
-  if (denominator > 0) return steps(op, i, denominator) != 0;
+bool Symmetry::fractions_shift(const MateOperator& op, Index3 i) noexcept {
   const double rest = cycles(op, i);
   return std::min(rest, 1.0 - rest) > step_tolerance;
-}
-
-Orbit Symmetry::orbit(Index3 i, Index3* mates) const noexcept {
-  Orbit orbit = {false, -1};
-  for (std::int32_t c = nrotations; c < nrotations + ncentrings; ++c) {
-    orbit.extinct = orbit.extinct || shifts(operators[c], i);
-  }
-  for (std::int32_t op = 0; op < nrotations; ++op) {
-    const Index3 mate = operators[op].mate(i);
-    mates[op] = mate;
-    if (mate == i && shifts(operators[op], i)) orbit.extinct = true;
-    if (orbit.centric < 0 && mate == opposite(i)) orbit.centric = op;
-  }
-  return orbit;
 }
 
 bool make_symmetry(const double (*matrices)[16], std::int32_t count, MateOperator* operators,
@@ -193,19 +169,6 @@ IndexSet::IndexSet(std::uint64_t* words, Index3 bounds, bool half, std::size_t m
 }
 
 void IndexSet::clear() noexcept { std::memset(words_, 0, nwords_ * sizeof(std::uint64_t)); }
-
-bool IndexSet::insert(Index3 i) noexcept {
-  if (!bits_) return insert_key(i);
-  const auto h = static_cast<std::size_t>(i.h + offset_.h);
-  const auto k = static_cast<std::size_t>(i.k + offset_.k);
-  const auto l = static_cast<std::size_t>(i.l + offset_.l);
-  const std::size_t bit = (h * kspan_ + k) * lspan_ + l;
-  const std::uint64_t mask = std::uint64_t{1} << (bit % 64);
-  std::uint64_t& word = words_[bit / 64];
-  const bool fresh = (word & mask) == 0;
-  word |= mask;
-  return fresh;
-}
 
 // 21 bits for each index; no index gives key 0, which marks an empty place.
 bool IndexSet::insert_key(Index3 i) noexcept {

@@ -39,12 +39,6 @@ struct MateOperator {
 inline constexpr std::int32_t most_steps = 360;
 inline constexpr std::int32_t index_limit = 1 << 20;  // magnitudes of indices stay below
 
-// What the operators do to one index.
-struct Orbit {
-  bool extinct;          // the symmetry makes the amplitude zero
-  std::int32_t centric;  // operator that gives the opposite index; -1 if none does
-};
-
 // The identity and the other operators with distinct rotations, in their order, then the further
 // translations that come with a rotation already listed (as differences to the listed one).
 struct Symmetry {
@@ -55,11 +49,38 @@ struct Symmetry {
   Phase phases[most_steps];       // exp(-2 pi i n / denominator)
 
   // exp(-2 pi i h.t), h.t reduced to [0, 1) first; 2 pi in single precision.
-  [[nodiscard]] Phase phase(const MateOperator& op, Index3 i) const noexcept;
+  [[nodiscard]] Phase phase(const MateOperator& op, Index3 i) const noexcept {
+    return denominator > 0 ? phases[steps(op, i)] : phase_of_fractions(op, i);
+  }
   // True when h.t is no whole number.
-  [[nodiscard]] bool shifts(const MateOperator& op, Index3 i) const noexcept;
-  // Fills `mates` with the index under each rotation.
-  Orbit orbit(Index3 i, Index3* mates) const noexcept;
+  [[nodiscard]] bool shifts(const MateOperator& op, Index3 i) const noexcept {
+    return denominator > 0 ? steps(op, i) != 0 : fractions_shift(op, i);
+  }
+  // Fills `mates` with the index under each rotation. True when the operators contradict each other
+  // about its phase, so that its amplitude must be zero.
+  bool orbit(Index3 i, Index3* mates) const noexcept {
+    bool extinct = false;
+    for (std::int32_t c = nrotations; c < nrotations + ncentrings; ++c) {
+      extinct = extinct || shifts(operators[c], i);
+    }
+    mates[0] = i;
+    for (std::int32_t op = 1; op < nrotations; ++op) {
+      mates[op] = operators[op].mate(i);
+      if (mates[op] == i && shifts(operators[op], i)) extinct = true;
+    }
+    return extinct;
+  }
+
+ private:
+  // h.t modulo 1 in steps. Each step is below most_steps and each index below index_limit: no
+  // overflow. A division by a constant costs a quarter of one by a variable.
+  [[nodiscard]] std::int32_t steps(const MateOperator& op, Index3 i) const noexcept {
+    const std::int32_t sum = i.h * op.s[0] + i.k * op.s[1] + i.l * op.s[2];
+    const std::int32_t rest = denominator == 24 ? sum % 24 : sum % denominator;
+    return rest < 0 ? rest + denominator : rest;
+  }
+  [[nodiscard]] static Phase phase_of_fractions(const MateOperator& op, Index3 i) noexcept;
+  [[nodiscard]] static bool fractions_shift(const MateOperator& op, Index3 i) noexcept;
 };
 
 // Fills `symmetry` from 4 x 4 operators on fractional columns; `operators` has room for count + 1.
@@ -85,7 +106,18 @@ class IndexSet {
            std::size_t bit_words) noexcept;
   void clear() noexcept;
   // True if the index was not there yet.
-  bool insert(Index3 i) noexcept;
+  bool insert(Index3 i) noexcept {
+    if (!bits_) return insert_key(i);
+    const auto h = static_cast<std::size_t>(i.h + offset_.h);
+    const auto k = static_cast<std::size_t>(i.k + offset_.k);
+    const auto l = static_cast<std::size_t>(i.l + offset_.l);
+    const std::size_t bit = (h * kspan_ + k) * lspan_ + l;
+    const std::uint64_t mask = std::uint64_t{1} << (bit % 64);
+    std::uint64_t& word = words_[bit / 64];
+    const bool fresh = (word & mask) == 0;
+    word |= mask;
+    return fresh;
+  }
 
  private:
   bool insert_key(Index3 i) noexcept;

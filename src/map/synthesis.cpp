@@ -22,18 +22,6 @@ Coefficient row_coefficient(const CoefficientList& list, std::int32_t row) noexc
   return {amplitude * std::cos(radians), amplitude * std::sin(radians)};
 }
 
-// The coefficient of a row as its symmetry allows it: where an operator gives the opposite index,
-// the mean of the value and of what that operator makes of it (a centric phase off its line keeps
-// the component along the line).
-Coefficient allowed_coefficient(const Expansion& e, std::int32_t row, const Orbit& orbit) noexcept {
-  const Coefficient f = row_coefficient(e.list, row);
-  if (orbit.centric < 0) return f;
-  const Phase p = e.symmetry->phase(e.symmetry->operators[orbit.centric], e.list.index(row));
-  const double re = f.re * p.cosine - f.im * p.sine;
-  const double im = f.re * p.sine + f.im * p.cosine;
-  return {0.5 * (f.re + re), 0.5 * (f.im - im)};
-}
-
 Index3 seen_as(const Expansion& e, Index3 i) noexcept {
   return e.add_opposites && !in_half(i) ? opposite(i) : i;
 }
@@ -56,8 +44,8 @@ void expand(const Expansion& e, double scale, Sink&& sink) noexcept {
   for (std::int32_t row = 0; row < e.list.n; ++row) {
     if (!e.counts[row]) continue;
     const Index3 index = e.list.index(row);
-    const Orbit orbit = e.symmetry->orbit(index, e.mates);
-    const Coefficient f = allowed_coefficient(e, row, orbit);
+    (void)e.symmetry->orbit(index, e.mates);
+    const Coefficient f = row_coefficient(e.list, row);
     const bool whole = e.add_opposites && !(index == Index3{0, 0, 0});
     const double weight = whole ? scale : 0.5 * scale;
     for (std::int32_t op = 0; op < e.symmetry->nrotations; ++op) {
@@ -68,6 +56,43 @@ void expand(const Expansion& e, double scale, Sink&& sink) noexcept {
     }
   }
 }
+
+// Terms on their way into the block. Neighbours in a list lie far apart there: each place is asked
+// for some terms before it is needed.
+class PendingTerms {
+ public:
+  explicit PendingTerms(std::ptrdiff_t imaginary) noexcept : imaginary_(imaginary) {}
+  PendingTerms(const PendingTerms&) = delete;
+  PendingTerms& operator=(const PendingTerms&) = delete;
+  ~PendingTerms() {
+    for (std::size_t i = 0; i < capacity; ++i) settle(terms_[(next_ + i) % capacity]);
+  }
+
+  void add(double* place, double re, double im) noexcept {
+    Term& term = terms_[next_++ % capacity];
+    settle(term);
+    __builtin_prefetch(place, 1);
+    __builtin_prefetch(place + imaginary_, 1);
+    term = {place, re, im};
+  }
+
+ private:
+  static constexpr std::size_t capacity = 32;
+  struct Term {
+    double* place = nullptr;
+    double re = 0, im = 0;
+  };
+
+  void settle(const Term& term) const noexcept {
+    if (!term.place) return;
+    term.place[0] += term.re;
+    term.place[imaginary_] += term.im;
+  }
+
+  std::ptrdiff_t imaginary_;  // from the real part of a term to its imaginary part
+  std::size_t next_ = 0;
+  Term terms_[capacity];
+};
 
 std::ptrdiff_t wrapped(std::int32_t index, std::ptrdiff_t n) noexcept {
   const std::ptrdiff_t rest = index % n;
@@ -99,8 +124,8 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
   e.seen->clear();
   for (std::int32_t row = 0; row < e.list.n; ++row) {
     const Index3 index = e.list.index(row);
-    const Orbit orbit = e.symmetry->orbit(index, e.mates);
-    e.counts[row] = !orbit.extinct && e.seen->insert(seen_as(e, index)) ? 1 : 0;
+    const bool extinct = e.symmetry->orbit(index, e.mates);
+    e.counts[row] = !extinct && e.seen->insert(seen_as(e, index)) ? 1 : 0;
     if (!e.counts[row]) continue;
     int distinct = 1;
     widen(extent, columns, bounds.k, index);
@@ -109,16 +134,16 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
       ++distinct;
       widen(extent, columns, bounds.k, e.mates[op]);
     }
-    if (!e.add_opposites) continue;
-    const Coefficient f = orbit.centric < 0 && std::isfinite(e.list.phase_deg[row])
-                              ? Coefficient{e.list.amplitude[row], 0}
-                              : allowed_coefficient(e, row, orbit);
-    const double square = f.re * f.re + f.im * f.im;
+    const double amplitude = e.list.amplitude[row];
+    if (!e.add_opposites || !std::isfinite(amplitude) || !std::isfinite(e.list.phase_deg[row])) {
+      continue;
+    }
     if (index == Index3{0, 0, 0}) {
-      extent.f000 = f.re;
-      extent.power += square;
-    } else if (std::isfinite(square)) {
-      extent.power += 2.0 * distinct * square;
+      // Its own opposite: only the real part is density.
+      extent.f000 = row_coefficient(e.list, row).re;
+      extent.power += extent.f000 * extent.f000;
+    } else {
+      extent.power += 2.0 * distinct * amplitude * amplitude;
     }
   }
   return extent;
@@ -126,10 +151,10 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
 
 void expand_to_half(const Expansion& expansion, double scale, View3<double> block,
                     std::int32_t hmax) noexcept {
+  PendingTerms pending(hmax + 1);
   const auto place = [&](Index3 i, double re, double im) {
-    double* target = block.row(i.l < 0 ? i.l + block.n0 : i.l, i.k < 0 ? i.k + block.n1 : i.k);
-    target[i.h] += re;
-    target[hmax + 1 + i.h] += im;
+    double* row = block.row(i.l < 0 ? i.l + block.n0 : i.l, i.k < 0 ? i.k + block.n1 : i.k);
+    pending.add(row + i.h, re, im);
   };
   expand(expansion, scale, [&](Index3 i, double re, double im) {
     if (i.h >= 0) place(i, re, im);

@@ -1,0 +1,224 @@
+// The map section: grammar, reports, and what a section leaves on the map.
+#include "crystal/asu.h"
+#include "map/map_engine.h"
+
+#include <quorix/memory.h>
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+using qx::failed;
+using qx::ok;
+using qx::test::captured;
+using qx::test::read_file;
+using qx::test::section;
+
+class XmapSection : public qx::test::MapEngine {
+ protected:
+  void SetUp() override {
+    MapEngine::SetUp();
+    install(crystal_, {24, 20, 18});
+    ASSERT_EQ(qx_delete_qxmap(), ok);
+    put_reflections(2);
+  }
+
+  // Two waves along x and y, amplitude and phase as input columns.
+  static void put_reflections(std::int32_t n) {
+    qxrefdata* set = qx_get_qxrefdata();
+    const std::int32_t hkl[2][3] = {{2, 0, 0}, {0, 1, 0}};
+    std::int32_t* indices[3] = {};
+    for (auto& index : indices) index = qx::allocate<std::int32_t>(2, "test");
+    for (int i = 0; i < 2; ++i) {
+      for (int j = 0; j < 3; ++j) indices[j][i] = hkl[i][j];
+    }
+    set->h = indices[0];
+    set->k = indices[1];
+    set->l = indices[2];
+    set->map_coeff_amplitude = floats(660.0F, 1320.0F);
+    set->map_coeff_phase = floats(90.0F, -90.0F);
+    set->nreflections = n;
+  }
+  static float* floats(float a, float b) {
+    float* values = qx::allocate<float>(2, "test");
+    values[0] = a;
+    values[1] = b;
+    return values;
+  }
+  // (1/V) sum of 2 |F| cos(2 pi h.x - phi): sin(2 pi 2 x) - 2 sin(2 pi y).
+  static double wave(int ix, int iy) {
+    const double turn = 2 * std::acos(-1.0);
+    return std::sin(turn * 2 * ix / 24) - 2 * std::sin(turn * iy / 20);
+  }
+  static std::string xmap(const std::string& lines) {
+    return "xmap\nmapdef generated with amplitude input phase input\n" + lines + "\nxend\n";
+  }
+
+  qx::test::RandomCrystal crystal_{qx::test::closed_group({}), {10, 11, 12, 90, 90, 90}, 1};
+  qx::test::ScratchDirectory scratch_;
+};
+
+TEST_F(XmapSection, GoodRunOfTheTool) {
+  const std::string path = scratch_.file("a b.map");
+  const auto result =
+      section(xmap("param type unweighted u 1 v 0 scale yes cushion 4.0\nextent unit\n\ngenerate\n"
+                   "write ccp4 file \"" +
+                   path + "\""));
+  EXPECT_TRUE(result.ok) << result.output;
+  EXPECT_EQ(result.output,
+            "begin map generation:\n"
+            "Warning: extraneous input discarded: \"\"\" from line 6\n"
+            "end map generation.\n");
+  const std::string bytes = read_file(path);
+  ASSERT_EQ(bytes.size(), 1024U + 4U * 24 * 20 * 18);
+  EXPECT_EQ(bytes.substr(304, 20), "Map type: 1Fo - 0Fc ");
+  const double rms = std::sqrt(0.5 * (1 + 4));
+  EXPECT_NEAR(qx_get_qxmap()->rms, rms, 1e-9);
+  float value = 0;
+  std::memcpy(&value, bytes.data() + 1024 + 4 * (24 * 3 + 5), 4);
+  EXPECT_NEAR(value, wave(5, 3) / rms, 1e-6);
+  EXPECT_EQ(qx_get_qxmap()->u, 1.0);
+  EXPECT_EQ(qx_get_qxmap()->cushion, 4.0);
+}
+
+TEST_F(XmapSection, WrittenAndGeneratedAgainAndReset) {
+  const std::string first = scratch_.file("1");
+  const std::string second = scratch_.file("2");
+  EXPECT_TRUE(section(xmap("generate\nwrite ccp4 file " + first + "\nwrite ccp4 file " + second +
+                           "\ngenerate\nparam scale yes\ngenerate"))
+                  .ok);
+  EXPECT_EQ(read_file(first), read_file(second));
+  EXPECT_NEAR(qx_get_qxmap()->statistics.rms, 1.0, 1e-12);
+  const double live = qx_get_xmalloc_memory_size();
+  EXPECT_TRUE(section("xmap\nxend\n").ok);
+  EXPECT_EQ(qx_get_qxmap()->density, nullptr);
+  EXPECT_EQ(qx_get_qxmap()->path, nullptr);
+  EXPECT_EQ(qx_get_qxmap()->scale, 0);
+  EXPECT_EQ(qx_get_qxmap()->amplitude_source, qx::calculated_source);
+  EXPECT_LT(qx_get_xmalloc_memory_size(), live - 8 * 24 * 20 * 18 / 1e6);
+}
+
+TEST_F(XmapSection, FigureOfMeritDecidesButNeverMultiplies) {
+  qx_get_qxrefdata()->map_fom = floats(0.3F, 0.0F);
+  EXPECT_TRUE(section(xmap("generate")).ok);
+  EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(5, 0), 1e-9);
+  qx_get_qxrefdata()->fom = floats(0.0F, 0.2F);  // goes before the other
+  EXPECT_TRUE(section(xmap("generate")).ok);
+  EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(0, 3), 1e-9);
+}
+
+TEST_F(XmapSection, ExtentsAndKeys) {
+  qxasu* asu = qx_get_qxasu();
+  asu->high[0] = 0.50001;
+  asu->high[1] = 1.0;
+  asu->high[2] = 0.24;
+  EXPECT_TRUE(section(xmap("extent asym\ngenerate")).ok);
+  const auto bounds = [] {
+    const qxmap* map = qx_get_qxmap();
+    return std::vector<int>{map->xlow, map->xhigh, map->ylow, map->yhigh, map->zlow, map->zhigh};
+  };
+  EXPECT_EQ(bounds(), (std::vector<int>{0, 13, 0, 20, 0, 5}));
+  EXPECT_TRUE(section(xmap("extent frac xmin=-0.1 xmax = 0.5 ymin 0 ymax=0.1 zmin=0.2 zmax=0.3\n"
+                           "kick seed 5 length -1 naverage 7\ngenerate"))
+                  .ok);
+  EXPECT_EQ(bounds(), (std::vector<int>{-2, 12, 0, 2, 4, 5}));
+  const qxmap* map = qx_get_qxmap();
+  EXPECT_EQ(map->kick, 2);
+  EXPECT_EQ(map->seed, 5);
+  EXPECT_EQ(map->kick_length, 0.3);
+  EXPECT_EQ(map->kick_average, 7);
+  double* orth2frac = qx_get_qxcell()->orth2frac;
+  orth2frac[0] = 0.1;
+  orth2frac[1] = -0.02;  // an oblique axis: the box holds all eight corners
+  orth2frac[5] = 1.0 / 11;
+  orth2frac[10] = 1.0 / 12;
+  EXPECT_TRUE(
+      section(xmap("extent box xmin=0 xmax=5 ymin=-2.2 ymax=11 zmin=3 zmax=3\ngenerate")).ok);
+  EXPECT_EQ(bounds(), (std::vector<int>{-5, 13, -4, 20, 4, 4}));
+  EXPECT_TRUE(section(xmap("param type SIGMaa\nparam type expected u 3 v 2\nparam v -1")).ok);
+  EXPECT_EQ(qx_get_qxmap()->type, qx::expected_map);
+  EXPECT_EQ(qx_get_qxmap()->u, 3.0);
+  EXPECT_EQ(qx_get_qxmap()->v, -1.0);
+}
+
+struct Fault {
+  const char* lines;
+  const char* text;
+};
+
+class XmapFault : public XmapSection, public ::testing::WithParamInterface<Fault> {};
+
+TEST_P(XmapFault, IsReportedAndEndsTheEngine) {
+  const auto result = section(std::string("xmap\n") + GetParam().lines + "\nxend\n");
+  EXPECT_FALSE(result.ok);
+  EXPECT_NE(result.output.find(GetParam().text), std::string::npos) << result.output;
+  EXPECT_EQ(qx_exist_quorix(), 0);
+}
+
+#define FROM_INPUT "mapdef generated with amplitude input phase input\n"
+INSTANTIATE_TEST_SUITE_P(
+    Commands, XmapFault,
+    ::testing::Values(
+        Fault{"mapp x", "\nqx_map_generation_ctrl():\n*** Unknow xmap task: \"MAPP\" ****\n"},
+        Fault{"param type fomweight u 1 v 0",
+              "\nqx_map_generation_ctrl():\n Unknow map type: fomweight \n"},
+        Fault{"param scale maybe", "\n Unknow scale value: maybe \n"},
+        Fault{"param u one", "Failed to convert double value"},
+        Fault{"mapdef amplitude input",
+              "\nUnknown keyword in mapdef command: \"amplitude\"\nThe command line should be:\n"
+              "mapdef generated with amplitude [calc | input] phase [calc | input]\n"},
+        Fault{"mapdef generated with Amplitude Maybe",
+              "\nUnknown value \"Maybe\" for amplitude.\n"},
+        Fault{"mapdef generated with phase", "\nUnknown value \"\" for phase.\n"},
+        Fault{"extent", "\nUnknown extent type. \n"},
+        Fault{"extent all", "\nUnknown extent type. \n"},
+        Fault{"extent box xmin=0 xmax=1 ymin=0 zmin=0 zmax=1", "\nNo ymax for box defined. \n"},
+        Fault{"extent frac", "\nNo xmin for frac defined. \n"},
+        Fault{FROM_INPUT "extent frac xmin=1 xmax=0 ymin=0 ymax=1 zmin=0 zmax=1\ngenerate",
+              "\nInvalid map limits 1.0"},
+        Fault{FROM_INPUT "extent frac xmin=0 xmax=nan ymin=0 ymax=1 zmin=0 zmax=1\ngenerate",
+              "\nInvalid map limits 0.0"},
+        Fault{FROM_INPUT "extent frac xmin=0 xmax=5000 ymin=0 ymax=9999 zmin=0 zmax=9999\ngenerate",
+              "does not fit in memory"},
+        Fault{FROM_INPUT "extent model\ngenerate", "\nmolsys object has not been created yet \n"},
+        Fault{"generate",
+              "\nqx_set_map_coef():\nqxstructfact object has not been created yet \n"
+              "\nqx_generate_map():\nThere is no way to get map coefficients.\n"},
+        Fault{"mapdef generated with amplitude input phase calc\ngenerate",
+              "\nDonot know how to assemble input map phases.\n"},
+        Fault{"mapdef generated with amplitude calc phase input\ngenerate",
+              "\nCan not assemble input map coefficients from the same source.\n"},
+        Fault{"read map file x", "\nFeature for reading map data has not been implemented yet.\n"},
+        Fault{"write pdb file x", "\nUnknown map format: pdb\n"},
+        Fault{"write ccp4", "\nUndefined map file name. \n"},
+        Fault{"write cns file x", "\nHas not declared to write formated or unformated map file.\n"},
+        Fault{"write ccp4 file x", "\nThere is no way to get map coefficients.\n"},
+        Fault{FROM_INPUT "generate\nwrite cns unformatted file x", "has not been implemented yet."},
+        Fault{FROM_INPUT "generate\nwrite ccp4 file /no/such/place",
+              "\nFailed to open file \"/no/such/place\" \n"}));
+
+TEST_F(XmapSection, MissingData) {
+  const std::string generate = xmap("generate");
+  qx_get_qxrefdata()->map_coeff_phase = nullptr;
+  EXPECT_NE(section(generate).output.find("\nThere is no input phase data defined yet.\n"),
+            std::string::npos);
+  EXPECT_EQ(qx_exist_quorix(), 0);
+  SetUp();
+  qx_get_qxrefdata()->map_coeff_amplitude = nullptr;
+  EXPECT_NE(section(generate).output.find("\nThere is no input amplitude data defined yet.\n"),
+            std::string::npos);
+  SetUp();
+  qx_get_qxrefdata()->nreflections = 0;
+  EXPECT_NE(section(generate).output.find("\nThere is no reflections defined for generating map\n"),
+            std::string::npos);
+  SetUp();
+  EXPECT_EQ(qx_delete_xgrid(), ok);
+  EXPECT_NE(section(generate).output.find("\nqxgrid object has not been created yet \n"),
+            std::string::npos);
+  SetUp();
+  const auto result = section("xmap\ngenerate with end of text");
+  EXPECT_FALSE(result.ok);
+}
+
+}  // namespace
