@@ -3,10 +3,10 @@
 # Usage: tools/install_packages.sh build|demo|test|ci ...
 set -euo pipefail
 
-build=(g++ cmake ninja-build pkg-config liblapack-dev libcli11-dev)
+build=(g++ cmake ninja-build pkg-config liblapack-dev libcli11-dev gemmi-dev tao-pegtl-dev zlib1g-dev)
 demo=("${build[@]}" python3 python3-numpy python3-matplotlib)
 tests=("${build[@]}" libgtest-dev python3 python3-numpy python3-gemmi python3-mrcfile gemmi)
-ci=("${demo[@]}" "${tests[@]}" clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev gemmi-dev man-db)
+ci=("${demo[@]}" "${tests[@]}" clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev man-db)
 
 wanted=()
 for task in "$@"; do

@@ -26,6 +26,9 @@ QX_API qx::Status qx_set_work_free_reflection_by_seed();
 // Bins of equal count in order of resolution. Replaces the bin arrays.
 QX_API qx::Status qx_set_rfactor_bins();
 
+// The free list and its length; null and 0 when there is none.
+QX_API const std::int32_t* qx_get_qxcross_free(std::int32_t* n);
+
 // The bin table (d in Angstrom); the second only when the verb_binr switch is at least 1.
 QX_API void qx_print_bin_rfactor();
 QX_API void qx_fprint_bin_rfactor_();

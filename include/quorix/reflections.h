@@ -79,6 +79,13 @@ QX_API qx::Status qx_set_hklmax();
 QX_API qx::Status qx_set_refl_reject_info(std::int32_t n, std::int32_t nrejected,
                                           const std::int32_t* indices, qxrefdata* refdata);
 
+// Makes the container's data set from n Miller indices (h, k, l of each in turn) instead of a file,
+// with derived values and no columns. The cell and the space group must be complete. Replaces every
+// array.
+QX_API qx::Status qx_set_refdata_indices(std::int32_t n, const std::int32_t* hkl);
+// Replaces the free-set flags by n given ones, n the number of reflections.
+QX_API qx::Status qx_set_refdata_test(std::int32_t n, const std::int16_t* flags);
+
 // Reads the rest of a `read refl` command into `refdata`, which may stand outside the container.
 // `mode` is 0. The data set is built later, by a checker or qx_build_qxrefdata.
 QX_API qx::Status qx_read_refdata_ctrl(qxrefdata* refdata, std::int32_t mode);

@@ -272,6 +272,12 @@ Status qx_set_rfactor_bins() {
   return ok;
 }
 
+const std::int32_t* qx_get_qxcross_free(std::int32_t* n) {
+  const qxcross* cross = qx_get_qxcross();
+  *n = cross ? cross->nfree : 0;
+  return cross ? cross->free : nullptr;
+}
+
 namespace {
 
 double resolution(double s_length) { return s_length > 0.0 ? 1.0 / s_length : 0.0; }

@@ -96,6 +96,21 @@ Status qx_build_qxrefdata(qxrefdata* refdata, const qxrefreject* reject, std::in
   return ok;  // no file was read
 }
 
+namespace {
+
+// What is derived from the indices, and the limits that they leave.
+Status complete(qxrefdata& refdata, qxresol& resol) {
+  if (refdata.nreflections < 1) return ok;
+  QX_TRY(set_weights(refdata));
+  QX_TRY(qx_set_centric());
+  QX_TRY(qx_set_epsilon());
+  QX_TRY(qx_set_hklmax());
+  QX_TRY(qx_set_refdata_s());
+  return narrow_limits(refdata, resol);
+}
+
+}  // namespace
+
 Status qx_run_qxrefdata_checker() {
   // Kept: the heading names another routine.
   constexpr const char* heading = " qx_assign_qxrefdata_ptrs():";
@@ -106,11 +121,42 @@ Status qx_run_qxrefdata_checker() {
   const qxrefreject* reject = qx_get_qxrefreject();
   if (!reject) return fail(heading, "qxrefreject has not been created yet");
   QX_TRY(qx_build_qxrefdata(refdata, reject, 1));
-  if (refdata->nreflections < 1) return ok;
-  QX_TRY(set_weights(*refdata));
-  QX_TRY(qx_set_centric());
-  QX_TRY(qx_set_epsilon());
-  QX_TRY(qx_set_hklmax());
-  QX_TRY(qx_set_refdata_s());
-  return narrow_limits(*refdata, *resol);
+  return complete(*refdata, *resol);
+}
+
+Status qx_set_refdata_indices(std::int32_t n, const std::int32_t* hkl) {
+  constexpr const char* heading = "qx_set_refdata_indices():";
+  qxrefdata* refdata = qx_get_qxrefdata();
+  qxresol* resol = qx_get_qxresol();
+  if (!qx_exist_quorix()) return failed;
+  if (!refdata || !resol) return fail(heading, "refdata object has not been created yet ");
+  if (n < 1) return fail(heading, " There is no reflection survived. ");
+  QX_TRY(qx::forget_file(*refdata));
+  QX_TRY(qx::clear_reflections(*refdata));
+  for (std::int32_t** column : {&refdata->h, &refdata->k, &refdata->l}) {
+    *column = qx::allocate<std::int32_t>(static_cast<std::size_t>(n), "psri_hkl");
+    if (!*column) return failed;
+  }
+  for (std::int32_t i = 0; i < n; ++i) {
+    refdata->h[i] = hkl[3 * i];
+    refdata->k[i] = hkl[3 * i + 1];
+    refdata->l[i] = hkl[3 * i + 2];
+  }
+  refdata->nreflections = n;
+  return complete(*refdata, *resol);
+}
+
+Status qx_set_refdata_test(std::int32_t n, const std::int16_t* flags) {
+  constexpr const char* heading = "qx_set_refdata_test():";
+  qxrefdata* refdata = qx_get_qxrefdata();
+  if (!qx_exist_quorix()) return failed;
+  if (!refdata || refdata->nreflections != n || n < 1) {
+    return fail(heading, "refdata object has not been created yet ");
+  }
+  if (!refdata->test) {
+    refdata->test = qx::allocate<std::int16_t>(static_cast<std::size_t>(n), "psrt_test");
+    if (!refdata->test) return failed;
+  }
+  std::copy_n(flags, n, refdata->test);
+  return ok;
 }

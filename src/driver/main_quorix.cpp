@@ -1,5 +1,6 @@
 // quorix: picks a subcommand.
 #include "driver/commands/commands.h"
+#include "driver/commands/sections.h"
 #include "driver/data_directory.h"
 
 #include <quorix/version.h>
@@ -16,10 +17,14 @@ int main(int argc, char** argv) {
   app.failure_message(CLI::FailureMessage::help);
   try {
     qx::add_run(app, status);
+    qx::add_fcalc(app, status);
     qx::point_to_installed_data();
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
+  } catch (const qx::CommandError& error) {
+    std::cerr << "quorix: " << error.what() << '\n';
+    return error.status();
   } catch (const std::exception& error) {
     std::cerr << "quorix: " << error.what() << '\n';
     return 2;

@@ -43,6 +43,8 @@ Status open_tables(qxgrid& grid, std::int32_t nops, std::int32_t nref) {
   double** rows = xopen_matrix_double(nops, nref, "pcr_shift");
   if (!rows) return failed;
   grid.ref_shift = rows;
+  grid.ref_nops = nops;
+  grid.ref_count = nref;
   return ok;
 }
 

@@ -1,10 +1,14 @@
 #include "map/coefficients.h"
 
-#include "core/refsys.h"
+#include "core/constants.h"
 #include "core/report.h"
+#include "core/tagged.h"
 #include "crystal/reflections.h"
 
 #include <quorix/engine.h>
+#include <quorix/model.h>
+#include <quorix/reflections.h>
+#include <quorix/structfact.h>
 
 #include <cmath>
 
@@ -49,17 +53,58 @@ Status qx_assemble_input_map_coeff(double* amplitude, double* phase) {
   return ok;
 }
 
-// u |Fo| - v |Fc| with the phase of Fc, and the weighted kinds of it. Until structure factors can
-// be calculated, every kind ends at the first object that it misses.
-Status qx_set_map_coef(double* /*amplitude*/, double* /*phase*/) {
+namespace {
+
+struct ModelF {
+  qx::Tagged<double> re;
+  qx::Tagged<double> im;
+};
+
+// A zero F has phase 0; phases in [0, 360).
+double phase_of(double re, double im) {
+  if (re == 0.0 && im == 0.0) return 0.0;
+  const double phase = std::atan2(im, re) * 180.0 / qx::pi;
+  return phase < 0.0 ? phase + 360.0 : phase;
+}
+
+Status calculate(std::int32_t n, ModelF& f) {
+  f.re = qx::Tagged<double>(static_cast<std::size_t>(n), "pmc_re");
+  if (!f.re) return failed;
+  f.im = qx::Tagged<double>(static_cast<std::size_t>(n), "pmc_im");
+  if (!f.im) return failed;
+  return qx_calc_model_structure_factor(f.re.get(), f.im.get());
+}
+
+}  // namespace
+
+// u |Fo| - v |Fc| with the phase of Fc; a reflection that was not observed takes no part. The
+// weighted kinds end at the first object that they miss.
+Status qx_set_map_coef(double* amplitude, double* phase) {
   constexpr auto here = "qx_set_map_coef():";
-  const refsys* system = qx_get_refsys();
-  if (!system) return failed;
   const qxmap* map = qx_get_qxmap();
+  if (!qx_exist_quorix()) return failed;
   if (!map) return fail(here, "qxmap object has not been created yet.");
-  if (!system->structfact) return fail(here, "qxstructfact object has not been created yet ");
+  if (!qx_get_qxstructfact()) return fail(here, "qxstructfact object has not been created yet ");
   if (map->type != qx::unweighted_map) return fail(here, "qxml object has not been created yet.");
-  return fail(here, "qxscale object has not been created ");
+  if (!qx_get_molsys()) return fail(here, "molsys object has not been created yet ");
+  const qxrefdata* set = qx::map_refdata();
+  if (!set) return failed;
+  if (!set->fobs) return fail(here, "There is no observed amplitude data defined yet.");
+  if (set != qx_get_qxrefdata()) {
+    return fail(here, "The model's structure factors are not those of the reflections of the map.");
+  }
+  const std::int32_t n = set->nreflections;
+  ModelF f;
+  QX_TRY(calculate(n, f));
+  const float* fom = set->fom ? set->fom : set->map_fom;
+  for (std::int32_t i = 0; i < n; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    const double fo = set->fobs[i];
+    const bool used = takes_part(fom, i) && std::isfinite(fo);
+    amplitude[i] = used ? map->u * fo - map->v * std::hypot(f.re[at], f.im[at]) : 0.0;
+    phase[i] = used ? phase_of(f.re[at], f.im[at]) : 0.0;
+  }
+  return ok;
 }
 
 namespace qx {

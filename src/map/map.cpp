@@ -10,6 +10,7 @@
 #include "crystal/reflections.h"
 #include "grid/grid.h"
 #include "map/coefficients.h"
+#include "map/model_box.h"
 
 #include <quorix/engine.h>
 
@@ -39,7 +40,7 @@ Status drop_contents(qxmap& map) {
 
 // Fractional limits of the box, low and high of x, y, z, for the extents that have them.
 Status limits_of(const char* here, const qxmap& map, double (&limits)[6]) {
-  if (map.extent == qx::model_extent) return fail(here, "molsys object has not been created yet ");
+  if (map.extent == qx::model_extent) return qx::model_limits(here, map.cushion, limits);
   std::copy_n(map.limits, 6, limits);
   if (map.extent != qx::box_extent) return ok;
   const qxcell* cell = qx_get_qxcell();

@@ -180,7 +180,9 @@ Status fetch(Needs& needs) {
   if (!qx_get_qxsincostab()) QX_TRY(qx_new_qxsincostab());
   if (!qx_get_qxsincostab()->sine) QX_TRY(qx_init_qxsincostab());
   needs.table = qx_get_qxsincostab();
-  if (!needs.grid->ref_ix) QX_TRY(qx_calc_ref2gind());
+  const bool fitting = needs.grid->ref_ix && needs.grid->ref_nops == needs.group->nops &&
+                       needs.grid->ref_count == needs.data->nreflections;
+  if (!fitting) QX_TRY(qx_calc_ref2gind());
   return ok;
 }
 
@@ -276,7 +278,9 @@ Status make_ready() {
   if (!qx_get_qxradcut()) QX_TRY(qx_new_qxradcut());
   QX_TRY(qx_update_qxradcut());
   QX_TRY(qx_new_qxstructfact());
-  return qx_set_pre_factor();
+  QX_TRY(qx_set_pre_factor());
+  // Grid, boxes or reflections may have changed since the tables were made.
+  return qx_calc_ref2gind();
 }
 
 }  // namespace

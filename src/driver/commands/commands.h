@@ -9,5 +9,6 @@ class App;
 namespace qx {
 
 void add_run(CLI::App& app, int& status);
+void add_fcalc(CLI::App& app, int& status);
 
 }  // namespace qx

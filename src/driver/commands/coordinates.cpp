@@ -1,0 +1,131 @@
+#include "driver/commands/coordinates.h"
+
+#include "driver/commands/sections.h"
+
+#include <quorix/engine.h>
+#include <quorix/model.h>
+
+#include <algorithm>
+#include <gemmi/gz.hpp>        // for MaybeGzipped
+#include <gemmi/mmread.hpp>    // for read_structure
+#include <gemmi/reciproc.hpp>  // for make_miller_vector
+
+namespace qx {
+
+namespace {
+
+// The model's arrays, atom by atom.
+struct Arrays {
+  std::vector<double> x, y, z, b_iso, occupancy, vdw_radius, u_aniso;
+  std::vector<std::int32_t> atomic_number, charge, further, bu_index, ion;
+
+  void add(const gemmi::Atom& atom) {
+    x.push_back(atom.pos.x);
+    y.push_back(atom.pos.y);
+    z.push_back(atom.pos.z);
+    atomic_number.push_back(atom.element.atomic_number());
+    charge.push_back(atom.charge);
+    further.push_back(0);
+    ion.push_back(atom.charge != 0 ? 1 : 0);
+    occupancy.push_back(atom.occ);
+    vdw_radius.push_back(atom.element.vdw_r());
+    if (atom.aniso.nonzero()) {
+      bu_index.push_back(~static_cast<std::int32_t>(u_aniso.size() / 6));
+      for (const float u : {atom.aniso.u11, atom.aniso.u22, atom.aniso.u33, atom.aniso.u12,
+                            atom.aniso.u13, atom.aniso.u23}) {
+        u_aniso.push_back(static_cast<double>(u));
+      }
+    } else {
+      bu_index.push_back(static_cast<std::int32_t>(b_iso.size()));
+      b_iso.push_back(atom.b_iso);
+    }
+  }
+};
+
+template <class Work>
+void for_each_atom(const gemmi::Structure& structure, Work work) {
+  for (const gemmi::Chain& chain : structure.models.front().chains) {
+    for (const gemmi::Residue& residue : chain.residues) {
+      for (const gemmi::Atom& atom : residue.atoms) work(atom);
+    }
+  }
+}
+
+template <class Test>
+std::size_t count_atoms(const gemmi::Structure& structure, Test test) {
+  std::size_t n = 0;
+  for_each_atom(structure, [&](const gemmi::Atom& atom) { n += test(atom) ? 1 : 0; });
+  return n;
+}
+
+Crystal crystal_of(const gemmi::Structure& structure) {
+  Crystal crystal;
+  const gemmi::SpaceGroup* group = structure.find_spacegroup();
+  crystal.space_group = group ? group->xhm() : structure.spacegroup_hm;
+  const gemmi::UnitCell& cell = structure.cell;
+  if (!cell.is_crystal()) return crystal;
+  const double values[6] = {cell.a, cell.b, cell.c, cell.alpha, cell.beta, cell.gamma};
+  std::copy_n(values, 6, crystal.cell);
+  crystal.own_matrix = cell.explicit_matrices;
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) crystal.orth2frac[4 * i + j] = cell.frac.mat[i][j];
+    crystal.orth2frac[4 * i + 3] = cell.frac.vec.at(i);
+  }
+  return crystal;
+}
+
+}  // namespace
+
+Coordinates::Coordinates(const std::string& path) {
+  try {
+    structure_ =
+        std::make_unique<gemmi::Structure>(gemmi::read_structure(gemmi::MaybeGzipped(path)));
+  } catch (const std::exception& error) {
+    throw CommandError(2, "cannot read coordinates from " + path + ": " + error.what());
+  }
+  if (structure_->models.empty() || atom_count() == 0) {
+    throw CommandError(2, path + " holds no atom");
+  }
+  crystal_ = crystal_of(*structure_);
+}
+
+Coordinates::~Coordinates() = default;
+
+std::size_t Coordinates::atom_count() const {
+  return count_atoms(*structure_, [](const gemmi::Atom&) { return true; });
+}
+
+std::size_t Coordinates::unknown_count() const {
+  return count_atoms(*structure_,
+                     [](const gemmi::Atom& atom) { return atom.element.atomic_number() == 0; });
+}
+
+std::size_t Coordinates::deuterium_count() const {
+  return count_atoms(*structure_,
+                     [](const gemmi::Atom& atom) { return atom.element == gemmi::El::D; });
+}
+
+bool Coordinates::fill_model() const {
+  Arrays a;
+  for_each_atom(*structure_, [&](const gemmi::Atom& atom) { a.add(atom); });
+  const auto size = [](const auto& list) { return static_cast<std::int32_t>(list.size()); };
+  return qx_add_xmodel_entry(size(a.x), a.x.data(), a.y.data(), a.z.data(), a.atomic_number.data(),
+                             a.charge.data(), a.further.data(), a.bu_index.data(), size(a.b_iso),
+                             size(a.u_aniso) / 6, a.b_iso.data(),
+                             reinterpret_cast<const double(*)[6]>(a.u_aniso.data()),
+                             a.occupancy.data(), a.ion.data(), a.vdw_radius.data()) == ok;
+}
+
+std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin) {
+  const gemmi::SpaceGroup* group = gemmi::find_spacegroup_by_name(crystal.space_group);
+  if (!group) throw CommandError(2, "unknown space group '" + crystal.space_group + "'");
+  const gemmi::UnitCell cell(crystal.cell[0], crystal.cell[1], crystal.cell[2], crystal.cell[3],
+                             crystal.cell[4], crystal.cell[5]);
+  std::vector<std::int32_t> flat;
+  for (const gemmi::Miller& hkl : gemmi::make_miller_vector(cell, group, dmin)) {
+    flat.insert(flat.end(), hkl.begin(), hkl.end());
+  }
+  return flat;
+}
+
+}  // namespace qx

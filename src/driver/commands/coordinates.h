@@ -1,0 +1,45 @@
+// Coordinate files, read with gemmi, and the engine's model filled from them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace gemmi {
+struct Structure;
+}
+
+namespace qx {
+
+struct Crystal {
+  std::string space_group;  // empty when the file names none
+  double cell[6] = {};      // Angstrom, degrees; zero when the file has none
+  bool own_matrix = false;  // the file's fractionalisation is not the standard one
+  double orth2frac[12] = {};
+};
+
+// The first model of a PDB or mmCIF file, plain or gzipped.
+class Coordinates {
+ public:
+  // Throws CommandError for a file that cannot be read or holds no atom.
+  explicit Coordinates(const std::string& path);
+  ~Coordinates();
+  [[nodiscard]] const Crystal& crystal() const { return crystal_; }
+  [[nodiscard]] std::size_t atom_count() const;
+  // Atoms whose element is not known take no part; neither do deuterium atoms get their own length.
+  [[nodiscard]] std::size_t unknown_count() const;
+  [[nodiscard]] std::size_t deuterium_count() const;
+  // Appends the atoms to the engine's model as one entry; false after a report.
+  [[nodiscard]] bool fill_model() const;
+
+ private:
+  std::unique_ptr<gemmi::Structure> structure_;
+  Crystal crystal_;
+};
+
+// Miller indices of the unique set to dmin, in the standard asymmetric unit; throws CommandError
+// when the space group is not known.
+std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin);
+
+}  // namespace qx

@@ -1,0 +1,117 @@
+#include "driver/commands/sections.h"
+
+#include "driver/section_job.h"
+
+#include <quorix/engine.h>
+
+#include <csignal>
+#include <cstdarg>
+#include <cstring>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace qx {
+
+std::string format(const char* pattern, ...) {
+  std::va_list values;
+  va_start(values, pattern);
+  std::va_list again;
+  va_copy(again, values);
+  std::string text(static_cast<std::size_t>(std::vsnprintf(nullptr, 0, pattern, values)), '\0');
+  std::vsnprintf(text.data(), text.size() + 1, pattern, again);
+  va_end(again);
+  va_end(values);
+  return text;
+}
+
+std::vector<std::string> SectionText::lines() const {
+  std::vector<std::string> all = lines_;
+  all.emplace_back("xend");
+  return all;
+}
+
+Engine::Engine(bool verbose) : verbose_(verbose) {
+  if (qx_create_quorix() != ok) throw CommandError(1, "the engine could not be started");
+}
+
+Engine::~Engine() { qx_terminate_quorix(); }
+
+void Engine::begin() {
+  deaths_ = qx_get_die_count();
+  if (verbose_) return;
+  std::fflush(stdout);
+  spool_ = std::tmpfile();
+  if (!spool_) throw CommandError(2, "no temporary file can be made");
+  stdout_ = dup(STDOUT_FILENO);
+  dup2(fileno(spool_), STDOUT_FILENO);
+}
+
+std::string Engine::end(bool succeeded) {
+  std::string text;
+  if (!verbose_) {
+    std::fflush(stdout);
+    dup2(stdout_, STDOUT_FILENO);
+    close(stdout_);
+    std::rewind(spool_);
+    char piece[4096];
+    for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, spool_)) > 0;) {
+      text.append(piece, n);
+    }
+    std::fclose(spool_);
+  }
+  if (succeeded && qx_get_die_count() == deaths_) return text;
+  std::fputs(text.c_str(), stdout);
+  std::fflush(stdout);
+  throw CommandError(1, "the engine reported a failure");
+}
+
+std::string Engine::run(const SectionText& section) {
+  const std::vector<std::string> lines = section.lines();
+  std::vector<const char*> pointers;
+  for (const std::string& line : lines) pointers.push_back(line.c_str());
+  return call([&] {
+    return run_section_lines(static_cast<std::int32_t>(pointers.size()), pointers.data());
+  });
+}
+
+namespace {
+
+// The line that the timer writes: only async-signal-safe calls happen in the handler.
+char progress_line[200];
+volatile std::sig_atomic_t progress_shown = 0;
+
+void show_progress(int) {
+  progress_shown = 1;
+  const auto written = write(STDERR_FILENO, progress_line, std::strlen(progress_line));
+  (void)written;
+}
+
+void set_timer(int seconds) {
+  itimerval timer = {};
+  timer.it_value.tv_sec = timer.it_interval.tv_sec = seconds;
+  setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+}  // namespace
+
+Progress::Progress(const std::string& program) {
+  step(program);
+  if (!isatty(STDERR_FILENO)) return;
+  struct sigaction action = {};
+  action.sa_handler = show_progress;
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGALRM, &action, nullptr);
+  set_timer(1);
+}
+
+Progress::~Progress() {
+  set_timer(0);
+  if (progress_shown) std::fputs("\r\033[K", stderr);
+}
+
+void Progress::step(const std::string& what) {
+  const std::string line = "\r\033[K" + what + " ...";
+  std::strncpy(progress_line, line.c_str(), sizeof progress_line - 1);
+}
+
+}  // namespace qx

@@ -1,0 +1,80 @@
+// What the subcommands share: composing sections line by line and running them, quietly if wanted.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace qx {
+
+// A failure that the user is told on standard error, with the process status to end with: 1 the
+// engine reported, 2 bad usage or an unreadable file.
+class CommandError : public std::runtime_error {
+ public:
+  CommandError(int status, const std::string& text) : std::runtime_error(text), status_(status) {}
+  [[nodiscard]] int status() const { return status_; }
+
+ private:
+  int status_;
+};
+
+std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
+
+// The lines of one section.
+class SectionText {
+ public:
+  explicit SectionText(std::string word) { lines_.push_back(std::move(word)); }
+  SectionText& line(std::string text) {
+    lines_.push_back(std::move(text));
+    return *this;
+  }
+  // With "xend" at the end.
+  [[nodiscard]] std::vector<std::string> lines() const;
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+// Runs sections through the engine. Unless verbose, what the engine prints is kept back and shown
+// only if a section fails.
+class Engine {
+ public:
+  explicit Engine(bool verbose);
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+  ~Engine();
+
+  // Runs the section and gives what it printed; throws CommandError after a report.
+  std::string run(const SectionText& section);
+  // The same around a direct call of the library that gives a status.
+  template <class Work>
+  std::string call(Work work) {
+    begin();
+    return end(work() == 0);
+  }
+
+ private:
+  void begin();
+  std::string end(bool succeeded);
+
+  bool verbose_;
+  int stdout_ = -1;
+  std::FILE* spool_ = nullptr;
+  std::int64_t deaths_ = 0;
+};
+
+// One line on standard error, renewed every second from the first on, while a long step runs; only
+// when standard error is a terminal.
+class Progress {
+ public:
+  explicit Progress(const std::string& program);
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  ~Progress();
+  void step(const std::string& what);
+};
+
+}  // namespace qx
