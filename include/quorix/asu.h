@@ -28,8 +28,8 @@ QX_API qx::Status qx_run_qxasu_checker();
 QX_API qx::Status qx_calc_box_with_asu(double* xlo, double* xhi, double* ylo, double* yhi,
                                        double* zlo, double* zhi, double cushion);
 
-// Builds mask, counts and grid operators for the current grid, replacing what was there, and appends
-// a report to spg.data in the working directory.
+// Builds mask, counts and grid operators for the current grid, replacing what was there, and
+// appends a report to spg.data in the working directory.
 QX_API qx::Status qx_build_ASU();
 // The mate of grid point (i, j, k) that is marked in the mask / lies in the box of nx x ny x nz
 // points; mx, my, mz are the periods, `rot` and `trans` the operators on grid indices. None: fatal.
@@ -48,8 +48,8 @@ QX_API qx::Status qx_get_asubox_grid_point(std::int32_t nops, const std::int32_t
                                            std::int32_t* ja, std::int32_t* ka);
 
 // Routines below build the mask if there is none.
-// Offsets (iz ny + iy) nx + ix of all grid points, those of the asymmetric unit first; `indices` has
-// room for all, `nasu` is how many belong to the unit.
+// Offsets (iz ny + iy) nx + ix of all grid points, those of the asymmetric unit first; `indices`
+// has room for all, `nasu` is how many belong to the unit.
 QX_API qx::Status qx_sortout_ASU_grid_points(std::int64_t* indices, std::int64_t* nasu);
 // Sets a density to 0 outside the asymmetric unit: over the cell, or over a box of nx x ny x nz
 // points that starts at grid point (x0, y0, z0), taken modulo the cell.

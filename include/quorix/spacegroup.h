@@ -65,7 +65,8 @@ QX_API std::int32_t qx_calc_centric_ref(std::int32_t h, std::int32_t k, std::int
 QX_API std::int32_t qx_calc_epsilon_ref(std::int32_t h, std::int32_t k, std::int32_t l);
 
 QX_API qx::Status qx_print_qxspg();
-// The short name, padded with blanks to 10 and not ended; a longer one is copied whole. `len` is 10.
+// The short name, padded with blanks to 10 and not ended; a longer one is copied whole. `len`
+// is 10.
 QX_API qx::Status qx_get_space_group_name_(char* out, std::int32_t* len);
 QX_API void qx_get_z_value_(std::int32_t* z);
 

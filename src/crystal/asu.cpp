@@ -265,8 +265,8 @@ Status qx_clean_non_ASU_sub_gridpoints(double*** density, std::int32_t x0, std::
   const auto modulo = [](std::int64_t i, std::ptrdiff_t n) { return (i % n + n) % n; };
   for (std::int32_t iz = 0; iz < nz; ++iz) {
     for (std::int32_t iy = 0; iy < ny; ++iy) {
-      const char* marks = mask.row(modulo(std::int64_t{z0} + iz, mask.n0),
-                                   modulo(std::int64_t{y0} + iy, mask.n1));
+      const char* marks =
+          mask.row(modulo(std::int64_t{z0} + iz, mask.n0), modulo(std::int64_t{y0} + iy, mask.n1));
       for (std::int32_t ix = 0; ix < nx; ++ix) {
         if (!marks[modulo(std::int64_t{x0} + ix, mask.n2)]) density[iz][iy][ix] = 0;
       }
@@ -281,8 +281,7 @@ Status qx_check_asu_consistent() {
   if (!mask.data) return failed;
   const qxasu& asu = *qx_get_qxasu();
   const qx::GridOperators ops = grid_operators(asu);
-  const std::int32_t n[3] = {static_cast<std::int32_t>(mask.n2),
-                             static_cast<std::int32_t>(mask.n1),
+  const std::int32_t n[3] = {static_cast<std::int32_t>(mask.n2), static_cast<std::int32_t>(mask.n1),
                              static_cast<std::int32_t>(mask.n0)};
   std::int64_t total = 0;
   for (std::int32_t iz = 0; iz < n[2]; ++iz) {

@@ -42,8 +42,8 @@ void move_point(const GridOperators& ops, std::int32_t op, const std::int32_t pe
   const std::int32_t* r = ops.rotations[op];
   const std::int32_t* t = ops.translations[op];
   for (int row = 0; row < 3; ++row, r += 3) {
-    const std::int64_t moved =
-        std::int64_t{r[0]} * point[0] + std::int64_t{r[1]} * point[1] + std::int64_t{r[2]} * point[2];
+    const std::int64_t moved = std::int64_t{r[0]} * point[0] + std::int64_t{r[1]} * point[1] +
+                               std::int64_t{r[2]} * point[2];
     out[row] = wrap(moved + t[row], period[row]);
   }
 }
@@ -61,7 +61,8 @@ void first_mates(const GridOperators& ops, const std::int32_t period[3],
     std::int32_t mate[3];
     std::int32_t step[3];
     move_point(ops, op, period, start, mate);
-    for (int axis = 0; axis < 3; ++axis) step[axis] = wrap(ops.rotations[op][3 * axis], period[axis]);
+    for (int axis = 0; axis < 3; ++axis)
+      step[axis] = wrap(ops.rotations[op][3 * axis], period[axis]);
     for (std::int32_t i = 0; i < count; ++i) {
       first[i] = std::min(first[i], Point{mate[0], mate[1], mate[2]});
       for (int axis = 0; axis < 3; ++axis) {

@@ -14,8 +14,8 @@ struct GridOperators {
   const std::int32_t (*translations)[3] = nullptr;
 };
 
-// A 4 x 4 operator on a grid of n[0] x n[1] x n[2] points, translations rounded; false when it takes
-// grid points beside the grid.
+// A 4 x 4 operator on a grid of n[0] x n[1] x n[2] points, translations rounded; false when it
+// takes grid points beside the grid.
 bool grid_operator(const double op[16], const std::int32_t n[3], std::int32_t rotation[9],
                    std::int32_t translation[3]) noexcept;
 

@@ -50,9 +50,7 @@ Status qx_delete_qxcell() { return qx::remove_from(qx_get_qxcell(), qx_set_qxcel
 
 qxcell* qx_get_qxcell() { return qx::slot(qx_get_qxxcry(), &qxxcry::cell); }
 
-Status qx_set_qxcell(qxcell* object) {
-  return qx::install(qx_get_qxxcry(), &qxxcry::cell, object);
-}
+Status qx_set_qxcell(qxcell* object) { return qx::install(qx_get_qxxcry(), &qxxcry::cell, object); }
 
 Status qx_new_qxrecicell() {
   return qx::create_in(qx_delete_qxrecicell, qx_set_qxrecicell, "pnrp_rcell");

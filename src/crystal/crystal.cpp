@@ -87,9 +87,7 @@ Status qx_new_qxrefreject() {
   return qx::create_in(qx_delete_qxrefreject, qx_set_qxrefreject, "pnrp_rej");
 }
 
-Status qx_delete_qxrefreject() {
-  return qx::remove_from(qx_get_qxrefreject(), qx_set_qxrefreject);
-}
+Status qx_delete_qxrefreject() { return qx::remove_from(qx_get_qxrefreject(), qx_set_qxrefreject); }
 
 qxrefreject* qx_get_qxrefreject() { return qx::slot(qx_get_qxxcry(), &qxxcry::refreject); }
 

@@ -169,10 +169,10 @@ Status keep_text(const char* value, Tagged<char>& text) {
 
 Status keep_line(const char* line, GroupRecord& record) {
   const std::pair<const char*, Tagged<char>*> texts[] = {
-      {"sspgname", &record.short_name},   {"fspgname", &record.full_name},
-      {"pgname", &record.point_group},    {"crysym", &record.crystal_system},
-      {"patname", &record.patterson},     {"launame", &record.laue},
-      {"xyzasu", &record.xyzasu},         {"hklasu", &record.hklasu},
+      {"sspgname", &record.short_name}, {"fspgname", &record.full_name},
+      {"pgname", &record.point_group},  {"crysym", &record.crystal_system},
+      {"patname", &record.patterson},   {"launame", &record.laue},
+      {"xyzasu", &record.xyzasu},       {"hklasu", &record.hklasu},
   };
   for (const auto& [keyword, text] : texts) {
     if (const char* value = value_of(line, keyword)) return keep_text(value, *text);

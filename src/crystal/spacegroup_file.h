@@ -18,8 +18,8 @@ struct symoperstrmat {
 
 namespace qx {
 
-// More operators than this are no space group: 192 is the most there is, supercells take a few times
-// as many.
+// More operators than this are no space group: 192 is the most there is, supercells take a few
+// times as many.
 inline constexpr std::int32_t most_operators = 1024;
 
 // A list with the epoch of its blocks.
@@ -67,7 +67,7 @@ bool same_group(const FullOperators& a, const FullOperators& b) noexcept;
 bool is_group(const FullOperators& full) noexcept;
 
 struct GroupRequest {
-  std::int32_t number = 0;             // one of the three is given
+  std::int32_t number = 0;  // one of the three is given
   const char* name = nullptr;
   const FullOperators* ops = nullptr;
 };

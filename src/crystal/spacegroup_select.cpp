@@ -82,7 +82,8 @@ Status fill_full_operators(const qx::GroupRecord& record, qxspg& spg) {
 
 Status add_divisor(qx::Divisors& divisors, std::int32_t divisor) {
   const std::int32_t* end = divisors.values + divisors.count;
-  if (divisor == 1 || std::find(divisors.values, divisors.values + divisors.count, divisor) != end) {
+  if (divisor == 1 ||
+      std::find(divisors.values, divisors.values + divisors.count, divisor) != end) {
     return ok;
   }
   auto* grown = qx::allocate<std::int32_t>(static_cast<std::size_t>(divisors.count) + 1, "pfs_div");
@@ -162,10 +163,10 @@ Status fill_group(qx::GroupRecord& record, qxspg& spg) {
   if (record.number != 0) QX_TRY(fill_system(spg));
   spg.spg_id = record.number;
   QX_TRY(fill_limits(spg));
+  QX_TRY(fill_full_operators(record, spg));
   QX_TRY(fill_operators(record.primitive, spg.primitive));
   QX_TRY(fill_operators(record.centring, spg.centring));
-  QX_TRY(fill_translation_divisors(record, spg));
-  return fill_full_operators(record, spg);
+  return fill_translation_divisors(record, spg);
 }
 
 Status no_object() {
@@ -209,8 +210,7 @@ bool same_rotation(const double a[16], const double b[16]) {
   return true;
 }
 
-Status add_matrix(qx::OperatorList& list, const double op[16],
-                  const std::int32_t denominators[3]) {
+Status add_matrix(qx::OperatorList& list, const double op[16], const std::int32_t denominators[3]) {
   constexpr const char* here = "qx_set_spg_by_symoper_mats():";
   double normal[16];
   std::copy_n(op, 16, normal);

@@ -2,6 +2,7 @@
 
 #include "crystal/matrix.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <initializer_list>
@@ -93,14 +94,18 @@ int column_of(char c) noexcept {
   switch (to_lower(c)) {
     case 'x':
     case 'h':
-    case 'a': return 0;
+    case 'a':
+      return 0;
     case 'y':
     case 'k':
-    case 'b': return 1;
+    case 'b':
+      return 1;
     case 'z':
     case 'l':
-    case 'c': return 2;
-    default: return -1;
+    case 'c':
+      return 2;
+    default:
+      return -1;
   }
 }
 
@@ -119,8 +124,10 @@ class OperatorReader {
       if (*s == '/') {
         Pending divisor;
         if (const Unreadable bad = read_denominator(&s, &divisor); bad.size > 0) return bad;
-        if (pending_.present) pending_.denominator = divisor.denominator;
-        else if (element_) *element_ /= divisor.denominator;  // x/2: refused later, not lost
+        if (pending_.present)
+          pending_.denominator = divisor.denominator;
+        else if (element_)
+          *element_ /= divisor.denominator;  // x/2: refused later, not lost
         continue;
       }
       if (column >= 0) {
@@ -170,7 +177,8 @@ class OperatorReader {
 
 bool possible_divisor(int divisor) noexcept {
   if (divisor < 1 || divisor > largest_divisor) return false;
-  for (const int prime : {2, 3, 5}) {
+  constexpr int primes[] = {2, 3, 5};
+  for (const int prime : primes) {
     while (divisor % prime == 0) divisor /= prime;
   }
   return divisor == 1;
@@ -266,6 +274,8 @@ bool invert_operator(const double op[16], double out[16]) noexcept {
   for (int i = 0; i < 12; ++i) {
     if (i % 4 != 3) out[i] = std::round(out[i]) + 0.0;
   }
+  std::fill_n(out + 12, 3, 0.0);
+  out[15] = 1;
   normalize_translations(out);
   return true;
 }

@@ -27,8 +27,8 @@ using Unreadable = Word;
 // Reads an operator such as -x,y+1/2,-z. Row denominators are those of the reduced translation, 1
 // without one, and 0 for a translation that is no fraction.
 Unreadable parse_operator(const char* text, double op[16], int denominators[3]) noexcept;
-// Reads limits such as 0<=x<=1/2; an inclusive bound is 1e-5 outside its value, others inside. `low`
-// is left alone when there is no letter. Denominators are as written.
+// Reads limits such as 0<=x<=1/2; an inclusive bound is 1e-5 outside its value, others inside.
+// `low` is left alone when there is no letter. Denominators are as written.
 Unreadable parse_limits(const char* text, float* low, float* high, int denominators[2]) noexcept;
 
 // Whole-number rotation of determinant +-1, finite translation: an operator of some lattice.
@@ -45,8 +45,8 @@ void rotate_index(const int hkl[3], const double op[16], int out[3]) noexcept;
 
 // Longest text of format_operator, its end included.
 inline constexpr std::size_t operator_text_size = 64;
-// Writes -x,y+1/2,-z; false for a translation that is no fraction n/2 to n/16. Coefficients have one
-// digit.
+// Writes -x,y+1/2,-z; false for a translation that is no fraction n/2 to n/16. Coefficients have
+// one digit.
 bool format_operator(const double op[16], char* out) noexcept;
 
 }  // namespace qx
