@@ -8,7 +8,9 @@
 #include <quorix/cell.h>
 #include <quorix/crystal.h>
 #include <quorix/grid.h>
+#include <quorix/memory.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <unistd.h>
