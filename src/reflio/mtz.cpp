@@ -14,6 +14,22 @@ namespace qx {
 
 void copy_text(MtzText& to, const char* from) noexcept { std::snprintf(to, sizeof to, "%s", from); }
 
+Status open_values(qxmtz& mtz) {
+  if (mtz.nreflections == 0 || mtz.columns.count == 0) return ok;
+  // Columns begin at different places of a page, else they would compete for the same cache lines.
+  constexpr std::size_t line = 16;
+  const std::size_t rows = static_cast<std::size_t>(mtz.nreflections);
+  const std::size_t stride = (rows + line - 1) / line * line + line;
+  mtz.values = allocate<float>(stride * static_cast<std::size_t>(mtz.columns.count), "pm_val");
+  if (!mtz.values) return failed;
+  float* next = mtz.values;
+  for (MtzColumn& column : mtz.columns) {
+    column.values = next;
+    next += stride;
+  }
+  return ok;
+}
+
 std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept {
   for (std::int32_t i = 0; i < mtz.datasets.count; ++i) {
     if (mtz.datasets[i].id == id) return i;
@@ -81,7 +97,7 @@ Status qx_delete_refdata_mtz_obj(qxrefdata* refdata) {
 }
 
 Status qx_delete_mtz_obj(qxmtz* mtz) {
-  for (qx::MtzColumn& column : mtz->columns) QX_TRY(qx::release(column.values));
+  QX_TRY(qx::release(mtz->values));
   for (qx::MtzBatch& batch : mtz->batches) {
     QX_TRY(qx::release(batch.integers));
     QX_TRY(qx::release(batch.reals));

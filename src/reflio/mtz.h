@@ -31,7 +31,7 @@ struct MtzColumn {
   double maximum = 0.0;
   std::int32_t dataset_id = 0;
   std::int32_t extra[2] = {};  // two further integers of the record, if any
-  float* values = nullptr;
+  float* values = nullptr;     // within the object's block
 };
 
 struct MtzBatch {
@@ -104,6 +104,7 @@ struct qxmtz {
   qx::MtzList<qx::MtzLine> symops;
   qx::MtzList<qx::MtzDataset> datasets;
   qx::MtzList<qx::MtzColumn> columns;
+  float* values = nullptr;  // the values of all columns
   qx::MtzList<qx::MtzLine> history;
   qx::MtzList<qx::MtzBatch> batches;
 };
@@ -112,6 +113,10 @@ namespace qx {
 
 // Copies what fits into a record.
 void copy_text(MtzText& to, const char* from) noexcept;
+
+// One block for the values of all columns, so that it can stand on large pages: every column gets
+// its part, uninitialised.
+Status open_values(qxmtz& mtz);
 
 // Position of the data set with this id, -1 if there is none.
 std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept;

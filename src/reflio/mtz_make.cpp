@@ -108,30 +108,32 @@ void set_range(qx::MtzColumn& column, std::int32_t n) {
   }
 }
 
-Status add_column(qxmtz& mtz, const qxrefdata& refdata, const qx::Column& from, const char* label) {
+Status add_column(qxmtz& mtz, const qx::Column& from, const char* label) {
   qx::MtzColumn* column = qx::append(mtz.columns, "pm_col");
   if (!column) return failed;
   qx::copy_text(column->label, label);
   column->type = from.mtz_type;
   column->dataset_id = from.indices ? base_id : data_id;
-  if (mtz.nreflections == 0) return ok;
-  column->values = qx::allocate<float>(static_cast<std::size_t>(mtz.nreflections), "pm_val");
-  if (!column->values) return failed;
-  for (std::int32_t i = 0; i < mtz.nreflections; ++i) column->values[i] = stored(refdata, from, i);
-  set_range(*column, mtz.nreflections);
   return ok;
 }
 
 Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels) {
+  const qx::Column* sources[qx::coid_count];
   for (const qx::Column& column : qx::columns()) {
     const char* label = labels ? labels[column.number] : nullptr;
-    const bool wanted = !labels || label || column.indices;
-    if (!wanted) continue;
+    if (labels && !label && !column.indices) continue;
     if (qx::has_column(refdata, column)) {
-      QX_TRY(add_column(mtz, refdata, column, or_else(label, column.word)));
+      sources[mtz.columns.count] = &column;
+      QX_TRY(add_column(mtz, column, or_else(label, column.word)));
     } else if (label) {
       std::printf(" Warning: there are no \"%s\" data to write.\n", column.word);
     }
+  }
+  QX_TRY(qx::open_values(mtz));
+  for (std::int32_t c = 0; c < mtz.columns.count; ++c) {
+    float* values = mtz.columns[c].values;
+    for (std::int32_t i = 0; i < mtz.nreflections; ++i) values[i] = stored(refdata, *sources[c], i);
+    set_range(mtz.columns[c], mtz.nreflections);
   }
   return ok;
 }

@@ -239,8 +239,8 @@ Status read_trailer(const Source& source, qxmtz& mtz) {
   qx::MtzTokens tokens;
   bool in_batches = false;
   for (;;) {
-    const Record record = next_record(source, tokens);
     const bool history = mtz.history.count < mtz.nhistory_declared;
+    const Record record = next_record(source, tokens);
     if (record == Record::none && !history) return ok;
     if (record != Record::whole) return appears_broken(source);
     if (qx::is_record(tokens, "MTZE")) return ok;
@@ -260,8 +260,9 @@ Status read_trailer(const Source& source, qxmtz& mtz) {
   }
 }
 
-Status no_data(const Source& source, const qxmtz& mtz) {
-  return fail(heading, "Failed to read %d reflection data from file %s\n", mtz.nreflections,
+// By value: the words may have been reported already, and the object be gone.
+Status no_data(const Source& source, std::int32_t nreflections) {
+  return fail(heading, "Failed to read %d reflection data from file %s\n", nreflections,
               source.path);
 }
 
@@ -272,25 +273,23 @@ bool data_fit(const Source& source, const qxmtz& mtz) {
 }
 
 Status read_data(const Source& source, qxmtz& mtz) {
-  const auto nrows = static_cast<std::size_t>(mtz.nreflections);
+  const std::int32_t nreflections = mtz.nreflections;
+  const auto nrows = static_cast<std::size_t>(nreflections);
   const auto ncolumns = static_cast<std::size_t>(mtz.columns.count);
   if (nrows == 0) return ok;
-  for (qx::MtzColumn& column : mtz.columns) {
-    column.values = qx::allocate<float>(nrows, "pm_val");
-    if (!column.values) return failed;
-  }
+  QX_TRY(qx::open_values(mtz));
   qx::Tagged<float*> columns(ncolumns, "pm_cols");
   if (!columns) return failed;
   for (std::size_t c = 0; c < ncolumns; ++c) columns[c] = mtz.columns.items[c].values;
   const std::size_t block = std::min(nrows, std::max<std::size_t>(1, block_values / ncolumns));
   qx::Tagged<float> rows(block * ncolumns, "pm_rows");
   if (!rows) return failed;
-  if (!seek(source, data_start)) return no_data(source, mtz);
+  if (!seek(source, data_start)) return no_data(source, nreflections);
   for (std::size_t first = 0; first < nrows; first += block) {
     const std::size_t n = std::min(block, nrows - first);
     if (qx_read_mtz_float(source.stream, rows.get(), n * ncolumns, source.stamp.reals) !=
         n * ncolumns) {
-      return no_data(source, mtz);
+      return no_data(source, nreflections);
     }
     qx::rows_to_columns(rows.get(), n, ncolumns, columns.get(), first);
   }
@@ -306,7 +305,7 @@ Status read_all(Source& source, qxmtz& mtz) {
   if (mtz.ncolumns_declared < 3) {
     return fail(heading, "There are less than 3 columns in the mtz file: %s\n", source.path);
   }
-  if (!data_fit(source, mtz)) return no_data(source, mtz);
+  if (!data_fit(source, mtz)) return no_data(source, mtz.nreflections);
   QX_TRY(read_main_header(source, mtz, qx::HeaderPass::contents, more));
   if (!known_version(mtz)) return unknown_version();
   if (mtz.columns.count != mtz.ncolumns_declared) return appears_broken(source);
