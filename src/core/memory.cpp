@@ -37,7 +37,15 @@ struct qxmemmonitor {
 
 namespace {
 
-qx::SystemAllocator system_allocator = std::malloc;
+// Arrays start on a cache line: vector loads that straddle two cost the transforms up to 60 %.
+void* aligned_block(std::size_t size) {
+  constexpr std::size_t line = 64;
+  if (size < 4 * line) return std::malloc(size);
+  void* block = nullptr;
+  return posix_memalign(&block, line, size) == 0 ? block : nullptr;
+}
+
+qx::SystemAllocator system_allocator = aligned_block;
 std::int64_t epoch = 0;
 
 std::size_t chain_of(const void* address) {

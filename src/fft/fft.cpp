@@ -111,8 +111,9 @@ qxfftrealplan* create_real_plan(std::int32_t n) {
 }  // namespace
 
 qxfft* qx::fft_object() {
-  if (!qx_get_refsys()) return nullptr;
-  if (qxfft* fft = qx_get_qxfft()) return fft;
+  const refsys* system = qx_get_refsys();
+  if (!system) return nullptr;
+  if (system->fft) return system->fft;
   return qx_new_qxfft() == ok ? qx_get_qxfft() : nullptr;
 }
 

@@ -62,12 +62,14 @@ inline void flat(const FftStep& step, ConstSplit in, Split out) {
   });
 }
 
-// Half-width vectors when a run wastes less of them: they cost half as much or are no dearer.
+// Eight lanes cost what twice four do: whichever covers a run with less waste.
+QX_INLINE bool suits_eight(Index run) { return run >= 8 && 2 * ((run + 7) / 8) <= (run + 3) / 4; }
+
 template <bool Twisted>
 inline void later_stage(const FftStep& step, ConstSplit in, Split out) {
   const Index run = step.before;
   if constexpr (lanes == 8) {
-    if (run >= 8 && 2 * ((run + 7) / 8) <= (run + 3) / 4) return flat<8, Twisted>(step, in, out);
+    if (suits_eight(run)) return flat<8, Twisted>(step, in, out);
   }
   constexpr int width = lanes < 4 ? lanes : 4;
   if (run >= width) return flat<width, Twisted>(step, in, out);
@@ -90,7 +92,7 @@ inline bool transposing_stage(const FftStep& step, ConstSplit in, Split out) {
 
 inline void first_stage(const FftStep& step, ConstSplit in, Split out) {
   if constexpr (lanes == 8) {
-    if (transposing_stage<8>(step, in, out)) return;
+    if (suits_eight(step.after) && transposing_stage<8>(step, in, out)) return;
   }
   constexpr int width = lanes < 4 ? lanes : 4;
   if (transposing_stage<width>(step, in, out)) return;
@@ -137,31 +139,44 @@ inline void row(const FftProgram& program, const double* re, const double* im, d
 
 // ---- columns
 
+// Middle stages of one group between two scratch regions; true if the result is in `b`.
+inline bool middle_stages(const FftProgram& program, double* a, double* b) {
+  for (std::int32_t i = 1; i + 1 < program.count; ++i) {
+    const FftStep& step = program.steps[i];
+    double* from = i % 2 != 0 ? a : b;
+    double* to = i % 2 != 0 ? b : a;
+    with_radix(step.radix, [&]<int P>() QX_FLAT {
+      column_middle<lanes, P>(step.before, step.after, from, to, step.cosine, step.sine);
+    });
+  }
+  return program.count % 2 != 0;
+}
+
+// Scratch has one region more than there are groups: an odd number of middle stages moves every
+// group one region on, the last group first.
 template <bool Partial>
 inline void column_block(const FftProgram& program, const ColumnBlock& in, const ColumnBlock& out,
-                         double* scratch) {
+                         Index groups, double* scratch) {
   constexpr int W = lanes;
-  double* work[2] = {scratch, scratch + 2 * W * program.n};
+  const Index pitch = 2 * W * program.n;
   const FftStep& first = program.steps[0];
-  const std::int32_t count = program.count;
-  if (count == 1) {
-    with_radix(first.radix, [&]<int P>() QX_FLAT { column_only<W, P, Partial>(in, out); });
+  const FftStep& last = program.steps[program.count - 1];
+  if (program.count == 1) {
+    with_radix(first.radix, [&]<int P>() QX_FLAT { column_only<W, P, Partial>(in, out, groups); });
     return;
   }
   with_radix(first.radix, [&]<int P>() QX_FLAT {
-    column_first<W, P, Partial>(first.after, in, work[0], first.cosine, first.sine);
+    column_first<W, P, Partial>(first.after, in, groups, pitch, scratch, first.cosine, first.sine);
   });
-  std::int32_t i = 1;
-  for (; i + 1 < count; ++i) {
-    const FftStep& step = program.steps[i];
-    with_radix(step.radix, [&]<int P>() QX_FLAT {
-      column_middle<W, P>(step.before, step.after, work[(i + 1) % 2], work[i % 2], step.cosine,
-                          step.sine);
-    });
+  double* spare = scratch + groups * pitch;
+  bool moved = false;
+  for (Index g = groups - 1; g >= 0; --g) {
+    double* region = scratch + g * pitch;
+    moved = middle_stages(program, region, spare);
+    if (moved) spare = region;
   }
-  const FftStep& last = program.steps[i];
   with_radix(last.radix, [&]<int P>() QX_FLAT {
-    column_last<W, P, Partial>(last.before, work[(i + 1) % 2], out);
+    column_last<W, P, Partial>(last.before, moved ? scratch + pitch : scratch, groups, pitch, out);
   });
 }
 
@@ -178,14 +193,19 @@ inline void columns(const FftProgram& program, FftColumns in, FftColumns out, In
     for (Index c = end; c < first + filled; ++c) out.re[0][c] = out.im[0][c] = 0;
     return;
   }
+  const Index most = fft_column_group(program.n) * (8 / lanes);
   Index c = first;
-  for (; c + lanes <= end; c += lanes) {
-    column_block<false>(program, {in.re, in.im, c, lanes}, {out.re, out.im, c, lanes}, work);
+  while (c + lanes <= end) {
+    const Index left = (end - c) / lanes;
+    const Index groups = left < most ? left : most;
+    column_block<false>(program, {in.re, in.im, c, lanes}, {out.re, out.im, c, lanes}, groups,
+                        work);
+    c += groups * lanes;
   }
   if (c < end) {
     const Index room = first + filled - c;
     column_block<true>(program, {in.re, in.im, c, end - c},
-                       {out.re, out.im, c, room < lanes ? room : lanes}, work);
+                       {out.re, out.im, c, room < lanes ? room : lanes}, 1, work);
   }
 }
 

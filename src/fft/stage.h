@@ -99,19 +99,27 @@ QX_INLINE void write(const ColumnBlock& block, Index point, Complex<Vector<W>> x
   }
 }
 
+// `groups` blocks side by side, the next one's scratch `pitch` doubles on: whole cache lines of
+// every row are taken together before the stage goes to rows far away.
 template <int W, int P, bool Partial>
-__attribute__((noinline)) void column_first(Index m, const ColumnBlock& in, double* __restrict out,
+__attribute__((noinline)) void column_first(Index m, const ColumnBlock& in, Index groups,
+                                            Index pitch, double* __restrict out,
                                             const double* cosine, const double* sine) {
   using V = Vector<W>;
   for (Index r = 0; r < m; ++r) {
-    Complex<V> x[P];
-    each<0, P>([&]<int J>() QX_FLAT { x[J] = read<W, Partial>(in, r + m * J); });
-    Butterfly<P, 1, V>::run(x);
-    each<0, P>([&]<int Q>() QX_FLAT {
-      const Complex<V> y = twist<Q>(x[place<P>(Q)], cosine, sine, m, r);
-      store(out + 2 * W * Q, y.re);
-      store(out + 2 * W * Q + W, y.im);
-    });
+    ColumnBlock block = in;
+    for (Index g = 0; g < groups; ++g) {
+      Complex<V> x[P];
+      each<0, P>([&]<int J>() QX_FLAT { x[J] = read<W, Partial>(block, r + m * J); });
+      Butterfly<P, 1, V>::run(x);
+      double* to = out + g * pitch;
+      each<0, P>([&]<int Q>() QX_FLAT {
+        const Complex<V> y = twist<Q>(x[place<P>(Q)], cosine, sine, m, r);
+        store(to + 2 * W * Q, y.re);
+        store(to + 2 * W * Q + W, y.im);
+      });
+      block.first += W;
+    }
     out += 2 * W * P;
   }
 }
@@ -147,31 +155,40 @@ __attribute__((noinline)) void column_middle(Index before, Index m, const double
 }
 
 template <int W, int P, bool Partial>
-__attribute__((noinline)) void column_last(Index before, const double* __restrict in,
-                                           const ColumnBlock& out) {
+__attribute__((noinline)) void column_last(Index before, const double* __restrict in, Index groups,
+                                           Index pitch, const ColumnBlock& out) {
   using V = Vector<W>;
   const Index far = 2 * W * before;
   for (Index s = 0; s < before; ++s) {
-    Complex<V> x[P];
-    const double* from = in;
-    each<0, P>([&]<int J>() QX_FLAT {
-      x[J] = {load<V>(from), load<V>(from + W)};
-      from += far;
-    });
-    Butterfly<P, 1, V>::run(x);
-    each<0, P>([&]<int Q>() QX_FLAT { write<W, Partial>(out, s + before * Q, x[place<P>(Q)]); });
+    ColumnBlock block = out;
+    for (Index g = 0; g < groups; ++g) {
+      Complex<V> x[P];
+      const double* from = in + g * pitch;
+      each<0, P>([&]<int J>() QX_FLAT {
+        x[J] = {load<V>(from), load<V>(from + W)};
+        from += far;
+      });
+      Butterfly<P, 1, V>::run(x);
+      each<0, P>([&]<int Q>()
+                     QX_FLAT { write<W, Partial>(block, s + before * Q, x[place<P>(Q)]); });
+      block.first += W;
+    }
     in += 2 * W;
   }
 }
 
 // A length that is a radix itself.
 template <int W, int P, bool Partial>
-__attribute__((noinline)) void column_only(const ColumnBlock& in, const ColumnBlock& out) {
+__attribute__((noinline)) void column_only(ColumnBlock in, ColumnBlock out, Index groups) {
   using V = Vector<W>;
-  Complex<V> x[P];
-  each<0, P>([&]<int J>() QX_FLAT { x[J] = read<W, Partial>(in, J); });
-  Butterfly<P, 1, V>::run(x);
-  each<0, P>([&]<int Q>() QX_FLAT { write<W, Partial>(out, Q, x[place<P>(Q)]); });
+  for (Index g = 0; g < groups; ++g) {
+    Complex<V> x[P];
+    each<0, P>([&]<int J>() QX_FLAT { x[J] = read<W, Partial>(in, J); });
+    Butterfly<P, 1, V>::run(x);
+    each<0, P>([&]<int Q>() QX_FLAT { write<W, Partial>(out, Q, x[place<P>(Q)]); });
+    in.first += W;
+    out.first += W;
+  }
 }
 
 // ---- rows
