@@ -62,13 +62,13 @@ class XmapSection : public qx::test::MapEngine {
 TEST_F(XmapSection, GoodRunOfTheTool) {
   const std::string path = scratch_.file("a b.map");
   const auto result =
-      section(xmap("param type unweighted u 1 v 0 scale yes cushion 4.0\nextent unit\n\ngenerate\n"
+      section(xmap("param type unweighted u 1 v 0 scale yes cushion 4.0\nextent unit\ngenerate\n"
                    "write ccp4 file \"" +
                    path + "\""));
   EXPECT_TRUE(result.ok) << result.output;
   EXPECT_EQ(result.output,
             "begin map generation:\n"
-            "Warning: extraneous input discarded: \"\"\" from line 6\n"
+            "Warning: extraneous input discarded: \" \"\" from line 6\n"
             "end map generation.\n");
   const std::string bytes = read_file(path);
   ASSERT_EQ(bytes.size(), 1024U + 4U * 24 * 20 * 18);
