@@ -63,7 +63,7 @@ Status bounds_of(const char* here, const qxmap& map, const std::int32_t (&n)[3],
     }
     return ok;
   }
-  double limits[6];
+  double limits[6] = {};
   QX_TRY(limits_of(here, map, limits));
   for (int axis = 0; axis < 3; ++axis) {
     const double low = limits[2 * axis];
@@ -104,7 +104,7 @@ Status qx_set_map_bound() {
   const qxgrid* grid = qx_get_qxgrid();
   if (!grid || grid->nx < 1) return fail(here, "qxgrid object has not been created yet ");
   const std::int32_t n[3] = {grid->nx, grid->ny, grid->nz};
-  qx::AxisBounds bounds[3];
+  qx::AxisBounds bounds[3] = {};
   QX_TRY(bounds_of(here, *map, n, bounds));
   std::int64_t points[3];
   std::transform(bounds, bounds + 3, points,

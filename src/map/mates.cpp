@@ -143,10 +143,10 @@ namespace {
 
 // Below 2^63: each factor is at most 2^21.
 std::size_t words_of_bits(Index3 bounds, bool half) noexcept {
-  const auto h = static_cast<std::size_t>(half ? bounds.h : 2 * bounds.h);
-  const auto k = static_cast<std::size_t>(2 * bounds.k);
-  const auto l = static_cast<std::size_t>(2 * bounds.l);
-  return (h + 1) * (k + 1) * (l + 1) / 64 + 1;
+  const auto h = static_cast<std::size_t>(bounds.h);
+  const auto k = static_cast<std::size_t>(bounds.k);
+  const auto l = static_cast<std::size_t>(bounds.l);
+  return ((half ? h : 2 * h) + 1) * (2 * k + 1) * (2 * l + 1) / 64 + 1;
 }
 
 }  // namespace
@@ -172,7 +172,9 @@ void IndexSet::clear() noexcept { std::memset(words_, 0, nwords_ * sizeof(std::u
 
 // 21 bits for each index; no index gives key 0, which marks an empty place.
 bool IndexSet::insert_key(Index3 i) noexcept {
-  const auto part = [](std::int32_t x) { return static_cast<std::uint64_t>(x + index_limit); };
+  const auto part = [](std::int32_t x) {
+    return static_cast<std::uint64_t>(std::int64_t{x} + index_limit);
+  };
   const std::uint64_t key = part(i.h) << 42 | part(i.k) << 21 | part(i.l);
   const std::size_t mask = nwords_ - 1;
   std::size_t place = static_cast<std::size_t>((key * 0x9E3779B97F4A7C15ULL) >> 20) & mask;

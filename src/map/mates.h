@@ -108,9 +108,9 @@ class IndexSet {
   // True if the index was not there yet.
   bool insert(Index3 i) noexcept {
     if (!bits_) return insert_key(i);
-    const auto h = static_cast<std::size_t>(i.h + offset_.h);
-    const auto k = static_cast<std::size_t>(i.k + offset_.k);
-    const auto l = static_cast<std::size_t>(i.l + offset_.l);
+    const auto h = static_cast<std::size_t>(std::ptrdiff_t{i.h} + offset_.h);
+    const auto k = static_cast<std::size_t>(std::ptrdiff_t{i.k} + offset_.k);
+    const auto l = static_cast<std::size_t>(std::ptrdiff_t{i.l} + offset_.l);
     const std::size_t bit = (h * kspan_ + k) * lspan_ + l;
     const std::uint64_t mask = std::uint64_t{1} << (bit % 64);
     std::uint64_t& word = words_[bit / 64];

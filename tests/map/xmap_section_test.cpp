@@ -62,13 +62,13 @@ class XmapSection : public qx::test::MapEngine {
 TEST_F(XmapSection, GoodRunOfTheTool) {
   const std::string path = scratch_.file("a b.map");
   const auto result =
-      section(xmap("param type unweighted u 1 v 0 scale yes cushion 4.0\nextent unit\n\ngenerate\n"
+      section(xmap("param type unweighted u 1 v 0 scale yes cushion 4.0\nextent unit\ngenerate\n"
                    "write ccp4 file \"" +
                    path + "\""));
   EXPECT_TRUE(result.ok) << result.output;
   EXPECT_EQ(result.output,
             "begin map generation:\n"
-            "Warning: extraneous input discarded: \"\"\" from line 6\n"
+            "Warning: extraneous input discarded: \" \"\" from line 6\n"
             "end map generation.\n");
   const std::string bytes = read_file(path);
   ASSERT_EQ(bytes.size(), 1024U + 4U * 24 * 20 * 18);
@@ -219,6 +219,31 @@ TEST_F(XmapSection, MissingData) {
   SetUp();
   const auto result = section("xmap\ngenerate with end of text");
   EXPECT_FALSE(result.ok);
+}
+
+class PrivateSet : public qx::test::Engine {};
+
+// The same file read as the crystal's own set and inside the map section gives the same map; the
+// private set is gone with the next section.
+TEST_F(PrivateSet, TakesTheCrystalsPlace) {
+  const std::string crystal = "xcry\nspgname P 21 21 21\ncell 50.84 42.77 28.95\nreso 2.0 50\n";
+  const std::string read = "read refl mtz file \"" QUORIX_SOURCE_DIR
+                           "/examples/1ubq.mtz\" coid MAP_COEFFA=FWT MAP_COEFFP=PHWT\n";
+  const std::string grid = "xgrid\nngrid nx=80 ny=72 nz=48\nxend\n";
+  const std::string map = "xmap\nmapdef generated with amplitude input phase input\n";
+  ASSERT_TRUE(section(crystal + read + "xend\n").ok);
+  ASSERT_TRUE(section(grid).ok);
+  ASSERT_TRUE(section(map + "generate\nxend\n").ok);
+  const double* data = qx_get_qxmap()->density[0][0];
+  const std::vector<double> expected(data, data + 80 * 72 * 48);
+
+  ASSERT_EQ(qx_create_quorix(), ok);
+  ASSERT_TRUE(section(crystal + "xend\n").ok);
+  ASSERT_TRUE(section(grid).ok);
+  const auto result = section(map + read + read + "generate\nxend\n");
+  ASSERT_TRUE(result.ok) << result.output;
+  EXPECT_EQ(std::memcmp(qx_get_qxmap()->density[0][0], expected.data(), 8 * expected.size()), 0);
+  EXPECT_FALSE(section(map + "generate\nxend\n").ok);
 }
 
 }  // namespace
