@@ -44,11 +44,30 @@ Stream open_text(const std::string& path) {
   return file;
 }
 
-int run_sections() {
+// True if commands stand behind the section that ends the engine: the text went with it.
+bool text_behind_termination(std::FILE* text) {
+  std::rewind(text);
+  enum { before, inside, behind } where = before;
+  char line[4096];
+  while (std::fgets(line, sizeof line, text)) {
+    line[std::strcspn(line, "#!\n")] = '\0';
+    const char* word = qx_first_word_char_position(line);
+    if (!*word) continue;
+    if (where == behind) return true;
+    if (where == inside && qx_strncmp_nocase(word, "xend", 4) == 0) where = behind;
+    if (where == before && qx_strncmp_nocase(word, "xter", 4) == 0) where = inside;
+  }
+  return false;
+}
+
+int run_sections(std::FILE* text) {
   const auto deaths = qx_get_die_count();
   while (qx_exist_quorix() && qx_is_quorix_text_left()) {
     (void)qx_quorix_ctrl();
     if (qx_get_die_count() != deaths) return 1;
+  }
+  if (!qx_exist_quorix() && text_behind_termination(text)) {
+    std::cerr << "quorix run: warning: the text behind the xter section is not run\n";
   }
   return 0;
 }
@@ -60,7 +79,7 @@ int run(const std::string& path) {
   const auto deaths = qx_get_die_count();
   int status = 0;
   if (qx_set_parser_from_stream(text.get()) == ok) {
-    status = run_sections();
+    status = run_sections(text.get());
   } else {
     status = qx_get_die_count() == deaths ? bad_input(path + " holds no section") : 1;
   }
