@@ -11,14 +11,14 @@ namespace qx {
 namespace {
 
 constexpr Column indices(const char* word, std::int32_t number, std::int32_t* qxrefdata::*member) {
-  return {word, number, member, nullptr, nullptr, 'H'};
+  return {word, member, nullptr, nullptr, number, 'H'};
 }
 constexpr Column values(const char* word, std::int32_t number, float* qxrefdata::*member,
                         char type) {
-  return {word, number, nullptr, member, nullptr, type};
+  return {word, nullptr, member, nullptr, number, type};
 }
 constexpr Column flags(const char* word, std::int32_t number, std::int16_t* qxrefdata::*member) {
-  return {word, number, nullptr, nullptr, member, 'I'};
+  return {word, nullptr, nullptr, member, number, 'I'};
 }
 
 constexpr Column rows[coid_count] = {

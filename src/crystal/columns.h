@@ -9,10 +9,10 @@ namespace qx {
 // Exactly one of the three members is set.
 struct Column {
   const char* word;
-  std::int32_t number;  // Kept: FM stands before SIGFP and IM before SIGIP, unlike the storage
   std::int32_t* qxrefdata::*indices;
   float* qxrefdata::*values;
   std::int16_t* qxrefdata::*flags;
+  std::int32_t number;  // Kept: FM stands before SIGFP and IM before SIGIP, unlike the storage
   char mtz_type;
 };
 

@@ -46,19 +46,21 @@ constexpr Format formats[] = {
     {"MMC", qx::mmcif_format, "mmCIF"},
 };
 
-Status take_format(const char* heading, const Format*& format) {
+// Null after a report.
+const Format* take_format(const char* heading) {
   char word[5];
   do {
-    QX_TRY(qx::next_short_word(word));
+    if (qx::next_short_word(word) != ok) return nullptr;
   } while (qx::begins_with(word, "REFL"));
-  if (word[0] == '\0') return fail(heading, " Failed to get reflection data type. ");
   for (const Format& row : formats) {
-    if (std::strncmp(word, row.word, 3) == 0) {
-      format = &row;
-      return ok;
-    }
+    if (std::strncmp(word, row.word, 3) == 0) return &row;
   }
-  return fail(heading, " Unknow reflection data type %s. \n", word);
+  if (word[0]) {
+    (void)fail(heading, " Unknow reflection data type %s. \n", word);
+  } else {
+    (void)fail(heading, " Failed to get reflection data type. ");
+  }
+  return nullptr;
 }
 
 Status take_file(const char* heading, const char*& name) {
@@ -136,8 +138,8 @@ Status write_file(const char* name, const qxrefdata& refdata, const Labels* labe
 Status qx_read_refdata_ctrl(qxrefdata* refdata, std::int32_t /*mode*/) {
   constexpr const char* heading = "qx_read_refdata_ctrl():";
   if (!refdata) return fail(heading, " qxrefdata object has not been created yet ");
-  const Format* format = nullptr;
-  QX_TRY(take_format(heading, format));
+  const Format* format = take_format(heading);
+  if (!format) return failed;
   const char* text = nullptr;
   QX_TRY(take_file(heading, text));
   const PlainText name(text);
@@ -157,8 +159,8 @@ Status qx_write_refdata_ctrl() {
   constexpr const char* heading = "qx_write_refdata_ctrl():";
   const qxrefdata* refdata = qx_get_qxrefdata();
   if (!refdata) return fail(heading, " qxrefdata object has not been created yet ");
-  const Format* format = nullptr;
-  QX_TRY(take_format(heading, format));
+  const Format* format = take_format(heading);
+  if (!format) return failed;
   const char* text = nullptr;
   QX_TRY(take_file(heading, text));
   const PlainText name(text);

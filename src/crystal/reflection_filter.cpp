@@ -48,7 +48,8 @@ struct Outliers {
 }  // namespace
 
 double reflection_resolution(std::int32_t h, std::int32_t k, std::int32_t l,
-                             const double* m) noexcept {
+                             const double* orth2frac) noexcept {
+  const double* m = orth2frac;
   const double sx = h * m[0] + k * m[3] + l * m[6];
   const double sy = h * m[1] + k * m[4] + l * m[7];
   const double sz = h * m[2] + k * m[5] + l * m[8];

@@ -137,11 +137,8 @@ Status copy_column(qxrefdata& refdata, const qx::Column& column, const Chosen& c
 
 Status report_rejected(qxrefdata& refdata, std::size_t n, const Kept& kept) {
   const std::size_t nrejected = n - kept.count;
-  qx::Tagged<std::int32_t> rejected;
-  if (nrejected > 0) {
-    rejected = qx::Tagged<std::int32_t>(nrejected, "pbrm_rj");
-    if (!rejected) return failed;
-  }
+  const qx::Tagged<std::int32_t> rejected(nrejected + 1, "pbrm_rj");  // never of size 0
+  if (!rejected) return failed;
   std::size_t next = 0;
   for (std::size_t i = 0, found = 0; i < n; ++i) {
     if (next < kept.count && kept.indices[next] == static_cast<std::int32_t>(i)) {

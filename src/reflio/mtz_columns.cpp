@@ -6,7 +6,6 @@
 #include <strings.h>
 
 using qx::fail;
-using qx::failed;
 using qx::ok;
 using qx::Status;
 

@@ -173,45 +173,42 @@ Status read_main_header(const Source& source, qxmtz& mtz, qx::HeaderPass pass, b
   return appears_broken(source);
 }
 
-Status read_batch(const Source& source, qxmtz& mtz, const qx::MtzTokens& head) {
-  std::int32_t numbers[4] = {};
+// Number and array sizes from the BH record; the sizes are held against what is left of the file.
+Status read_batch_head(const Source& source, const qx::MtzTokens& head, qx::MtzBatch& batch) {
   if (head.count < 5) return qx::record_fault("Not a valid format under MTZB ", head);
-  if (!qx::read_number(head.token[1], numbers[0])) {
+  if (!qx::read_number(head.token[1], batch.number)) {
     return qx::record_fault("Failed to get batch number from BATCH line ", head);
   }
-  if (!qx::read_number(head.token[3], numbers[2]) || numbers[2] < 0) {
+  if (!qx::read_number(head.token[3], batch.nintegers) || batch.nintegers < 0) {
     return qx::record_fault("Failed to get integer size from BATCH line ", head);
   }
-  if (!qx::read_number(head.token[4], numbers[3]) || numbers[3] < 0) {
+  if (!qx::read_number(head.token[4], batch.nreals) || batch.nreals < 0) {
     return qx::record_fault("Failed to get real size from BATCH line ", head);
   }
   const std::int64_t left = source.length - ftello(source.stream);
-  if (4 * (std::int64_t{numbers[2]} + numbers[3]) > left) return appears_broken(source);
+  const std::int64_t needed = 4 * (std::int64_t{batch.nintegers} + batch.nreals);
+  return needed <= left ? ok : appears_broken(source);
+}
+
+template <class T, class Read>
+Status read_words(const Source& source, T*& words, std::int32_t count, Read read, int format) {
+  const auto n = static_cast<std::size_t>(count);
+  if (n == 0) return ok;
+  words = qx::allocate<T>(n, "pm_batw");
+  if (!words) return failed;
+  return read(source.stream, words, n, format) == n ? ok : appears_broken(source);
+}
+
+Status read_batch(const Source& source, qxmtz& mtz, const qx::MtzTokens& head) {
   qx::MtzBatch* batch = qx::append(mtz.batches, "pm_batch");
   if (!batch) return failed;
-  batch->number = numbers[0];
+  QX_TRY(read_batch_head(source, head, *batch));
   qx::MtzTokens tokens;
   if (next_record(source, tokens) != Record::whole) return appears_broken(source);
   qx::copy_text(batch->title, std::strlen(tokens.line) > 6 ? tokens.line + 6 : "");
-  const auto nintegers = static_cast<std::size_t>(numbers[2]);
-  const auto nreals = static_cast<std::size_t>(numbers[3]);
-  if (nintegers > 0) {
-    batch->integers = qx::allocate<std::int32_t>(nintegers, "pm_bint");
-    if (!batch->integers) return failed;
-    batch->nintegers = numbers[2];
-    if (qx_read_mtz_int(source.stream, batch->integers, nintegers, source.stamp.integers) !=
-        nintegers) {
-      return appears_broken(source);
-    }
-  }
-  if (nreals > 0) {
-    batch->reals = qx::allocate<float>(nreals, "pm_breal");
-    if (!batch->reals) return failed;
-    batch->nreals = numbers[3];
-    if (qx_read_mtz_float(source.stream, batch->reals, nreals, source.stamp.reals) != nreals) {
-      return appears_broken(source);
-    }
-  }
+  QX_TRY(read_words(source, batch->integers, batch->nintegers, qx_read_mtz_int,
+                    source.stamp.integers));
+  QX_TRY(read_words(source, batch->reals, batch->nreals, qx_read_mtz_float, source.stamp.reals));
   if (next_record(source, tokens) != Record::whole) return appears_broken(source);
   for (std::int32_t i = 0; i < 3 && i + 1 < tokens.count; ++i) {
     qx::copy_text(batch->axes[i], tokens.token[i + 1]);

@@ -27,7 +27,7 @@ std::int32_t qx_write_mtz_record(std::FILE* stream, const char* record) {
   const std::size_t length = std::strlen(record);
   if (length > sizeof padded) return 1;
   std::memset(padded, ' ', sizeof padded);
-  std::memcpy(padded, record, length);
+  std::copy_n(record, length, padded);
   return qx_write_mtz_char(stream, padded, sizeof padded);
 }
 

@@ -5,6 +5,8 @@
 
 #include <quorix/memory.h>
 
+#include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -12,6 +14,12 @@ namespace qx::test {
 namespace {
 
 constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+
+bool same_bits(const std::vector<float>& made, const float* read) {
+  return std::equal(made.begin(), made.end(), read, [](float a, float b) {
+    return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
+  });
+}
 
 MtzMaker sample() {
   MtzMaker file({{1, 0, 0}, {0, 2, -3}, {-4, 5, 6}, {0, 0, 7}});
@@ -77,7 +85,7 @@ TEST_F(MtzRead, everythingInTheFileIsKept) {
         EXPECT_EQ(mtz->columns[c].label, made.label);
         EXPECT_EQ(mtz->columns[c].type, made.type);
         EXPECT_EQ(mtz->columns[c].dataset_id, made.dataset);
-        EXPECT_EQ(std::memcmp(mtz->columns[c].values, made.values.data(), 16), 0);
+        EXPECT_TRUE(same_bits(made.values, mtz->columns[c].values));
       }
       EXPECT_STREQ(mtz->title, "made by the tests");
       EXPECT_EQ(mtz->cell[2], 30.0);
@@ -110,7 +118,7 @@ TEST_F(MtzRead, aFileOfManyBlocksIsReadInOrder) {
   ASSERT_NE(mtz, nullptr) << output;
   for (int c = 0; c < 13; ++c) {
     const auto& made = file.columns[static_cast<std::size_t>(c)].values;
-    ASSERT_EQ(std::memcmp(mtz->columns[c].values, made.data(), made.size() * 4), 0) << c;
+    ASSERT_TRUE(same_bits(made, mtz->columns[c].values)) << c;
   }
 }
 

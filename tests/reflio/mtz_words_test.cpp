@@ -39,8 +39,8 @@ TEST(MtzWords, rowsAndColumnsChangePlaces) {
       std::vector<float> rows(nrows * ncolumns);
       std::iota(rows.begin(), rows.end(), 1.0F);
       std::vector<std::vector<float>> columns(ncolumns, std::vector<float>(nrows + first, -1.0F));
-      std::vector<float*> pointers;
-      for (auto& column : columns) pointers.push_back(column.data());
+      std::vector<float*> pointers(ncolumns);
+      for (std::size_t c = 0; c < ncolumns; ++c) pointers[c] = columns[c].data();
       rows_to_columns(rows.data(), nrows, ncolumns, pointers.data(), first);
       for (std::size_t r = 0; r < nrows; ++r) {
         for (std::size_t c = 0; c < ncolumns; ++c) {

@@ -3,6 +3,7 @@
 #include "support/engine.h"
 #include "support/mtz_maker.h"
 
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -43,7 +44,7 @@ class MtzWrite : public Engine {
 
   // The report of a write that fails; the engine stands afterwards.
   std::string refused(const qxmtz* mtz, const std::string& path) {
-    const std::string report =
+    std::string report =
         captured([&] { EXPECT_NE(qx_write_refdata_mtz_file(path.c_str(), mtz), 0); });
     EXPECT_EQ(qx_exist_quorix(), 1);
     return report;
@@ -156,8 +157,8 @@ void expect_same_as(const qxmtz& mtz, const gemmi::Mtz& other) {
     EXPECT_EQ(mtz.columns[c].dataset_id, column.dataset_id);
     int different = 0;
     for (int i = 0; i < mtz.nreflections; ++i) {
-      const float value = column[static_cast<std::size_t>(i)];
-      different += std::memcmp(&value, mtz.columns[c].values + i, 4) != 0;
+      different += std::bit_cast<std::uint32_t>(column[static_cast<std::size_t>(i)]) !=
+                   std::bit_cast<std::uint32_t>(mtz.columns[c].values[i]);
     }
     EXPECT_EQ(different, 0) << column.label;
   }
