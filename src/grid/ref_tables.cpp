@@ -34,6 +34,9 @@ std::int32_t wrapped(std::int64_t index, std::int32_t n) {
   return static_cast<std::int32_t>(rest < 0 ? rest + n : rest);
 }
 
+// Whole cycles would multiply the error of the single-precision 2 pi.
+double fraction_of(double cycles) { return cycles - std::floor(cycles); }
+
 Status open_tables(qxgrid& grid, std::int32_t nops, std::int32_t nref) {
   for (std::int32_t*** table : {&grid.ref_ix, &grid.ref_iy, &grid.ref_iz, &grid.ref_l}) {
     std::int32_t** rows = xopen_matrix_int(nops, nref, "pcr_ind");
@@ -75,7 +78,10 @@ Status fill_sincos(qxgrid& grid, std::int32_t planes, std::int32_t nops, std::in
     for (std::int32_t op = 0; op < nops; ++op) {
       for (std::int32_t ref = 0; ref < nref; ++ref) {
         const double cycles =
-            static_cast<double>(grid.ref_l[op][ref]) * j / grid.nz + grid.ref_shift[op][ref];
+            fraction_of(static_cast<double>(
+                            wrapped(static_cast<std::int64_t>(grid.ref_l[op][ref]) * j, grid.nz)) /
+                            grid.nz +
+                        grid.ref_shift[op][ref]);
         sine[j][op][ref] = std::sin(qx::two_pi_single * cycles);
         cosine[j][op][ref] = std::cos(qx::two_pi_single * cycles);
       }

@@ -1,5 +1,8 @@
 #include "sf/assemble.h"
 
+#include "core/constants.h"
+
+#include <cmath>
 #include <cstddef>
 
 namespace qx {
@@ -39,6 +42,14 @@ void add(const Transform& t, const MateIndices& mates, const double* c, const do
 }
 
 }  // namespace
+
+TwentyFourths::TwentyFourths() noexcept {
+  for (std::int32_t k = 0; k < n; ++k) {
+    const double angle = two_pi_single * k / n;
+    cosine[k] = std::cos(angle);
+    sine[k] = std::sin(angle);
+  }
+}
 
 void add_mates(const Transform& transform, const MateIndices& mates, const double* c,
                const double* s, double* sum_re, double* sum_im) noexcept {

@@ -42,4 +42,11 @@ struct SinCosTable {
   }
 };
 
+// Cosines and sines of k/24 cycles.
+struct TwentyFourths {
+  static constexpr std::int32_t n = 24;
+  double cosine[n], sine[n];
+  TwentyFourths() noexcept;
+};
+
 }  // namespace qx

@@ -194,24 +194,59 @@ Status open_sums(PartSums& sums, std::int32_t nref) {
   return sums.im ? ok : failed;
 }
 
-// Phase factors of one operator for one box: ready-made where the grid keeps them, else looked up.
+// Phase factors of one operator for one box.
 struct PhaseFactors {
   const double* c;
   const double* s;
 };
 
-PhaseFactors phase_factors(const Needs& needs, std::int32_t op, std::int32_t shift, double* c,
-                           double* s) {
-  const qxgrid& grid = *needs.grid;
-  if (grid.sine) return {grid.cosine[shift][op], grid.sine[shift][op]};
-  const qx::SinCosTable table = {qxsincostab::n, needs.table->sine, needs.table->cosine};
-  const double fraction = static_cast<double>(shift) / grid.nz;
-  for (std::int32_t i = 0; i < needs.data->nreflections; ++i) {
-    const std::int32_t at = table.index(grid.ref_l[op][i] * fraction + grid.ref_shift[op][i]);
-    c[i] = table.cosine[at];
-    s[i] = table.sine[at];
+// exp(2 pi i h.t): translations are multiples of 1/24 but for operators that a user made up.
+void translation_phase(const qx::SinCosTable& table, double cycles, double& c, double& s) {
+  const double parts = cycles * qx::TwentyFourths::n;
+  const double whole = std::nearbyint(parts);
+  if (std::fabs(parts - whole) < 1e-6) {
+    static const qx::TwentyFourths exact;
+    const auto at = static_cast<std::int64_t>(whole) % qx::TwentyFourths::n;
+    const auto index = static_cast<std::size_t>(at < 0 ? at + qx::TwentyFourths::n : at);
+    c = exact.cosine[index];
+    s = exact.sine[index];
+  } else {
+    const std::int32_t at = table.index(cycles);
+    c = table.cosine[at];
+    s = table.sine[at];
   }
-  return {c, s};
+}
+
+// The planes of a sub-box start at `shift`: each term turns by l shift / nz on top of its
+// translation.
+void sub_box_phases(const Needs& needs, std::int32_t op, std::int32_t shift,
+                    const double* turn_cosine, const double* turn_sine, double* c, double* s) {
+  const qxgrid& grid = *needs.grid;
+  const qx::SinCosTable table = {qxsincostab::n, needs.table->sine, needs.table->cosine};
+  for (std::int32_t i = 0; i < needs.data->nreflections; ++i) {
+    double tc = 1.0;
+    double ts = 0.0;
+    translation_phase(table, grid.ref_shift[op][i], tc, ts);
+    const std::int64_t turn = static_cast<std::int64_t>(grid.ref_l[op][i]) * shift % grid.nz;
+    const std::int64_t at = turn < 0 ? turn + grid.nz : turn;
+    c[i] = tc * turn_cosine[at] - ts * turn_sine[at];
+    s[i] = ts * turn_cosine[at] + tc * turn_sine[at];
+  }
+}
+
+// Cosines and sines of k 2 pi / nz.
+Status open_turns(std::int32_t nz, qx::Tagged<double>& cosine, qx::Tagged<double>& sine) {
+  const auto n = static_cast<std::size_t>(nz);
+  cosine = qx::Tagged<double>(n, "pcs_turn");
+  if (!cosine) return failed;
+  sine = qx::Tagged<double>(n, "pcs_turn");
+  if (!sine) return failed;
+  for (std::size_t k = 0; k < n; ++k) {
+    const double angle = qx::two_pi * static_cast<double>(k) / nz;
+    cosine[k] = std::cos(angle);
+    sine[k] = std::sin(angle);
+  }
+  return ok;
 }
 
 Status add_operators(const Needs& needs, const qx::Transform& transform, std::int32_t shift,
@@ -222,8 +257,16 @@ Status add_operators(const Needs& needs, const qx::Transform& transform, std::in
   qx::Tagged<double> s(n, "pcs_s");
   if (!s) return failed;
   const qxgrid& grid = *needs.grid;
+  qx::Tagged<double> turn_cosine;
+  qx::Tagged<double> turn_sine;
+  QX_TRY(open_turns(grid.nz, turn_cosine, turn_sine));
   for (std::int32_t op = 0; op < needs.group->nops; ++op) {
-    const PhaseFactors factors = phase_factors(needs, op, shift, c.get(), s.get());
+    PhaseFactors factors = {c.get(), s.get()};
+    if (needs.box->one_box && grid.sine) {
+      factors = {grid.cosine[0][op], grid.sine[0][op]};
+    } else {
+      sub_box_phases(needs, op, shift, turn_cosine.get(), turn_sine.get(), c.get(), s.get());
+    }
     const qx::MateIndices mates = {needs.data->nreflections, grid.ref_ix[op], grid.ref_iy[op],
                                    grid.ref_iz[op]};
     qx::add_mates(transform, mates, factors.c, factors.s, sums.re, sums.im);

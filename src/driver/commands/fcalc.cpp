@@ -1,4 +1,5 @@
 // quorix fcalc: structure factors of a model, and maps from them.
+#include "crystal/crystal.h"
 #include "crystal/reflections.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/coordinates.h"
@@ -30,7 +31,7 @@ struct Options {
   std::vector<std::string> labels, free;
   std::vector<double> cell;
   double dmin = 0.0;
-  double b0 = 20.0;
+  double b0 = -1.0;  // chosen by resolution
   double ecut = 0.001;
   double fraction = 0.33;
   double memory = 400.0;
@@ -154,12 +155,19 @@ void make_indices(Engine& engine, const Job& job) {
   });
 }
 
+// Blurring that keeps the sampling error small: sharp atoms on a coarse grid would alias.
+double suitable_b0(const Options& options) {
+  if (options.b0 >= 0.0) return options.b0;
+  const double d = qx_get_qxresol()->high;
+  return std::max(20.0, 4.5 * d * d);
+}
+
 void set_up_grid(Engine& engine, const Options& options) {
   engine.run(SectionText("xgrid").line(format("frac %f", options.fraction)));
   engine.run(SectionText("xfft")
                  .line(format("memory %f", options.memory))
                  .line("sincos no")
-                 .line(format("B0 %f", options.b0)));
+                 .line(format("B0 %f", suitable_b0(options))));
 }
 
 void set_up_model(Engine& engine, const Job& job) {
@@ -293,9 +301,10 @@ void add_options(CLI::App& command, Options& o) {
   command.add_option("--spacegroup", o.space_group, "Space group (default: the model's)");
   command.add_option("--cell", o.cell, "Unit cell a b c alpha beta gamma (default: the model's)")
       ->expected(6);
-  command.add_option("--b0", o.b0, "Blurring of the density on the grid, A^2")
-      ->check(CLI::NonNegativeNumber)
-      ->capture_default_str();
+  command
+      .add_option("--b0", o.b0,
+                  "Blurring of the density on the grid, A^2 (default: 20, or 4.5 d^2 if more)")
+      ->check(CLI::NonNegativeNumber);
   command.add_option("--ecut", o.ecut, "Density, relative to an atom's peak, that is cut off")
       ->check(CLI::Range(1e-9, 0.5))
       ->capture_default_str();
