@@ -14,7 +14,6 @@
 #include <cstdio>
 
 using qx::fail;
-using qx::failed;
 using qx::ok;
 using qx::Status;
 

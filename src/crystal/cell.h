@@ -13,7 +13,7 @@ struct qxcell {
   double theta = 0, theta_complement = 0;  // the same with sin gamma
   double inv_sin_alpha = 0, inv_sin_beta = 0, inv_sin_gamma = 0;
   double volume = 0;
-  double metric[9] = {};      // G
+  double metric[9] = {};  // G
   double volume_squared = 0;
   double metric_tensor[36] = {};  // R^T U R matrix of G
   double orth2frac[16] = {};
@@ -21,7 +21,7 @@ struct qxcell {
   double standard_frac2orth[9] = {};  // F0
   double standard_orth2frac[9] = {};  // its inverse
   double q_inverse[9] = {};
-  double q[9] = {};  // F0 x rotation of orth2frac
+  double q[9] = {};                  // F0 x rotation of orth2frac
   double orth2frac_tensor[36] = {};  // R U R^T of the rotation of orth2frac
   double frac2orth_tensor[36] = {};  // R U R^T of the rotation of frac2orth
   double q_tensor[36] = {};          // R^T U R of Q

@@ -15,7 +15,8 @@ CellAngles cell_angles(double alpha_deg, double beta_deg, double gamma_deg) noex
           std::sin(alpha), std::sin(beta), std::sin(gamma)};
 }
 
-double relative_volume_squared(const CellAngles& t) noexcept {
+double relative_volume_squared(const CellAngles& angles) noexcept {
+  const CellAngles& t = angles;
   return 1 - t.cos_alpha * t.cos_alpha - t.cos_beta * t.cos_beta - t.cos_gamma * t.cos_gamma +
          2 * t.cos_alpha * t.cos_beta * t.cos_gamma;
 }
@@ -34,8 +35,9 @@ double complement(double x) noexcept {
   return rest < 1e-15 ? 0.0 : std::sqrt(rest);
 }
 
-void standard_frac2orth(const double edges[3], const CellAngles& t, double height,
+void standard_frac2orth(const double edges[3], const CellAngles& angles, double height,
                         double out[9]) noexcept {
+  const CellAngles& t = angles;
   out[0] = edges[0];
   out[1] = edges[1] * t.cos_gamma;
   out[2] = edges[2] * t.cos_beta;
@@ -60,7 +62,8 @@ bool invert_affine(const double affine[16], double out[16]) noexcept {
   return true;
 }
 
-void metric_tensor(const double e[3], const double cosines[3], double out[9]) noexcept {
+void metric_tensor(const double edges[3], const double cosines[3], double out[9]) noexcept {
+  const double* e = edges;
   out[0] = e[0] * e[0];
   out[4] = e[1] * e[1];
   out[8] = e[2] * e[2];
@@ -69,7 +72,10 @@ void metric_tensor(const double e[3], const double cosines[3], double out[9]) no
   out[5] = out[7] = e[1] * e[2] * cosines[0];
 }
 
-ReciprocalCell reciprocal_cell(const double e[3], const CellAngles& t, double volume) noexcept {
+ReciprocalCell reciprocal_cell(const double edges[3], const CellAngles& angles,
+                               double volume) noexcept {
+  const double* e = edges;
+  const CellAngles& t = angles;
   return {
       {e[1] * e[2] * t.sin_alpha / volume, e[2] * e[0] * t.sin_beta / volume,
        e[0] * e[1] * t.sin_gamma / volume},

@@ -36,30 +36,38 @@ void qx_calc_U_tran_matrix_rurt(const double* r, double* out) { qx::tensor_matri
 
 void qx_calc_U_tran_matrix_rtur(const double* r, double* out) { qx::tensor_matrix_rtur(r, out); }
 
+namespace {
+
+void print_rows(const double* m) {
+  for (int i = 0; i < 9; i += 3) std::printf("%12.5f %12.5f %12.5f \n", m[i], m[i + 1], m[i + 2]);
+}
+
+void print_transformed(const double (&matrix)[36], const double (&u)[6]) {
+  double t[6] = {};
+  for (int row = 0; row < 6; ++row) {
+    for (int column = 0; column < 6; ++column) t[row] += matrix[6 * row + column] * u[column];
+  }
+  const double m[9] = {t[0], t[3], t[4], t[3], t[1], t[5], t[4], t[5], t[2]};
+  print_rows(m);
+}
+
+}  // namespace
+
 void qx_calc_U_tran_matrix_tester() {
   constexpr double r[9] = {0.6, -0.8, 0.0, 0.8, 0.6, 0.5, 0.1, 0.2, 1.0};
   constexpr double transposed[9] = {0.6, 0.8, 0.1, -0.8, 0.6, 0.2, 0.0, 0.5, 1.0};
   constexpr double u[6] = {1.0, 2.0, 3.0, 0.1, 0.2, 0.3};
   constexpr double full[9] = {1.0, 0.1, 0.2, 0.1, 2.0, 0.3, 0.2, 0.3, 3.0};
-  const auto print = [](const double* m) {
-    for (int i = 0; i < 9; i += 3) std::printf("%12.5f %12.5f %12.5f \n", m[i], m[i + 1], m[i + 2]);
-  };
-  const auto print_tensor = [&](const double* matrix) {
-    double t[6] = {};
-    for (int i = 0; i < 36; ++i) t[i / 6] += matrix[i] * u[i % 6];
-    const double m[9] = {t[0], t[3], t[4], t[3], t[1], t[5], t[4], t[5], t[2]};
-    print(m);
-  };
   double product[9];
-  double matrix[36];
+  double matrix[36] = {};
   qx::multiply33(r, full, product);
   qx::multiply33(product, transposed, product);
-  print(product);
+  print_rows(product);
   qx::tensor_matrix_rurt(r, matrix);
-  print_tensor(matrix);
+  print_transformed(matrix, u);
   qx::multiply33(transposed, full, product);
   qx::multiply33(product, r, product);
-  print(product);
+  print_rows(product);
   qx::tensor_matrix_rtur(r, matrix);
-  print_tensor(matrix);
+  print_transformed(matrix, u);
 }

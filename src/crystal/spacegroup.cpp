@@ -287,7 +287,7 @@ Status qx_get_space_group_name_(char* out, std::int32_t* len) {
   }
   const char* name = spg->short_name ? spg->short_name : "";
   const std::size_t size = std::strlen(name);
-  std::memcpy(out, name, size);
+  std::copy_n(name, size, out);
   if (size < 10) std::memset(out + size, ' ', 10 - size);
   *len = 10;
   return ok;

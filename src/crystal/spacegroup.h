@@ -44,10 +44,10 @@ struct qxspg {
   char* laue_name = nullptr;
   qx::Operators primitive;
   qx::Operators centring;
-  std::int32_t nops = 0;                 // primitive.count x centring.count
-  double (*ops)[16] = nullptr;           // centring x primitive, centring outermost
+  std::int32_t nops = 0;        // primitive.count x centring.count
+  double (*ops)[16] = nullptr;  // centring x primitive, centring outermost
   double (*inverses)[16] = nullptr;
-  double (*op_tensors)[36] = nullptr;    // R U R^T of each operator's rotation
+  double (*op_tensors)[36] = nullptr;  // R U R^T of each operator's rotation
   double (*inverse_tensors)[36] = nullptr;
   qx::Divisors translation_divisors[3];
   qx::Divisors asu_divisors[3];

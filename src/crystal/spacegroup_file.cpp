@@ -72,7 +72,8 @@ Status combine_operators(const char* heading, const OperatorList& centring,
     std::int32_t ip = np;
     for (const symoperstrmat* p = primitive.newest(); p; p = p->next) {
       --ip;
-      double* product = full.matrices[static_cast<std::size_t>(ic * np + ip)];
+      double* product = full.matrices[static_cast<std::size_t>(ic) * static_cast<std::size_t>(np) +
+                                      static_cast<std::size_t>(ip)];
       if (!compose_operators(c->matrix, p->matrix, product)) {
         return fail(heading, " Failed to get the inverse matrix ");
       }

@@ -225,6 +225,14 @@ TEST(Matrix, inversesAndTensorTransformsAgreeWithTheirDefinition) {
   }
 }
 
+TEST(Matrix, theSelfCheckPrintsEachTensorTwice) {
+  const std::string output = captured(qx_calc_U_tran_matrix_tester);
+  const std::size_t tensor = 3 * 40;  // three lines
+  ASSERT_EQ(output.size(), 4 * tensor);
+  EXPECT_EQ(output.substr(0, tensor), output.substr(tensor, tensor));
+  EXPECT_EQ(output.substr(2 * tensor, tensor), output.substr(3 * tensor));
+}
+
 TEST(Matrix, singularOnesAreRefusedOrBecomeTheIdentity) {
   const double zero[16] = {};
   double out[16] = {7};

@@ -115,6 +115,7 @@ TEST_F(Database, operatorsAreAGroupWithTheirInverses) {
   for (const Record& record : shipped_records()) {
     const qxspg& spg = select(record.full_name);
     std::vector<Key> keys;
+    keys.reserve(static_cast<std::size_t>(spg.nops));
     for (int i = 0; i < spg.nops; ++i) keys.push_back(key_of(spg.ops[i]));
     for (int i = 0; i < spg.nops; ++i) {
       ASSERT_EQ(product(keys[static_cast<std::size_t>(i)], key_of(spg.inverses[i])), identity)
@@ -199,13 +200,14 @@ TEST_F(Database, limitsHoldAPointOfEveryOrbit) {
       high[axis] =
           std::min(static_cast<std::int32_t>(qx_get_qxasu()->high[axis] * n[axis]) + 1, n[axis]);
     }
-    std::vector<char> reached(static_cast<std::size_t>(n[0] * n[1] * n[2]));
+    std::vector<char> reached(static_cast<std::size_t>(std::int64_t{n[0]} * n[1] * n[2]));
     for (std::int32_t p = 0; p < high[0] * high[1] * high[2]; ++p) {
       const std::int32_t point[3] = {p % high[0], p / high[0] % high[1], p / (high[0] * high[1])};
       for (std::int32_t op = 0; op < ops.count; ++op) {
         std::int32_t mate[3];
         move_point(ops, op, n, point, mate);
-        reached[static_cast<std::size_t>((mate[2] * n[1] + mate[1]) * n[0] + mate[0])] = 1;
+        reached.at(static_cast<std::size_t>(mate[2] * std::int64_t{n[1]} * n[0] + mate[1] * n[0] +
+                                            mate[0])) = 1;
       }
     }
     EXPECT_EQ(std::count(reached.begin(), reached.end(), 0), 0) << record.full_name;
