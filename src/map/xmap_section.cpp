@@ -74,12 +74,13 @@ Status read_reflections(MapSection& section) {
   if (qxrefdata* earlier = std::exchange(section.map->refdata, nullptr)) {
     QX_TRY(qx_delete_qxrefdata_obj(earlier));
   }
-  section.map->refdata = qx_new_qxrefdata_obj();
-  if (!section.map->refdata) return failed;
-  if (qx_read_refdata_ctrl(section.map->refdata, 0) != ok) {
+  qxrefdata* set = qx_new_qxrefdata_obj();
+  if (!set) return failed;
+  section.map->refdata = set;
+  if (qx_read_refdata_ctrl(set, 0) != ok) {
     return fail(heading, "Failed to read reflection data.");
   }
-  return qx_build_qxrefdata(section.map->refdata, qx_get_qxrefreject(), 1);
+  return qx_build_qxrefdata(set, qx_get_qxrefreject(), 1);
 }
 
 Status read(MapSection& section) {

@@ -1,10 +1,12 @@
 // The map section: grammar, reports, and what a section leaves on the map.
+#include "core/memory_system.h"
 #include "crystal/asu.h"
 #include "map/map_engine.h"
 
 #include <quorix/memory.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -219,6 +221,49 @@ TEST_F(XmapSection, MissingData) {
   SetUp();
   const auto result = section("xmap\ngenerate with end of text");
   EXPECT_FALSE(result.ok);
+}
+
+// ---- each allocation of a run failing in turn
+
+constexpr int loading = 12;  // of the parser, before the section begins: block, record, tag
+int allocations_left = 0;
+
+void* failing_malloc(std::size_t size) {
+  return allocations_left-- > 0 ? std::malloc(size) : nullptr;
+}
+
+class Starved : public XmapSection {
+ protected:
+  void TearDown() override {
+    (void)qx::set_system_allocator(std::malloc);
+    XmapSection::TearDown();
+  }
+};
+
+TEST_F(Starved, EveryFailedAllocationIsReportedAndNothingElseHappens) {
+  const std::string path = scratch_.file("map");
+  // A cut box through half a spectrum, and one whose terms alias.
+  for (const int nx : {24, 3}) {
+    bool finished = false;
+    for (int n = loading; !finished; ++n) {
+      ASSERT_LT(n, 500);
+      (void)qx_create_quorix();
+      install(crystal_, {nx, 20, 18});
+      put_reflections(2);
+      ASSERT_EQ(generate({crystal_.row({1, 0, 0})}), ok);  // plans are the transforms' business
+      allocations_left = n;
+      (void)qx::set_system_allocator(failing_malloc);
+      const auto result =
+          section(xmap("param scale yes\nextent frac xmin=0 xmax=1 ymin=0 ymax=1 zmin=0 zmax=1\n"
+                       "generate\nwrite ccp4 file " +
+                       path));
+      (void)qx::set_system_allocator(std::malloc);
+      finished = result.ok;
+      EXPECT_EQ(qx_exist_quorix(), result.ok ? 1 : 0) << n;
+      EXPECT_EQ(std::filesystem::exists(path), result.ok) << n;
+    }
+    std::filesystem::remove(path);
+  }
 }
 
 class PrivateSet : public qx::test::Engine {};
