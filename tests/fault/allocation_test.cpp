@@ -1,0 +1,109 @@
+// Every allocation of a run fails once: each time one chain of reports, no engine left behind, no
+// broken file in the place of a good one.
+#include "core/memory_system.h"
+#include "support/engine.h"
+#include "support/mtz_maker.h"
+#include "support/random_model.h"
+
+#include <quorix/driver.h>
+#include <quorix/engine.h>
+
+#include <cmath>
+#include <cstdlib>
+
+namespace qx::test {
+namespace {
+
+int countdown = -1;
+void* failing(std::size_t size) { return countdown-- == 0 ? nullptr : std::malloc(size); }
+
+// An allocator that refuses the n-th request, while it stands.
+class FailNth {
+ public:
+  explicit FailNth(int n) : previous_(set_system_allocator(failing)) { countdown = n; }
+  FailNth(const FailNth&) = delete;
+  FailNth& operator=(const FailNth&) = delete;
+  ~FailNth() { set_system_allocator(previous_); }
+
+ private:
+  SystemAllocator previous_;
+};
+
+std::string small_mtz() {
+  MtzMaker maker(half_sphere(3, 4, 5));
+  std::vector<float> amplitudes;
+  std::vector<float> phases;
+  for (std::size_t i = 0; i < maker.rows(); ++i) {
+    amplitudes.push_back(static_cast<float>(10 + i % 7));
+    phases.push_back(static_cast<float>((37 * i) % 360));
+  }
+  return maker.add("FWT", 'F', amplitudes).add("PHWT", 'P', phases).bytes();
+}
+
+// Runs `work` with the n-th allocation failing, n = 0, 1, ... until it succeeds; gives that n.
+template <class Work>
+int fail_each(Work work, int step) {
+  for (int n = 0; n < 20000; n += step) {
+    qx_terminate_quorix();
+    bool succeeded = false;
+    const auto deaths = qx_get_die_count();
+    const std::string output = captured([&] {
+      const FailNth guard(n);
+      succeeded = work();
+    });
+    if (succeeded && qx_get_die_count() == deaths) return n;
+    EXPECT_EQ(qx_exist_quorix(), 0) << n;
+    EXPECT_NE(output.find("ailed to"), std::string::npos) << n << output;
+  }
+  return -1;
+}
+
+TEST(Allocations, ofAMapRunFailOneByOne) {
+  setenv("ZENVI_DATA", data_directory().c_str(), 1);
+  const ScratchDirectory scratch;
+  const std::string mtz = scratch.file("in.mtz");
+  const std::string map = scratch.file("out.ccp4");
+  write_file(mtz, small_mtz());
+  write_file(map, "good");
+  const double cell[6] = {10, 20, 30, 90, 90, 90};
+  const int n = fail_each(
+      [&] {
+        const bool done = quorix_zenvi_driver2("P 1", cell, mtz.c_str(), "FWT", "PHWT", "",
+                                               map.c_str(), 1.0, 50.0) == ok;
+        EXPECT_TRUE(done || read_file(map) == "good");
+        return done;
+      },
+      1);
+  EXPECT_GT(n, 300);
+  EXPECT_GT(read_file(map).size(), 1024U);
+}
+
+TEST(Allocations, ofAModelRunFailOneByOne) {
+  setenv("ZENVI_DATA", data_directory().c_str(), 1);
+  ASSERT_EQ(qx_create_quorix(), ok);
+  const auto atoms = random_atoms(6, true, 1);
+  // What is put into the engine by direct calls stands outside; the sections are what fails.
+  const int n = fail_each(
+      [&] {
+        countdown = 1 << 30;
+        if (qx_create_quorix() != ok) return false;
+        set_up_crystal("P 21 21 21", "12 14 16 90 90 90", 3.0, 20);
+        set_up_model(atoms);
+        static int failing_at = 0;
+        countdown = failing_at++;
+        for (const char* text :
+             {"xgrid\nfrac 0.33\nxend\n", "xfft\nmemory 0\nxend\n", "xform\nxend\n",
+              "xcut\necut 0.01\nxend\n", "xcross\nparam percent 10\nxend\n",
+              "xfcc\ncalc\nreplace\nxend\n"}) {
+          if (!run_section_text(text)) return false;
+        }
+        countdown = 1 << 30;
+        qx_terminate_quorix();
+        return true;
+      },
+      1);
+  EXPECT_GT(n, 200);
+}
+
+}  // namespace
+}  // namespace qx::test
