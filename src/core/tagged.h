@@ -58,6 +58,15 @@ Status release(T*& field) {
   return block ? xfree(block) : ok;
 }
 
+// Puts a new block into an object's field. `field = allocate(...)` would still write the null of an
+// allocation that failed, into an object that is gone by then.
+template <class T>
+Status adopt(T*& field, T* block) {
+  if (!block) return failed;
+  field = block;
+  return ok;
+}
+
 // Scratch in tagged memory. After a die the destructor is silent, also when a new root exists.
 template <class T>
 class Tagged {

@@ -20,8 +20,8 @@ Status open_values(qxmtz& mtz) {
   constexpr std::size_t line = 16;
   const std::size_t rows = static_cast<std::size_t>(mtz.nreflections);
   const std::size_t stride = (rows + line - 1) / line * line + line;
-  mtz.values = allocate<float>(stride * static_cast<std::size_t>(mtz.columns.count), "pm_val");
-  if (!mtz.values) return failed;
+  const std::size_t size = stride * static_cast<std::size_t>(mtz.columns.count);
+  QX_TRY(adopt(mtz.values, allocate<float>(size, "pm_val")));
   float* next = mtz.values;
   for (MtzColumn& column : mtz.columns) {
     column.values = next;
@@ -87,8 +87,7 @@ void print_mtz(const qxmtz& mtz) {
 
 Status qx_new_refdata_mtz_obj(qxrefdata* refdata) {
   QX_TRY(qx_delete_refdata_mtz_obj(refdata));
-  refdata->mtz = qx::new_object<qxmtz>("pnrm_md");
-  return refdata->mtz ? ok : failed;
+  return qx::adopt(refdata->mtz, qx::new_object<qxmtz>("pnrm_md"));
 }
 
 Status qx_delete_refdata_mtz_obj(qxrefdata* refdata) {

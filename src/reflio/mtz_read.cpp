@@ -194,8 +194,7 @@ template <class T, class Read>
 Status read_words(const Source& source, T*& words, std::int32_t count, Read read, int format) {
   const auto n = static_cast<std::size_t>(count);
   if (n == 0) return ok;
-  words = qx::allocate<T>(n, "pm_batw");
-  if (!words) return failed;
+  QX_TRY(qx::adopt(words, qx::allocate<T>(n, "pm_batw")));
   return read(source.stream, words, n, format) == n ? ok : appears_broken(source);
 }
 
@@ -322,8 +321,7 @@ Status qx_read_refdata_mtz_file_obj(qxrefdata* refdata, const char* path) {
   source.stream = file.get();
   QX_TRY(qx_new_refdata_mtz_obj(refdata));
   qxmtz* mtz = refdata->mtz;
-  mtz->path = qx::duplicate_text(path, "pm_path");
-  if (!mtz->path) return failed;
+  QX_TRY(qx::adopt(mtz->path, qx::duplicate_text(path, "pm_path")));
   QX_TRY(read_all(source, *mtz));
   if (qx_get_qxverbsys_verb_mtz() >= 1) qx::print_mtz(*mtz);
   return qx_exist_quorix() ? ok : failed;
