@@ -36,17 +36,15 @@ struct RowMoments {
 
 struct FftKernels {
   const char* name;
-  std::ptrdiff_t lanes;  // columns in a register
 
   // One transform of contiguous points; `out` may be `in`. Program in row order.
   void (*row)(const FftProgram& program, const double* re, const double* im, double* out_re,
               double* out_im, double* scratch);
 
-  // Columns first .. first + count - 1, each of program.n points; `out` may be `in`. Columns from
-  // there to first + filled - 1 get zeros as far as they share a register with the last column,
-  // counted from `first`. Program in column order.
+  // Columns first .. first + count - 1, each of program.n points; `out` may be `in`. Program in
+  // column order.
   void (*columns)(const FftProgram& program, FftColumns in, FftColumns out, std::ptrdiff_t first,
-                  std::ptrdiff_t count, std::ptrdiff_t filled, double* scratch);
+                  std::ptrdiff_t count, double* scratch);
 
   // z = a + i b continued to n points, for spectra a and b of real rows whose first `count` terms
   // are given (2 count <= n + 1). The imaginary parts of their terms 0 are ignored.
@@ -57,7 +55,9 @@ struct FftKernels {
   void (*split_pair)(std::ptrdiff_t n, std::ptrdiff_t count, const double* z_re, const double* z_im,
                      double* a_re, double* a_im, double* b_re, double* b_im);
 
-  RowMoments (*moments)(const double* row, std::ptrdiff_t n);
+  // Copies n numbers and gives their moments. `streaming` writes past the caches, for arrays that
+  // they cannot hold.
+  RowMoments (*deliver)(const double* from, std::ptrdiff_t n, double* to, bool streaming);
 };
 
 // How many cache lines (of eight columns) `columns` takes together, so that long strides are paid

@@ -181,7 +181,7 @@ inline void column_block(const FftProgram& program, const ColumnBlock& in, const
 }
 
 inline void columns(const FftProgram& program, FftColumns in, FftColumns out, Index first,
-                    Index count, Index filled, double* scratch) {
+                    Index count, double* scratch) {
   double* work = align(scratch);
   const Index end = first + count;
   if (program.count == 0) {
@@ -190,7 +190,6 @@ inline void columns(const FftProgram& program, FftColumns in, FftColumns out, In
       out.im[0][c] = in.im[0][c];
       out.re[0][c] = re;
     }
-    for (Index c = end; c < first + filled; ++c) out.re[0][c] = out.im[0][c] = 0;
     return;
   }
   const Index most = fft_column_group(program.n) * (8 / lanes);
@@ -203,9 +202,7 @@ inline void columns(const FftProgram& program, FftColumns in, FftColumns out, In
     c += groups * lanes;
   }
   if (c < end) {
-    const Index room = first + filled - c;
-    column_block<true>(program, {in.re, in.im, c, end - c},
-                       {out.re, out.im, c, room < lanes ? room : lanes}, 1, work);
+    column_block<true>(program, {in.re, in.im, c, end - c}, {out.re, out.im, c, end - c}, 1, work);
   }
 }
 
@@ -246,32 +243,49 @@ inline void split_pair(Index n, Index count, const double* __restrict z_re,
   }
 }
 
-inline RowMoments moments(const double* row, Index n) {
+template <bool Streaming>
+inline RowMoments deliver_as(const double* from, Index n, double* to) {
   using V = Vector<lanes>;
   V sum{};
   V squares{};
-  V low = splat<V>(row[0]);
+  V low = splat<V>(from[0]);
   V high = low;
-  Index i = 0;
-  for (; i + lanes <= n; i += lanes) {
-    const V x = load<V>(row + i);
-    sum += x;
-    squares += x * x;
-    low = x < low ? x : low;
-    high = x > high ? x : high;
-  }
-  RowMoments total = {0, 0, row[0], row[0]};
+  RowMoments total = {0, 0, from[0], from[0]};
   const auto take = [&](double s, double q, double a, double b) QX_FLAT {
     total.sum += s;
     total.sum_of_squares += q;
     if (a < total.minimum) total.minimum = a;
     if (b > total.maximum) total.maximum = b;
   };
+  const auto take_one = [&](Index i) QX_FLAT {
+    take(from[i], from[i] * from[i], from[i], from[i]);
+    to[i] = from[i];
+  };
+  Index i = 0;
+  if constexpr (Streaming) {
+    for (; i < n && reinterpret_cast<std::uintptr_t>(to + i) % sizeof(V) != 0; ++i) take_one(i);
+  }
+  for (; i + lanes <= n; i += lanes) {
+    const V x = load<V>(from + i);
+    sum += x;
+    squares += x * x;
+    low = x < low ? x : low;
+    high = x > high ? x : high;
+    if constexpr (Streaming) {
+      stream(to + i, x);
+    } else {
+      store(to + i, x);
+    }
+  }
+  for (; i < n; ++i) take_one(i);
   for (int k = 0; k < lanes; ++k) take(sum[k], squares[k], low[k], high[k]);
-  for (; i < n; ++i) take(row[i], row[i] * row[i], row[i], row[i]);
   return total;
 }
 
-constexpr FftKernels table = {QX_FFT_NAME, lanes, row, columns, join_pair, split_pair, moments};
+inline RowMoments deliver(const double* from, Index n, double* to, bool streaming) {
+  return streaming ? deliver_as<true>(from, n, to) : deliver_as<false>(from, n, to);
+}
+
+constexpr FftKernels table = {QX_FFT_NAME, row, columns, join_pair, split_pair, deliver};
 
 }  // namespace qx::QX_FFT_ISA

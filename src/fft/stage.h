@@ -17,7 +17,7 @@
 
 #include "fft/radix.h"
 
-#if defined(__AVX2__) || defined(__AVX512F__)
+#if defined(__x86_64__)
 #include <immintrin.h>
 #endif
 
@@ -32,6 +32,20 @@ QX_INLINE V load(const double* from) {
 template <class V>
 QX_INLINE void store(double* to, V v) {
   __builtin_memcpy(to, &v, sizeof v);
+}
+// To an address that is aligned to V, without fetching what stands there.
+template <class V>
+QX_INLINE void stream(double* to, V v) {
+#if defined(__AVX512F__)
+  if constexpr (sizeof(V) == 64) return _mm512_stream_pd(to, __m512d(v));
+#endif
+#if defined(__AVX__)
+  if constexpr (sizeof(V) == 32) return _mm256_stream_pd(to, __m256d(v));
+#endif
+#if defined(__x86_64__)
+  if constexpr (sizeof(V) == 16) return _mm_stream_pd(to, __m128d(v));
+#endif
+  store(to, v);
 }
 template <class V>
 QX_INLINE V splat(double x) {

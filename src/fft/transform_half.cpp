@@ -3,10 +3,11 @@
 // 1. The z columns inside the disc of non-zero (h, k), several h at a time: a sixth of all columns
 // at
 //    the usual sampling. Rows of l outside the sphere are never read.
-// 2. Plane by plane, while the plane is in cache: the y columns of every h, reading only rows of k
-//    that hold something, then the x rows. Two real rows are one complex transform: with
-//    Z(h) = A(h) + i B(h) for -nx/2 < h < nx/2 its real part is row a and its imaginary part row b,
-//    so that the split arrays of the result are the density rows themselves.
+// 2. Plane by plane: the y columns of every h, reading only rows of k that hold something, into a
+//    plane of scratch that stays in cache; from there the x rows. Two real rows are one complex
+//    transform: with Z(h) = A(h) + i B(h) for -nx/2 < h < nx/2 its real part is row a and its
+//    imaginary part row b. Finished rows are written past the caches, and the next plane is fetched
+//    meanwhile.
 #include "fft/transform_half.h"
 
 #include "core/report.h"
@@ -19,12 +20,16 @@
 namespace qx {
 namespace {
 
-constexpr std::ptrdiff_t widest_lanes = 8;
+constexpr std::int64_t streaming_points = 3 << 20;  // 24 MiB: more than a share of a common cache
 
 class HalfTransform {
  public:
   HalfTransform(const HalfSpectrum& half, double* block)
-      : half_(half), block_(block), terms_(half.hmax + 1) {}
+      : half_(half),
+        block_(block),
+        terms_(half.hmax + 1),
+        padded_((terms_ + 7) / 8 * 8),
+        streaming_(std::int64_t{half.nx} * half.ny * half.nz > streaming_points) {}
 
   Status prepare();
   void transform_z() const;
@@ -35,18 +40,22 @@ class HalfTransform {
     return block_ + (std::ptrdiff_t{iz} * half_.ny + iy) * half_.nx;
   }
   void transform_y(std::int32_t iz) const;
-  void transform_x(double* a, double* b, DensityMoments& moments) const;
+  void transform_x(std::int32_t iz, std::int32_t iy, DensityMoments& moments) const;
+  void fetch(std::int32_t iz, std::int32_t iy) const;
 
   HalfSpectrum half_;
   double* block_;
-  std::ptrdiff_t terms_;  // h = 0 .. hmax
+  std::ptrdiff_t terms_;   // h = 0 .. hmax
+  std::ptrdiff_t padded_;  // the same in whole cache lines, for the scratch plane
+  bool streaming_;
   const FftKernels& kernels_ = fft_kernels();
   const qxfftplan* x_plan_ = nullptr;
   const qxfftplan* y_plan_ = nullptr;
   const qxfftplan* z_plan_ = nullptr;
   Tagged<double*> pointers_;  // four lists: columns in, columns out, real and imaginary parts each
   Tagged<double> zeros_;      // stands for rows outside the sphere
-  Tagged<double> line_;       // Z of a pair of rows; a row more where a pair lacks its second
+  Tagged<double> plane_;      // [iy][real parts, imaginary parts] of the plane in work
+  Tagged<double> line_;       // Z of a pair of rows, then the rows themselves
 };
 
 Status HalfTransform::prepare() {
@@ -55,10 +64,12 @@ Status HalfTransform::prepare() {
   if (!(z_plan_ = get_qxfftcache(half_.nz))) return failed;
   pointers_ = Tagged<double*>(4 * static_cast<std::size_t>(std::max(half_.ny, half_.nz)), "phf_p");
   if (!pointers_) return failed;
-  zeros_ = Tagged<double>(static_cast<std::size_t>(terms_ + widest_lanes), "phf_0");
+  zeros_ = Tagged<double>(static_cast<std::size_t>(terms_), "phf_0");
   if (!zeros_) return failed;
-  std::fill_n(zeros_.get(), terms_ + widest_lanes, 0.0);
-  line_ = Tagged<double>(3 * static_cast<std::size_t>(half_.nx), "phf_x");
+  std::fill_n(zeros_.get(), terms_, 0.0);
+  plane_ = Tagged<double>(2 * static_cast<std::size_t>(padded_ * half_.ny), "phf_y");
+  if (!plane_) return failed;
+  line_ = Tagged<double>(4 * static_cast<std::size_t>(half_.nx), "phf_x");
   return line_ ? ok : failed;
 }
 
@@ -79,10 +90,8 @@ void HalfTransform::transform_z() const {
       in_re[iz] = inside ? out_re[iz] : zeros_.get();
       in_im[iz] = inside ? out_im[iz] : zeros_.get();
     }
-    // The y transform reads whole registers of h wherever their first one is inside the disc.
-    const std::ptrdiff_t whole = (columns + kernels_.lanes - 1) / kernels_.lanes * kernels_.lanes;
     kernels_.columns(z_plan_->column.program, {in_im, in_re}, {out_im, out_re}, 0, columns,
-                     std::min(whole, terms_), z_plan_->scratch);
+                     z_plan_->scratch);
   }
 }
 
@@ -93,19 +102,18 @@ void HalfTransform::transform_y(std::int32_t iz) const {
   double** out_re = in_im + ny;
   double** out_im = out_re + ny;
   for (std::int32_t iy = 0; iy < ny; ++iy) {
-    out_re[iy] = row(iz, iy);
-    out_im[iy] = out_re[iy] + terms_;
+    const std::ptrdiff_t columns = half_.columns[iy];
+    out_re[iy] = plane_.get() + 2 * padded_ * iy;
+    out_im[iy] = out_re[iy] + padded_;
+    in_re[iy] = in_im[iy] = zeros_.get();
+    if (columns == 0) continue;
+    in_re[iy] = row(iz, iy);
+    in_im[iy] = in_re[iy] + terms_;
+    std::fill(in_re[iy] + columns, in_im[iy], 0.0);
+    std::fill(in_im[iy] + columns, in_im[iy] + terms_, 0.0);
   }
-  for (std::ptrdiff_t h = 0; h < terms_; h += kernels_.lanes) {
-    for (std::int32_t iy = 0; iy < ny; ++iy) {
-      const bool inside = half_.columns[iy] > h;
-      in_re[iy] = inside ? out_re[iy] : zeros_.get();
-      in_im[iy] = inside ? out_im[iy] : zeros_.get();
-    }
-    const std::ptrdiff_t count = std::min(kernels_.lanes, terms_ - h);
-    kernels_.columns(y_plan_->column.program, {in_im, in_re}, {out_im, out_re}, h, count, count,
-                     y_plan_->scratch);
-  }
+  kernels_.columns(y_plan_->column.program, {in_im, in_re}, {out_im, out_re}, 0, terms_,
+                   y_plan_->scratch);
 }
 
 void add(DensityMoments& total, const RowMoments& row) {
@@ -115,24 +123,42 @@ void add(DensityMoments& total, const RowMoments& row) {
   total.maximum = std::max(total.maximum, row.maximum);
 }
 
-// `b` null: row `a` alone.
-void HalfTransform::transform_x(double* a, double* b, DensityMoments& moments) const {
+// Rows iy and iy + 1, or iy alone if it is the last.
+void HalfTransform::transform_x(std::int32_t iz, std::int32_t iy, DensityMoments& moments) const {
   const std::ptrdiff_t nx = half_.nx;
+  const bool pair = iy + 1 < half_.ny;
+  const double* a = plane_.get() + 2 * padded_ * iy;
+  const double* b = a + 2 * padded_;
   double* z_re = line_.get();
   double* z_im = z_re + nx;
-  const double* b_re = b ? b : zeros_.get();
-  const double* b_im = b ? b + terms_ : zeros_.get();
-  kernels_.join_pair(nx, terms_, a, a + terms_, b_re, b_im, z_re, z_im);
-  kernels_.row(x_plan_->row.program, z_im, z_re, b ? b : z_im + nx, a, x_plan_->scratch);
-  add(moments, kernels_.moments(a, nx));
-  if (b) add(moments, kernels_.moments(b, nx));
+  double* rows = z_im + nx;
+  kernels_.join_pair(nx, terms_, a, a + padded_, pair ? b : zeros_.get(),
+                     pair ? b + padded_ : zeros_.get(), z_re, z_im);
+  kernels_.row(x_plan_->row.program, z_im, z_re, rows + nx, rows, x_plan_->scratch);
+  add(moments, kernels_.deliver(rows, pair ? 2 * nx : nx, row(iz, iy), streaming_));
+}
+
+// Brings what transform_y will read of a row nearer. Inlined by force: a call of a function that
+// only prefetches is dropped as one without effect.
+__attribute__((always_inline)) inline void HalfTransform::fetch(std::int32_t iz,
+                                                                std::int32_t iy) const {
+  const std::ptrdiff_t columns = half_.columns[iy];
+  const double* re = row(iz, iy);
+  for (std::ptrdiff_t h = 0; h < columns; h += 8) {
+    __builtin_prefetch(re + h, 0, 2);
+    __builtin_prefetch(re + terms_ + h, 0, 2);
+  }
 }
 
 void HalfTransform::transform_plane(std::int32_t iz, DensityMoments& moments) const {
   transform_y(iz);
-  std::int32_t iy = 0;
-  for (; iy + 1 < half_.ny; iy += 2) transform_x(row(iz, iy), row(iz, iy + 1), moments);
-  if (iy < half_.ny) transform_x(row(iz, iy), nullptr, moments);
+  for (std::int32_t iy = 0; iy < half_.ny; iy += 2) {
+    if (iz + 1 < half_.nz) {
+      fetch(iz + 1, iy);
+      if (iy + 1 < half_.ny) fetch(iz + 1, iy + 1);
+    }
+    transform_x(iz, iy, moments);
+  }
 }
 
 }  // namespace

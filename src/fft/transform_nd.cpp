@@ -26,7 +26,7 @@ struct Arrays3 {
 };
 
 void transform_columns(const qxfftplan* plan, FftColumns rows, std::int64_t count) {
-  qx::fft_kernels().columns(plan->column.program, rows, rows, 0, count, count, plan->scratch);
+  qx::fft_kernels().columns(plan->column.program, rows, rows, 0, count, plan->scratch);
 }
 
 void transform_plane(const qxfftplan* down, const qxfftplan* across, Arrays2 in, Arrays2 out) {
