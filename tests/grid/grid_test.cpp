@@ -16,7 +16,6 @@
 
 namespace {
 
-using qx::failed;
 using qx::ok;
 using qx::test::captured;
 using qx::test::section;

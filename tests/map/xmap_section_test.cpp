@@ -11,9 +11,7 @@
 
 namespace {
 
-using qx::failed;
 using qx::ok;
-using qx::test::captured;
 using qx::test::read_file;
 using qx::test::section;
 

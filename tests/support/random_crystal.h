@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace qx::test {
@@ -21,7 +22,7 @@ std::vector<Operator> closed_group(const std::vector<std::string>& generators);
 
 struct Hkl {
   int h, k, l;
-  auto operator<=>(const Hkl&) const = default;
+  bool operator<(const Hkl& o) const { return std::tie(h, k, l) < std::tie(o.h, o.k, o.l); }
 };
 Hkl operator*(const Hkl& i, const Operator& op);
 inline Hkl operator-(const Hkl& i) { return {-i.h, -i.k, -i.l}; }
@@ -44,7 +45,7 @@ class RandomCrystal {
   // Every index with d >= dmin but (0, 0, 0), both of each pair of opposites.
   [[nodiscard]] std::vector<Hkl> sphere(double dmin) const;
   // Sum over all atoms of the cell of weight exp(2 pi i h.x).
-  [[nodiscard]] std::complex<double> structure_factor(const Hkl& hkl) const;
+  [[nodiscard]] std::complex<double> structure_factor(const Hkl& i) const;
   [[nodiscard]] Row row(const Hkl& hkl) const;
   // One row per orbit, a random one of its indices and their opposites.
   [[nodiscard]] std::vector<Row> unique_rows(double dmin);
