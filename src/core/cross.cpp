@@ -73,8 +73,7 @@ Status clear_bins(qxcross* cross) {
 template <class T>
 Status open_list(T*& field, std::int32_t n, const char* tag) {
   if (n < 1) return ok;
-  field = allocate<T>(static_cast<std::size_t>(n), tag);
-  return field ? ok : failed;
+  return qx::open_block(field, static_cast<std::size_t>(n), tag);
 }
 
 struct Tags {
@@ -224,18 +223,13 @@ namespace {
 
 Status open_bins(qxcross* cross, std::int32_t n) {
   const auto nbin = static_cast<std::size_t>(cross->nbin);
-  cross->bin_ranges = qx::allocate_zeroed<double[2]>(nbin, "psrb_sr");
-  if (!cross->bin_ranges) return failed;
-  cross->bin_counts = qx::allocate_zeroed<std::int32_t>(nbin, "psrb_nb");
-  if (!cross->bin_counts) return failed;
-  cross->bin_members = qx::allocate_zeroed<std::int32_t*>(nbin, "psrb_rb");
-  if (!cross->bin_members) return failed;
+  QX_TRY(qx::open_zeroed(cross->bin_ranges, nbin, "psrb_sr"));
+  QX_TRY(qx::open_zeroed(cross->bin_counts, nbin, "psrb_nb"));
+  QX_TRY(qx::open_zeroed(cross->bin_members, nbin, "psrb_rb"));
   cross->bins_built = cross->nbin;
   QX_TRY(open_list(cross->bin_of, n, "psrb_br"));
-  cross->bin_r = qx::allocate_zeroed<double>(nbin, "psrb_rfa");
-  if (!cross->bin_r) return failed;
-  cross->bin_rfree = qx::allocate_zeroed<double>(nbin, "psrb_rfr");
-  return cross->bin_rfree ? ok : failed;
+  QX_TRY(qx::open_zeroed(cross->bin_r, nbin, "psrb_rfa"));
+  return qx::open_zeroed(cross->bin_rfree, nbin, "psrb_rfr");
 }
 
 Status fill_bin(qxcross* cross, std::int32_t bin, const std::int32_t* order, std::int32_t count,

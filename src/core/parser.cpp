@@ -45,10 +45,8 @@ Status reserve(qxparser* parser, std::size_t size) {
 }
 
 Status open_buffers(qxparser* parser, const char* command_tag, const char* work_tag) {
-  parser->command = qx::allocate<char>(buffer_size, command_tag);
-  if (!parser->command) return failed;
-  parser->work = qx::allocate<char>(buffer_size, work_tag);
-  if (!parser->work) return failed;
+  QX_TRY(qx::open_block(parser->command, buffer_size, command_tag));
+  QX_TRY(qx::open_block(parser->work, buffer_size, work_tag));
   parser->command[0] = parser->work[0] = '\0';
   parser->command_capacity = parser->work_capacity = buffer_size;
   return ok;
@@ -160,8 +158,7 @@ struct LineSource {
 Status store_lines(qxparser* parser, std::int32_t nlines, const LineSource& source) {
   std::size_t size = 0;
   for (std::int32_t i = 0; i < nlines; ++i) size += source.length(i) + 1;
-  parser->text = qx::allocate<char*>(static_cast<std::size_t>(nlines), "sppsft_txt");
-  if (!parser->text) return failed;
+  QX_TRY(qx::open_block(parser->text, static_cast<std::size_t>(nlines), "sppsft_txt"));
   parser->text[0] = nullptr;
   char* to = qx::allocate<char>(size, "sppsft_tet");
   if (!to) return failed;
@@ -281,8 +278,7 @@ Status store(qxparser* parser, std::FILE* stream, const StreamLines& lines, char
   const auto count = static_cast<std::size_t>(lines.count);
   std::size_t size = 0;
   for (std::size_t i = 0; i < count; ++i) size += static_cast<std::size_t>(lines.sizes[i]);
-  parser->text = qx::allocate<char*>(count, "sppsfs_txt");
-  if (!parser->text) return failed;
+  QX_TRY(qx::open_block(parser->text, count, "sppsfs_txt"));
   parser->text[0] = nullptr;
   char* to = qx::allocate<char>(size, "sppsfs_tet");
   if (!to) return failed;

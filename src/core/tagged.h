@@ -51,6 +51,44 @@ inline char* duplicate_text(const char* text, const char* tag) {
   return copy;
 }
 
+// Fills a field of a record: the record goes with the engine when the allocation fails, so nothing
+// may be stored before the block is known to be there. A field is never assigned an allocation
+// directly (tools/check_allocations.py).
+template <class T>
+Status open_block(T*& field, std::size_t count, const char* tag) {
+  T* block = allocate<T>(count, tag);
+  if (!block) return failed;
+  field = block;
+  return ok;
+}
+template <class T>
+Status open_zeroed(T*& field, std::size_t count, const char* tag) {
+  T* block = allocate_zeroed<T>(count, tag);
+  if (!block) return failed;
+  field = block;
+  return ok;
+}
+template <class T>
+Status open_object(T*& field, const char* tag) {
+  T* object = new_object<T>(tag);
+  if (!object) return failed;
+  field = object;
+  return ok;
+}
+inline Status open_text(char*& field, const char* text, const char* tag) {
+  char* copy = duplicate_text(text, tag);
+  if (!copy) return failed;
+  field = copy;
+  return ok;
+}
+// For the named array routines: open_array(grid.ref_ix, xopen_matrix_int(...)).
+template <class T>
+Status open_array(T& field, T array) {
+  if (!array) return failed;
+  field = array;
+  return ok;
+}
+
 // Empties the field, then releases what it held: a report raised on the way cannot release twice.
 template <class T>
 Status release(T*& field) {

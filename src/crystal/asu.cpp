@@ -118,10 +118,8 @@ namespace {
 
 Status make_grid_operators(qxasu& asu, const qxspg& spg, const std::int32_t n[3]) {
   const auto count = static_cast<std::size_t>(spg.nops);
-  asu.rotations = qx::allocate<std::int32_t[9]>(count, "pba_rot");
-  if (!asu.rotations) return failed;
-  asu.translations = qx::allocate<std::int32_t[3]>(count, "pba_tran");
-  if (!asu.translations) return failed;
+  QX_TRY(qx::open_block(asu.rotations, count, "pba_rot"));
+  QX_TRY(qx::open_block(asu.translations, count, "pba_tran"));
   asu.nops = spg.nops;
   for (std::int32_t i = 0; i < spg.nops; ++i) {
     if (!qx::grid_operator(spg.ops[i], n, asu.rotations[i], asu.translations[i])) {
@@ -172,10 +170,8 @@ Status qx_build_ASU() {
   }
   QX_TRY(drop_mask(*asu));
   QX_TRY(make_grid_operators(*asu, *spg, n));
-  asu->mask = xopen_3d_char(n[2], n[1], n[0], "pba_mask");
-  if (!asu->mask) return failed;
-  asu->counts = xopen_3d_short(n[2], n[1], n[0], "pba_count");
-  if (!asu->counts) return failed;
+  QX_TRY(qx::open_array(asu->mask, xopen_3d_char(n[2], n[1], n[0], "pba_mask")));
+  QX_TRY(qx::open_array(asu->counts, xopen_3d_short(n[2], n[1], n[0], "pba_count")));
   const qx::AsuSummary unit =
       qx::mark_asymmetric_unit(grid_operators(*asu), qx::view3(asu->mask, n[2], n[1], n[0]),
                                qx::view3(asu->counts, n[2], n[1], n[0]));

@@ -97,8 +97,7 @@ Status qx_set_qxspg_spgname(const char* name) {
     return fail(" qx_set_qxspg_spgname():", " The qxspg object has not been created yet ");
   }
   QX_TRY(qx::release(spg->user_name));
-  spg->user_name = qx::duplicate_text(name, "psrps_spg");
-  return spg->user_name ? ok : failed;
+  return qx::open_text(spg->user_name, name, "psrps_spg");
 }
 
 Status qx_insert_qxspg_symop_prim(const char* text) {
@@ -126,8 +125,7 @@ Status select_group(const qxspg& spg) {
 Status make_tensors(const double (*ops)[16], std::int32_t count, const char* tag,
                     double (*&tensors)[36]) {
   QX_TRY(qx::release(tensors));
-  tensors = qx::allocate<double[36]>(static_cast<std::size_t>(count), tag);
-  if (!tensors) return failed;
+  QX_TRY(qx::open_block(tensors, static_cast<std::size_t>(count), tag));
   for (std::int32_t i = 0; i < count; ++i) {
     double rotation[9];
     qx::rotation_of(ops[i], rotation);

@@ -46,18 +46,15 @@ Status fill_system(qxspg& spg) {
 Status fill_operators(const qx::OperatorList& list, qx::Operators& operators) {
   const auto n = static_cast<std::size_t>(list.count());
   QX_TRY(qx::release(operators.matrices));
-  operators.matrices = qx::allocate<double[16]>(n, "pfs_mats");
-  if (!operators.matrices) return failed;
+  QX_TRY(qx::open_block(operators.matrices, n, "pfs_mats"));
   QX_TRY(qx::release(operators.texts));
-  operators.texts = qx::allocate_zeroed<char*>(n, "pfs_strs");
-  if (!operators.texts) return failed;
+  QX_TRY(qx::open_zeroed(operators.texts, n, "pfs_strs"));
   operators.count = list.count();
   std::size_t i = n;
   for (const symoperstrmat* node = list.newest(); node; node = node->next) {
     --i;
     std::memcpy(operators.matrices[i], node->matrix, sizeof operators.matrices[i]);
-    operators.texts[i] = qx::duplicate_text(node->text, "pfs_str");
-    if (!operators.texts[i]) return failed;
+    QX_TRY(qx::open_text(operators.texts[i], node->text, "pfs_str"));
   }
   return ok;
 }

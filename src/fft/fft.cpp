@@ -20,10 +20,8 @@ namespace {
 
 template <class Plan>
 Status create_table(qx::PlanTable<Plan>*& table, const char* tag, const char* list_tag) {
-  if (!(table = qx::new_object<qx::PlanTable<Plan>>(tag))) return failed;
-  using Entry = qx::PlanEntry<Plan>*;
-  table->heads = qx::allocate_zeroed<Entry>(static_cast<std::size_t>(table->buckets), list_tag);
-  return table->heads ? ok : failed;
+  QX_TRY(qx::open_object(table, tag));
+  return qx::open_zeroed(table->heads, static_cast<std::size_t>(table->buckets), list_tag);
 }
 
 Status delete_plan(qxfftplan* plan) {
@@ -83,8 +81,8 @@ qxfftplan* create_plan(std::int32_t n) {
   if (qx::create_factors(plan->factors, n, tags) != ok) return nullptr;
   if (qx::create_schedule(plan->row, n, qx::FftOrder::rows) != ok) return nullptr;
   if (qx::create_schedule(plan->column, n, qx::FftOrder::columns) != ok) return nullptr;
-  plan->scratch = allocate<double>(static_cast<std::size_t>(qx::fft_scratch_size(n)), "gp_w");
-  return plan->scratch ? plan : nullptr;
+  const auto scratch = static_cast<std::size_t>(qx::fft_scratch_size(n));
+  return qx::open_block(plan->scratch, scratch, "gp_w") == ok ? plan : nullptr;
 }
 
 qxfftrealplan* create_real_plan(std::int32_t n) {
@@ -98,12 +96,12 @@ qxfftrealplan* create_real_plan(std::int32_t n) {
   const qx::FactorTags tags = {"gp_rf", "gp_rl", "gp_rr", "gp_rco", "gp_rsi"};
   if (qx::create_factors(plan->half, n / 2, tags) != ok) return nullptr;
   const auto points = static_cast<std::size_t>(n / 2);
-  if (!(plan->cosine = allocate<double>(points, "gp_rrco"))) return nullptr;
-  if (!(plan->sine = allocate<double>(points, "gp_rrsi"))) return nullptr;
-  if (!(plan->xr = allocate<double>(points, "gp_xr"))) return nullptr;
-  if (!(plan->xi = allocate<double>(points, "gp_xi"))) return nullptr;
-  if (!(plan->yr = allocate<double>(points, "gp_yr"))) return nullptr;
-  if (!(plan->yi = allocate<double>(points, "gp_yi"))) return nullptr;
+  if (qx::open_block(plan->cosine, points, "gp_rrco") != qx::ok) return nullptr;
+  if (qx::open_block(plan->sine, points, "gp_rrsi") != qx::ok) return nullptr;
+  if (qx::open_block(plan->xr, points, "gp_xr") != qx::ok) return nullptr;
+  if (qx::open_block(plan->xi, points, "gp_xi") != qx::ok) return nullptr;
+  if (qx::open_block(plan->yr, points, "gp_yr") != qx::ok) return nullptr;
+  if (qx::open_block(plan->yi, points, "gp_yi") != qx::ok) return nullptr;
   for (std::int32_t k = 0; k < n / 2; ++k) qx::unit_root(k, n, plan->cosine[k], plan->sine[k]);
   return plan;
 }
@@ -121,7 +119,7 @@ Status qx_new_qxfft() {
   QX_TRY(qx::create_in(qx_delete_qxfft, qx_set_qxfft, "pnrf_fft"));
   qxfft* fft = qx_get_qxfft();
   if (!fft) return failed;
-  if (!(fft->radices = allocate<std::int32_t>(4, "pnrf_rad"))) return failed;
+  QX_TRY(qx::open_block(fft->radices, 4, "pnrf_rad"));
   std::copy_n(std::initializer_list<std::int32_t>{5, 4, 3, 2}.begin(), 4, fft->radices);
   QX_TRY(create_table(fft->plans, "nrp_hash", "nrp_list"));
   return create_table(fft->real_plans, "nrp_rhash", "nrp_rlist");

@@ -144,11 +144,11 @@ Status create_factors(FftFactors& factors, std::int32_t n, const FactorTags& tag
   const auto points = static_cast<std::size_t>(n);
   factors.n = n;
   factors.count = count;
-  if (!(factors.factors = allocate<std::int32_t>(entries, tags.factors))) return failed;
-  if (!(factors.before = allocate<std::int32_t>(entries, tags.before))) return failed;
-  if (!(factors.after = allocate<std::int32_t>(entries, tags.after))) return failed;
-  if (!(factors.cosine = allocate<double>(points, tags.cosine))) return failed;
-  if (!(factors.sine = allocate<double>(points, tags.sine))) return failed;
+  QX_TRY(qx::open_block(factors.factors, entries, tags.factors));
+  QX_TRY(qx::open_block(factors.before, entries, tags.before));
+  QX_TRY(qx::open_block(factors.after, entries, tags.after));
+  QX_TRY(qx::open_block(factors.cosine, points, tags.cosine));
+  QX_TRY(qx::open_block(factors.sine, points, tags.sine));
   QX_TRY(set_fft_factors(n, count, factors.factors, factors.before, factors.after));
   return set_fft_cossin_tab(n, count, factors.factors, factors.before, factors.after,
                             factors.cosine, factors.sine);
@@ -174,8 +174,8 @@ Status create_schedule(FftSchedule& schedule, std::int32_t n, FftOrder order) {
     after[i] = n / product;
   }
   const auto points = static_cast<std::size_t>(n);
-  if (!(schedule.cosine = allocate<double>(points, "gp_sco"))) return failed;
-  if (!(schedule.sine = allocate<double>(points, "gp_ssi"))) return failed;
+  QX_TRY(qx::open_block(schedule.cosine, points, "gp_sco"));
+  QX_TRY(qx::open_block(schedule.sine, points, "gp_ssi"));
   QX_TRY(set_fft_cossin_tab(n, count, radices, before, after, schedule.cosine, schedule.sine));
   schedule.program.n = n;
   schedule.program.count = count;

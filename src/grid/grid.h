@@ -20,8 +20,8 @@ struct qxgrid {
   std::int32_t** ref_ix = nullptr;
   std::int32_t** ref_iy = nullptr;
   std::int32_t** ref_iz = nullptr;
-  std::int32_t** ref_l = nullptr;  // the unwrapped rotated l
-  double** ref_shift = nullptr;    // phase of the translation, cycles
+  std::int32_t** ref_l = nullptr;            // the unwrapped rotated l
+  double** ref_shift = nullptr;              // phase of the translation, cycles
   std::int32_t ref_nops = 0, ref_count = 0;  // extents of the tables
   std::int32_t sincos_memory = 1;
   double*** sine = nullptr;  // [plane][operator][reflection]

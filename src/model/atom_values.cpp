@@ -33,19 +33,14 @@ Status open_b(qxatomb* atomb, std::int32_t natom) {
   constexpr const char* tag = "pca_b";
   const auto n = static_cast<std::size_t>(natom);
   if (atomb->niso > 0) {
-    atomb->b_iso = allocate<double>(static_cast<std::size_t>(atomb->niso), tag);
-    if (!atomb->b_iso) return failed;
+    QX_TRY(qx::open_block(atomb->b_iso, static_cast<std::size_t>(atomb->niso), tag));
   }
   if (atomb->naniso > 0) {
-    atomb->u_aniso = allocate<double[6]>(static_cast<std::size_t>(atomb->naniso), tag);
-    if (!atomb->u_aniso) return failed;
+    QX_TRY(qx::open_block(atomb->u_aniso, static_cast<std::size_t>(atomb->naniso), tag));
   }
-  atomb->index = allocate<std::int32_t>(n, tag);
-  if (!atomb->index) return failed;
-  atomb->fixed = allocate<std::int16_t>(n, tag);
-  if (!atomb->fixed) return failed;
-  atomb->further = qx::allocate_zeroed<std::int32_t>(n, tag);
-  return atomb->further ? ok : failed;
+  QX_TRY(qx::open_block(atomb->index, n, tag));
+  QX_TRY(qx::open_block(atomb->fixed, n, tag));
+  return qx::open_zeroed(atomb->further, n, tag);
 }
 
 Status release_b(qxatomb* atomb) {
@@ -97,10 +92,8 @@ Status qx_create_atomocc() {
   QX_TRY(release(atomocc->occupancy));
   QX_TRY(release(atomocc->fixed));
   const auto n = static_cast<std::size_t>(system->natom);
-  atomocc->occupancy = allocate<double>(n, "pca_occ");
-  if (!atomocc->occupancy) return failed;
-  atomocc->fixed = allocate<std::int16_t>(n, "pca_occ");
-  if (!atomocc->fixed) return failed;
+  QX_TRY(qx::open_block(atomocc->occupancy, n, "pca_occ"));
+  QX_TRY(qx::open_block(atomocc->fixed, n, "pca_occ"));
   for (std::int32_t i = 0; i < system->natom; ++i) {
     const std::int32_t from = system->to_full[i];
     atomocc->occupancy[i] = system->full.atoms.occupancy[from];

@@ -79,8 +79,7 @@ Status qx_update_qxradcut() {
   const std::int32_t natom = needs.atoms.system->natom;
   QX_TRY(qx::release(needs.cut->radius));
   needs.cut->largest = -99999.0;
-  needs.cut->radius = qx::allocate<double>(static_cast<std::size_t>(natom), "puc_radius");
-  if (!needs.cut->radius) return failed;
+  QX_TRY(qx::open_block(needs.cut->radius, static_cast<std::size_t>(natom), "puc_radius"));
   for (std::int32_t i = 0; i < natom; ++i) QX_TRY(find_radius(needs, i));
   // Planes of the lattice are 1/a* apart, so that is what a margin is measured in.
   const double ex = needs.cut->largest * needs.reciprocal->a;

@@ -82,8 +82,7 @@ Status qx_init_qxexptab(std::int32_t n, double h) {
   if (n < 1) return fail(heading, "invalid input argument n = %d \n", n);
   table->n = 0;
   QX_TRY(release(table->values));
-  table->values = qx::allocate<double>(static_cast<std::size_t>(n), "pie_exp");
-  if (!table->values) return failed;
+  QX_TRY(qx::open_block(table->values, static_cast<std::size_t>(n), "pie_exp"));
   for (std::int32_t k = 0; k < n; ++k) table->values[k] = std::exp(-k * h);
   table->n = n;
   table->h = h;

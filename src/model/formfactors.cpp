@@ -63,16 +63,11 @@ Status qx_new_xmolformfact() {
   QX_TRY(create_in(qx_delete_xmolformfact, qx_set_xmolformfact, "pnx_ffac"));
   xmolformfact* container = qx_get_xmolformfact();
   if (!container) return failed;
-  container->hash5 = qx::new_object<qxatformfacthash>("pnx_hash5");
-  if (!container->hash5) return failed;
-  container->hash2 = qx::new_object<qxatformfacthash>("pnx_hash2");
-  if (!container->hash2) return failed;
-  container->base = qx::new_object<atfrmfactbase>("pnx_base");
-  if (!container->base) return failed;
-  container->settings = qx::new_object<ioafrmfact>("pnx_ioaf");
-  if (!container->settings) return failed;
-  container->pickup = qx::new_object<molformfact>("pnx_molff");
-  return container->pickup ? ok : failed;
+  QX_TRY(qx::open_object(container->hash5, "pnx_hash5"));
+  QX_TRY(qx::open_object(container->hash2, "pnx_hash2"));
+  QX_TRY(qx::open_object(container->base, "pnx_base"));
+  QX_TRY(qx::open_object(container->settings, "pnx_ioaf"));
+  return qx::open_object(container->pickup, "pnx_molff");
 }
 
 namespace qx {
@@ -183,9 +178,8 @@ Status qx_insert_ioafrmfact_aff(const char* type, std::int32_t ngauss) {
                 ngauss, type);
   }
   if (!settings->forced) {
-    settings->forced = qx::allocate_zeroed<qx::TypeEntry*>(
-        static_cast<std::size_t>(settings->nbuckets), "pii_forced");
-    if (!settings->forced) return failed;
+    QX_TRY(qx::open_zeroed(settings->forced, static_cast<std::size_t>(settings->nbuckets),
+                           "pii_forced"));
   }
   ++settings->nforced;
   return qx::insert_entry(settings->forced, settings->nbuckets, type, SIZE_MAX, ngauss,

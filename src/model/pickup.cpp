@@ -89,10 +89,8 @@ Status qx_make_molformfact() {
   QX_TRY(release(pickup->index));
   const auto n = static_cast<std::size_t>(system->natom);
   pickup->natom = 0;
-  pickup->ngauss = qx::allocate<std::int32_t>(n, "pmm_ng");
-  if (!pickup->ngauss) return failed;
-  pickup->index = qx::allocate<std::int32_t>(n, "pmm_ix");
-  if (!pickup->index) return failed;
+  QX_TRY(qx::open_block(pickup->ngauss, n, "pmm_ng"));
+  QX_TRY(qx::open_block(pickup->index, n, "pmm_ix"));
   for (std::int32_t i = 0; i < system->natom; ++i) {
     pickup->index[i] = qx_pickup_afrmfactbase_index(system->info.type[i], &pickup->ngauss[i]);
     if (!qx_exist_quorix()) return failed;

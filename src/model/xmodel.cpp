@@ -22,8 +22,7 @@ namespace {
 template <class T>
 Status open(T*& field, std::int32_t n, const char* tag) {
   if (n < 1) return ok;
-  field = allocate<T>(static_cast<std::size_t>(n), tag);
-  return field ? ok : failed;
+  return qx::open_block(field, static_cast<std::size_t>(n), tag);
 }
 
 }  // namespace

@@ -95,10 +95,8 @@ Status qx_init_qxsincostab() {
   }
   QX_TRY(release(table->sine));
   QX_TRY(release(table->cosine));
-  table->sine = allocate<double>(qxsincostab::n, "pis_sin");
-  if (!table->sine) return failed;
-  table->cosine = allocate<double>(qxsincostab::n, "pis_cos");
-  if (!table->cosine) return failed;
+  QX_TRY(qx::open_block(table->sine, qxsincostab::n, "pis_sin"));
+  QX_TRY(qx::open_block(table->cosine, qxsincostab::n, "pis_cos"));
   table->sine[0] = 0.0;
   table->cosine[0] = 1.0;
   for (std::int32_t k = 1; k < qxsincostab::n; ++k) {
@@ -188,10 +186,8 @@ Status fetch(Needs& needs) {
 
 Status open_sums(PartSums& sums, std::int32_t nref) {
   if (sums.re) return ok;
-  sums.re = qx::allocate_zeroed<double>(static_cast<std::size_t>(nref), "pcs_re");
-  if (!sums.re) return failed;
-  sums.im = qx::allocate_zeroed<double>(static_cast<std::size_t>(nref), "pcs_im");
-  return sums.im ? ok : failed;
+  QX_TRY(qx::open_zeroed(sums.re, static_cast<std::size_t>(nref), "pcs_re"));
+  return qx::open_zeroed(sums.im, static_cast<std::size_t>(nref), "pcs_im");
 }
 
 // Phase factors of one operator for one box.

@@ -181,8 +181,7 @@ Status qx_replace_refdata_fc() {
   QX_TRY(calculate_model(n, f));
   for (float** column : {&data->fc, &data->phic}) {
     if (*column) continue;
-    *column = qx::allocate<float>(static_cast<std::size_t>(n), "prf_fc");
-    if (!*column) return failed;
+    QX_TRY(qx::open_block(*column, static_cast<std::size_t>(n), "prf_fc"));
   }
   for (std::int32_t i = 0; i < n; ++i) {
     const auto at = static_cast<std::size_t>(i);
