@@ -64,7 +64,7 @@ std::string make_file(int nrows, int ncolumns) {
   for (qx::MtzColumn& column : mtz->columns) {
     for (int i = 0; i < nrows; ++i) column.values[i] = static_cast<float>(i % 1009);
   }
-  const std::string path = scratch("in.mtz");
+  std::string path = scratch("in.mtz");
   check(qx_write_refdata_mtz_file(path.c_str(), mtz) == 0, "the file could not be written");
   qx_terminate_quorix();
   return path;

@@ -6,7 +6,6 @@
 #include <cstdio>
 
 using qx::fail;
-using qx::failed;
 using qx::ok;
 using qx::Status;
 
