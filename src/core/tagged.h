@@ -81,11 +81,11 @@ inline Status open_text(char*& field, const char* text, const char* tag) {
   field = copy;
   return ok;
 }
-// For the named array routines: open_array(grid.ref_ix, xopen_matrix_int(...)).
+// The same for a block that another routine gives: adopt(grid.ref_ix, xopen_matrix_int(...)).
 template <class T>
-Status open_array(T& field, T array) {
-  if (!array) return failed;
-  field = array;
+Status adopt(T*& field, T* block) {
+  if (!block) return failed;
+  field = block;
   return ok;
 }
 
@@ -94,15 +94,6 @@ template <class T>
 Status release(T*& field) {
   T* block = std::exchange(field, nullptr);
   return block ? xfree(block) : ok;
-}
-
-// Puts a new block into an object's field. `field = allocate(...)` would still write the null of an
-// allocation that failed, into an object that is gone by then.
-template <class T>
-Status adopt(T*& field, T* block) {
-  if (!block) return failed;
-  field = block;
-  return ok;
 }
 
 // Scratch in tagged memory. After a die the destructor is silent, also when a new root exists.

@@ -170,8 +170,8 @@ Status qx_build_ASU() {
   }
   QX_TRY(drop_mask(*asu));
   QX_TRY(make_grid_operators(*asu, *spg, n));
-  QX_TRY(qx::open_array(asu->mask, xopen_3d_char(n[2], n[1], n[0], "pba_mask")));
-  QX_TRY(qx::open_array(asu->counts, xopen_3d_short(n[2], n[1], n[0], "pba_count")));
+  QX_TRY(qx::adopt(asu->mask, xopen_3d_char(n[2], n[1], n[0], "pba_mask")));
+  QX_TRY(qx::adopt(asu->counts, xopen_3d_short(n[2], n[1], n[0], "pba_count")));
   const qx::AsuSummary unit =
       qx::mark_asymmetric_unit(grid_operators(*asu), qx::view3(asu->mask, n[2], n[1], n[0]),
                                qx::view3(asu->counts, n[2], n[1], n[0]));

@@ -41,7 +41,7 @@ Status not_built(const char* heading, const char* format) {
 Status set_weights(qxrefdata& refdata) {
   if (refdata.weight) return ok;
   const auto n = static_cast<std::size_t>(refdata.nreflections);
-  QX_TRY(qx::adopt(refdata.weight, qx::allocate<float>(n, "prpc_rw")));
+  QX_TRY(qx::open_block(refdata.weight, n, "prpc_rw"));
   std::fill_n(refdata.weight, n, 1.0F);
   return ok;
 }
@@ -133,7 +133,7 @@ Status qx_set_refdata_indices(std::int32_t n, const std::int32_t* hkl) {
   QX_TRY(qx::forget_file(*refdata));
   QX_TRY(qx::clear_reflections(*refdata));
   for (std::int32_t** column : {&refdata->h, &refdata->k, &refdata->l}) {
-    QX_TRY(qx::adopt(*column, qx::allocate<std::int32_t>(static_cast<std::size_t>(n), "psri_hkl")));
+    QX_TRY(qx::open_block(*column, static_cast<std::size_t>(n), "psri_hkl"));
   }
   for (std::int32_t i = 0; i < n; ++i) {
     refdata->h[i] = hkl[3 * i];
@@ -152,8 +152,7 @@ Status qx_set_refdata_test(std::int32_t n, const std::int16_t* flags) {
     return fail(heading, "refdata object has not been created yet ");
   }
   if (!refdata->test) {
-    QX_TRY(qx::adopt(refdata->test,
-                     qx::allocate<std::int16_t>(static_cast<std::size_t>(n), "psrt_test")));
+    QX_TRY(qx::open_block(refdata->test, static_cast<std::size_t>(n), "psrt_test"));
   }
   std::copy_n(flags, n, refdata->test);
   return ok;

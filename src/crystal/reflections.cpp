@@ -74,7 +74,7 @@ template <class T>
 Status renew(T*& field, std::int32_t n, const char* tag) {
   QX_TRY(release(field));
   if (n <= 0) return ok;
-  return adopt(field, allocate<T>(static_cast<std::size_t>(n), tag));
+  return open_block(field, static_cast<std::size_t>(n), tag);
 }
 
 }  // namespace

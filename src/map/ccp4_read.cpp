@@ -206,8 +206,8 @@ Status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map) {
     return fail(here, "Failed to read symmetry operations ");
   }
   qx_ccp4_map result = description_of(header);
-  QX_TRY(qx::open_array(result.density, xopen_3d_double(result.counts[2], result.counts[1],
-                                                        result.counts[0], "prcm_emap")));
+  QX_TRY(qx::adopt(result.density, xopen_3d_double(result.counts[2], result.counts[1],
+                                                   result.counts[0], "prcm_emap")));
   QX_TRY(read_data(file.get(), swap, header, result));
   *map = result;
   return ok;

@@ -20,7 +20,7 @@ Status open_values(qxmtz& mtz) {
   const std::size_t rows = static_cast<std::size_t>(mtz.nreflections);
   const std::size_t stride = (rows + line - 1) / line * line + line;
   const std::size_t size = stride * static_cast<std::size_t>(mtz.columns.count);
-  QX_TRY(adopt(mtz.values, allocate<float>(size, "pm_val")));
+  QX_TRY(open_block(mtz.values, size, "pm_val"));
   float* next = mtz.values;
   for (MtzColumn& column : mtz.columns) {
     column.values = next;

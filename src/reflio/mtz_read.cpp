@@ -194,7 +194,7 @@ template <class T, class Read>
 Status read_words(const Source& source, T*& words, std::int32_t count, Read read, int format) {
   const auto n = static_cast<std::size_t>(count);
   if (n == 0) return ok;
-  QX_TRY(qx::adopt(words, qx::allocate<T>(n, "pm_batw")));
+  QX_TRY(qx::open_block(words, n, "pm_batw"));
   return read(source.stream, words, n, format) == n ? ok : appears_broken(source);
 }
 
@@ -321,7 +321,7 @@ Status qx_read_refdata_mtz_file_obj(qxrefdata* refdata, const char* path) {
   source.stream = file.get();
   QX_TRY(qx_new_refdata_mtz_obj(refdata));
   qxmtz* mtz = refdata->mtz;
-  QX_TRY(qx::adopt(mtz->path, qx::duplicate_text(path, "pm_path")));
+  QX_TRY(qx::open_text(mtz->path, path, "pm_path"));
   QX_TRY(read_all(source, *mtz));
   if (qx_get_qxverbsys_verb_mtz() >= 1) qx::print_mtz(*mtz);
   return qx_exist_quorix() ? ok : failed;
