@@ -1,5 +1,6 @@
 #include "crystal/asu.h"
 
+#include "core/memory_system.h"
 #include "crystal/asu_mask.h"
 #include "crystal/spacegroup.h"
 #include "support/engine.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <unistd.h>
 #include <vector>
@@ -195,6 +197,25 @@ TEST_F(Asu, gridsThatTheSymmetryDoesNotKeepAreReported) {
   EXPECT_NE(output.find("The symmetry does not map the grid of 12 x 16 x 12 points onto itself"),
             std::string::npos)
       << output;
+}
+
+std::int64_t allocations_left = 0;
+
+void* failing_allocator(std::size_t size) {
+  return allocations_left-- > 0 ? std::malloc(size) : nullptr;
+}
+
+TEST_F(Asu, everyFailedAllocationEndsTheRun) {
+  Status status = failed;
+  for (std::int64_t n = 0; status != ok; ++n) {
+    ASSERT_LT(n, 100);
+    set_up("P 21", 4, 4, 4);
+    allocations_left = n;
+    const SystemAllocator usual = set_system_allocator(failing_allocator);
+    (void)captured([&] { status = qx_build_ASU(); });
+    set_system_allocator(usual);
+    EXPECT_EQ(qx_exist_quorix(), status == ok ? 1 : 0) << n;
+  }
 }
 
 TEST_F(Asu, aMissingGridIsReported) {

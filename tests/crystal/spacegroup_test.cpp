@@ -1,5 +1,6 @@
 #include "crystal/spacegroup.h"
 
+#include "core/memory_system.h"
 #include "crystal/asu.h"
 #include "support/engine.h"
 
@@ -242,6 +243,39 @@ TEST_F(SpaceGroup, aMissingDatabaseIsReported) {
           "HALDEN_EXEC has been defined \n"),
       std::string::npos)
       << output;
+}
+
+std::int64_t allocations_left = 0;
+
+void* failing_allocator(std::size_t size) {
+  return allocations_left-- > 0 ? std::malloc(size) : nullptr;
+}
+
+// Selection by name and by operators when memory runs out at any point.
+TEST_F(SpaceGroup, everyFailedAllocationEndsTheRun) {
+  for (const bool by_name : {true, false}) {
+    Status status = failed;
+    for (std::int64_t n = 0; status != ok; ++n) {
+      ASSERT_LT(n, 1000);
+      ASSERT_EQ(qx_create_quorix(), ok);
+      ASSERT_EQ(qx_new_qxxcry(), ok);
+      allocations_left = n;
+      const SystemAllocator usual = set_system_allocator(failing_allocator);
+      const auto run = [&] {
+        if (by_name) {
+          QX_TRY(qx_set_qxspg_spgname("C 2"));
+        } else {
+          QX_TRY(qx_insert_qxspg_symop_prim("x,y,z"));
+          QX_TRY(qx_insert_qxspg_symop_prim("-x,y+1/5,-z"));
+          QX_TRY(qx_insert_qxspg_symop_cent("x,y,z"));
+        }
+        return qx_run_qxspg_checker();
+      };
+      (void)captured([&] { status = run(); });
+      set_system_allocator(usual);
+      EXPECT_EQ(qx_exist_quorix(), status == ok ? 1 : 0) << n;
+    }
+  }
 }
 
 // ---- databases that somebody else wrote
