@@ -39,6 +39,12 @@ struct MateOperator {
 inline constexpr std::int32_t most_steps = 360;
 inline constexpr std::int32_t index_limit = 1 << 20;  // magnitudes of indices stay below
 
+// What the operators say about one index.
+struct Orbit {
+  bool extinct;          // they contradict each other about its phase: its amplitude must be zero
+  std::int32_t centric;  // operator that gives the opposite index; -1 if none does
+};
+
 // The identity and the other operators with distinct rotations, in their order, then the further
 // translations that come with a rotation already listed (as differences to the listed one).
 struct Symmetry {
@@ -56,19 +62,19 @@ struct Symmetry {
   [[nodiscard]] bool shifts(const MateOperator& op, Index3 i) const noexcept {
     return denominator > 0 ? steps(op, i) != 0 : fractions_shift(op, i);
   }
-  // Fills `mates` with the index under each rotation. True when the operators contradict each other
-  // about its phase, so that its amplitude must be zero.
-  bool orbit(Index3 i, Index3* mates) const noexcept {
-    bool extinct = false;
+  // Fills `mates` with the index under each rotation.
+  Orbit orbit(Index3 i, Index3* mates) const noexcept {
+    Orbit orbit = {false, i == opposite(i) ? 0 : -1};
     for (std::int32_t c = nrotations; c < nrotations + ncentrings; ++c) {
-      extinct = extinct || shifts(operators[c], i);
+      orbit.extinct = orbit.extinct || shifts(operators[c], i);
     }
     mates[0] = i;
     for (std::int32_t op = 1; op < nrotations; ++op) {
       mates[op] = operators[op].mate(i);
-      if (mates[op] == i && shifts(operators[op], i)) extinct = true;
+      if (mates[op] == i && shifts(operators[op], i)) orbit.extinct = true;
+      if (orbit.centric < 0 && mates[op] == opposite(i)) orbit.centric = op;
     }
-    return extinct;
+    return orbit;
   }
 
  private:

@@ -22,6 +22,30 @@ Coefficient row_coefficient(const CoefficientList& list, std::int32_t row) noexc
   return {amplitude * std::cos(radians), amplitude * std::sin(radians)};
 }
 
+// The coefficient as the symmetry allows it. Where an operator gives the opposite index, the terms
+// of both indices are given by operators and their sum is real only along a line of phases: of a
+// phase beside that line (real files have some) the component along it is left. So the map has its
+// full symmetry whatever the phases.
+Coefficient allowed_coefficient(const Expansion& e, std::int32_t row, const Orbit& orbit) noexcept {
+  const Coefficient f = row_coefficient(e.list, row);
+  if (orbit.centric < 0) return f;
+  const Phase p = e.symmetry->phase(e.symmetry->operators[orbit.centric], e.list.index(row));
+  const double re = f.re * p.cosine - f.im * p.sine;
+  const double im = f.re * p.sine + f.im * p.cosine;
+  return {0.5 * (f.re + re), 0.5 * (f.im - im)};
+}
+
+// Squared modulus of the same.
+double allowed_power(const Expansion& e, std::int32_t row, const Orbit& orbit) noexcept {
+  if (orbit.centric >= 0) {
+    const Coefficient f = allowed_coefficient(e, row, orbit);
+    return f.re * f.re + f.im * f.im;
+  }
+  const double amplitude = e.list.amplitude[row];
+  const double square = amplitude * amplitude;
+  return std::isfinite(square) && std::isfinite(e.list.phase_deg[row]) ? square : 0.0;
+}
+
 Index3 seen_as(const Expansion& e, Index3 i) noexcept {
   return e.add_opposites && !in_half(i) ? opposite(i) : i;
 }
@@ -44,8 +68,8 @@ void expand(const Expansion& e, double scale, Sink&& sink) noexcept {
   for (std::int32_t row = 0; row < e.list.n; ++row) {
     if (!e.counts[row]) continue;
     const Index3 index = e.list.index(row);
-    (void)e.symmetry->orbit(index, e.mates);
-    const Coefficient f = row_coefficient(e.list, row);
+    const Orbit orbit = e.symmetry->orbit(index, e.mates);
+    const Coefficient f = allowed_coefficient(e, row, orbit);
     const bool whole = e.add_opposites && !(index == Index3{0, 0, 0});
     const double weight = whole ? scale : 0.5 * scale;
     for (std::int32_t op = 0; op < e.symmetry->nrotations; ++op) {
@@ -124,8 +148,8 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
   e.seen->clear();
   for (std::int32_t row = 0; row < e.list.n; ++row) {
     const Index3 index = e.list.index(row);
-    const bool extinct = e.symmetry->orbit(index, e.mates);
-    e.counts[row] = !extinct && e.seen->insert(seen_as(e, index)) ? 1 : 0;
+    const Orbit orbit = e.symmetry->orbit(index, e.mates);
+    e.counts[row] = !orbit.extinct && e.seen->insert(seen_as(e, index)) ? 1 : 0;
     if (!e.counts[row]) continue;
     int distinct = 1;
     widen(extent, columns, bounds.k, index);
@@ -134,17 +158,10 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
       ++distinct;
       widen(extent, columns, bounds.k, e.mates[op]);
     }
-    const double amplitude = e.list.amplitude[row];
-    if (!e.add_opposites || !std::isfinite(amplitude) || !std::isfinite(e.list.phase_deg[row])) {
-      continue;
-    }
-    if (index == Index3{0, 0, 0}) {
-      // Its own opposite: only the real part is density.
-      extent.f000 = row_coefficient(e.list, row).re;
-      extent.power += extent.f000 * extent.f000;
-    } else {
-      extent.power += 2.0 * distinct * amplitude * amplitude;
-    }
+    if (!e.add_opposites) continue;
+    const bool origin = index == Index3{0, 0, 0};
+    extent.power += (origin ? 1.0 : 2.0 * distinct) * allowed_power(e, row, orbit);
+    if (origin) extent.f000 = allowed_coefficient(e, row, orbit).re;
   }
   return extent;
 }

@@ -139,6 +139,32 @@ TEST_P(Synthesis, ExtinctRowsWeighNothing) {
   EXPECT_LT(deviation(terms, crystal.volume(), crystal.random()), tolerance);
 }
 
+// Phases that the symmetry does not allow, of centric reflections above all: the map has its
+// symmetry all the same, and its rms is known beforehand.
+TEST_P(Synthesis, HasItsSymmetryWhateverThePhases) {
+  const Group& g = GetParam();
+  RandomCrystal crystal(qx::test::closed_group(g.generators), g.cell, 15);
+  std::vector<Row> rows = crystal.unique_rows(g.dmin);
+  for (Row& row : rows) row = {row.hkl, 50.0, static_cast<double>(crystal.random()() % 360)};
+  const int n = 72;  // every translation is a whole number of points
+  install(crystal, {n, n, n});
+  qx_get_qxmap()->scale = 1;
+  ASSERT_EQ(generate(rows), ok);
+  const qxmap* map = qx_get_qxmap();
+  for (int i = 0; i < 300; ++i) {
+    int x[3], y[3];
+    for (int& c : x) c = static_cast<int>(crystal.random()() % n);
+    const auto& op = crystal.group()[crystal.random()() % crystal.group().size()];
+    for (int r = 0; r < 3; ++r) {
+      const int sum = op.r[r][0] * x[0] + op.r[r][1] * x[1] + op.r[r][2] * x[2];
+      y[r] = ((sum + op.t24[r] * n / 24) % n + n) % n;
+    }
+    ASSERT_NEAR(map->density[x[2]][x[1]][x[0]], map->density[y[2]][y[1]][y[0]], 1e-5);
+  }
+  const qx::View3<const double> all = {map->density[0][0], n, n, n};
+  EXPECT_NEAR(qx::statistics_of(all).rms, 1.0, 1e-9);
+}
+
 // With the flag set, a list of the whole sphere or of one row per orbit without opposites stands
 // for itself alone.
 TEST_P(Synthesis, OppositesWithRowsOfTheirOwn) {
