@@ -15,7 +15,7 @@ NAME = re.compile(r'\b([a-z_][A-Za-z0-9_]*)\s*(?:\(|;)')
 def declared():
     names = set()
     for header in sorted((ROOT / 'include' / 'quorix').glob('*.h')):
-        text = re.sub(r'//[^\n]*', '', header.read_text())
+        text = re.sub(r'(?m)//[^\n]*|^#.*$', '', header.read_text())
         for declaration in re.findall(r'\bQX_API\b([^;]*;)', text):
             match = NAME.search(declaration.replace('(**', ' ').replace('(***', ' '))
             if match:
