@@ -3,6 +3,7 @@
 
 #include <quorix/driver.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -21,6 +22,7 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is a failed write, reported as such
   qx::point_to_installed_data();
   return quorix_zenvi_driver2(argv[1], reals, argv[10], argv[11], argv[12], argv[13], argv[14],
                               reals[6], reals[7]);

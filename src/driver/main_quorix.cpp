@@ -6,10 +6,12 @@
 #include <quorix/version.h>
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <exception>
 #include <iostream>
 
 int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is a failed write, reported as such
   int status = 0;
   CLI::App app("Crystallographic computation engine for macromolecular X-ray data", "quorix");
   app.set_version_flag("--version", "quorix " QUORIX_VERSION);
