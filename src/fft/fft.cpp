@@ -11,7 +11,6 @@
 
 #include <algorithm>
 
-using qx::allocate;
 using qx::failed;
 using qx::ok;
 using qx::Status;
@@ -44,8 +43,8 @@ template <class Plan>
 Status delete_table(qx::PlanTable<Plan>*& table) {
   if (!table) return ok;
   for (std::int32_t i = 0; table->heads && i < table->buckets; ++i) {
-    while (qx::PlanEntry<Plan>* entry = table->heads[i]) {
-      table->heads[i] = entry->next;
+    while (qx::PlanEntry<Plan>* entry = table->heads[i].first) {
+      table->heads[i].first = entry->next;
       if (entry->plan) QX_TRY(delete_plan(entry->plan));
       QX_TRY(xfree(entry));
     }
@@ -57,7 +56,7 @@ Status delete_table(qx::PlanTable<Plan>*& table) {
 template <class Plan>
 Plan* find(const qx::PlanTable<Plan>& table, std::int32_t length) {
   if (length < 0) return nullptr;
-  for (const auto* entry = table.heads[length % table.buckets]; entry; entry = entry->next) {
+  for (const auto* entry = table.heads[length % table.buckets].first; entry; entry = entry->next) {
     if (entry->length == length) return entry->plan;
   }
   return nullptr;
@@ -67,7 +66,7 @@ template <class Plan>
 Status enter(qx::PlanTable<Plan>& table, std::int32_t length, Plan* plan, const char* tag) {
   auto* entry = qx::new_object<qx::PlanEntry<Plan>>(tag);
   if (!entry) return failed;
-  qx::PlanEntry<Plan>*& head = table.heads[length % table.buckets];
+  qx::PlanEntry<Plan>*& head = table.heads[length % table.buckets].first;
   *entry = {length, plan, head};
   head = entry;
   ++table.entries;

@@ -14,12 +14,17 @@ struct PlanEntry {
   PlanEntry* next = nullptr;
 };
 
+template <class Plan>
+struct PlanBucket {
+  PlanEntry<Plan>* first = nullptr;
+};
+
 // Plans by length: bucket length mod 20, new entries at the head of their chain, none evicted.
 template <class Plan>
 struct PlanTable {
   std::int32_t buckets = 20;
   std::int32_t entries = 0;
-  PlanEntry<Plan>** heads = nullptr;
+  PlanBucket<Plan>* heads = nullptr;
 };
 
 // The object, created when there is none; null after a report.

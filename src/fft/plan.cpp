@@ -38,7 +38,8 @@ constexpr double scalar = 4.0;          // where runs are too short for vectors
 
 // A run of numbers is covered by whole vectors of four.
 double padding(std::int64_t run) noexcept {
-  return run < 4 ? scalar : 4.0 * static_cast<double>((run + 3) / 4) / static_cast<double>(run);
+  const std::int64_t covered = (run + 3) / 4 * 4;
+  return run < 4 ? scalar : static_cast<double>(covered) / static_cast<double>(run);
 }
 
 double stage_time(const StageCost& stage, std::int64_t n, std::int64_t before,
@@ -73,7 +74,7 @@ std::int32_t choose_radices(std::int32_t n, FftOrder order, std::int32_t (&radic
   constexpr std::int32_t most_divisors =
       1024;  // a product of 2, 3, 5 below 2^31 has fewer than 600
   double best[most_divisors];
-  const StageCost* choice[most_divisors];
+  const StageCost* choice[most_divisors] = {};
   const Exponents e = exponents_of(n);
   const auto slot = [&](std::int32_t a, std::int32_t b, std::int32_t c) {
     return (a * (e.threes + 1) + b) * (e.fives + 1) + c;

@@ -51,7 +51,7 @@ using Vector = typename VectorOf<Lanes>::Type;
 struct Root {
   double cosine, sine;
 };
-consteval long double sine_series(long double first, long double square, int n) {
+constexpr long double sine_series(long double first, long double square, int n) {
   long double term = first;
   long double sum = first;
   for (; n < 40; n += 2) {
@@ -60,12 +60,12 @@ consteval long double sine_series(long double first, long double square, int n) 
   }
   return sum;
 }
-consteval Root octant_root(long double turns) {
+constexpr Root octant_root(long double turns) {
   const long double angle = 6.283185307179586476925286766559L * turns;
   return {static_cast<double>(sine_series(1, angle * angle, 1)),
           static_cast<double>(sine_series(angle, angle * angle, 2))};
 }
-consteval Root root(int k, int p) {
+constexpr Root root(int k, int p) {
   k %= p;
   if (2 * k > p) {
     const Root mirror = root(p - k, p);
@@ -130,7 +130,7 @@ QX_INLINE void each(const F& f) {
 }
 
 // The factor A of a composite P; 1 for the butterflies that are written out.
-consteval int first_factor(int p) {
+constexpr int first_factor(int p) {
   switch (p) {
     case 6:
     case 10:
@@ -148,7 +148,7 @@ consteval int first_factor(int p) {
 }
 
 template <int P>
-consteval int place(int k) {
+constexpr int place(int k) {
   constexpr int a = first_factor(P);
   return a == 1 ? k : P / a * (k % a) + k / a;
 }
