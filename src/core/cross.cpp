@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cstdio>
 
-using qx::allocate;
 using qx::fail;
 using qx::failed;
 using qx::ok;
@@ -60,7 +59,7 @@ Status clear_bins(qxcross* cross) {
   if (cross->bin_members) {
     for (std::int32_t b = 0; b < cross->bins_built; ++b) QX_TRY(release(cross->bin_members[b]));
   }
-  cross->bins_built = 0;
+  cross->bins_built = cross->binned = 0;
   QX_TRY(release(cross->bin_members));
   QX_TRY(release(cross->bin_ranges));
   QX_TRY(release(cross->bin_counts));
@@ -253,6 +252,8 @@ Status qx_set_rfactor_bins() {
   auto [cross, data] = subjects;
   QX_TRY(clear_bins(cross));
   if (cross->nbin < 1) return ok;
+  constexpr std::int32_t most_bins = 1000000;
+  if (cross->nbin > most_bins) return fail(heading, "not a valid nbin value %d", cross->nbin);
   QX_TRY(open_bins(cross, data.n));
   if (data.n < 1) return ok;
   qx::Tagged<std::int32_t> order(static_cast<std::size_t>(data.n), "psrb_si");
@@ -263,6 +264,7 @@ Status qx_set_rfactor_bins() {
     const std::int32_t end = qx::group_start(data.n, cross->nbin, bin + 1);
     QX_TRY(fill_bin(cross, bin, order.get() + start, end - start, data.s_length));
   }
+  cross->binned = data.n;
   return ok;
 }
 

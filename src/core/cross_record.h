@@ -14,6 +14,7 @@ struct qxcross {
   std::int32_t* free = nullptr;
   std::int32_t nbin = 10;
   std::int32_t bins_built = 0;        // length of the bin arrays
+  std::int32_t binned = 0;            // reflections in them
   double (*bin_ranges)[2] = nullptr;  // smallest and largest |s|
   std::int32_t* bin_counts = nullptr;
   std::int32_t** bin_members = nullptr;

@@ -6,6 +6,7 @@
 #include "grid/grid.h"
 
 #include <quorix/engine.h>
+#include <quorix/formfactors.h>
 #include <quorix/grid.h>
 #include <quorix/model.h>
 
@@ -52,7 +53,10 @@ Status sine_planes(NoState& /*none*/) {
 Status b_offset(NoState& /*none*/) {
   double b0 = 0;
   QX_TRY(take_number("B0", b0));
-  if (b0 >= 0) return qx_set_qxatomb_B0(b0);
+  if (b0 >= 0) {
+    QX_TRY(qx_set_qxatomb_B0(b0));
+    return qx_set_ioafrmfact_b0(b0);
+  }
   std::printf(" WARNING: B0 is set as negative, no effect. \n");
   return ok;
 }

@@ -25,8 +25,12 @@ Status fetch_sources(const char* heading, AtomSources& sources) {
     return fail(heading, "molformfact object has not been created yet.");
   }
   if (!sources.base) return fail(heading, "atmfrmfactbase object has not been created yet.");
-  if (!sources.atomb) return fail(heading, "qxatomb object has not been created yet.");
-  if (!sources.atomocc) return fail(heading, "qxatomocc object has not been created yet.");
+  if (!sources.atomb || !sources.atomb->index) {
+    return fail(heading, "qxatomb object has not been created yet.");
+  }
+  if (!sources.atomocc || !sources.atomocc->occupancy) {
+    return fail(heading, "qxatomocc object has not been created yet.");
+  }
   return ok;
 }
 

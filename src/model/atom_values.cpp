@@ -8,7 +8,6 @@
 
 #include <algorithm>
 
-using qx::allocate;
 using qx::fail;
 using qx::failed;
 using qx::ok;
@@ -31,6 +30,7 @@ qxatomb* present_atomb(const char* heading) {
 
 Status open_b(qxatomb* atomb, std::int32_t natom) {
   constexpr const char* tag = "pca_b";
+  if (natom < 1) return ok;
   const auto n = static_cast<std::size_t>(natom);
   if (atomb->niso > 0) {
     QX_TRY(qx::open_block(atomb->b_iso, static_cast<std::size_t>(atomb->niso), tag));
@@ -91,6 +91,7 @@ Status qx_create_atomocc() {
   if (!atomocc) return failed;
   QX_TRY(release(atomocc->occupancy));
   QX_TRY(release(atomocc->fixed));
+  if (system->natom < 1) return ok;
   const auto n = static_cast<std::size_t>(system->natom);
   QX_TRY(qx::open_block(atomocc->occupancy, n, "pca_occ"));
   QX_TRY(qx::open_block(atomocc->fixed, n, "pca_occ"));
@@ -106,10 +107,9 @@ namespace {
 
 qxatomocc* present_occupancies(const char* heading) {
   qxatomocc* atomocc = qx_get_qxatomocc();
-  if (!atomocc && qx_exist_quorix()) {
-    (void)fail(heading, "qxatomocc object has not been created yet.");
-  }
-  return atomocc;
+  if (atomocc && atomocc->occupancy) return atomocc;
+  if (qx_exist_quorix()) (void)fail(heading, "qxatomocc object has not been created yet.");
+  return nullptr;
 }
 
 }  // namespace

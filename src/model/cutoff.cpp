@@ -39,7 +39,9 @@ Status fetch(Needs& needs) {
   if (!needs.cut) return fail(heading, " qxradcut object has not been created yet ");
   if (!needs.atoms.pickup) return fail(heading, " molformfact object has not been created yet ");
   if (!needs.atoms.base) return fail(heading, " atmfrmfactbase object has not been created yet ");
-  if (!needs.atoms.system) return fail(heading, " molsys object has not been created yet ");
+  if (!needs.atoms.system || needs.atoms.system->natom < 1) {
+    return fail(heading, " molsys object has not been created yet ");
+  }
   if (needs.atoms.pickup->natom != needs.atoms.system->natom) {
     return fail(heading, " molformfact object has not been created yet ");
   }
@@ -48,7 +50,9 @@ Status fetch(Needs& needs) {
   if (!needs.cell) return fail(heading, " qxcell object has not been created yet ");
   needs.reciprocal = qx_get_qxrecicell();
   if (!needs.reciprocal) return fail(heading, " qxcell object has not been created yet ");
-  if (!needs.atoms.atomb) return fail(heading, " qxatomb object has not been created yet ");
+  if (!needs.atoms.atomb || !needs.atoms.atomb->index) {
+    return fail(heading, " qxatomb object has not been created yet ");
+  }
   if (!needs.table || !needs.table->values) {
     return fail(heading, " qxexptab object has not been created yet ");
   }
@@ -79,8 +83,10 @@ Status qx_update_qxradcut() {
   const std::int32_t natom = needs.atoms.system->natom;
   QX_TRY(qx::release(needs.cut->radius));
   needs.cut->largest = -99999.0;
+  needs.cut->natom = 0;
   QX_TRY(qx::open_block(needs.cut->radius, static_cast<std::size_t>(natom), "puc_radius"));
   for (std::int32_t i = 0; i < natom; ++i) QX_TRY(find_radius(needs, i));
+  needs.cut->natom = natom;
   // Planes of the lattice are 1/a* apart, so that is what a margin is measured in.
   const double ex = needs.cut->largest * needs.reciprocal->a;
   const double ey = needs.cut->largest * needs.reciprocal->b;

@@ -71,13 +71,23 @@ Status lay_out(Job& job, Box box, std::int32_t shift, double*** density) {
   return ok;
 }
 
+// A cell a hundred times smaller than an atom is no cell; its lattice copies would never end.
+Status check_reach(const Job& job) {
+  constexpr double most_cells = 100.0;
+  const qxrecicell& r = *job.reciprocal;
+  const double cells = job.cut->largest * std::max({r.a, r.b, r.c});
+  if (cells <= most_cells) return ok;
+  return fail(job.heading, "The cut-off radius %f reaches over %g unit cells ", job.cut->largest,
+              cells);
+}
+
 Status prepare(Job& job, const char* heading, Box box, std::int32_t shift, double*** density) {
   job.heading = heading;
   QX_TRY(qx::fetch_sources(heading, job.atoms));
   const qxexptab* table = qx_get_qxexptab();
   if (!table) return fail(heading, "qxexptab object has not been created yet.");
   job.cut = qx_get_qxradcut();
-  if (!job.cut || !job.cut->radius) {
+  if (!job.cut || job.cut->natom != job.atoms.system->natom || job.cut->natom < 1) {
     return fail(heading, "qxradcut object has not been created yet.");
   }
   job.cell = qx_get_qxcell();
@@ -86,6 +96,7 @@ Status prepare(Job& job, const char* heading, Box box, std::int32_t shift, doubl
   if (!job.cell || !job.reciprocal || !(job.cell->volume > 0.0)) {
     return fail(heading, " qxcell object has not been created yet ");
   }
+  QX_TRY(check_reach(job));
   return lay_out(job, box, shift, density);
 }
 

@@ -15,6 +15,7 @@ struct qxradcut {
   std::int32_t flag = 1;
   double* radius = nullptr;  // per computed atom
   double largest = -99999.0;
+  std::int32_t natom = 0;  // atoms that have a radius
 };
 
 struct qxelecden {

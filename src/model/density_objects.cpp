@@ -80,6 +80,7 @@ Status qx_init_qxexptab(std::int32_t n, double h) {
     return qx_exist_quorix() ? fail(heading, " qxexptab object has not been created yet ") : failed;
   }
   if (n < 1) return fail(heading, "invalid input argument n = %d \n", n);
+  if (!(h > 0.0)) return fail(heading, "invalid input argument h = %f \n", h);
   table->n = 0;
   QX_TRY(release(table->values));
   QX_TRY(qx::open_block(table->values, static_cast<std::size_t>(n), "pie_exp"));
@@ -106,5 +107,9 @@ Status qx_set_elec_den_rad_cutoff(double ecut) {
   return set_cut("qx_set_elec_den_rad_cutoff():", &qxradcut::ecut, ecut);
 }
 Status qx_set_elec_den_rad_uplimit(double limit) {
-  return set_cut("qx_set_elec_den_rad_uplimit():", &qxradcut::limit, limit);
+  constexpr const char* heading = "qx_set_elec_den_rad_uplimit():";
+  if (!(limit > 0.0) || !std::isfinite(limit)) {
+    return fail(heading, "invalid limit of the cut-off radius: %f ", limit);
+  }
+  return set_cut(heading, &qxradcut::limit, limit);
 }

@@ -4,13 +4,13 @@
 #include "core/report.h"
 #include "model/formfactor_base.h"
 #include "model/formfactors.h"
+#include "model/type_table.h"
 
 #include <quorix/engine.h>
 
 #include <cstdio>
 #include <cstring>
 
-using qx::allocate_zeroed;
 using qx::fail;
 using qx::failed;
 using qx::ok;
@@ -108,8 +108,16 @@ Status too_many(const Source& source) {
               source.path, source.declared);
 }
 
-// Records from index `at` on; `limit` is the first index that is one too many. A file that ends
-// early is accepted: what is missing keeps empty names and zero coefficients.
+// Reads a record's two lines; at_end when the file ends before they are complete.
+Status read_record(const FileKind& kind, const Source& source, double (&a)[5], double (&b)[5],
+                   bool& at_end) {
+  QX_TRY(read_coefficients(source, "a", kind.ngauss, a, at_end));
+  return at_end ? ok : read_coefficients(source, "b", kind.ngauss == 5 ? 4 : 2, b, at_end);
+}
+
+// Records from index `at` on; `limit` is the first index that is one too many, reported once its
+// record is complete. A file that ends early is accepted: what is missing keeps empty names and
+// zero coefficients.
 Status read_records(atfrmfactbase* base, const FileKind& kind, const Source& source,
                     std::int32_t at, std::int32_t limit) {
   qxatformfacthash* table = kind.table();
@@ -119,17 +127,33 @@ Status read_records(atfrmfactbase* base, const FileKind& kind, const Source& sou
                : failed;
   char line[line_size];
   while (qx::next_significant_line(source.stream, line, sizeof line)) {
-    if (at >= limit) return too_many(source);
+    bool at_end = false;
+    if (at >= limit) {
+      double surplus[2][5] = {};
+      QX_TRY(read_record(kind, source, surplus[0], surplus[1], at_end));
+      return at_end ? ok : too_many(source);
+    }
     std::snprintf(base->names[at], sizeof base->names[at], "%.4s", line);
     QX_TRY(qx_insert_qxatformfacthash_kv(table, base->names[at], at));
-    bool at_end = false;
-    QX_TRY(read_coefficients(source, "a", kind.ngauss, base->a[at], at_end));
-    if (at_end) return ok;
-    QX_TRY(read_coefficients(source, "b", kind.ngauss == 5 ? 4 : 2, base->b[at], at_end));
+    QX_TRY(read_record(kind, source, base->a[at], base->b[at], at_end));
     if (at_end) return ok;
     ++at;
   }
   return ok;
+}
+
+// What points into the arrays of an earlier fill goes with them: a type that the new files do not
+// know must not lead to an entry that is another element's now, or nobody's.
+Status forget_earlier_fill() {
+  for (const FileKind& kind : kinds) {
+    qxatformfacthash* table = kind.table();
+    QX_TRY(qx::release_entries(table->buckets, table->nbuckets));
+  }
+  molformfact* pickup = qx_get_molformfact();
+  if (!pickup) return ok;
+  pickup->natom = 0;
+  QX_TRY(qx::release(pickup->ngauss));
+  return qx::release(pickup->index);
 }
 
 Status read_files(atfrmfactbase* base, const char* const (&paths)[2]) {
@@ -140,6 +164,7 @@ Status read_files(atfrmfactbase* base, const char* const (&paths)[2]) {
   Source sources[2] = {{paths[0], five.get(), 0}, {paths[1], two.get(), 0}};
   QX_TRY(read_count(sources[0]));
   QX_TRY(read_count(sources[1]));
+  QX_TRY(forget_earlier_fill());
   QX_TRY(open_base(base, sources[0].declared, sources[1].declared));
   QX_TRY(read_records(base, kinds[0], sources[0], 0, base->ng5atfrmfact));
   return read_records(base, kinds[1], sources[1], base->ng5atfrmfact, base->natomformfactors);

@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <cstring>
 
-using qx::allocate;
 using qx::AtomArrays;
 using qx::AtomInfo;
 using qx::fail;

@@ -19,7 +19,8 @@ using qx::Status;
 Status qx_new_xmolsys() {
   QX_TRY(create_in(qx_delete_xmolsys, qx_set_xmolsys, "pnp_xmolsys"));
   QX_TRY(qx_new_qxmodel());
-  return qx_new_qxatomb();
+  QX_TRY(qx_new_qxatomb());
+  return qx_new_xmolformfact();
 }
 
 Status qx_delete_xmolsys() {

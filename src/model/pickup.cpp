@@ -89,6 +89,7 @@ Status qx_make_molformfact() {
   QX_TRY(release(pickup->index));
   const auto n = static_cast<std::size_t>(system->natom);
   pickup->natom = 0;
+  if (system->natom < 1) return ok;
   QX_TRY(qx::open_block(pickup->ngauss, n, "pmm_ng"));
   QX_TRY(qx::open_block(pickup->index, n, "pmm_ix"));
   for (std::int32_t i = 0; i < system->natom; ++i) {

@@ -39,8 +39,10 @@ class Comb {
       const double w = std::exp(-exponents[i] * step * step);
       double ratio = w;
       double t = 1.0;
+      used_[i] = 0;
       for (std::int32_t m = 0; m <= reach_; ++m) {
         steps_[i][m] = t;
+        if (t > smallest_step) used_[i] = m;
         t *= ratio;
         ratio *= w * w;
       }
@@ -55,7 +57,7 @@ class Comb {
     if (filled_ && std::fabs(x0 - x0_) < 1e-11 * step_) return;
     filled_ = true;
     x0_ = x0;
-    for (std::int32_t i = 0; i < n_; ++i) fill(exponent_[i], steps_[i], values_[i]);
+    for (std::int32_t i = 0; i < n_; ++i) fill(exponent_[i], steps_[i], used_[i], values_[i]);
   }
 
   [[nodiscard]] bool stands_for(double offset) const noexcept {
@@ -68,25 +70,31 @@ class Comb {
   }
 
  private:
-  void fill(double exponent, const double* steps, double* values) const noexcept {
+  // Where T falls below this, a sharp Gaussian is nothing and exp(-2 E s x0)^m may be infinite.
+  static constexpr double smallest_step = 1e-290;
+
+  void fill(double exponent, const double* steps, std::int32_t used,
+            double* values) const noexcept {
     const double up = std::exp(-2.0 * exponent * step_ * x0_);
     const double down = 1.0 / up;
     double* middle = values + reach_;
     double left = std::exp(-exponent * x0_ * x0_);
     double right = left;
     *middle = left;
-    for (std::int32_t m = 1; m <= reach_; ++m) {
+    for (std::int32_t m = 1; m <= used; ++m) {
       right *= up;
       left *= down;
       middle[m] = right * steps[m];
       middle[-m] = left * steps[m];
     }
+    for (std::int32_t m = used + 1; m <= reach_; ++m) middle[m] = middle[-m] = 0.0;
   }
 
   std::int32_t n_ = 0, reach_ = 0, first_ = 0;
   double step_ = 0, x0_ = 0;
   bool filled_ = false;
   double exponent_[most_gaussians];
+  std::int32_t used_[most_gaussians];  // last step whose T counts
   double* steps_[most_gaussians];
   double* values_[most_gaussians];
 };

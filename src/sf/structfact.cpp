@@ -30,7 +30,6 @@
 #include <cmath>
 #include <cstdio>
 
-using qx::allocate;
 using qx::fail;
 using qx::failed;
 using qx::ok;
@@ -61,12 +60,10 @@ Status release_sums(PartSums& sums) {
   return release(sums.im);
 }
 
-Status release_all(qxstructfact* sf) {
-  for (PartSums& sums : sf->parts) QX_TRY(release_sums(sums));
-  QX_TRY(release_sums(sf->separate));
-  QX_TRY(release(sf->prefactor));
+Status release_all_sums(qxstructfact* sf) {
   sf->nref = 0;
-  return ok;
+  for (PartSums& sums : sf->parts) QX_TRY(release_sums(sums));
+  return release_sums(sf->separate);
 }
 
 }  // namespace
@@ -74,7 +71,8 @@ Status release_all(qxstructfact* sf) {
 Status qx_delete_qxstructfact() {
   qxstructfact* sf = qx_get_qxstructfact();
   if (!sf) return ok;
-  QX_TRY(release_all(sf));
+  QX_TRY(release_all_sums(sf));
+  QX_TRY(release(sf->prefactor));
   return qx::remove_from(sf, qx_set_qxstructfact);
 }
 
@@ -112,7 +110,9 @@ Status qx_set_pre_factor() {
   qxstructfact* sf = qx_get_qxstructfact();
   if (!qx_exist_quorix()) return failed;
   if (!sf) return fail(heading, " qxstructfact object has not been created yet.");
-  if (sf->prefactor) return ok;
+  const qxrefdata* data = qx_get_qxrefdata();
+  if (!qx_exist_quorix()) return failed;
+  if (sf->prefactor && (!data || data->nreflections == sf->nprefactor)) return ok;
   const qxcell* cell = qx_get_qxcell();
   if (!qx_exist_quorix()) return failed;
   if (!cell) return fail(heading, "qxcell object has not been created yet.");
@@ -121,14 +121,14 @@ Status qx_set_pre_factor() {
   if (!grid || grid->nx < 1) return fail(heading, "qxgrid object has not been created yet.");
   const qxatomb* atomb = qx_get_qxatomb();
   if (!atomb) return fail(heading, "qxatomb object has not been created yet.");
-  const qxrefdata* data = qx_get_qxrefdata();
   if (!data) return fail(heading, "qxrefdata object has not been created yet.");
   const qxrecicell* reciprocal = qx_get_qxrecicell();
   if (!reciprocal) return fail(heading, "qxrecicell object has not been created yet.");
   if (data->nreflections < 1) return ok;
-  double* prefactor = allocate<double>(static_cast<std::size_t>(data->nreflections), "pss_pre");
-  if (!prefactor) return failed;
-  sf->prefactor = prefactor;
+  QX_TRY(release(sf->prefactor));
+  QX_TRY(qx::open_block(sf->prefactor, static_cast<std::size_t>(data->nreflections), "pss_pre"));
+  sf->nprefactor = data->nreflections;
+  double* prefactor = sf->prefactor;
   const bool debug = qx_get_qxverbsys_verb_debug() != 0;
   const double sampling = (cell->a / grid->nx) * (cell->b / grid->ny) * (cell->c / grid->nz);
   const double(&r)[6] = reciprocal->resolution;
@@ -295,6 +295,8 @@ Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t /*set*/, std::int3
     return fail(heading_fft, "There is no part %d of the system.", part);
   }
   if (needs.data->nreflections < 1) return ok;
+  // Sums of another data set are of no use, nor of the right size.
+  if (needs.sf->nref != needs.data->nreflections) QX_TRY(release_all_sums(needs.sf));
   PartSums& sums = part < 0 ? needs.sf->separate : needs.sf->parts[part];
   QX_TRY(open_sums(sums, needs.data->nreflections));
   needs.sf->nref = needs.data->nreflections;
@@ -348,7 +350,7 @@ Status qx_calc_model_structure_factor(double* re, double* im) {
   if (!qx_exist_quorix()) return failed;
   if (!data || !cell) return fail(heading, "qxrefdata object has not been created yet.");
   const std::int32_t n = data->nreflections;
-  if (sf->nref != n || (n > 0 && (!sf->prefactor || !sf->parts[0].re))) {
+  if (sf->nref != n || (n > 0 && (sf->nprefactor != n || !sf->parts[0].re))) {
     return fail(heading, "The structure factors have not been calculated for these reflections.");
   }
   std::fill_n(re, n, 0.0);

@@ -21,6 +21,7 @@ struct qxstructfact {
   qx::PartSums parts[nparts];
   qx::PartSums separate;        // part number -1
   double* prefactor = nullptr;  // per reflection
+  std::int32_t nprefactor = 0;
 };
 
 struct qxsincostab {

@@ -79,6 +79,7 @@ Status mark_free(const qxcross* cross, std::int32_t n, qx::Tagged<std::int8_t>& 
   is_free = qx::Tagged<std::int8_t>(
       qx::allocate_zeroed<std::int8_t>(static_cast<std::size_t>(n), "pxf_free"));
   if (!is_free) return failed;
+  if (cross->ntotal != n) return ok;  // a split of another data set
   for (std::int32_t i = 0; i < cross->nfree; ++i) {
     is_free[static_cast<std::size_t>(cross->free[i])] = 1;
   }
@@ -90,12 +91,15 @@ void print_agreement(const char* what, const qx::Agreement& a) {
               a.n);
 }
 
+// d in Angstrom; 0 for (0, 0, 0), which has none.
+double resolution(double s_length) { return s_length > 0.0 ? 1.0 / s_length : 0.0; }
+
 // R and correlation bin by bin, of the working set (or all) and of the free set; the R values go to
 // the cross-validation object as well.
 Status print_bins(qxcross* cross, const qxrefdata* data, const double* fc) {
   qx::Tagged<std::int8_t> is_free;
   QX_TRY(mark_free(cross, data->nreflections, is_free));
-  const bool with_free = cross->nfree > 0;
+  const bool with_free = cross->nfree > 0 && cross->ntotal == data->nreflections;
   std::printf(with_free ? "bin #  nreflection  high_res   low_res   RFree       R  CCFree      CC\n"
                         : "bin #  nreflection  high_res   low_res       R      CC\n");
   for (std::int32_t bin = 0; bin < cross->bins_built; ++bin) {
@@ -109,7 +113,7 @@ Status print_bins(qxcross* cross, const qxrefdata* data, const double* fc) {
     cross->bin_r[bin] = work.r;
     cross->bin_rfree[bin] = free.r;
     std::printf("%5d  %11d  %8.3f  %8.3f  ", bin + 1, cross->bin_counts[bin],
-                1.0 / cross->bin_ranges[bin][1], 1.0 / cross->bin_ranges[bin][0]);
+                resolution(cross->bin_ranges[bin][1]), resolution(cross->bin_ranges[bin][0]));
     if (with_free) {
       std::printf("%6.3f  %6.3f  %6.3f  %6.3f\n", free.r, work.r, free.correlation,
                   work.correlation);
@@ -125,9 +129,7 @@ Status ensure_bins(qxcross*& cross, std::int32_t n) {
   if (!qx_get_qxcross()) QX_TRY(qx_new_qxcross());
   cross = qx_get_qxcross();
   if (!cross) return failed;
-  if (cross->bins_built == 0 || (cross->ntotal != 0 && cross->ntotal != n)) {
-    QX_TRY(qx_set_rfactor_bins());
-  }
+  if (cross->bins_built == 0 || cross->binned != n) QX_TRY(qx_set_rfactor_bins());
   return ok;
 }
 
@@ -142,6 +144,7 @@ Status qx_scale_model_structure_factor() {
   if (!sf) return fail(heading, "qxstructfact object has not been created yet ");
   if (!data->fobs) return fail(heading, "There are no observed amplitudes to scale to.");
   const std::int32_t n = data->nreflections;
+  if (n < 1) return fail(heading, "There is no reflection to scale to.");
   sf->parts[0].scale = 1.0;
   sf->parts[0].b = 0.0;
   ModelF f;

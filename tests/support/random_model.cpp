@@ -68,10 +68,13 @@ FormFactor form_factor_of(const TestAtom& atom, bool two_gaussians) {
   return two_gaussians && found != two.end() ? found->second : five.at(type);
 }
 
-// Columns of the orthogonalisation, a along x, b in the x-y plane.
 std::array<double, 3> orthogonal(const qxcell& cell, const std::array<double, 3>& f) {
-  const double* m = cell.frac2orth;
-  return {m[0] * f[0] + m[1] * f[1] + m[2] * f[2], m[5] * f[1] + m[6] * f[2], m[10] * f[2]};
+  std::array<double, 3> out{};
+  for (std::size_t i = 0; i < 3; ++i) {
+    const double* m = cell.frac2orth + 4 * i;
+    out[i] = m[0] * f[0] + m[1] * f[1] + m[2] * f[2] + m[3];
+  }
+  return out;
 }
 
 }  // namespace

@@ -121,6 +121,9 @@ std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin) {
   if (!group) throw CommandError(2, "unknown space group '" + crystal.space_group + "'");
   const gemmi::UnitCell cell(crystal.cell[0], crystal.cell[1], crystal.cell[2], crystal.cell[3],
                              crystal.cell[4], crystal.cell[5]);
+  // Volume of the sphere over that of the reciprocal cell.
+  const double expected = 4.19 * cell.volume / (dmin * dmin * dmin);
+  if (expected > 4e8) throw CommandError(2, "too many reflections at the resolution given");
   std::vector<std::int32_t> flat;
   for (const gemmi::Miller& hkl : gemmi::make_miller_vector(cell, group, dmin)) {
     flat.insert(flat.end(), hkl.begin(), hkl.end());

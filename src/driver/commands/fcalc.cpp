@@ -14,12 +14,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <initializer_list>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace qx {
@@ -95,21 +97,32 @@ void check_cell(const qxmtz& mtz, const Crystal& crystal) {
   }
 }
 
+// The given labels, each of which the file must have.
+Observed given_labels(const std::vector<std::string>& labels, const qxmtz& mtz,
+                      std::string& missing) {
+  const auto at = [&](std::size_t i) {
+    if (i >= labels.size() || labels[i].empty()) return std::string();
+    const bool there = std::any_of(
+        mtz.columns.begin(), mtz.columns.end(),
+        [&](const MtzColumn& column) { return std::strcmp(column.label, labels[i].c_str()) == 0; });
+    if (!there) missing = labels[i];
+    return labels[i];
+  };
+  return {at(0), at(1), at(2)};
+}
+
 // The observations' labels: as given, else the usual ones that the file has.
 Observed find_observed(Engine& engine, const Job& job) {
   const Options& options = job.options;
   Observed observed;
-  if (!options.labels.empty()) {
-    const auto at = [&](std::size_t i) {
-      return i < options.labels.size() ? options.labels[i] : std::string();
-    };
-    observed = {at(0), at(1), at(2)};
-  }
+  std::string missing;
   engine.call([&] {
     qxrefdata* peek = qx_new_qxrefdata_obj();
     if (!peek || qx_read_refdata_mtz_file_obj(peek, options.hkl.c_str()) != ok) return failed;
     const qxmtz& mtz = *peek->mtz;
-    if (options.labels.empty()) {
+    if (!options.labels.empty()) {
+      observed = given_labels(options.labels, mtz, missing);
+    } else {
       observed.amplitude = label_or_empty(
           column_among(mtz, 'F', {"FP", "F", "FOBS", "F-obs", "F-obs-filtered", "FOSC"}));
       observed.sigma = label_or_empty(
@@ -120,6 +133,7 @@ Observed find_observed(Engine& engine, const Job& job) {
     check_cell(mtz, job.crystal);
     return qx_delete_qxrefdata_obj(peek);
   });
+  if (!missing.empty()) throw CommandError(2, options.hkl + " has no column " + missing);
   return observed;
 }
 
@@ -239,6 +253,27 @@ void write_map(Engine& engine, const std::string& path, int u) {
                  .line("write ccp4 file \"" + path + "\""));
 }
 
+// Texts that go into a section's line: what would end it or begin a comment is refused.
+void check_text(const std::string& what, const std::string& text, const char* refused) {
+  if (text.find_first_of(refused) != std::string::npos) {
+    throw CommandError(2, what + " must not hold any of " + (refused + 1) + ": " + text);
+  }
+}
+
+void check_free(const std::vector<std::string>& free) {
+  if (free.empty()) return;
+  std::size_t used = 0;
+  try {
+    const double percent = std::stod(free[0], &used);
+    bool fine = used == free[0].size() && percent > 0.0 && percent < 100.0;
+    if (fine && free.size() > 1) fine = std::stoi(free[1], &used) > 0 && used == free[1].size();
+    if (fine) return;
+  } catch (const std::exception&) {
+    // not a number, or one that is too large
+  }
+  throw CommandError(2, "--free takes a percentage between 0 and 100 and a seed above 0");
+}
+
 void check_options(const Options& options) {
   if (options.hkl.empty() && !(options.dmin > 0.0)) {
     throw CommandError(2, "give the reflections: --hkl FILE or --dmin D");
@@ -249,11 +284,17 @@ void check_options(const Options& options) {
   if (!options.cell.empty() && options.cell.size() != 6) {
     throw CommandError(2, "--cell takes six numbers: a b c alpha beta gamma");
   }
+  if (options.labels.size() > 3) throw CommandError(2, "--labels takes F,SIGF,FREE");
   for (const std::string* path :
        {&options.hkl, &options.output, &options.map_2fofc, &options.map_fofc}) {
-    if (path->find_first_of("\"#!\n") != std::string::npos) {
-      throw CommandError(2, "a file name must not hold any of \" # ! : " + *path);
-    }
+    check_text("a file name", *path, "\n\"#!");
+  }
+  for (const std::string& label : options.labels) check_text("a label", label, "\n\"#!= ");
+  check_text("the space group", options.space_group, "\n\"#!");
+  check_free(options.free);
+  if (!options.hkl.empty() && access(options.hkl.c_str(), R_OK) != 0) {
+    throw CommandError(2,
+                       "cannot read reflections from " + options.hkl + ": " + std::strerror(errno));
   }
 }
 
