@@ -33,6 +33,20 @@ bool half_spectrum_fits(const HalfSpectrum& half) noexcept;
 // set. On return it is the density. Uses the plan caches of the engine; `failed` after a report.
 Status inverse_half_3d(const HalfSpectrum& half, double* block, DensityMoments* moments);
 
+// A density box and which part of its spectrum is asked for: columns[iy] terms h = 0, 1, ... of
+// each k (iy = k mod ny), at most hmax + 1, all l.
+struct DensityBox {
+  std::int32_t nx, ny, nz;
+  std::int32_t hmax;
+  const std::int32_t* columns;
+};
+
+// F(h, k, l) = sum over the points of rho exp(+2 pi i (h ix/nx + k iy/ny + l iz/nz)), in place: the
+// row (l mod nz, k mod ny) of the block then has the real parts of h = 0 .. hmax in its elements 0
+// .. hmax and the imaginary parts in hmax + 1 .. 2 hmax + 1; what was not asked for is left
+// undefined. 2 (hmax + 1) <= nx; `failed` after a report.
+Status forward_half_3d(const DensityBox& box, double* block);
+
 // Zeroes what inverse_half_3d reads.
 void clear_half_spectrum(const HalfSpectrum& half, double* block) noexcept;
 

@@ -9,6 +9,7 @@
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
 #include "crystal/spacegroup.h"
+#include "fft/transform_half.h"
 #include "grid/grid.h"
 #include "model/density.h"
 #include "model/formfactors.h"
@@ -270,6 +271,46 @@ Status add_operators(const Needs& needs, const qx::Transform& transform, std::in
   return ok;
 }
 
+// Largest |h| of any mate.
+std::int32_t largest_h(const Needs& needs) {
+  const qxgrid& grid = *needs.grid;
+  std::int32_t largest = 0;
+  for (std::int32_t op = 0; op < needs.group->nops; ++op) {
+    for (std::int32_t i = 0; i < needs.data->nreflections; ++i) {
+      const std::int32_t ix = grid.ref_ix[op][i];
+      largest = std::max(largest, std::min(ix, grid.nx - ix));
+    }
+  }
+  return largest;
+}
+
+// How many h of each k any mate, or its Friedel opposite, lies at.
+void count_columns(const Needs& needs, std::int32_t hmax, std::int32_t* columns) {
+  const qxgrid& grid = *needs.grid;
+  std::fill_n(columns, grid.ny, 0);
+  for (std::int32_t op = 0; op < needs.group->nops; ++op) {
+    for (std::int32_t i = 0; i < needs.data->nreflections; ++i) {
+      const std::int32_t ix = grid.ref_ix[op][i];
+      const std::int32_t iy = grid.ref_iy[op][i];
+      const bool stored = ix <= hmax;
+      std::int32_t& count = columns[stored || iy == 0 ? iy : grid.ny - iy];
+      count = std::max(count, (stored ? ix : grid.nx - ix) + 1);
+    }
+  }
+}
+
+// The usual road: only the columns that reflections lie on, in the density's own block.
+Status transform_half(const Needs& needs, std::int32_t nz, std::int32_t shift, std::int32_t hmax,
+                      double*** density, PartSums& sums) {
+  const qxgrid& grid = *needs.grid;
+  qx::Tagged<std::int32_t> columns(static_cast<std::size_t>(grid.ny), "pcs_columns");
+  if (!columns) return failed;
+  count_columns(needs, hmax, columns.get());
+  double* block = density[0][0];
+  QX_TRY(qx::forward_half_3d({grid.nx, grid.ny, nz, hmax, columns.get()}, block));
+  return add_operators(needs, {grid.nx, grid.ny, nz, hmax, block, nullptr}, shift, sums);
+}
+
 // The general road: the whole spectrum in two further arrays.
 Status transform_whole(const Needs& needs, std::int32_t nz, std::int32_t shift, double*** density,
                        PartSums& sums) {
@@ -301,7 +342,10 @@ Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t /*set*/, std::int3
   QX_TRY(open_sums(sums, needs.data->nreflections));
   needs.sf->nref = needs.data->nreflections;
   const std::int32_t nz = needs.box->one_box ? needs.grid->nz : needs.box->points[2];
-  return transform_whole(needs, nz, shift, density, sums);
+  const std::int32_t hmax = largest_h(needs);
+  return 2 * (std::int64_t{hmax} + 1) <= needs.grid->nx
+             ? transform_half(needs, nz, shift, hmax, density, sums)
+             : transform_whole(needs, nz, shift, density, sums);
 }
 
 namespace {
