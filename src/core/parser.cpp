@@ -151,7 +151,7 @@ struct LineSource {
     return lines ? lines[i] : slots + static_cast<std::ptrdiff_t>(i) * slot_size;
   }
   [[nodiscard]] std::size_t length(std::int32_t i) const {
-    return lines ? std::strlen(lines[i]) : static_cast<std::size_t>(std::max(lengths[i], 0));
+    return lengths ? static_cast<std::size_t>(std::max(lengths[i], 0)) : std::strlen(lines[i]);
   }
 };
 

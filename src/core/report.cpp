@@ -35,6 +35,7 @@ void print_report(const char* heading, const char* format, std::va_list values) 
 
 }  // namespace
 
+#ifndef __clang_analyzer__
 Status fail(const char* heading, const char* format, ...) {
   std::va_list values;
   va_start(values, format);
@@ -43,6 +44,7 @@ Status fail(const char* heading, const char* format, ...) {
   die();
   return failed;
 }
+#endif
 
 void note(const char* heading, const char* format, ...) {
   std::va_list values;

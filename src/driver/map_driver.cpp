@@ -10,8 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 
-using qx::failed;
-using qx::ok;
 using qx::Status;
 
 namespace {

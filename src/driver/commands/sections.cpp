@@ -68,6 +68,7 @@ std::string Engine::end(bool succeeded) {
 std::string Engine::run(const SectionText& section) {
   const std::vector<std::string> lines = section.lines();
   std::vector<const char*> pointers;
+  pointers.reserve(lines.size());
   for (const std::string& line : lines) pointers.push_back(line.c_str());
   return call([&] {
     return run_section_lines(static_cast<std::int32_t>(pointers.size()), pointers.data());
