@@ -81,13 +81,14 @@ OverallScale fit_scale(std::int32_t n, const std::int32_t* list, const float* fo
   for (int iteration = 0; iteration < 50; ++iteration) {
     double change[2];
     if (!step(data, scale, change)) break;
-    double part = 1.0;
     OverallScale next = scale;
     double improved = current;
-    for (; part > 1e-6; part *= 0.5) {
+    double part = 1.0;
+    for (int halving = 0; halving < 20; ++halving) {
       next = {scale.k + part * change[0], scale.b + part * change[1]};
       improved = residual(data, next);
       if (improved <= current) break;
+      part *= 0.5;
     }
     if (!(improved <= current)) break;
     const bool done = current - improved <= 1e-14 * current;
