@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 using qx::fail;
 using qx::failed;
@@ -127,11 +128,15 @@ Status copy_column(qxrefdata& refdata, const qx::Column& column, const Chosen& c
     return gather(refdata.*column.flags, kept, "pbrm_test",
                   [&](std::int32_t i) { return flag_of(from[i], missing); });
   }
+  // What was not measured must not become a reflection without intensity; any other value that is
+  // missing is 0.
+  const bool measured = column.number == qx::coid_fobs || column.number == qx::coid_iobs;
+  const float none = measured ? std::numeric_limits<float>::quiet_NaN() : 0.0F;
   const float* partner = partner_of(chosen, column.number);
   return gather(refdata.*column.values, kept, "pbrm_val", [&](std::int32_t i) {
     const bool lost =
         qx::is_missing(from[i], missing) || (partner && qx::is_missing(partner[i], missing));
-    return lost ? 0.0F : from[i];
+    return lost ? none : from[i];
   });
 }
 

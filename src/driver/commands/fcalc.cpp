@@ -34,7 +34,7 @@ struct Options {
   std::vector<double> cell;
   double dmin = 0.0;
   double b0 = -1.0;  // chosen by resolution
-  double ecut = 0.001;
+  double ecut = 1e-4;
   double fraction = 0.33;
   double memory = 400.0;
   int gaussians = 0;

@@ -1,0 +1,330 @@
+// quorix fcalc as a user meets it: inputs, options, what it writes, what it says when it cannot.
+#include "support/engine.h"
+#include "support/program.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <sstream>
+
+namespace qx::test {
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+const std::string examples = std::string(QUORIX_SOURCE_DIR) + "/examples";
+const std::string model = examples + "/1ubq.pdb";
+const std::string data = examples + "/1ubq.mtz";
+
+ProgramResult fcalc(Arguments arguments, bool with_data = true) {
+  arguments.insert(arguments.begin(), "fcalc");
+  return run_program("quorix", arguments, {}, with_data);
+}
+
+using Columns = std::map<std::string, std::vector<float>>;
+
+// The columns of an MTZ file by their labels: floats from byte 80 on, header records behind them.
+Columns read_columns(const std::string& path) {
+  const std::string bytes = read_file(path);
+  if (bytes.size() < 80) return {};
+  std::int32_t header = 0;
+  std::memcpy(&header, bytes.data() + 4, 4);
+  std::vector<std::string> labels;
+  for (std::size_t at = 4 * (static_cast<std::size_t>(header) - 1); at < bytes.size(); at += 80) {
+    std::istringstream record(bytes.substr(at, 80));
+    std::string keyword;
+    std::string label;
+    record >> keyword >> label;
+    if (keyword == "COLUMN") labels.push_back(label);
+  }
+  Columns columns;
+  const std::size_t words = static_cast<std::size_t>(header) - 1 - 20;
+  for (std::size_t i = 0; i < words; ++i) {
+    float value = 0;
+    std::memcpy(&value, bytes.data() + 80 + 4 * i, 4);
+    columns[labels.at(i % labels.size())].push_back(value);
+  }
+  return columns;
+}
+
+Columns calculated(const Arguments& arguments) {
+  const ScratchDirectory scratch;
+  Arguments all = arguments;
+  all.insert(all.end(), {"-o", scratch.file("out.mtz")});
+  const ProgramResult result = fcalc(all);
+  EXPECT_EQ(result.status, 0) << result.output << result.errors;
+  return read_columns(scratch.file("out.mtz"));
+}
+
+bool gemmi_module() {
+  return std::system("/usr/bin/python3 -c 'import gemmi, numpy' 2>/dev/null") == 0;
+}
+
+// Runs the script beside this file; its output when it fails.
+std::string script(const std::string& arguments) {
+  const ScratchDirectory scratch;
+  const std::string command = "/usr/bin/python3 '" + std::string(QUORIX_SOURCE_DIR) +
+                              "/tests/tool/compare_structure_factors.py' " + arguments + " >'" +
+                              scratch.file("log") + "' 2>&1";
+  return std::system(command.c_str()) == 0 ? "" : read_file(scratch.file("log")) + "failed";
+}
+
+TEST(Fcalc, keepsTheIndicesAndTheirOrderAndPassesTheObservationsOn) {
+  const Columns in = read_columns(data);
+  const Columns out = calculated({model, "--hkl", data});
+  ASSERT_EQ(out.size(), 8U);
+  for (const char* label : {"H", "K", "L", "FP", "SIGFP", "FREE"}) {
+    ASSERT_EQ(in.at(label).size(), out.at(label).size());
+    for (std::size_t i = 0; i < in.at(label).size(); ++i) {
+      const float a = in.at(label)[i];
+      const float b = out.at(label)[i];
+      // a missing amplitude stays missing; its standard deviation becomes 0
+      ASSERT_TRUE(a == b || (std::isnan(a) && (std::isnan(b) || label == std::string("SIGFP"))))
+          << label << " " << i;
+    }
+  }
+  EXPECT_EQ(calculated({model, "--hkl", data, "--labels", "FC"}).count("FREE"), 0U);
+}
+
+TEST(Fcalc, reportsTheAgreementAndScalesWhenAsked) {
+  const ScratchDirectory scratch;
+  const ProgramResult result =
+      fcalc({model, "--hkl", data, "--scale", "-o", scratch.file("a.mtz")});
+  ASSERT_EQ(result.status, 0) << result.errors;
+  for (const char* text :
+       {"Overall scale of Fc         : k = ", "Working set                 : R = ",
+        "Free set                    : R = ", "   10          622 ", "a.mtz written\n"}) {
+    EXPECT_NE(result.output.find(text), std::string::npos) << result.output;
+  }
+  EXPECT_EQ(result.errors, "");
+  const Columns scaled = read_columns(scratch.file("a.mtz"));
+  // what was not measured takes no part
+  int work = 0;
+  int free = 0;
+  std::sscanf(std::strchr(result.output.c_str() + result.output.find("Working"), '('), "(%d",
+              &work);
+  std::sscanf(std::strchr(result.output.c_str() + result.output.find("Free"), '('), "(%d", &free);
+  const Columns absolute = calculated({model, "--hkl", data});
+  const auto& fp = absolute.at("FP");
+  EXPECT_EQ(work + free,
+            std::count_if(fp.begin(), fp.end(), [](float f) { return !std::isnan(f); }));
+  double k = 0.0;
+  double b = 0.0;
+  ASSERT_EQ(
+      std::sscanf(result.output.c_str() + result.output.find("k = "), "k = %lf B = %lf", &k, &b),
+      2);
+  for (std::size_t i = 0; i < 6224; i += 97) {
+    const double h = scaled.at("H")[i] / 50.84;
+    const double kk = scaled.at("K")[i] / 42.77;
+    const double l = scaled.at("L")[i] / 28.95;
+    const double factor = k * std::exp(-b * (h * h + kk * kk + l * l) / 4);
+    EXPECT_NEAR(scaled.at("FC")[i], factor * absolute.at("FC")[i],
+                1e-4 * absolute.at("FC")[i] + 1e-3);
+    EXPECT_EQ(scaled.at("PHIC")[i], absolute.at("PHIC")[i]);
+  }
+}
+
+TEST(Fcalc, makesTheUniqueSet) {
+  const Columns out = calculated({model, "--dmin", "3"});
+  EXPECT_EQ(out.size(), 5U);
+  const auto& h = out.at("H");
+  std::size_t count = 0;
+  for (int i = 0; i <= 16; ++i) {
+    for (int j = 0; j <= 14; ++j) {
+      for (int l = 0; l <= 9; ++l) {
+        const double s2 = std::pow(i / 50.84, 2) + std::pow(j / 42.77, 2) + std::pow(l / 28.95, 2);
+        const bool absent = (i == 0) + (j == 0) + (l == 0) == 2 && (i + j + l) % 2 == 1;
+        if (s2 > 0 && s2 <= 1 / 9.0 && !absent) ++count;
+      }
+    }
+  }
+  EXPECT_EQ(h.size(), count);
+}
+
+TEST(Fcalc, drawsAFreeSet) {
+  const Columns drawn = calculated({model, "--dmin", "3", "--free", "10,7"});
+  const auto& flags = drawn.at("FREE");
+  const auto n = static_cast<std::ptrdiff_t>(flags.size());
+  EXPECT_EQ(std::count(flags.begin(), flags.end(), 0.0F), n / 10);
+  EXPECT_EQ(std::count(flags.begin(), flags.end(), 1.0F), n - n / 10);
+  EXPECT_EQ(calculated({model, "--dmin", "3", "--free", "10,7"}).at("FREE"), flags);
+  EXPECT_NE(calculated({model, "--dmin", "3", "--free", "10,8"}).at("FREE"), flags);
+}
+
+TEST(Fcalc, makesMapsOfTheRefinement) {
+  const ScratchDirectory scratch;
+  const ProgramResult result =
+      fcalc({model, "--hkl", data, "--map-2fofc", scratch.file("2.ccp4"), "--map-fofc",
+             scratch.file("1.ccp4"), "-o", scratch.file("a.mtz")});
+  ASSERT_EQ(result.status, 0) << result.output << result.errors;
+  for (const char* name : {"1.ccp4", "2.ccp4"}) {
+    const std::string map = read_file(scratch.file(name));
+    ASSERT_GT(map.size(), 100000U);
+    EXPECT_EQ(map.substr(208, 4), "MAP ");
+  }
+}
+
+// Coordinates through other formats give the same file but for its date.
+TEST(Fcalc, readsMmcifAndCompressedFiles) {
+  if (!gemmi_module()) GTEST_SKIP() << "gemmi's Python module is not installed";
+  const ScratchDirectory scratch;
+  const Columns reference = calculated({model, "--dmin", "4"});
+  for (const char* name : {"m.cif", "m.cif.gz", "m.pdb.gz"}) {
+    const std::string path = scratch.file(name);
+    if (std::string(name) == "m.pdb.gz") {
+      ASSERT_EQ(std::system(("gzip -c '" + model + "' >'" + path + "'").c_str()), 0);
+    } else {
+      ASSERT_EQ(script("convert '" + model + "' '" + path + "'"), "");
+    }
+    EXPECT_EQ(calculated({path, "--dmin", "4"}).at("FC"), reference.at("FC")) << name;
+  }
+}
+
+struct Agreement {
+  const char* name;
+  Arguments options;
+  const char* most_r;
+  const char* scattering = "xray";
+};
+
+class FcalcAgreement : public ::testing::TestWithParam<Agreement> {};
+
+TEST_P(FcalcAgreement, withDirectSums) {
+  if (!gemmi_module()) GTEST_SKIP() << "gemmi's Python module is not installed";
+  const ScratchDirectory scratch;
+  const std::string out = scratch.file("out.mtz");
+  Arguments arguments = GetParam().options;
+  arguments.insert(arguments.begin(), {model, "-o", out});
+  ASSERT_EQ(fcalc(arguments).status, 0);
+  EXPECT_EQ(
+      script("'" + model + "' '" + out + "' " + GetParam().most_r + " " + GetParam().scattering),
+      "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    options, FcalcAgreement,
+    ::testing::Values(Agreement{"byDefault", {"--dmin", "2"}, "4e-3"},
+                      Agreement{"highResolution", {"--dmin", "1.5"}, "4e-3"},
+                      Agreement{
+                          "best", {"--dmin", "2", "--ecut", "1e-5", "--gaussians", "5"}, "1e-3"},
+                      Agreement{"inSubBoxes", {"--dmin", "2", "--memory", "0.2"}, "4e-3"},
+                      Agreement{"neutrons", {"--dmin", "2", "--neutron"}, "4e-3", "neutron"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+// Small models: what crystal, hydrogens and warnings do.
+class FcalcModel : public ::testing::Test {
+ protected:
+  static std::string atom(const std::string& element, int serial, const char* x) {
+    char line[100];
+    std::snprintf(line, sizeof line,
+                  "HETATM%5d %-4s LIG A%4d    %8s%8s%8s  1.00 20.00          %2s\n", serial,
+                  element.c_str(), serial, x, "2.000", "3.000", element.c_str());
+    return line;
+  }
+  std::string write(const std::string& name, const std::string& text) const {
+    write_file(scratch_.file(name), text);
+    return scratch_.file(name);
+  }
+  std::string out() const { return scratch_.file("out.mtz"); }
+  static constexpr const char* crystal =
+      "CRYST1   20.000   20.000   30.000  90.00  90.00 120.00 P 31 2 1      6\n";
+
+ private:
+  ScratchDirectory scratch_;
+};
+
+TEST_F(FcalcModel, takesCellAndGroupFromTheOptionsOrTheFile) {
+  const std::string bare = write("bare.pdb", atom("C", 1, "1.000"));
+  const std::string full = write("full.pdb", crystal + atom("C", 1, "1.000"));
+  const Columns from_file = calculated({full, "--dmin", "3"});
+  const Columns from_options = calculated({bare, "--dmin", "3", "--spacegroup", "P 31 2 1",
+                                           "--cell", "20", "20", "30", "90", "90", "120"});
+  EXPECT_EQ(from_options, from_file);
+  EXPECT_NE(calculated({full, "--dmin", "3", "--spacegroup", "P 32 2 1"}).at("FC"),
+            from_file.at("FC"));
+}
+
+TEST_F(FcalcModel, leavesHydrogensOutAndWarnsOfUnknownElements) {
+  const std::string with = write("with.pdb", crystal + atom("C", 1, "1.000") + atom("H", 2, "1.9"));
+  const std::string without = write("without.pdb", crystal + atom("C", 1, "1.000"));
+  const Columns carbon = calculated({without, "--dmin", "3"});
+  EXPECT_EQ(calculated({with, "--dmin", "3"}), carbon);
+  EXPECT_NE(calculated({with, "--dmin", "3", "--hydrogens"}), carbon);
+  const std::string odd = write("odd.pdb", crystal + atom("C", 1, "1.000") + atom("X", 2, "1.9"));
+  const ProgramResult result = fcalc({odd, "--dmin", "3", "-o", out()});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.errors.find("1 atoms of unknown element take no part"), std::string::npos);
+  EXPECT_EQ(read_columns(out()), carbon);
+}
+
+struct Fault {
+  const char* name;
+  Arguments arguments;  // %: a model of one atom without crystal, $: without atoms
+  int status;
+  const char* report;
+};
+
+class FcalcFault : public FcalcModel, public ::testing::WithParamInterface<Fault> {};
+
+TEST_P(FcalcFault, endsWithStatusAndReason) {
+  Arguments arguments = GetParam().arguments;
+  for (std::string& argument : arguments) {
+    if (argument == "%") argument = write("bare.pdb", atom("C", 1, "1.000"));
+    if (argument == "$") argument = write("empty.pdb", crystal);
+    if (argument == "^") argument = write("h.pdb", crystal + atom("H", 1, "1.000"));
+  }
+  arguments.insert(arguments.end(), {"-o", out()});
+  const ProgramResult result = fcalc(arguments);
+  EXPECT_EQ(result.status, GetParam().status) << result.output << result.errors;
+  EXPECT_NE((result.output + result.errors).find(GetParam().report), std::string::npos)
+      << result.output << result.errors;
+  EXPECT_FALSE(std::filesystem::exists(out()));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    each, FcalcFault,
+    ::testing::Values(
+        Fault{"noModel", {"/no/such.pdb", "--dmin", "2"}, 2, "cannot read coordinates from"},
+        Fault{"noReflections", {model}, 2, "give the reflections: --hkl FILE or --dmin D"},
+        Fault{"noSuchReflections", {model, "--hkl", "/no.mtz"}, 2, "cannot read reflections from"},
+        Fault{"notAnMtz", {model, "--hkl", model}, 1, "quorix: the engine reported a failure"},
+        Fault{"noCell", {"%", "--dmin", "2"}, 2, "the model names no unit cell"},
+        Fault{"noGroup",
+              {"%", "--dmin", "2", "--cell", "20", "20", "20", "90", "90", "90"},
+              2,
+              "the model names no space group"},
+        Fault{"unknownGroup",
+              {model, "--dmin", "2", "--spacegroup", "P 99"},
+              1,
+              "Failed to get proper space group"},
+        Fault{"impossibleCell",
+              {model, "--dmin", "2", "--cell", "20", "20", "20", "170", "170", "170"},
+              1,
+              "No cell has the constants"},
+        Fault{"noAtoms", {"$", "--dmin", "2"}, 2, "holds no atom"},
+        Fault{"onlyHydrogens", {"^", "--dmin", "2"}, 1, "There is no atom defined"},
+        Fault{"unknownLabel", {model, "--hkl", data, "--labels", "FX"}, 2, "has no column FX"},
+        Fault{"labelThatIsAComment", {model, "--hkl", data, "--labels", "F#"}, 2, "a label"},
+        Fault{"mapsWithoutData", {model, "--dmin", "2", "--map-fofc", "x"}, 2, "maps need"},
+        Fault{"freeWord", {model, "--dmin", "2", "--free", "some"}, 2, "--free takes"},
+        Fault{"freeSeed", {model, "--dmin", "2", "--free", "5,0"}, 2, "--free takes"},
+        Fault{"freeAll", {model, "--dmin", "2", "--free", "100"}, 2, "--free takes"},
+        Fault{"freeTooFew", {model, "--dmin", "9", "--free", "0.001"}, 1, "no reflection left"},
+        Fault{"gaussians", {model, "--dmin", "2", "--gaussians", "3"}, 2, "--gaussians takes 5"},
+        Fault{"absurdResolution", {model, "--dmin", "0.01"}, 2, "too many reflections"},
+        Fault{"negativeResolution", {model, "--dmin", "-1"}, 2, "--dmin"},
+        Fault{"fraction", {model, "--dmin", "2", "--frac", "3"}, 2, "--frac"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(Fcalc, needsAnOutputAndWritesNoneWhereItCannot) {
+  EXPECT_EQ(fcalc({model, "--dmin", "2"}).status, 2);
+  EXPECT_EQ(fcalc({"--help"}).status, 0);
+  const ProgramResult result = fcalc({model, "--dmin", "4", "-o", "/no/such/folder/a.mtz"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.output.find("Failed to open file /no/such/folder/a.mtz"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace qx::test
