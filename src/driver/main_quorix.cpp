@@ -16,6 +16,8 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::help);
   try {
+    qx::add_map(app, status);
+    qx::add_info(app, status);
     qx::add_run(app, status);
     qx::add_fcalc(app, status);
     qx::point_to_installed_data();

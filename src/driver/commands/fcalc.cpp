@@ -249,12 +249,7 @@ void check_options(const Options& options) {
   if (!options.cell.empty() && options.cell.size() != 6) {
     throw CommandError(2, "--cell takes six numbers: a b c alpha beta gamma");
   }
-  for (const std::string* path :
-       {&options.hkl, &options.output, &options.map_2fofc, &options.map_fofc}) {
-    if (path->find_first_of("\"#!\n") != std::string::npos) {
-      throw CommandError(2, "a file name must not hold any of \" # ! : " + *path);
-    }
-  }
+  check_file_names({options.hkl, options.output, options.map_2fofc, options.map_fofc});
 }
 
 int run(const Options& options) {
