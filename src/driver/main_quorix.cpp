@@ -18,6 +18,8 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", "quorix " QUORIX_VERSION);
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::help);
+  qx::add_map(app, status);
+  qx::add_info(app, status);
   qx::add_run(app, status);
   qx::add_fcalc(app, status);
   qx::point_to_installed_data();

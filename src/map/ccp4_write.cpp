@@ -4,14 +4,17 @@
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/spacegroup.h"
+#include "crystal/symop.h"
 #include "grid/grid.h"
 #include "map/box.h"
 #include "map/ccp4_header.h"
 #include "map/map.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
 using qx::Ccp4Header;
 using qx::Ccp4Item;
@@ -24,6 +27,7 @@ namespace {
 
 constexpr auto here = "qx_wr_ccp4_map():";
 constexpr double extreme = 1e10;
+constexpr std::int32_t record_size = 80;
 constexpr std::ptrdiff_t buffer_values = 1 << 18;  // at least a section, else about a megabyte
 
 qx::View3<const double> box_of(const qxmap& map) {
@@ -54,6 +58,8 @@ Ccp4Header header_of(const qxmap& map, const qx::MapStatistics& statistics, cons
   header.mean = static_cast<float>(statistics.mean);
   header.rms = static_cast<float>(statistics.rms);
   header.space_group = spg.spg_id;
+  if (map.symmetry_records) header.symmetry_bytes = record_size * spg.nops;
+  if (map.zero_origin) std::fill_n(header.access + 16, 8, '\0');
   header.nlabels = 2;
   qx::set_label(header, 0, "Map generated from Quorix");
   char text[80];
@@ -99,6 +105,24 @@ Status write_header(std::FILE* stream, const Ccp4Header& header) {
   return ok;
 }
 
+// One operator a record, in the upper case that the oldest readers expect.
+Status write_symmetry(std::FILE* stream, const qxspg& spg) {
+  for (std::int32_t i = 0; i < spg.nops; ++i) {
+    char text[qx::operator_text_size];
+    if (!qx::format_operator(spg.ops[i], text)) {
+      return fail(here, "Failed to write symmetry operations ");
+    }
+    char record[record_size];
+    std::fill_n(record, record_size, ' ');
+    std::transform(text, text + std::strlen(text), record,
+                   [](char c) { return static_cast<char>(std::toupper(c)); });
+    if (qx_write_raw_char(stream, record, record_size) != record_size) {
+      return fail(here, "Failed to write symmetry operations ");
+    }
+  }
+  return ok;
+}
+
 Status write_sections(std::FILE* stream, qx::View3<const double> box) {
   const std::ptrdiff_t section = box.n1 * box.n2;
   const std::ptrdiff_t together = std::clamp<std::ptrdiff_t>(buffer_values / section, 1, box.n0);
@@ -139,6 +163,7 @@ Status qx_wr_ccp4_map() {
   // Each item goes out by itself, so that a fault is reported under its own name.
   std::setvbuf(file.stream(), nullptr, _IONBF, 0);
   QX_TRY(write_header(file.stream(), header_of(*map, map->statistics, *cell, *grid, *spg)));
+  if (map->symmetry_records) QX_TRY(write_symmetry(file.stream(), *spg));
   QX_TRY(write_sections(file.stream(), box));
   if (!file.commit()) return fail(here, "Failed to write map data ");
   return ok;

@@ -37,6 +37,9 @@ struct qxmap {
   double mean = 0.0, rms = 0.0;  // of the box before scaling
   double*** density = nullptr;   // [z - zlow][y - ylow][x - xlow]
   char* path = nullptr;
+  // Options of the file to be written; without them it holds neither.
+  bool symmetry_records = false;  // the operators, 80 characters each, behind the header
+  bool zero_origin = false;       // zeros, no blanks, where others read an origin
   std::int32_t amplitude_source = qx::calculated_source;
   std::int32_t phase_source = qx::calculated_source;
   qxrefdata* refdata = nullptr;  // private reflection set read inside the section

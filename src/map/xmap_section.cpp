@@ -192,6 +192,16 @@ const char* format_of(const char* word) {
   return nullptr;
 }
 
+// An option of the file to be written: one of two words, the first of which turns it on.
+Status take_option(const char* key, const char* on, const char* off, bool& option) {
+  const char* word = "";
+  const qx::Key state = qx::take_value(key, word);
+  if (state == qx::key_died) return failed;
+  option = state == qx::found && begins_with(word, on);
+  if (state == qx::absent || option || begins_with(word, off)) return ok;
+  return fail(heading, "Unknown value \"%s\" for %s.", word, key);
+}
+
 Status write(MapSection& section) {
   const char* word = "";
   QX_TRY(next_word(word));
@@ -208,6 +218,8 @@ Status write(MapSection& section) {
   if (!copy) return failed;
   QX_TRY(qx::release(section.map->path));
   section.map->path = copy;
+  QX_TRY(take_option("symm", "yes", "no", section.map->symmetry_records));
+  QX_TRY(take_option("origin", "zero", "blank", section.map->zero_origin));
   return qx_write_map(format);
 }
 

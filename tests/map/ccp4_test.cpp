@@ -96,6 +96,24 @@ TEST_F(Ccp4, EveryHeaderWordIsInItsPlace) {
   EXPECT_EQ(word<float>(bytes, 257 + 59), 14.75F);
 }
 
+TEST_F(Ccp4, OptionsAddSymmetryRecordsAndAZeroOriginAndNothingElse) {
+  put_box(3, 4, 5, [](int i) { return 0.25 * i; });
+  const std::string path = scratch_.file("m");
+  ASSERT_EQ(write(path), ok);
+  const std::string plain = read_file(path);
+  qx_get_qxmap()->symmetry_records = true;
+  qx_get_qxmap()->zero_origin = true;
+  ASSERT_EQ(write(path), ok);
+  const std::string bytes = read_file(path);
+  EXPECT_EQ(bytes.substr(1024, 160), padded("X,Y,Z") + padded("-X,Y+1/2,-Z"));
+  EXPECT_EQ(word<std::int32_t>(bytes, 24), 160);
+  EXPECT_EQ(bytes.substr(180, 28), std::string(16, ' ') + std::string(12, '\0'));
+  std::string rest = bytes;
+  rest.erase(1024, 160).replace(196, 8, std::string(8, ' '));
+  put<std::int32_t>(rest, 24, 0);
+  EXPECT_TRUE(rest == plain);
+}
+
 TEST_F(Ccp4, OnePointMap) {
   put_box(1, 1, 1, [](int) { return -3.5; });
   ASSERT_EQ(write(scratch_.file("one")), ok);

@@ -82,6 +82,21 @@ TEST_F(XmapSection, GoodRunOfTheTool) {
   EXPECT_EQ(qx_get_qxmap()->cushion, 4.0);
 }
 
+TEST_F(XmapSection, OptionsHoldForOneFile) {
+  const std::string odd = scratch_.file("symm yes origin zero");
+  const std::string with = scratch_.file("with");
+  const std::string after = scratch_.file("after");
+  const auto result = section(xmap("generate\nwrite ccp4 file \"" + odd +
+                                   "\"\nwrite ccp4 origin zero symm yes file \"" + with +
+                                   "\"\nwrite ccp4 file \"" + after + "\" symm no origin blank"));
+  ASSERT_TRUE(result.ok) << result.output;
+  const std::size_t plain = 1024 + 4U * 24 * 20 * 18;
+  EXPECT_EQ(read_file(odd).size(), plain);
+  EXPECT_EQ(read_file(with).substr(1024, 80), "X,Y,Z" + std::string(75, ' '));
+  EXPECT_EQ(read_file(with).size(), plain + 80);
+  EXPECT_EQ(read_file(after), read_file(odd));
+}
+
 TEST_F(XmapSection, WrittenAndGeneratedAgainAndReset) {
   const std::string first = scratch_.file("1");
   const std::string second = scratch_.file("2");
@@ -194,6 +209,10 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"write ccp4", "\nUndefined map file name. \n"},
         Fault{"write cns file x", "\nHas not declared to write formated or unformated map file.\n"},
         Fault{"write ccp4 file x", "\nThere is no way to get map coefficients.\n"},
+        Fault{FROM_INPUT "generate\nwrite ccp4 file x symm maybe",
+              "\nUnknown value \"maybe\" for symm.\n"},
+        Fault{FROM_INPUT "generate\nwrite ccp4 file x origin one",
+              "\nUnknown value \"one\" for origin.\n"},
         Fault{FROM_INPUT "generate\nwrite cns unformatted file x", "has not been implemented yet."},
         Fault{FROM_INPUT "generate\nwrite ccp4 file /no/such/place",
               "\nFailed to open file \"/no/such/place\" \n"}));

@@ -10,5 +10,7 @@ namespace qx {
 
 void add_run(CLI::App& app, int& status);
 void add_fcalc(CLI::App& app, int& status);
+void add_map(CLI::App& app, int& status);
+void add_info(CLI::App& app, int& status);
 
 }  // namespace qx

@@ -285,10 +285,7 @@ void check_options(const Options& options) {
     throw CommandError(2, "--cell takes six numbers: a b c alpha beta gamma");
   }
   if (options.labels.size() > 3) throw CommandError(2, "--labels takes F,SIGF,FREE");
-  for (const std::string* path :
-       {&options.hkl, &options.output, &options.map_2fofc, &options.map_fofc}) {
-    check_text("a file name", *path, "\n\"#!");
-  }
+  check_file_names({options.hkl, options.output, options.map_2fofc, options.map_fofc});
   for (const std::string& label : options.labels) check_text("a label", label, "\n\"#!= ");
   check_text("the space group", options.space_group, "\n\"#!");
   check_free(options.free);

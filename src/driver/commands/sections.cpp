@@ -24,6 +24,14 @@ std::string format(const char* pattern, ...) {
   return text;
 }
 
+void check_file_names(const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    if (name.find_first_of("\"#!\n") != std::string::npos) {
+      throw CommandError(2, "a file name must not hold any of \" # ! : " + name);
+    }
+  }
+}
+
 std::vector<std::string> SectionText::lines() const {
   std::vector<std::string> all = lines_;
   all.emplace_back("xend");

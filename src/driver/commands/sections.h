@@ -23,6 +23,9 @@ class CommandError : public std::runtime_error {
 
 std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 
+// Throws CommandError for a name that cannot stand in a section.
+void check_file_names(const std::vector<std::string>& names);
+
 // The lines of one section.
 class SectionText {
  public:

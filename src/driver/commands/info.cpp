@@ -1,0 +1,51 @@
+#include "driver/commands/info.h"
+
+#include "driver/commands/commands.h"
+#include "driver/commands/readable_file.h"
+#include "driver/commands/sections.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace qx {
+
+namespace {
+
+struct Options {
+  std::string path;
+  bool json = false, verbose = false;
+};
+
+int run(const Options& options) {
+  const std::string start = first_bytes(options.path, 4096);
+  const bool is_map = start.size() >= 212 && start.compare(208, 4, "MAP ") == 0;
+  const nlohmann::ordered_json info = is_map ? map_info(options.path, options.verbose)
+                                             : reflection_info(options.path, options.verbose);
+  if (options.json) {
+    // A text in a file may be in any encoding.
+    std::cout << info.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  } else if (is_map) {
+    tell_map(std::cout, info);
+  } else {
+    tell_reflections(std::cout, info);
+  }
+  return 0;
+}
+
+}  // namespace
+
+void add_info(CLI::App& app, int& status) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("info", "What is in a reflection file or a map");
+  command
+      ->add_option("FILE", options->path,
+                   "MTZ, structure-factor mmCIF or CCP4 map, also gzipped; told by its content")
+      ->required();
+  command->add_flag("--json", options->json, "As JSON");
+  command->add_flag("-v,--verbose", options->verbose, "Show everything the engine prints");
+  command->callback([options, &status] { status = run(*options); });
+}
+
+}  // namespace qx

@@ -1,0 +1,335 @@
+// quorix map: from a reflection file to maps, with nothing to type but its name.
+#include "map/map.h"
+
+#include "crystal/crystal.h"
+#include "crystal/reflections.h"
+#include "crystal/spacegroup.h"
+#include "crystal/symop.h"
+#include "driver/commands/commands.h"
+#include "driver/commands/coordinates.h"
+#include "driver/commands/map_job.h"
+
+#include <quorix/engine.h>
+#include <quorix/grid.h>
+#include <quorix/reflection_view.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace qx {
+
+namespace {
+
+// What was found, told to the user.
+struct MapReport {
+  std::string group, output;
+  double high = 0.0, low = 0.0;
+  std::int32_t used = 0, dropped = 0;
+  std::int32_t counts[3] = {};
+  double mean = 0.0, rms = 0.0;  // before scaling, e/A^3
+  std::vector<std::string> warnings;
+
+  [[nodiscard]] double deviation() const {
+    return std::sqrt(std::max(0.0, rms * rms - mean * mean));
+  }
+};
+
+// One line on standard error; JSON holds the warnings itself.
+void warn(const MapJob& job, MapReport& report, const std::string& line) {
+  report.warnings.push_back(line);
+  if (!job.options.json) {
+    std::cerr << "quorix map: " << job.labels.amplitude << ": " << line << '\n';
+  }
+}
+
+std::int32_t reflections_used() {
+  qx_reflection_view view = {};
+  return qx_get_reflection_view(&view) ? view.n : 0;
+}
+
+bool fits(const std::int32_t (&hkl)[3], const qxspg& spg, const std::int32_t (&counts)[3]) {
+  for (std::int32_t i = 0; i < spg.nops; ++i) {
+    int mate[3] = {};
+    rotate_index(hkl, spg.ops[i], mate);
+    for (int a = 0; a < 3; ++a) {
+      if (2 * std::abs(mate[a]) >= counts[a]) return false;
+    }
+  }
+  return true;
+}
+
+// The resolution to which the grid holds every reflection with all its mates; none if all fit.
+std::optional<double> resolution_of_grid() {
+  const qxrefdata& set = *qx_get_qxrefdata();
+  std::int32_t counts[3] = {};
+  if (qx_get_grid_counts(&counts[0], &counts[1], &counts[2]) != ok) return {};
+  double least = 1e30;
+  for (std::int32_t i = 0; i < set.nreflections; ++i) {
+    const std::int32_t hkl[3] = {set.h[i], set.k[i], set.l[i]};
+    if (set.s_length[i] < least && !fits(hkl, *qx_get_qxspg(), counts)) least = set.s_length[i];
+  }
+  if (least == 1e30) return {};
+  return (1.0 + 1e-6) / least;
+}
+
+// Crystal and grid in a fresh engine. Terms beyond an explicit grid would be folded into others:
+// the limit is narrowed and everything begins again.
+std::unique_ptr<Engine> start(MapJob& job, MapReport& report) {
+  std::optional<std::int32_t> first;
+  for (;;) {
+    auto engine = std::make_unique<Engine>(job.options.verbose);
+    engine->run(crystal_section(job));
+    engine->run(grid_section(job.options));
+    if (!first) first = reflections_used();
+    const auto limit = resolution_of_grid();
+    if (!limit) {
+      report.dropped = *first - reflections_used();
+      return engine;
+    }
+    if (job.options.counts.empty() && !(job.options.spacing > 0.0)) {
+      throw CommandError(2, "the grid is too coarse for this cell: take a smaller --frac");
+    }
+    engine.reset();
+    job.dmin = limit;
+  }
+}
+
+void note_crystal(const MapJob& job, MapReport& report) {
+  const qxspg& spg = *qx_get_qxspg();
+  report.group = spg.full_name ? spg.full_name : map_group(job);
+  report.high = qx_get_qxresol()->high;
+  report.low = qx_get_qxresol()->low;
+  report.used = reflections_used();
+  (void)qx_get_grid_counts(&report.counts[0], &report.counts[1], &report.counts[2]);
+  if (report.dropped > 0) {
+    warn(job, report,
+         format("the grid holds indices to %.3f A: %d reflections beyond take no part", report.high,
+                report.dropped));
+  }
+  const std::vector<int>& asked = job.options.counts;
+  if (!asked.empty() && !std::equal(asked.begin(), asked.end(), report.counts)) {
+    warn(
+        job, report,
+        format("a grid of %d x %d x %d is used: counts have no factors but 2, 3 and 5 and suit the "
+               "group",
+               report.counts[0], report.counts[1], report.counts[2]));
+  }
+}
+
+// The atoms whose surroundings are wanted.
+void add_model(Engine& engine, const std::string& path) {
+  const Coordinates coordinates(path);
+  engine.run(SectionText("xmod"));
+  engine.call([&] { return coordinates.fill_model() ? ok : failed; });
+  engine.run(SectionText("xmol").line("hydr yes"));
+}
+
+void tell(std::ostream& out, const MapJob& job, const MapReport& report) {
+  const double* c = map_cell(job);
+  out << format("cell        %g %g %g A, %g %g %g degrees\n", c[0], c[1], c[2], c[3], c[4], c[5])
+      << "group       " << report.group << '\n'
+      << format("resolution  %.3f - %.2f A\n", report.high, report.low)
+      << format("reflections %d of %zu used, %s/%s\n", report.used, job.file.rows,
+                job.labels.amplitude.c_str(), job.labels.phase.c_str())
+      << format("grid        %d x %d x %d, %.3f x %.3f x %.3f A\n", report.counts[0],
+                report.counts[1], report.counts[2], c[0] / report.counts[0],
+                c[1] / report.counts[1], c[2] / report.counts[2]);
+  if (job.options.show_grid) return;
+  out << format("map         rms %.5f e/A^3", report.rms);
+  if (std::fabs(report.deviation() - report.rms) > 1e-5 * report.rms) {
+    out << format(" about zero, %.5f about the mean %.5f", report.deviation(), report.mean);
+  }
+  out << (job.options.no_scale ? ", not scaled: " : ", scaled to 1: ") << report.output << '\n';
+}
+
+nlohmann::ordered_json as_json(const MapJob& job, const MapReport& report) {
+  const double* c = map_cell(job);
+  nlohmann::ordered_json json = {{"input", job.file.path},
+                                 {"labels", {job.labels.amplitude, job.labels.phase}},
+                                 {"cell", std::vector<double>(c, c + 6)},
+                                 {"space_group", report.group},
+                                 {"resolution", {report.high, report.low}},
+                                 {"reflections_in_file", job.file.rows},
+                                 {"reflections_used", report.used},
+                                 {"grid", report.counts},
+                                 {"warnings", report.warnings}};
+  if (job.options.show_grid) return json;
+  json["map"] = report.output;
+  json["scaled"] = !job.options.no_scale;
+  json["mean"] = report.mean;
+  json["rms_about_zero"] = report.rms;
+  json["rms_about_mean"] = report.deviation();
+  return json;
+}
+
+void generate(Engine& engine, const MapJob& job, MapReport& report) {
+  engine.run(fft_section(job.options));
+  if (job.options.extent.front() == "model") add_model(engine, job.options.extent.at(1));
+  engine.run(map_section(job));
+  const qxmap& map = *qx_get_qxmap();
+  report.mean = map.mean;
+  report.rms = map.rms;
+  engine.run(end_section());
+}
+
+void print_sections(const MapJob& job) {
+  if (job.file.unpacked) {
+    std::cout << "! The sections read a plain MTZ file: "
+              << (job.file.from_mmcif ? "convert " : "unpack ") << job.file.path << " to "
+              << job.input << " first.\n";
+  }
+  for (const SectionText& section : {crystal_section(job), grid_section(job.options),
+                                     fft_section(job.options), map_section(job), end_section()}) {
+    const std::vector<std::string> lines = section.lines();
+    for (const std::string& line : lines) {
+      const bool inside = &line != &lines.front() && &line != &lines.back();
+      std::cout << (inside ? "  " : "") << line << '\n';
+    }
+  }
+}
+
+class OutputName {
+ public:
+  explicit OutputName(const std::string& wanted) : wanted_(wanted) {
+    if (wanted_ != "-") return;
+    std::string name = (std::filesystem::temp_directory_path() / "quorix-XXXXXX").string();
+    if (!mkdtemp(name.data())) throw CommandError(2, "no temporary folder can be made");
+    folder_ = name;
+  }
+  OutputName(const OutputName&) = delete;
+  OutputName& operator=(const OutputName&) = delete;
+  ~OutputName() {
+    std::error_code error;
+    if (!folder_.empty()) std::filesystem::remove_all(folder_, error);
+  }
+  [[nodiscard]] std::string path() const {
+    return folder_.empty() ? wanted_ : (folder_ / "map.ccp4").string();
+  }
+  void deliver() const {
+    if (folder_.empty()) return;
+    const std::ifstream file(path(), std::ios::binary);
+    if (!(std::cout << file.rdbuf()).flush()) throw CommandError(2, "cannot write the map");
+  }
+
+ private:
+  std::string wanted_;
+  std::filesystem::path folder_;
+};
+
+// 1ubq for some/folder/1ubq.mtz.gz.
+std::string stem_of(const std::string& path) {
+  std::filesystem::path name = std::filesystem::path(path).filename();
+  if (name.extension() == ".gz") name = name.stem();
+  return name.stem().string();
+}
+
+void make_map(const MapOptions& options, const ReflectionFile& file, const MapLabels& labels,
+              const std::string& output, nlohmann::ordered_json& all) {
+  const OutputName name(output);
+  MapJob job = {options, file, labels, file.readable, name.path(), options.dmin};
+  MapReport report;
+  report.output = output;
+  for (const std::string& line : map_warnings(job)) warn(job, report, line);
+  const auto engine = start(job, report);
+  note_crystal(job, report);
+  if (options.print_sections) {
+    if (file.unpacked) job.input = stem_of(options.input) + ".mtz";
+    job.output = output;
+    return print_sections(job);
+  }
+  if (!options.show_grid) generate(*engine, job, report);
+  if (output != "-") all.push_back(as_json(job, report));
+  name.deliver();
+  if (!options.quiet && !options.json) tell(output == "-" ? std::cerr : std::cout, job, report);
+}
+
+std::vector<MapLabels> choose_labels(const MapOptions& options, const ReflectionFile& file) {
+  if (!options.amplitude.empty() || !options.phase.empty()) {
+    return {given_labels(file, options.amplitude, options.phase)};
+  }
+  std::vector<MapLabels> chosen;
+  if (!options.difference) chosen.push_back(usual_labels(file, false));
+  if (options.difference || options.output.empty()) chosen.push_back(usual_labels(file, true));
+  std::erase_if(chosen, [](const MapLabels& labels) { return labels.amplitude.empty(); });
+  if (!chosen.empty()) return chosen;
+  std::string pairs;
+  if (!options.difference) pairs = "FWT/PHWT, 2FOFCWT/PH2FOFCWT, FDM/PHIDM";
+  if (options.difference || options.output.empty()) {
+    pairs += (pairs.empty() ? "" : ", ") + std::string("DELFWT/PHDELWT, FOFCWT/PHFOFCWT, FAN/PHAN");
+  }
+  refuse_labels(file, file.path + " has none of the pairs " + pairs);
+}
+
+void check_extent(const std::vector<std::string>& extent) {
+  const std::string& kind = extent.front();
+  const std::size_t values = kind == "model" ? 1 : kind == "box" || kind == "frac" ? 6 : 0;
+  if (values == 0 && kind != "cell" && kind != "asu") {
+    throw CommandError(2, "--extent takes cell, asu, box, frac or model, not '" + kind + "'");
+  }
+  if (extent.size() != values + 1) {
+    throw CommandError(2, format("--extent %s takes %zu values, not %zu (file names stand before "
+                                 "this option)",
+                                 kind.c_str(), values, extent.size() - 1));
+  }
+  for (std::size_t i = 1; i <= values && values == 6; ++i) {
+    double number = 0.0;
+    if (!CLI::detail::lexical_cast(extent[i], number)) {
+      throw CommandError(2, "--extent " + kind + ": '" + extent[i] + "' is no number");
+    }
+  }
+}
+
+void check_options(const MapOptions& options) {
+  if (!options.weight.empty()) {
+    throw CommandError(
+        2,
+        "--weight " + options.weight +
+            ": the engine multiplies no amplitude by a weight, and FWT and its like are weighted "
+            "already: a second weight would spoil them. Make weighted coefficients with the "
+            "program that phased the data, and name them with --f and --phi");
+  }
+  check_file_names({options.input, options.output});
+  check_extent(options.extent);
+  if (options.print_sections && options.extent.front() == "model") {
+    throw CommandError(2,
+                       "atoms are given to the engine in arrays: --extent model has no text of "
+                       "sections to print");
+  }
+  if (options.output == "-" && (options.verbose || options.json)) {
+    throw CommandError(2, "the map itself goes to standard output: --verbose and --json cannot");
+  }
+}
+
+int run(const MapOptions& options) {
+  check_options(options);
+  const Progress progress("calculating maps");
+  const ReflectionFile file = read_reflections(options.input, options.verbose);
+  const std::vector<MapLabels> chosen = choose_labels(options, file);
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  for (const MapLabels& labels : chosen) {
+    if (&labels != &chosen.front() && !options.quiet && !options.json) std::cout << '\n';
+    const std::string output = options.output.empty()
+                                   ? stem_of(options.input) + "_" + labels.kind + ".ccp4"
+                                   : options.output;
+    make_map(options, file, labels, output, all);
+  }
+  if (options.json && !options.print_sections)
+    std::cout << all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  return 0;
+}
+
+}  // namespace
+
+void add_map(CLI::App& app, int& status) {
+  auto options = std::make_shared<MapOptions>();
+  CLI::App* command = app.add_subcommand("map", "Maps from the coefficients of a reflection file");
+  add_map_options(*command, *options);
+  command->callback([options, &status] { status = run(*options); });
+}
+
+}  // namespace qx

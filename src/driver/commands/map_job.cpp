@@ -1,0 +1,97 @@
+#include "driver/commands/map_job.h"
+
+namespace qx {
+
+std::string map_group(const MapJob& job) {
+  if (!job.options.space_group.empty()) return job.options.space_group;
+  const std::string known = job.file.engine_group();
+  return known.empty() && job.file.operators.empty() ? job.file.group_name : known;
+}
+
+const double* map_cell(const MapJob& job) {
+  return job.options.cell.empty() ? job.file.cell : job.options.cell.data();
+}
+
+namespace {
+
+// Limits that leave nothing out: the engine narrows them to the data.
+constexpr double no_low_limit = 99999.0;
+constexpr double no_high_limit = 0.01;
+
+void add_group(const MapJob& job, SectionText& text) {
+  const std::string name = map_group(job);
+  if (!name.empty()) {
+    text.line("spgname " + name);
+    return;
+  }
+  for (const std::string& symmetry : job.file.operators) text.line("symp " + symmetry);
+}
+
+std::string limits_line(const std::string& kind, const std::vector<std::string>& values) {
+  constexpr const char* keys[6] = {"xmin", "xmax", "ymin", "ymax", "zmin", "zmax"};
+  std::string line = "extent " + kind;
+  for (std::size_t i = 0; i < 6; ++i) line += format(" %s=%s", keys[i], values.at(i + 1).c_str());
+  return line;
+}
+
+std::string extent_line(const std::vector<std::string>& extent) {
+  const std::string& kind = extent.front();
+  if (kind == "cell") return "extent unit";
+  if (kind == "asu") return "extent asym";
+  if (kind == "model") return "extent model";
+  return limits_line(kind, extent);
+}
+
+}  // namespace
+
+SectionText crystal_section(const MapJob& job) {
+  SectionText text("xcry");
+  add_group(job, text);
+  const double* cell = map_cell(job);
+  text.line(format("cell %.6f %.6f %.6f %.6f %.6f %.6f", cell[0], cell[1], cell[2], cell[3],
+                   cell[4], cell[5]));
+  if (job.dmin || job.options.dmax) {
+    text.line(format("reso %.9g %.9g", job.dmin.value_or(no_high_limit),
+                     job.options.dmax.value_or(no_low_limit)));
+  }
+  text.line("read refl mtz file \"" + job.input + "\" coid MAP_COEFFA=" + job.labels.amplitude +
+            " MAP_COEFFP=" + job.labels.phase);
+  return text;
+}
+
+SectionText grid_section(const MapOptions& options) {
+  SectionText text("xgrid");
+  if (!options.counts.empty()) {
+    text.line(format("ngrid nx=%d ny=%d nz=%d", options.counts.at(0), options.counts.at(1),
+                     options.counts.at(2)));
+  } else if (options.spacing > 0.0) {
+    text.line(
+        format("space sx=%.9g sy=%.9g sz=%.9g", options.spacing, options.spacing, options.spacing));
+  } else {
+    text.line(format("frac %f", options.fraction));
+  }
+  return text;
+}
+
+SectionText fft_section(const MapOptions& options) {
+  return SectionText("xfft").line(format("memory %f", options.memory));
+}
+
+SectionText map_section(const MapJob& job) {
+  const MapOptions& options = job.options;
+  std::string write = "write ccp4 file \"" + job.output + "\"";
+  if (!options.plain_header) {
+    write += options.no_symmetry ? " origin zero" : " symm yes origin zero";
+  }
+  return SectionText("xmap")
+      .line("mapdef generated with amplitude input phase input")
+      .line(format("param type unweighted u 1 v 0 scale %s cushion %g",
+                   options.no_scale ? "no" : "yes", options.cushion))
+      .line(extent_line(options.extent))
+      .line("generate")
+      .line(write);
+}
+
+SectionText end_section() { return SectionText("xter"); }
+
+}  // namespace qx

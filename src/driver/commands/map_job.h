@@ -1,0 +1,55 @@
+// quorix map: the options, and the sections that they come to.
+#pragma once
+
+#include "driver/commands/map_labels.h"
+#include "driver/commands/sections.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace qx {
+
+struct MapOptions {
+  std::string input, output, amplitude, phase, weight, space_group;
+  std::vector<double> cell;
+  std::vector<int> counts;  // of the grid
+  std::vector<std::string> extent = {"cell"};
+  std::optional<double> dmin, dmax;  // Angstrom
+  double fraction = 0.33;            // spacing as a fraction of the resolution
+  double spacing = 0.0;              // Angstrom; 0: by the fraction
+  double cushion = 4.0;              // Angstrom, around a model
+  double memory = 400.0;             // MB
+  bool difference = false, no_scale = false, no_symmetry = false, plain_header = false;
+  bool show_grid = false, print_sections = false, json = false, quiet = false, verbose = false;
+};
+
+void add_map_options(CLI::App& command, MapOptions& options);
+
+struct MapJob {
+  const MapOptions& options;
+  const ReflectionFile& file;
+  MapLabels labels;
+  std::string input, output;   // as the sections name them
+  std::optional<double> dmin;  // as asked for, or what the grid holds
+};
+
+// Group and cell of the map: as given, else the file's.
+std::string map_group(const MapJob& job);
+const double* map_cell(const MapJob& job);
+
+SectionText crystal_section(const MapJob& job);
+SectionText grid_section(const MapOptions& options);
+SectionText fft_section(const MapOptions& options);
+SectionText map_section(const MapJob& job);
+SectionText end_section();
+
+// Warnings, one line each with its consequence: what was given by hand against what the file says,
+// and what the coefficients hold.
+std::vector<std::string> map_warnings(const MapJob& job);
+
+}  // namespace qx

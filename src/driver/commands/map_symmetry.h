@@ -1,0 +1,24 @@
+// Whether a density has the symmetry that its file claims.
+#pragma once
+
+#include <quorix/map.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qx {
+
+struct SymmetryCheck {
+  std::int64_t pairs = 0;    // of symmetry-related grid points that were compared
+  double correlation = 0.0;  // of their densities
+  double largest = 0.0;      // difference, in units of the deviation about the mean
+};
+
+// Operators such as -x,y+1/2,-z; throws std::exception for one that cannot be read.
+SymmetryCheck check_symmetry(const qx_ccp4_map& map, const std::vector<std::string>& operators);
+
+// Those of a space group by its number, in its usual setting; empty if there is none.
+std::vector<std::string> operators_of_group(std::int32_t number);
+
+}  // namespace qx

@@ -1,0 +1,164 @@
+#include "driver/commands/reflection_file.h"
+
+#include "crystal/reflections.h"
+#include "driver/commands/sections.h"
+#include "reflio/mtz.h"
+
+#include <quorix/mtz.h>
+#include <quorix/reflections.h>
+
+#include <algorithm>
+#include <cmath>
+#include <gemmi/symmetry.hpp>  // for GroupOps, find_spacegroup_by_ops
+#include <gemmi/unitcell.hpp>  // for UnitCell
+#include <limits>
+
+namespace qx {
+
+std::size_t FileColumn::missing() const {
+  return static_cast<std::size_t>(
+      std::count_if(values.begin(), values.end(), [](float v) { return !std::isfinite(v); }));
+}
+
+namespace {
+
+std::string path_of(const ReflectionFile& file, const FileColumn& column) {
+  for (const FileDataset& set : file.datasets) {
+    if (set.id == column.dataset) return set.crystal + "/" + set.name + "/" + column.label;
+  }
+  return column.label;
+}
+
+// Operators tell the setting, which a name such as R3 does not.
+const gemmi::SpaceGroup* group_of(const ReflectionFile& file) {
+  try {
+    std::vector<gemmi::Op> operators;
+    for (const std::string& text : file.operators) operators.push_back(gemmi::parse_triplet(text));
+    if (!operators.empty()) {
+      const auto* group = gemmi::find_spacegroup_by_ops(gemmi::split_centering_vectors(operators));
+      if (group) return group;
+    }
+  } catch (const std::exception&) {  // unreadable operators: the name has to do
+  }
+  return gemmi::find_spacegroup_by_name(file.group_name, file.cell[3], file.cell[5]);
+}
+
+std::vector<float> values_of(const qxmtz& mtz, const MtzColumn& column) {
+  std::vector<float> values(column.values, column.values + mtz.nreflections);
+  for (float& value : values) {
+    if (value == mtz.missing) value = std::numeric_limits<float>::quiet_NaN();
+  }
+  return values;
+}
+
+void copy_header(const qxmtz& mtz, ReflectionFile& file) {
+  file.title = mtz.title;
+  file.group_name = mtz.spacegroup_name;
+  file.group_number = mtz.spacegroup_number;
+  file.batches = mtz.batches.count;
+  file.rows = static_cast<std::size_t>(mtz.nreflections);
+  for (const MtzLine& line : mtz.symops) file.operators.emplace_back(line.text);
+  for (const MtzLine& line : mtz.history) file.history.emplace_back(line.text);
+  for (const MtzDataset& set : mtz.datasets) {
+    file.datasets.push_back({set.id, set.project, set.crystal, set.name, set.wavelength});
+  }
+  std::copy_n(mtz.cell, 6, file.cell);
+}
+
+void copy_columns(const qxmtz& mtz, ReflectionFile& file) {
+  for (const MtzColumn& column : mtz.columns) {
+    file.columns.push_back({column.label, column.type, column.dataset_id, values_of(mtz, column)});
+  }
+}
+
+void measure_resolution(ReflectionFile& file) {
+  const gemmi::UnitCell cell(file.cell[0], file.cell[1], file.cell[2], file.cell[3], file.cell[4],
+                             file.cell[5]);
+  if (!cell.is_crystal()) return;
+  double largest = 0.0;
+  double smallest = std::numeric_limits<double>::infinity();
+  for (std::size_t i = 0; i < file.rows; ++i) {
+    int hkl[3] = {};
+    if (!file.index(i, hkl)) continue;
+    const double s2 = cell.calculate_1_d2_double(hkl[0], hkl[1], hkl[2]);
+    if (!(s2 > 0.0)) continue;
+    largest = std::max(largest, s2);
+    smallest = std::min(smallest, s2);
+  }
+  if (largest > 0.0) {
+    file.resolution[0] = 1.0 / std::sqrt(largest);
+    file.resolution[1] = 1.0 / std::sqrt(smallest);
+  }
+}
+
+// Leaves in `file.readable` an MTZ file that the engine can open by name.
+void make_readable(ReflectionFile& file) {
+  const std::string start = first_bytes(file.path, 4096);
+  file.from_mmcif = start.rfind("MTZ ", 0) != 0;
+  if (file.from_mmcif && start.find("data_") == std::string::npos) {
+    throw CommandError(2, file.path + " is neither an MTZ nor an mmCIF file");
+  }
+  file.readable = file.path;
+  if (is_gzipped(file.path)) {
+    file.unpacked = std::make_shared<TemporaryFile>();
+    unpack(file.path, *file.unpacked);
+    file.readable = file.unpacked->path();
+  }
+  if (!file.from_mmcif) return;
+  auto converted = std::make_shared<TemporaryFile>();
+  convert_mmcif(file.readable, *converted, file.path);
+  file.unpacked = converted;
+  file.readable = converted->path();
+}
+
+}  // namespace
+
+bool ReflectionFile::index(std::size_t row, int (&hkl)[3]) const {
+  constexpr float largest = 1e6F;
+  if (columns.size() < 3) return false;
+  for (std::size_t a = 0; a < 3; ++a) {
+    const float value = columns[a].values[row];
+    if (!(std::fabs(value) < largest)) return false;
+    hkl[a] = static_cast<int>(std::lround(value));
+  }
+  return true;
+}
+
+std::vector<const FileColumn*> ReflectionFile::find(const std::string& name) const {
+  std::vector<const FileColumn*> found;
+  for (const FileColumn& column : columns) {
+    if (column.label == name || path_of(*this, column) == name) found.push_back(&column);
+  }
+  return found;
+}
+
+std::string ReflectionFile::name_of(const FileColumn& column) const {
+  return find(column.label).size() == 1 ? column.label : path_of(*this, column);
+}
+
+std::string ReflectionFile::engine_group() const { return group ? group->xhm() : std::string(); }
+
+ReflectionFile read_reflections(const std::string& path, bool verbose) {
+  ReflectionFile file;
+  file.path = path;
+  make_readable(file);
+  Engine engine(verbose);
+  engine.call([&] {
+    qxrefdata* peek = qx_new_qxrefdata_obj();
+    if (!peek || qx_read_refdata_mtz_file_obj(peek, file.readable.c_str()) != ok) return failed;
+    copy_header(*peek->mtz, file);
+    copy_columns(*peek->mtz, file);
+    // The indices come first, wherever they stand in the file.
+    for (const char* label : {"L", "K", "H"}) {
+      const auto at = std::find_if(file.columns.begin(), file.columns.end(),
+                                   [&](const FileColumn& c) { return c.label == label; });
+      if (at != file.columns.end()) std::rotate(file.columns.begin(), at, at + 1);
+    }
+    return qx_delete_qxrefdata_obj(peek);
+  });
+  file.group = group_of(file);
+  measure_resolution(file);
+  return file;
+}
+
+}  // namespace qx
