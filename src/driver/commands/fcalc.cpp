@@ -253,13 +253,6 @@ void write_map(Engine& engine, const std::string& path, int u) {
                  .line("write ccp4 file \"" + path + "\""));
 }
 
-// Texts that go into a section's line: what would end it or begin a comment is refused.
-void check_text(const std::string& what, const std::string& text, const char* refused) {
-  if (text.find_first_of(refused) != std::string::npos) {
-    throw CommandError(2, what + " must not hold any of " + (refused + 1) + ": " + text);
-  }
-}
-
 void check_free(const std::vector<std::string>& free) {
   if (free.empty()) return;
   std::size_t used = 0;
@@ -285,7 +278,10 @@ void check_options(const Options& options) {
     throw CommandError(2, "--cell takes six numbers: a b c alpha beta gamma");
   }
   if (options.labels.size() > 3) throw CommandError(2, "--labels takes F,SIGF,FREE");
-  check_file_names({options.hkl, options.output, options.map_2fofc, options.map_fofc});
+  for (const std::string* path :
+       {&options.hkl, &options.output, &options.map_2fofc, &options.map_fofc}) {
+    check_text("a file name", *path, "\n\"#!");
+  }
   for (const std::string& label : options.labels) check_text("a label", label, "\n\"#!= ");
   check_text("the space group", options.space_group, "\n\"#!");
   check_free(options.free);

@@ -232,6 +232,10 @@ void make_map(const MapOptions& options, const ReflectionFile& file, const MapLa
               const std::string& output, nlohmann::ordered_json& all) {
   const OutputName name(output);
   MapJob job = {options, file, labels, file.readable, name.path(), options.dmin};
+  for (const std::string* label : {&labels.amplitude, &labels.phase}) {
+    check_text("a label", *label, "\n\"#!= ");
+  }
+  check_text("the space group", map_group(job), "\n\"#!");
   MapReport report;
   report.output = output;
   for (const std::string& line : map_warnings(job)) warn(job, report, line);
@@ -293,7 +297,9 @@ void check_options(const MapOptions& options) {
             "already: a second weight would spoil them. Make weighted coefficients with the "
             "program that phased the data, and name them with --f and --phi");
   }
-  check_file_names({options.input, options.output});
+  for (const std::string* path : {&options.input, &options.output}) {
+    check_text("a file name", *path, "\n\"#!");
+  }
   check_extent(options.extent);
   if (options.print_sections && options.extent.front() == "model") {
     throw CommandError(2,

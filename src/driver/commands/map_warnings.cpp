@@ -180,7 +180,7 @@ void tell_tally(const MapJob& job, const Tally& tally, Lines& lines) {
   if (tally.off_phase > 0) {
     lines.push_back(
         format("%zu centric reflections have phases that the group forbids (by up to %.0f "
-               "degrees): the map obeys its symmetry only so far",
+               "degrees): only the part along the allowed line counts",
                tally.off_phase, tally.largest_off_phase));
   }
 }

@@ -24,11 +24,9 @@ std::string format(const char* pattern, ...) {
   return text;
 }
 
-void check_file_names(const std::vector<std::string>& names) {
-  for (const std::string& name : names) {
-    if (name.find_first_of("\"#!\n") != std::string::npos) {
-      throw CommandError(2, "a file name must not hold any of \" # ! : " + name);
-    }
+void check_text(const std::string& what, const std::string& text, const char* refused) {
+  if (text.find_first_of(refused) != std::string::npos) {
+    throw CommandError(2, what + " must not hold any of " + (refused + 1) + ": " + text);
   }
 }
 

@@ -23,8 +23,9 @@ class CommandError : public std::runtime_error {
 
 std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 
-// Throws CommandError for a name that cannot stand in a section.
-void check_file_names(const std::vector<std::string>& names);
+// Texts that go into a section's line: CommandError for one that holds any of `refused`, what would
+// end the line first, then what would end the text or begin a comment.
+void check_text(const std::string& what, const std::string& text, const char* refused);
 
 // The lines of one section.
 class SectionText {
