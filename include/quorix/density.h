@@ -1,5 +1,5 @@
-// Electron density of the model's atoms on the grid. Density arrays are [z][y][x] doubles, x fastest,
-// electrons per cubic Angstrom (fm per cubic Angstrom with neutrons); radii in Angstrom.
+// Electron density of the model's atoms on the grid. Density arrays are [z][y][x] doubles, x
+// fastest, electrons per cubic Angstrom (fm per cubic Angstrom with neutrons); radii in Angstrom.
 #pragma once
 
 #include <quorix/api.h>
@@ -32,12 +32,13 @@ QX_API qx::Status qx_init_qxexptab(std::int32_t n, double h);
 // Relative density at which an atom is cut off, and the largest radius.
 QX_API qx::Status qx_set_elec_den_rad_cutoff(double ecut);
 QX_API qx::Status qx_set_elec_den_rad_uplimit(double limit);
-// Cut-off radius of every atom, to 0.2 Angstrom, and the grid boundary that follows from the largest.
+// Cut-off radius of every atom, to 0.2 Angstrom, and the grid boundary that follows from the
+// largest.
 QX_API qx::Status qx_update_qxradcut();
 
 // Adds the atoms listed (indices of the molecular system; null: all of that kind) to a full grid or
-// to the planes shift, shift + n, ... of a sub-box, n the number of sub-boxes. The isotropic routines
-// report an anisotropic atom and the other way round.
+// to the planes shift, shift + n, ... of a sub-box, n the number of sub-boxes. The isotropic
+// routines report an anisotropic atom and the other way round.
 QX_API qx::Status qx_calc_eden_atom_iso(std::int32_t n, const std::int32_t* atoms,
                                         double*** density);
 QX_API qx::Status qx_calc_subg_eden_atom_iso(std::int32_t n, const std::int32_t* atoms,
@@ -52,11 +53,12 @@ QX_API qx::Status qx_calc_elec_den_map(std::int32_t shift, double*** density);
 QX_API qx::Status qx_remove_eden_atom(std::int32_t atom, double*** density);
 QX_API qx::Status qx_remove_subg_eden_atom(std::int32_t atom, std::int32_t shift,
                                            double*** density);
-// Takes off the atoms whose centre, brought into the cell, lies in a fractional box (x lo hi, y, z).
+// Takes off the atoms whose centre, brought into the cell, lies in a fractional box (x lo hi, y,
+// z).
 QX_API qx::Status qx_remove_elec_den_from_omit_region(const double box[6], double*** density);
 
-// Derivatives of sum over the grid of map x (density of one anisotropic atom) by x, y, z (Angstrom),
-// U11 U22 U33 U12 U13 U23 and the occupancy.
+// Derivatives of sum over the grid of map x (density of one anisotropic atom) by x, y, z
+// (Angstrom), U11 U22 U33 U12 U13 U23 and the occupancy.
 QX_API qx::Status qx_calc_geden_atom_aniso(std::int32_t atom, double*** map, double gradient[10]);
 QX_API qx::Status qx_calc_subg_geden_atom_aniso(std::int32_t atom, std::int32_t shift,
                                                 double*** map, double gradient[10]);
@@ -69,8 +71,8 @@ QX_API std::int32_t qx_get_inverse_u(const double u[6], double inverse[6]);
 QX_API std::int32_t qx_calc_U_eigen_value(const double u[6], double values[3]);
 // The i-th Gaussian of an anisotropic atom: M = U + (b + B0)/(8 pi^2) I, its inverse, and the
 // amplitude occ a (2 pi)^(-3/2) det(M)^(-1/2). 1 when M is not positive definite.
-QX_API std::int32_t qx_calc_aniso_unk(const double u[6], double a, double b_total, double* amplitude,
-                                      double inverse[6]);
+QX_API std::int32_t qx_calc_aniso_unk(const double u[6], double a, double b_total,
+                                      double* amplitude, double inverse[6]);
 // U of the atom's mate under the symmetry operator `op` (0-based), both in the orthogonal frame.
 QX_API qx::Status qx_transform_aniso_u_to_oper(std::int32_t op, const double u[6], double out[6]);
 

@@ -22,7 +22,8 @@ QX_API qx::Status qx_init_qxsincostab();
 
 // exp(B0 s^2 / 4) (a/nx) (b/ny) (c/nz) per reflection, computed once and kept.
 QX_API qx::Status qx_set_pre_factor();
-// Transforms a density box (its contents are lost) and adds the symmetry sums to the arrays of a part
+// Transforms a density box (its contents are lost) and adds the symmetry sums to the arrays of a
+// part
 // (-1: the separate pair). `shift` is the box's first plane; `set` is 0.
 QX_API qx::Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t set, std::int32_t shift,
                                          double*** density);
