@@ -1,12 +1,9 @@
 // quorix map as a user meets it: names, labels, warnings, and maps that are those of quorix-map.
-#include "support/engine.h"
-#include "support/mtz_maker.h"
-#include "support/program.h"
+#include "tool/map_command.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <zlib.h>
@@ -14,25 +11,7 @@
 namespace qx::test {
 namespace {
 
-using Arguments = std::vector<std::string>;
-
 const std::string example = std::string(QUORIX_SOURCE_DIR) + "/examples/1ubq.mtz";
-
-// A folder of its own, in which files without a path appear.
-class MapCommand : public ::testing::Test {
- protected:
-  void SetUp() override { std::filesystem::current_path(scratch_.path()); }
-  void TearDown() override { std::filesystem::current_path(before_); }
-
-  static ProgramResult map(Arguments arguments) {
-    arguments.insert(arguments.begin(), "map");
-    return run_program("quorix", arguments);
-  }
-  static void make(const MtzMaker& maker) { write_file("in.mtz", maker.bytes()); }
-
-  ScratchDirectory scratch_;
-  std::filesystem::path before_ = std::filesystem::current_path();
-};
 
 std::string map_tool(const std::string& high, const std::string& amplitude,
                      const std::string& phase) {
@@ -268,14 +247,6 @@ TEST_F(MapCommand, findsTheSettingOfEveryGroup) {
 
 // ---- what is refused, and with which words
 
-MtzMaker two_columns(const std::string& f, const std::string& phi) {
-  const auto indices = half_sphere(2, 2, 2);
-  MtzMaker maker(indices);
-  maker.add(f, 'F', std::vector<float>(indices.size(), 10.0F));
-  maker.add(phi, 'P', std::vector<float>(indices.size(), 30.0F));
-  return maker;
-}
-
 TEST_F(MapCommand, listsTheCandidatesInsteadOfChoosingOne) {
   MtzMaker maker = two_columns("FMODEL", "PHIFMODEL");
   const std::vector<float> values(maker.rows(), 1.0F);
@@ -354,72 +325,6 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"twoGrids", {"in.mtz", "out.ccp4", "--frac", "0.3", "--spacing", "1"}, "excludes"},
         Refusal{"pipeAndJson", {"in.mtz", "-", "--json"}, "standard output"}),
     [](const auto& row) { return std::string(row.param.name); });
-
-// ---- warnings
-
-class MapCommandWarnings : public MapCommand {
- protected:
-  static void expect_warning(const Arguments& options, const std::string& text) {
-    Arguments arguments = {"in.mtz", "out.ccp4"};
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    const ProgramResult result = map(arguments);
-    EXPECT_EQ(result.status, 0) << result.errors << result.output;
-    EXPECT_NE(result.errors.find("quorix map: FWT: " + text), std::string::npos) << text << '\n'
-                                                                                 << result.errors;
-  }
-};
-
-TEST_F(MapCommandWarnings, goodDataHaveNone) {
-  make(two_columns("FWT", "PHWT"));
-  EXPECT_EQ(map({"in.mtz", "out.ccp4"}).errors, "");
-}
-
-TEST_F(MapCommandWarnings, optionsAgainstTheFile) {
-  make(two_columns("FWT", "PHWT"));
-  expect_warning({"--cell", "11", "20", "30", "90", "90", "90"}, "the file's cell is 10 20 30 90");
-  expect_warning({"--spacegroup", "P 2 2 2"}, "the file's group is P 1: as P 2 2 2");
-  expect_warning({"--dmin", "1"}, "the data end at ");
-  expect_warning({"--dmax", "40"}, "the data begin at 30.00 A");
-  expect_warning({"--grid", "14", "14", "14"}, "a grid of 15 x 15 x 15 is used");
-}
-
-TEST_F(MapCommandWarnings, coefficientsThatAreOdd) {
-  auto indices = half_sphere(2, 2, 2);
-  indices.push_back({0, 0, 0});
-  MtzMaker maker(indices);
-  std::vector<float> f(indices.size(), 10.0F);
-  f.back() = 3000.0F;
-  f[f.size() - 2] = NAN;
-  maker.add("FWT", 'F', f).add("PHWT", 'P', std::vector<float>(indices.size(), 30.0F));
-  make(maker);
-  // 3000 electrons in 6000 cubic Angstrom.
-  expect_warning({},
-                 "F(0,0,0) = 3000 is left out: the map's mean is 0, the absolute density is 0.5");
-  expect_warning({}, "1 of " + std::to_string(indices.size()) + " reflections have no FWT");
-  maker.symmetry = "4 4 P 19 'P 21 21 21' PG222";
-  maker.operators = {"X,Y,Z", "1/2-X,-Y,1/2+Z", "1/2+X,1/2-Y,-Z", "-X,1/2+Y,1/2-Z"};
-  make(maker);
-  expect_warning({}, "3 reflections that the group extinguishes have amplitudes");  // 100 010 001
-  // 62 - 32 indices with a zero, less the three; 30 degrees where 90 or 270 are allowed.
-  expect_warning({}, "27 centric reflections have phases that the group forbids (by up to 60 ");
-  MtzMaker flat = two_columns("X", "Y");
-  flat.add("FWT", 'R', std::vector<float>(flat.rows(), 0.0F));
-  flat.add("PHWT", 'P', std::vector<float>(flat.rows(), 0.0F));
-  make(flat);
-  const ProgramResult result = map({"in.mtz", "out.ccp4", "--f", "FWT", "--phi", "PHWT"});
-  EXPECT_NE(result.errors.find("every FWT is 0: the map is flat"), std::string::npos);
-  EXPECT_NE(result.errors.find("column FWT is of type R, no amplitude"), std::string::npos);
-}
-
-TEST_F(MapCommandWarnings, rhombohedralAxes) {
-  MtzMaker maker = two_columns("FWT", "PHWT");
-  maker.cell = "40.0 40.0 40.0 80.0 80.0 80.0";
-  maker.symmetry = "3 3 P 146 'R3' PG3";
-  maker.operators = {"X,Y,Z", "Z,X,Y", "Y,Z,X"};
-  make(maker);
-  expect_warning({}, "the file's group R3 is on rhombohedral axes: R 3:R is used");
-  expect_warning({"--spacegroup", "R 3"}, "R 3:H asks for hexagonal axes");
-}
 
 }  // namespace
 }  // namespace qx::test
