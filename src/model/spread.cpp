@@ -106,6 +106,8 @@ class RowCombs {
     for (Comb& comb : combs_) comb.prepare(atom.n, atom.exponent, radius, step, memory);
   }
   const Comb& at(double offset) noexcept {
+    if (std::fabs(offset - offset_) < 1e-11) return combs_[last_];
+    offset_ = offset;
     if (!combs_[last_].stands_for(offset)) last_ = 1 - last_;
     combs_[last_].place(offset);
     return combs_[last_];
@@ -114,6 +116,7 @@ class RowCombs {
  private:
   Comb combs_[2];
   std::int32_t last_ = 0;
+  double offset_ = 1e300;  // Angstrom, of the row before
 };
 
 template <std::int32_t N>

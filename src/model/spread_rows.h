@@ -3,21 +3,25 @@
 
 #include "model/spread.h"
 
-#include <algorithm>
 #include <cmath>
 
 namespace qx {
 
-// First and last index whose coordinate index * step + offset lies within +-half, in [0, n).
 struct IndexRange {
   std::int32_t first, last;
 };
 
-inline IndexRange indices_within(double half, double step, double offset, std::int32_t n) noexcept {
-  const double low = std::ceil((-half - offset) / step);
-  const double high = std::floor((half - offset) / step);
-  return {static_cast<std::int32_t>(std::clamp(low, 0.0, static_cast<double>(n))),
-          static_cast<std::int32_t>(std::clamp(high, -1.0, static_cast<double>(n - 1)))};
+// First and last index whose coordinate index * step + offset lies within +-half, in [0, n); empty
+// when last < first. Rows are short, so calls of ceil and floor would cost as much as their points.
+inline IndexRange indices_within(double half, double steps_per_length, double offset,
+                                 std::int32_t n) noexcept {
+  const double low = (-half - offset) * steps_per_length;
+  const double high = (half - offset) * steps_per_length;
+  if (!(high >= 0.0) || !(low <= n - 1)) return {0, -1};
+  IndexRange range = {low > 0.0 ? static_cast<std::int32_t>(low) : 0,
+                      high < n - 1 ? static_cast<std::int32_t>(high) : n - 1};
+  if (range.first < low) ++range.first;
+  return range;
 }
 
 // A row: coordinates relative to the centre, x = ix * ax + x_offset, in Angstrom.
@@ -36,8 +40,10 @@ void for_each_row(const SpreadGrid& grid, const double centre[3], double radius,
   const double gy = centre[1] * grid.ny;
   const double gz = centre[2] * grid.nz;
   const double radius_squared = radius * radius;
-  const IndexRange planes =
-      indices_within(radius, grid.cz * grid.z_step, (grid.z_first - gz) * grid.cz, grid.nplanes);
+  const double per_x = 1.0 / grid.ax;
+  const double per_y = 1.0 / grid.by;
+  const IndexRange planes = indices_within(radius, 1.0 / (grid.cz * grid.z_step),
+                                           (grid.z_first - gz) * grid.cz, grid.nplanes);
   for (std::int32_t plane = planes.first; plane <= planes.last; ++plane) {
     const std::int32_t iz = grid.z_first + plane * grid.z_step;
     const double dz = iz - gz;
@@ -46,13 +52,13 @@ void for_each_row(const SpreadGrid& grid, const double centre[3], double radius,
     if (rest < 0.0) continue;
     const double y_offset = dz * grid.cy - gy * grid.by;
     layer(z, y_offset);
-    const IndexRange rows = indices_within(std::sqrt(rest), grid.by, y_offset, grid.ny);
+    const IndexRange rows = indices_within(std::sqrt(rest), per_y, y_offset, grid.ny);
     for (std::int32_t iy = rows.first; iy <= rows.last; ++iy) {
       const double y = iy * grid.by + y_offset;
       const double half_squared = rest - y * y;
       if (half_squared < 0.0) continue;
       const double x_offset = (iy - gy) * grid.bx + dz * grid.cx - gx * grid.ax;
-      const IndexRange ix = indices_within(std::sqrt(half_squared), grid.ax, x_offset, grid.nx);
+      const IndexRange ix = indices_within(std::sqrt(half_squared), per_x, x_offset, grid.nx);
       if (ix.first <= ix.last) row(SphereRow{plane, iz, iy, ix, x_offset, y, z});
     }
   }
