@@ -85,6 +85,31 @@ Status qx_delete_qxsincostab() {
   return qx::remove_from(table, qx_set_qxsincostab);
 }
 
+namespace {
+
+// Angles as sums of a block's first and a place in it: the table costs a few hundred sines.
+void fill_sincos(qxsincostab* table) {
+  constexpr std::int32_t block = 400;
+  static_assert(qxsincostab::n % block == 0);
+  constexpr double step = qx::two_pi_single / qxsincostab::n;
+  double s[block];
+  double c[block];
+  for (std::int32_t j = 0; j < block; ++j) {
+    s[j] = std::sin(j * step);
+    c[j] = std::cos(j * step);
+  }
+  for (std::int32_t start = 0; start < qxsincostab::n; start += block) {
+    const double s0 = std::sin(start * step);
+    const double c0 = std::cos(start * step);
+    for (std::int32_t j = 0; j < block; ++j) {
+      table->sine[start + j] = s0 * c[j] + c0 * s[j];
+      table->cosine[start + j] = c0 * c[j] - s0 * s[j];
+    }
+  }
+}
+
+}  // namespace
+
 Status qx_init_qxsincostab() {
   qxsincostab* table = qx_get_qxsincostab();
   if (!table) {
@@ -96,13 +121,7 @@ Status qx_init_qxsincostab() {
   QX_TRY(release(table->cosine));
   QX_TRY(qx::open_block(table->sine, qxsincostab::n, "pis_sin"));
   QX_TRY(qx::open_block(table->cosine, qxsincostab::n, "pis_cos"));
-  table->sine[0] = 0.0;
-  table->cosine[0] = 1.0;
-  for (std::int32_t k = 1; k < qxsincostab::n; ++k) {
-    const double angle = k * (qx::two_pi_single / qxsincostab::n);
-    table->sine[k] = std::sin(angle);
-    table->cosine[k] = std::cos(angle);
-  }
+  fill_sincos(table);
   return ok;
 }
 

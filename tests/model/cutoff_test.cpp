@@ -106,6 +106,8 @@ TEST_F(Radii, ofAnAtomWithoutDensityAreTheLimit) {
   EXPECT_EQ(table.n, 300000);
   const ExpTable exp = {table.n, 1.0 / table.h, table.values};
   EXPECT_EQ(cutoff_radius(terms, exp, 0.005, 20.0).radius, 20.0);
+  for (std::int32_t k = 0; k < table.n; ++k)
+    ASSERT_NEAR(table.values[k] * std::exp(k * 1e-4), 1.0, 2e-14);
   EXPECT_EQ(exp(30.0), 0.0);
   EXPECT_EQ(exp(1e300), 0.0);
   EXPECT_EQ(exp(INFINITY), 0.0);

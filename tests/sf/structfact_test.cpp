@@ -134,6 +134,15 @@ TEST_F(StructureFactors, phasesInTheTableNeverPassItsEnd) {
     EXPECT_GE(table.index(cycles), 0) << cycles;
   }
   EXPECT_EQ(table.index(-0.25), 75000);
+  ASSERT_EQ(qx_new_qxsincostab(), ok);
+  ASSERT_EQ(qx_init_qxsincostab(), ok);
+  const qxsincostab& made = *qx_get_qxsincostab();
+  EXPECT_EQ(made.sine[0], 0.0);
+  EXPECT_EQ(made.cosine[0], 1.0);
+  for (int k = 0; k < 100000; ++k) {
+    ASSERT_NEAR(made.sine[k], std::sin(k * 6.28318548202515e-5), 1e-14) << k;
+    ASSERT_NEAR(made.cosine[k], std::cos(k * 6.28318548202515e-5), 1e-14) << k;
+  }
 }
 
 TEST_F(StructureFactors, missingObjectsAreNamed) {
