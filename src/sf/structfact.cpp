@@ -351,6 +351,7 @@ Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t /*set*/, std::int3
                               double*** density) {
   Needs needs;
   QX_TRY(fetch(needs));
+  if (!needs.data || !needs.sf) return failed;
   if (part < -1 || part >= qxstructfact::nparts) {
     return fail(heading_fft, "There is no part %d of the system.", part);
   }

@@ -192,6 +192,33 @@ TEST_F(StructureFactors, scalingFindsScaleAndB) {
   }
 }
 
+// Sums, prefactors, splits and bins belong to one data set; another one may follow in their place.
+TEST_F(StructureFactors, aNewDataSetFindsNothingOfTheOldOne) {
+  const auto atoms = random_atoms(40, false, 2);
+  set_up_crystal("P 21 21 21", "24 28 33 90 90 90", 2.0, 30);
+  set_up_model(atoms);
+  calculate("1e-4");
+  for (const int most : {800, 25}) {
+    set_up_crystal("P 21 21 21", "24 28 33 90 90 90", 2.0, most);
+    double*** box = qx_open_qxelecden_box();
+    ASSERT_EQ(qx_calc_elec_den_map(0, box), ok);
+    ASSERT_EQ(qx_calc_sf_by_fft_eden(0, 0, 0, box), ok);
+    ASSERT_EQ(qx_set_pre_factor(), ok);
+    const auto f = engine_sum();
+    EXPECT_LE(vector_r(direct_sum(atoms), f), 1e-3);
+    qxrefdata* data = qx_get_qxrefdata();
+    data->fobs = allocate<float>(f.size(), "test");
+    for (std::size_t i = 0; i < f.size(); ++i) data->fobs[i] = static_cast<float>(std::abs(f[i]));
+    if (most == 800) {
+      ASSERT_TRUE(section("xcross\nparam percent 10\nxend\n").ok);
+    }
+    const SectionResult result = section("xfcc\nscale\nxend\n");
+    ASSERT_TRUE(result.ok) << result.output;
+    EXPECT_NE(result.output.find("k = 1.00000"), std::string::npos) << result.output;
+    EXPECT_EQ(result.output.find("Free set") != std::string::npos, most == 800);
+  }
+}
+
 TEST_F(StructureFactors, unknownWordsAndEndlessSectionsAreReported) {
   EXPECT_EQ(section("xfcc\nfoo\n").output, "\nqx_xfc_ctrl():\n*** Unknow xfc task: FOO ***\n");
   ASSERT_EQ(qx_create_quorix(), ok);
