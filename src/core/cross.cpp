@@ -68,13 +68,6 @@ Status clear_bins(qxcross* cross) {
   return release(cross->bin_rfree);
 }
 
-// Null for no elements: an empty list is not an allocation.
-template <class T>
-Status open_list(T*& field, std::int32_t n, const char* tag) {
-  if (n < 1) return ok;
-  return qx::open_block(field, static_cast<std::size_t>(n), tag);
-}
-
 struct Tags {
   const char* order;
   const char* free;
@@ -84,8 +77,8 @@ struct Tags {
 // Deals the ordered reflections out to the two lists, in that order.
 template <class IsFree>
 Status deal_out(qxcross* cross, const Tags& tags, IsFree is_free) {
-  QX_TRY(open_list(cross->free, cross->nfree, tags.free));
-  QX_TRY(open_list(cross->work, cross->nwork, tags.work));
+  QX_TRY(qx::open_list(cross->free, cross->nfree, tags.free));
+  QX_TRY(qx::open_list(cross->work, cross->nwork, tags.work));
   std::int32_t free = 0;
   std::int32_t work = 0;
   for (std::int32_t i = 0; i < cross->ntotal; ++i) {
@@ -166,7 +159,7 @@ Status qx_set_work_free_reflection_by_read(std::int32_t flag_value) {
   cross->nfree = static_cast<std::int32_t>(std::count_if(
       data.test, data.test + data.n, [flag_value](auto flag) { return flag == flag_value; }));
   cross->nwork = data.n - cross->nfree;
-  QX_TRY(open_list(cross->order, data.n, tags.order));
+  QX_TRY(qx::open_list(cross->order, data.n, tags.order));
   for (std::int32_t i = 0; i < data.n; ++i) cross->order[i] = i;
   const std::int16_t* test = data.test;
   return deal_out(cross, tags, [=](std::int32_t i) { return test[i] == flag_value; });
@@ -196,7 +189,7 @@ Status qx_set_work_free_reflection_by_seed() {
   auto [cross, data] = subjects;
   QX_TRY(clear_split(cross));
   cross->ntotal = data.n;
-  QX_TRY(open_list(cross->order, data.n, tags.order));
+  QX_TRY(qx::open_list(cross->order, data.n, tags.order));
   if (data.n > 0) qx::order_by_length(data.n, data.s_length, cross->order);
   if (!(cross->percent > 0.0)) return ok;
   const std::int32_t nfree = qx::free_count(data.n, cross->percent);
@@ -226,7 +219,7 @@ Status open_bins(qxcross* cross, std::int32_t n) {
   QX_TRY(qx::open_zeroed(cross->bin_counts, nbin, "psrb_nb"));
   QX_TRY(qx::open_zeroed(cross->bin_members, nbin, "psrb_rb"));
   cross->bins_built = cross->nbin;
-  QX_TRY(open_list(cross->bin_of, n, "psrb_br"));
+  QX_TRY(qx::open_list(cross->bin_of, n, "psrb_br"));
   QX_TRY(qx::open_zeroed(cross->bin_r, nbin, "psrb_rfa"));
   return qx::open_zeroed(cross->bin_rfree, nbin, "psrb_rfr");
 }
@@ -235,7 +228,7 @@ Status fill_bin(qxcross* cross, std::int32_t bin, const std::int32_t* order, std
                 const double* s_length) {
   cross->bin_counts[bin] = count;
   if (count == 0) return ok;
-  QX_TRY(open_list(cross->bin_members[bin], count, "psrb_br2"));
+  QX_TRY(qx::open_list(cross->bin_members[bin], count, "psrb_br2"));
   std::copy_n(order, count, cross->bin_members[bin]);
   for (std::int32_t i = 0; i < count; ++i) cross->bin_of[order[i]] = bin;
   cross->bin_ranges[bin][0] = s_length[order[0]];

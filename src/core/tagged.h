@@ -61,6 +61,11 @@ Status open_block(T*& field, std::size_t count, const char* tag) {
   field = block;
   return ok;
 }
+// The same for a list that may be empty: the field of an empty one stays null.
+template <class T>
+Status open_list(T*& field, std::int32_t count, const char* tag) {
+  return count < 1 ? ok : open_block(field, static_cast<std::size_t>(count), tag);
+}
 template <class T>
 Status open_zeroed(T*& field, std::size_t count, const char* tag) {
   T* block = allocate_zeroed<T>(count, tag);

@@ -1,8 +1,7 @@
 // Real density from half a spectrum, in place, in two sweeps over the block.
 //
 // 1. The z columns inside the disc of non-zero (h, k), several h at a time: a sixth of all columns
-// at
-//    the usual sampling. Rows of l outside the sphere are never read.
+//    as grids are usually sampled. Rows of l outside the sphere are never read.
 // 2. Plane by plane: the y columns of every h, reading only rows of k that hold something, into a
 //    plane of scratch that stays in cache; from there the x rows. Two real rows are one complex
 //    transform: with Z(h) = A(h) + i B(h) for -nx/2 < h < nx/2 its real part is row a and its

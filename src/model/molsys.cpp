@@ -21,16 +21,10 @@ using qx::Status;
 
 namespace {
 
-template <class T>
-Status open(T*& field, std::int32_t n, const char* tag) {
-  if (n < 1) return ok;
-  return qx::open_block(field, static_cast<std::size_t>(n), tag);
-}
-
 Status fill_flags(fullmolsys& full) {
   const std::int32_t n = full.atoms.natom;
   for (std::int32_t** flags : {&full.coordinate_flag, &full.b_flag, &full.occupancy_flag}) {
-    QX_TRY(open(*flags, n, "pfm_flags"));
+    QX_TRY(qx::open_list(*flags, n, "pfm_flags"));
     std::fill_n(*flags, n, 1);
   }
   return ok;
@@ -63,21 +57,21 @@ Status select_atoms(molsys* system, std::int32_t hydrogens) {
     return fail("qx_create_molsys():",
                 "xmodel treats H2O as normal atoms, and should not reach this point.");
   }
-  QX_TRY(open(system->to_full, system->natom, "pcm_omap"));
-  QX_TRY(open(system->to_computed, full->atoms.natom, "pcm_imap"));
+  QX_TRY(qx::open_list(system->to_full, system->natom, "pcm_omap"));
+  QX_TRY(qx::open_list(system->to_computed, full->atoms.natom, "pcm_imap"));
   return qx_set_xmodel_quorix_mapper(system->natom, system->to_full, system->to_computed, hydrogens,
                                      full);
 }
 
 Status open_info(AtomInfo& info, std::int32_t n) {
   constexpr const char* tag = "pcm_info";
-  QX_TRY(open(info.charge, n, tag));
-  QX_TRY(open(info.atomic_number, n, tag));
-  QX_TRY(open(info.type, n, tag));
-  QX_TRY(open(info.ion, n, tag));
-  QX_TRY(open(info.vdw_radius, n, tag));
-  QX_TRY(open(info.neither_n_nor_o, n, tag));
-  return open(info.n_or_o, n, tag);
+  QX_TRY(qx::open_list(info.charge, n, tag));
+  QX_TRY(qx::open_list(info.atomic_number, n, tag));
+  QX_TRY(qx::open_list(info.type, n, tag));
+  QX_TRY(qx::open_list(info.ion, n, tag));
+  QX_TRY(qx::open_list(info.vdw_radius, n, tag));
+  QX_TRY(qx::open_list(info.neither_n_nor_o, n, tag));
+  return qx::open_list(info.n_or_o, n, tag);
 }
 
 Status fill_info(AtomInfo& info, std::int32_t i, const AtomArrays& atoms, std::int32_t from) {
@@ -98,10 +92,10 @@ Status fill_info(AtomInfo& info, std::int32_t i, const AtomArrays& atoms, std::i
 Status fill_computed(molsys* system) {
   const AtomArrays& atoms = system->full.atoms;
   const std::int32_t n = system->natom;
-  QX_TRY(open(system->x, n, "pcm_x"));
-  QX_TRY(open(system->y, n, "pcm_y"));
-  QX_TRY(open(system->z, n, "pcm_z"));
-  QX_TRY(open(system->frozen, n, "pcm_frozen"));
+  QX_TRY(qx::open_list(system->x, n, "pcm_x"));
+  QX_TRY(qx::open_list(system->y, n, "pcm_y"));
+  QX_TRY(qx::open_list(system->z, n, "pcm_z"));
+  QX_TRY(qx::open_list(system->frozen, n, "pcm_frozen"));
   QX_TRY(open_info(system->info, n));
   for (std::int32_t i = 0; i < n; ++i) {
     const std::int32_t from = system->to_full[i];

@@ -17,34 +17,24 @@ using qx::Status;
 
 namespace qx {
 
-namespace {
-
-template <class T>
-Status open(T*& field, std::int32_t n, const char* tag) {
-  if (n < 1) return ok;
-  return qx::open_block(field, static_cast<std::size_t>(n), tag);
-}
-
-}  // namespace
-
 Status open_atoms(AtomArrays& atoms, std::int32_t natom, std::int32_t niso, std::int32_t naniso) {
   constexpr const char* tag = "pcx_atoms";
   atoms = {};
   atoms.natom = natom;
   atoms.niso = niso;
   atoms.naniso = naniso;
-  QX_TRY(open(atoms.x, natom, tag));
-  QX_TRY(open(atoms.y, natom, tag));
-  QX_TRY(open(atoms.z, natom, tag));
-  QX_TRY(open(atoms.charge, natom, tag));
-  QX_TRY(open(atoms.atomic_number, natom, tag));
-  QX_TRY(open(atoms.further, natom, tag));
-  QX_TRY(open(atoms.bu_index, natom, tag));
-  QX_TRY(open(atoms.b_iso, niso, tag));
-  QX_TRY(open(atoms.u_aniso, naniso, tag));
-  QX_TRY(open(atoms.occupancy, natom, tag));
-  QX_TRY(open(atoms.ion, natom, tag));
-  return open(atoms.vdw_radius, natom, tag);
+  QX_TRY(open_list(atoms.x, natom, tag));
+  QX_TRY(open_list(atoms.y, natom, tag));
+  QX_TRY(open_list(atoms.z, natom, tag));
+  QX_TRY(open_list(atoms.charge, natom, tag));
+  QX_TRY(open_list(atoms.atomic_number, natom, tag));
+  QX_TRY(open_list(atoms.further, natom, tag));
+  QX_TRY(open_list(atoms.bu_index, natom, tag));
+  QX_TRY(open_list(atoms.b_iso, niso, tag));
+  QX_TRY(open_list(atoms.u_aniso, naniso, tag));
+  QX_TRY(open_list(atoms.occupancy, natom, tag));
+  QX_TRY(open_list(atoms.ion, natom, tag));
+  return open_list(atoms.vdw_radius, natom, tag);
 }
 
 Status release_atoms(AtomArrays& atoms) {
