@@ -11,8 +11,13 @@ void point_to_installed_data() {
   std::error_code error;
   const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
   if (error) return;
-  const auto data = program.parent_path().parent_path() / "share" / "quorix";
-  if (std::filesystem::is_directory(data / "xray", error)) setenv("ZENVI_DATA", data.c_str(), 0);
+  const auto prefix = program.parent_path().parent_path();
+  // Installed, or in a build folder of the checkout.
+  for (const auto& data : {prefix / "share" / "quorix", prefix.parent_path() / "data"}) {
+    if (!std::filesystem::is_directory(data / "xray", error)) continue;
+    setenv("ZENVI_DATA", data.c_str(), 0);
+    return;
+  }
 }
 
 }  // namespace qx

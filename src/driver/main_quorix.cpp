@@ -22,6 +22,7 @@ int run(int argc, char** argv) {
   qx::add_info(app, status);
   qx::add_run(app, status);
   qx::add_fcalc(app, status);
+  qx::add_report(app, status);
   qx::point_to_installed_data();
   try {
     app.parse(argc, argv);

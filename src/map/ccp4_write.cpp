@@ -9,6 +9,7 @@
 #include "map/box.h"
 #include "map/ccp4_header.h"
 #include "map/map.h"
+#include "map/provenance.h"
 
 #include <algorithm>
 #include <cctype>
@@ -162,7 +163,9 @@ Status qx_wr_ccp4_map() {
   if (!file.open(path)) return fail(here, "Failed to open file \"%s\" ", path);
   // Each item goes out by itself, so that a fault is reported under its own name.
   std::setvbuf(file.stream(), nullptr, _IONBF, 0);
-  QX_TRY(write_header(file.stream(), header_of(*map, map->statistics, *cell, *grid, *spg)));
+  Ccp4Header header = header_of(*map, map->statistics, *cell, *grid, *spg);
+  if (map->input) QX_TRY(qx::add_provenance(*map, *grid, *spg, header));
+  QX_TRY(write_header(file.stream(), header));
   if (map->symmetry_records) QX_TRY(write_symmetry(file.stream(), *spg));
   QX_TRY(write_sections(file.stream(), box));
   if (!file.commit()) return fail(here, "Failed to write map data ");

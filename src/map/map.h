@@ -40,6 +40,8 @@ struct qxmap {
   // Options of the file to be written; without them it holds neither.
   bool symmetry_records = false;  // the operators, 80 characters each, behind the header
   bool zero_origin = false;       // zeros, no blanks, where others read an origin
+  char* input = nullptr;          // what labels 3 to 10 name as the source; null: no such labels
+  char* columns = nullptr;        // and as its columns
   std::int32_t amplitude_source = qx::calculated_source;
   std::int32_t phase_source = qx::calculated_source;
   qxrefdata* refdata = nullptr;  // private reflection set read inside the section

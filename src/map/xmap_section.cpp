@@ -202,6 +202,22 @@ Status take_option(const char* key, const char* on, const char* off, bool& optio
   return fail(heading, "Unknown value \"%s\" for %s.", word, key);
 }
 
+// A text that the map's labels may carry.
+Status take_label(const char* key, char*& label) {
+  const char* text = "";
+  const qx::Key state = qx::take_value(key, text);
+  if (state == qx::key_died) return failed;
+  QX_TRY(qx::release(label));
+  return state == qx::absent ? ok : qx::open_text(label, text, "pgm_lab");
+}
+
+Status take_options(qxmap& map) {
+  QX_TRY(take_option("symm", "yes", "no", map.symmetry_records));
+  QX_TRY(take_option("origin", "zero", "blank", map.zero_origin));
+  QX_TRY(take_label("prov", map.input));
+  return take_label("columns", map.columns);
+}
+
 Status write(MapSection& section) {
   const char* word = "";
   QX_TRY(next_word(word));
@@ -218,8 +234,7 @@ Status write(MapSection& section) {
   if (!copy) return failed;
   QX_TRY(qx::release(section.map->path));
   section.map->path = copy;
-  QX_TRY(take_option("symm", "yes", "no", section.map->symmetry_records));
-  QX_TRY(take_option("origin", "zero", "blank", section.map->zero_origin));
+  QX_TRY(take_options(*section.map));
   return qx_write_map(format);
 }
 

@@ -82,6 +82,34 @@ TEST(Allocations, ofAMapRunFailOneByOne) {
   EXPECT_GT(read_file(map).size(), 1024U);
 }
 
+TEST(Allocations, ofAMapWithLabelsFailOneByOne) {
+  setenv("ZENVI_DATA", data_directory().c_str(), 1);
+  const ScratchDirectory scratch;
+  const std::string mtz = scratch.file("in.mtz");
+  write_file(mtz, small_mtz());
+  const std::string crystal = "xcry\nspgname P 1\ncell 10 20 30\nread refl mtz file \"" + mtz +
+                              "\" coid MAP_COEFFA=FWT MAP_COEFFP=PHWT\nxend\n";
+  const std::string map =
+      "xmap\nmapdef generated with amplitude input phase input\ngenerate\nwrite ccp4 file \"" +
+      scratch.file("out.ccp4") + "\" symm yes prov \"in.mtz\" columns \"FWT PHWT\"\nxend\n";
+  const int n = fail_each(
+      [&] {
+        countdown = 1 << 30;
+        if (qx_create_quorix() != ok || !run_section_text(crystal) ||
+            !run_section_text("xgrid\nfrac 0.33\nxend\n") || !run_section_text("xfft\nxend\n")) {
+          return false;
+        }
+        static int failing_at = 0;
+        countdown = failing_at++;
+        const bool done = run_section_text(map);
+        countdown = 1 << 30;
+        if (done) qx_terminate_quorix();
+        return done;
+      },
+      1);
+  EXPECT_GT(n, 30);
+}
+
 TEST(Allocations, ofAModelRunFailOneByOne) {
   setenv("ZENVI_DATA", data_directory().c_str(), 1);
   ASSERT_EQ(qx_create_quorix(), ok);

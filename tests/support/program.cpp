@@ -26,9 +26,12 @@ ProgramResult run_program(const std::string& name, const std::vector<std::string
                           const std::string& input, bool data) {
   const ScratchDirectory scratch;
   write_file(scratch.file("in"), input);
+  const std::string built = std::string(QUORIX_BINARY_DIR) + "/bin/" + name;
+  const std::string program = data ? built : scratch.file(name);
+  if (!data) std::filesystem::copy(built, program);
   std::string command =
       data ? "ZENVI_DATA=" + quoted(data_directory().string()) : std::string("env -u ZENVI_DATA");
-  command += " " + quoted(std::string(QUORIX_BINARY_DIR) + "/bin/" + name);
+  command += " " + quoted(program);
   for (const std::string& argument : arguments) command += " " + quoted(argument);
   command += " <" + quoted(scratch.file("in")) + " >" + quoted(scratch.file("out")) + " 2>" +
              quoted(scratch.file("err"));

@@ -12,7 +12,7 @@ struct ProgramResult {
 };
 
 // Runs bin/<name> of the build with the given arguments and standard input. ZENVI_DATA is the
-// source tree's, or unset when `data` is false.
+// source tree's; without `data` it is unset, and the program a copy that has none beside it.
 ProgramResult run_program(const std::string& name, const std::vector<std::string>& arguments,
                           const std::string& input = {}, bool data = true);
 

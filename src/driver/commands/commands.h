@@ -12,5 +12,6 @@ void add_run(CLI::App& app, int& status);
 void add_fcalc(CLI::App& app, int& status);
 void add_map(CLI::App& app, int& status);
 void add_info(CLI::App& app, int& status);
+void add_report(CLI::App& app, int& status);
 
 }  // namespace qx

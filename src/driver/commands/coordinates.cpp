@@ -6,6 +6,7 @@
 #include <quorix/model.h>
 
 #include <algorithm>
+#include <gemmi/assembly.hpp>  // for shorten_chain_names
 #include <gemmi/gz.hpp>        // for MaybeGzipped
 #include <gemmi/mmread.hpp>    // for read_structure
 #include <gemmi/reciproc.hpp>  // for make_miller_vector
@@ -74,6 +75,16 @@ Crystal crystal_of(const gemmi::Structure& structure) {
   return crystal;
 }
 
+std::string pdb_record(const gemmi::Chain& chain, const gemmi::Residue& residue,
+                       const gemmi::Atom& atom, int serial) {
+  return format("%-6s%5d %-4.4s%c%3.3s%2.2s%4d%c   %8.3f%8.3f%8.3f%6.2f%6.2f          %2.2s\n",
+                residue.het_flag == 'H' ? "HETATM" : "ATOM", serial % 100000,
+                atom.padded_name().c_str(), atom.altloc ? atom.altloc : ' ', residue.name.c_str(),
+                chain.name.c_str(), *residue.seqid.num % 10000, residue.seqid.icode, atom.pos.x,
+                atom.pos.y, atom.pos.z, static_cast<double>(atom.occ),
+                std::min(999.99, static_cast<double>(atom.b_iso)), atom.element.uname());
+}
+
 }  // namespace
 
 Coordinates::Coordinates(const std::string& path) {
@@ -103,6 +114,32 @@ std::size_t Coordinates::unknown_count() const {
 std::size_t Coordinates::deuterium_count() const {
   return count_atoms(*structure_,
                      [](const gemmi::Atom& atom) { return atom.element == gemmi::El::D; });
+}
+
+// gemmi's own writer of this format needs sources that its Debian package leaves out.
+std::string Coordinates::pdb_text() const {
+  gemmi::Structure copy = *structure_;
+  gemmi::shorten_chain_names(copy);
+  const gemmi::UnitCell& c = copy.cell;
+  std::string text = format("CRYST1%9.3f%9.3f%9.3f%7.2f%7.2f%7.2f %-11.11s   1\n", c.a, c.b, c.c,
+                            c.alpha, c.beta, c.gamma, crystal_.space_group.c_str());
+  int serial = 0;
+  for (const gemmi::Chain& chain : copy.models.front().chains) {
+    for (const gemmi::Residue& residue : chain.residues) {
+      for (const gemmi::Atom& atom : residue.atoms)
+        text += pdb_record(chain, residue, atom, ++serial);
+    }
+    text += "TER\n";
+  }
+  return text;
+}
+
+std::vector<std::array<double, 3>> Coordinates::positions() const {
+  std::vector<std::array<double, 3>> list;
+  for_each_atom(*structure_, [&](const gemmi::Atom& atom) {
+    list.push_back({atom.pos.x, atom.pos.y, atom.pos.z});
+  });
+  return list;
 }
 
 bool Coordinates::fill_model() const {

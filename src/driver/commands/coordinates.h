@@ -1,6 +1,7 @@
 // Coordinate files, read with gemmi, and the engine's model filled from them.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -30,6 +31,9 @@ class Coordinates {
   // Atoms whose element is not known take no part; neither do deuterium atoms get their own length.
   [[nodiscard]] std::size_t unknown_count() const;
   [[nodiscard]] std::size_t deuterium_count() const;
+  // As PDB records that a viewer reads, chain names cut short where that format asks for it.
+  [[nodiscard]] std::string pdb_text() const;
+  [[nodiscard]] std::vector<std::array<double, 3>> positions() const;  // Angstrom
   // Appends the atoms to the engine's model as one entry; false after a report.
   [[nodiscard]] bool fill_model() const;
 

@@ -164,24 +164,6 @@ Json facts_of(const std::string& path, const qx_ccp4_map& map, const HeaderFacts
           {"symmetry", symmetry_info(map, facts)}};
 }
 
-void tell_symmetry(std::ostream& out, const Json& info) {
-  const Json& check = info["symmetry"];
-  out << "symmetry    ";
-  if (check.contains("unreadable")) {
-    out << "not checked: " << check["unreadable"].get<std::string>() << '\n';
-  } else if (check["operators"].get<std::size_t>() < 2) {
-    out << "none to check\n";
-  } else if (check["pairs"].get<std::int64_t>() == 0) {
-    out << "not checked: no two related points lie in the map\n";
-  } else {
-    out << (check["obeyed"].get<bool>() ? "obeyed" : "NOT OBEYED")
-        << format(": correlation %.6f of %lld related pairs, largest difference %.2g deviations\n",
-                  check["correlation"].get<double>(),
-                  static_cast<long long>(check["pairs"].get<std::int64_t>()),
-                  check["largest_difference"].get<double>());
-  }
-}
-
 void tell_statistics(std::ostream& out, const Json& info) {
   const Json& header = info["statistics"]["header"];
   const Json& found = info["statistics"]["recomputed"];
@@ -198,6 +180,11 @@ void tell_statistics(std::ostream& out, const Json& info) {
 }  // namespace
 
 Json map_info(const std::string& path, bool verbose) {
+  return map_info(path, verbose, [](const qx_ccp4_map&, const Json&) { return true; });
+}
+
+Json map_info(const std::string& path, bool verbose,
+              const std::function<bool(const qx_ccp4_map&, const Json&)>& visit) {
   const TemporaryFile copy;
   const bool packed = is_gzipped(path);
   if (packed) unpack(path, copy);
@@ -208,9 +195,24 @@ Json map_info(const std::string& path, bool verbose) {
     qx_ccp4_map map = {};
     if (qx_rd_ccp4_map(readable.c_str(), &map) != ok) return failed;
     json = facts_of(path, map, read_header(readable));
+    if (!visit(map, json)) return failed;
     return xfree_3d_double(map.density);
   });
   return json;
+}
+
+std::string symmetry_text(const Json& info) {
+  const Json& check = info["symmetry"];
+  if (check.contains("unreadable")) {
+    return "not checked: " + check["unreadable"].get<std::string>();
+  }
+  if (check["operators"].get<std::size_t>() < 2) return "none to check";
+  const auto pairs = check["pairs"].get<std::int64_t>();
+  if (pairs == 0) return "not checked: no two related points lie in the map";
+  return (check["obeyed"].get<bool>() ? "obeyed" : "NOT OBEYED") +
+         format(": correlation %.6f of %lld related pairs, largest difference %.2g deviations",
+                check["correlation"].get<double>(), static_cast<long long>(pairs),
+                check["largest_difference"].get<double>());
 }
 
 void tell_map(std::ostream& out, const Json& info) {
@@ -230,7 +232,7 @@ void tell_map(std::ostream& out, const Json& info) {
                 info["space_group_number"].get<int>(), info["symmetry_records"].size())
       << "origin      " << text("origin") << " (words 50-52)\n";
   tell_statistics(out, info);
-  tell_symmetry(out, info);
+  out << "symmetry    " << symmetry_text(info) << '\n';
   for (const Json& label : info["labels"])
     out << "label       " << label.get<std::string>() << '\n';
 }

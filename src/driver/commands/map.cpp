@@ -7,7 +7,9 @@
 #include "crystal/symop.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/coordinates.h"
+#include "driver/commands/map_check.h"
 #include "driver/commands/map_job.h"
+#include "driver/commands/viewer_scripts.h"
 
 #include <quorix/engine.h>
 #include <quorix/grid.h>
@@ -32,6 +34,7 @@ struct MapReport {
   std::int32_t used = 0, dropped = 0;
   std::int32_t counts[3] = {};
   double mean = 0.0, rms = 0.0;  // before scaling, e/A^3
+  std::optional<MapCheck> check;
   std::vector<std::string> warnings;
 
   [[nodiscard]] double deviation() const {
@@ -145,6 +148,10 @@ void tell(std::ostream& out, const MapJob& job, const MapReport& report) {
     out << format(" about zero, %.5f about the mean %.5f", report.deviation(), report.mean);
   }
   out << (job.options.no_scale ? ", not scaled: " : ", scaled to 1: ") << report.output << '\n';
+  if (report.check) {
+    out << format("check       read back, within %.1e rms of a direct sum at %d points\n",
+                  report.check->largest, report.check->points);
+  }
 }
 
 nlohmann::ordered_json as_json(const MapJob& job, const MapReport& report) {
@@ -164,6 +171,10 @@ nlohmann::ordered_json as_json(const MapJob& job, const MapReport& report) {
   json["mean"] = report.mean;
   json["rms_about_zero"] = report.rms;
   json["rms_about_mean"] = report.deviation();
+  if (report.check) {
+    json["check"] = {{"points", report.check->points},
+                     {"largest_deviation_rms", report.check->largest}};
+  }
   return json;
 }
 
@@ -174,6 +185,13 @@ void generate(Engine& engine, const MapJob& job, MapReport& report) {
   const qxmap& map = *qx_get_qxmap();
   report.mean = map.mean;
   report.rms = map.rms;
+  if (job.options.check) {
+    report.check = check_map(engine, job.output);
+    if (!report.check->passed()) {
+      throw CommandError(
+          1, report.output + format(" is %.1e rms away from a direct sum", report.check->largest));
+    }
+  }
   engine.run(end_section());
 }
 
@@ -229,7 +247,8 @@ std::string stem_of(const std::string& path) {
 }
 
 void make_map(const MapOptions& options, const ReflectionFile& file, const MapLabels& labels,
-              const std::string& output, nlohmann::ordered_json& all) {
+              const std::string& output, nlohmann::ordered_json& all,
+              std::vector<ViewedMap>& viewed) {
   const OutputName name(output);
   MapJob job = {options, file, labels, file.readable, name.path(), options.dmin};
   for (const std::string* label : {&labels.amplitude, &labels.phase}) {
@@ -247,6 +266,8 @@ void make_map(const MapOptions& options, const ReflectionFile& file, const MapLa
     return print_sections(job);
   }
   if (!options.show_grid) generate(*engine, job, report);
+  viewed.push_back(
+      {output, is_difference_amplitude(labels.amplitude), options.no_scale ? report.rms : 1.0});
   if (output != "-") all.push_back(as_json(job, report));
   name.deliver();
   if (!options.quiet && !options.json) tell(output == "-" ? std::cerr : std::cout, job, report);
@@ -306,8 +327,21 @@ void check_options(const MapOptions& options) {
                        "atoms are given to the engine in arrays: --extent model has no text of "
                        "sections to print");
   }
-  if (options.output == "-" && (options.verbose || options.json)) {
-    throw CommandError(2, "the map itself goes to standard output: --verbose and --json cannot");
+  if (options.output == "-" && (options.verbose || options.json || options.scripts)) {
+    throw CommandError(
+        2, "the map itself goes to standard output: --verbose, --json and --scripts cannot");
+  }
+}
+
+void show_in_viewers(const MapOptions& options, const std::vector<ViewedMap>& maps) {
+  const std::filesystem::path first(maps.front().path);
+  const std::string model = options.extent.front() == "model" ? options.extent.at(1) : "";
+  const std::string stem = options.output.empty() ? stem_of(options.input) : first.stem().string();
+  const auto scripts = viewer_scripts(stem, maps, model);
+  write_scripts(first.parent_path().string(), scripts);
+  if (options.quiet || options.json) return;
+  for (const ViewerScript& script : scripts) {
+    std::cout << format("%-11s ", script.program.c_str()) << script.command << '\n';
   }
 }
 
@@ -317,13 +351,16 @@ int run(const MapOptions& options) {
   const ReflectionFile file = read_reflections(options.input, options.verbose);
   const std::vector<MapLabels> chosen = choose_labels(options, file);
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  std::vector<ViewedMap> viewed;
   for (const MapLabels& labels : chosen) {
     if (&labels != &chosen.front() && !options.quiet && !options.json) std::cout << '\n';
     const std::string output = options.output.empty()
                                    ? stem_of(options.input) + "_" + labels.kind + ".ccp4"
                                    : options.output;
-    make_map(options, file, labels, output, all);
+    make_map(options, file, labels, output, all, viewed);
   }
+  const bool made = !options.show_grid && !options.print_sections;
+  if (options.scripts && made) show_in_viewers(options, viewed);
   if (options.json && !options.print_sections)
     std::cout << all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
   return 0;

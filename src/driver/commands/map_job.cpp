@@ -83,6 +83,10 @@ SectionText map_section(const MapJob& job) {
   if (!options.plain_header) {
     write += options.no_symmetry ? " origin zero" : " symm yes origin zero";
   }
+  if (options.provenance) {
+    write += " prov \"" + options.input + "\" columns \"" + job.labels.amplitude + " " +
+             job.labels.phase + "\"";
+  }
   return SectionText("xmap")
       .line("mapdef generated with amplitude input phase input")
       .line(format("param type unweighted u 1 v 0 scale %s cushion %g",

@@ -2,6 +2,7 @@
 
 #include "driver/commands/sections.h"
 
+#include <algorithm>
 #include <span>
 
 namespace qx {
@@ -92,6 +93,12 @@ MapLabels usual_labels(const ReflectionFile& file, bool difference) {
     }
   }
   return {};
+}
+
+bool is_difference_amplitude(const std::string& name) {
+  const std::string label = name.substr(name.rfind('/') + 1);
+  return std::any_of(std::begin(difference_pairs), std::end(difference_pairs),
+                     [&](const Convention& pair) { return label == pair.amplitude; });
 }
 
 MapLabels given_labels(const ReflectionFile& file, const std::string& amplitude,

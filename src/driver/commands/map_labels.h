@@ -20,6 +20,9 @@ std::vector<MapLabels> label_candidates(const ReflectionFile& file);
 // without one. Throws CommandError when labels of the pair stand in the file more than once.
 MapLabels usual_labels(const ReflectionFile& file, bool difference);
 
+// True for the usual amplitudes of difference maps; their level is looked at with both signs.
+bool is_difference_amplitude(const std::string& name);
+
 // What the user named, checked; throws CommandError with the candidates.
 MapLabels given_labels(const ReflectionFile& file, const std::string& amplitude,
                        const std::string& phase);

@@ -55,6 +55,12 @@ void add_output_options(CLI::App& command, MapOptions& o) {
   command.add_flag("--no-symmetry-records", o.no_symmetry, "Leave them out of the file");
   command.add_flag("--plain-header", o.plain_header,
                    "Neither symmetry records nor a zero origin: the bytes of quorix-map");
+  command.add_flag("--provenance", o.provenance,
+                   "Tell in labels 3-10 of the map what it was made of, how and when");
+  command.add_flag("--check", o.check,
+                   "Read the map back and compare it with a direct sum at 100 points");
+  command.add_flag("--scripts", o.scripts,
+                   "Also write scripts that show the maps in Coot, PyMOL and ChimeraX");
   command.add_flag("--show-grid", o.show_grid, "Tell the grid and make no map");
   command.add_flag("--print-sections", o.print_sections,
                    "Print the sections for quorix run and make no map");

@@ -1,0 +1,310 @@
+// quorix report: a map as one page to look at, and scripts for the programs that edit models.
+#include "driver/commands/report.h"
+
+#include "driver/commands/commands.h"
+#include "driver/commands/coordinates.h"
+#include "driver/commands/info.h"
+#include "driver/commands/map_labels.h"
+#include "driver/commands/map_symmetry.h"
+#include "driver/commands/sections.h"
+#include "driver/commands/viewer_scripts.h"
+
+#include <quorix/version.h>
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gemmi/symmetry.hpp>  // for parse_triplet
+#include <gemmi/unitcell.hpp>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <numeric>
+#include <optional>
+#include <regex>
+
+namespace qx {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Options {
+  std::string map, model, data, column, folder = ".";
+  double most_points = 8.0;  // millions
+  bool difference = false, no_difference = false, quiet = false, verbose = false;
+};
+
+struct Model {
+  std::string file;
+  Coordinates coordinates;
+  std::vector<std::array<double, 3>> atoms;
+  explicit Model(const std::string& path)
+      : file(path), coordinates(path), atoms(coordinates.positions()) {}
+};
+
+std::string read_whole(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    throw CommandError(2,
+                       "cannot read " + path.string() +
+                           ", a part of the page: is quorix installed whole, or ZENVI_DATA set?");
+  }
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::filesystem::path parts_folder() {
+  const char* data = std::getenv("ZENVI_DATA");
+  return std::filesystem::path(data ? data : ".") / "report";
+}
+
+// The text behind `heading` among the map's labels.
+std::string label_with(const Json& info, const std::string& heading) {
+  for (const Json& label : info["labels"]) {
+    const auto text = label.get<std::string>();
+    if (text.starts_with(heading)) return text.substr(heading.size());
+  }
+  return {};
+}
+
+// What one unit of the map is in e/A^3, as far as the map tells.
+Json scale_of(const Json& info, double rms) {
+  const std::string density = label_with(info, "Density: ");
+  std::smatch match;
+  if (std::regex_search(density, match, std::regex("scaled to rms 1 from ([-+.0-9eE]+) e/A"))) {
+    const double factor = std::strtod(match[1].str().c_str(), nullptr);
+    return {{"factor", factor}, {"text", format("rms 1 in the file is %.5g e/Å³", factor)}};
+  }
+  if (density.empty() && std::fabs(rms - 1.0) < 1e-3) {
+    return {{"factor", nullptr},
+            {"text",
+             "scaled to rms 1; what that is in e/Å³ the file does not say (quorix map "
+             "--provenance writes it)"}};
+  }
+  return {{"factor", 1.0},
+          {"text", density.empty() ? "taken for e/Å³, since it is not scaled to rms 1" : "e/Å³"}};
+}
+
+// By the labels that quorix map writes, else by the name; the page can switch.
+bool looks_like_difference(const Options& options, const Json& info) {
+  if (options.difference || options.no_difference) return options.difference;
+  const std::string columns = label_with(info, "Columns: ");
+  if (!columns.empty()) return is_difference_amplitude(columns.substr(0, columns.find(' ')));
+  const std::string name = std::filesystem::path(options.map).stem().string();
+  return std::regex_search(name,
+                           std::regex("(^|[^2a-z])(m?fo[-_]?d?fc|diff|delfwt)", std::regex::icase));
+}
+
+// Where the box that is shown has its centre, in grid points: the model's, else the map's.
+void find_centre(const qx_ccp4_map& map, const std::optional<Model>& model, double (&centre)[3]) {
+  for (int a = 0; a < 3; ++a) centre[a] = map.starts[a] + 0.5 * map.counts[a];
+  if (!model) return;
+  const double* c = map.cell;
+  const gemmi::UnitCell cell(c[0], c[1], c[2], c[3], c[4], c[5]);
+  gemmi::Position sum;
+  for (const auto& atom : model->atoms) sum += gemmi::Position(atom[0], atom[1], atom[2]);
+  const gemmi::Fractional middle =
+      cell.fractionalize(sum * (1.0 / static_cast<double>(model->atoms.size())));
+  const double fractions[3] = {middle.x, middle.y, middle.z};
+  for (int a = 0; a < 3; ++a) {
+    // The copy of it that lies in the map.
+    const double inside = fractions[a] * map.intervals[a] - map.starts[a];
+    centre[a] = map.starts[a] + inside - std::floor(inside / map.intervals[a]) * map.intervals[a];
+  }
+}
+
+// What is needed to see all of a crystal whose map is a part of the cell: the operators on grid
+// points, 3 x 4 by rows.
+Json grid_operators(const qx_ccp4_map& map, const Json& info) {
+  Json list = Json::array();
+  if (std::equal(map.counts, map.counts + 3, map.intervals, std::greater_equal<>())) return list;
+  auto texts = info["symmetry_records"].get<std::vector<std::string>>();
+  if (texts.empty()) texts = operators_of_group(map.space_group);
+  for (const std::string& text : texts) {
+    gemmi::Op op;
+    try {
+      op = gemmi::parse_triplet(text);
+    } catch (const std::exception&) {
+      return Json::array();  // as the symmetry check tells
+    }
+    std::vector<double> matrix;
+    for (std::size_t a = 0; a < 3; ++a) {
+      const double n = map.intervals[a];
+      for (std::size_t b = 0; b < 3; ++b) {
+        matrix.push_back(op.rot[a][b] * n / map.intervals[b] / gemmi::Op::DEN);
+      }
+      matrix.push_back(op.tran[a] * n / gemmi::Op::DEN);
+    }
+    list.push_back(matrix);
+  }
+  return list;
+}
+
+Json model_json(const Model& model) {
+  return {{"file", model.file}, {"pdb", model.coordinates.pdb_text()}, {"atoms", model.atoms}};
+}
+
+// What the density itself gives; false after a report.
+bool visit_density(const Options& options, const std::optional<Model>& model,
+                   const qx_ccp4_map& map, const Json& info, Json& page) {
+  const double rms = info["statistics"]["recomputed"]["rms_about_zero"].get<double>();
+  if (!(rms > 0.0) || !std::isfinite(rms)) throw CommandError(2, options.map + " is flat");
+  double centre[3] = {};
+  find_centre(map, model, centre);
+  const ShownBox box = shown_box(map, centre, 1e6 * options.most_points);
+  if (!box.whole) {
+    page["notices"].push_back(format(
+        "The map has %d x %d x %d points: the page shows a box of %d x "
+        "%d x %d of them (--points sets how many).",
+        map.counts[0], map.counts[1], map.counts[2], box.counts[0], box.counts[1], box.counts[2]));
+  }
+  page["histogram"] = density_histogram(map, rms);
+  page["density"] = packed_density(map, box, rms);
+  page["operators"] = grid_operators(map, info);
+  page["scale"] = scale_of(info, rms);
+  if (!options.data.empty()) return true;
+  page["completeness"] =
+      completeness_of_map(map, info["symmetry_records"].get<std::vector<std::string>>());
+  return !page["completeness"].is_null();
+}
+
+Json compose_page(const Options& options) {
+  std::optional<Model> model;
+  if (!options.model.empty()) model.emplace(options.model);
+  Json page = {{"title", std::filesystem::path(options.map).filename().string()},
+               {"notices", Json::array()},
+               {"made", format("Made by quorix %s.", QUORIX_VERSION)}};
+  const Json info =
+      map_info(options.map, options.verbose, [&](const qx_ccp4_map& map, const Json& facts) {
+        return visit_density(options, model, map, facts, page);
+      });
+  page["map"] = info;
+  page["symmetry"] = symmetry_text(info);
+  page["difference"] = looks_like_difference(options, info);
+  page["model"] = model ? model_json(*model) : Json(nullptr);
+  if (!options.data.empty()) {
+    page["completeness"] = completeness_of_data(read_reflections(options.data, options.verbose),
+                                                options.column, page["difference"].get<bool>());
+  }
+  return page;
+}
+
+std::string stem_of(std::filesystem::path name) {
+  if (name.extension() == ".gz") name = name.stem();
+  return name.stem().string();
+}
+
+// JSON that may stand in an HTML element: nothing in it ends the element.
+std::string embedded(const Json& page) {
+  std::string text = page.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  std::string safe;
+  safe.reserve(text.size());
+  for (const char c : text) {
+    if (c == '<') {
+      safe += "\\u003c";
+    } else {
+      safe += c;
+    }
+  }
+  return safe;
+}
+
+std::string fill(const std::string& page, const std::map<std::string, std::string>& parts) {
+  std::string text;
+  std::size_t from = 0;
+  for (std::size_t at = 0; (at = page.find('@', from)) != std::string::npos;) {
+    const std::size_t end = page.find('@', at + 1);
+    const auto part =
+        end == std::string::npos ? parts.end() : parts.find(page.substr(at + 1, end - at - 1));
+    if (part == parts.end()) {
+      text += page.substr(from, at + 1 - from);
+      from = at + 1;
+    } else {
+      text += page.substr(from, at - from) + part->second;
+      from = end + 1;
+    }
+  }
+  return text + page.substr(from);
+}
+
+void write_page(const std::filesystem::path& path, const Json& page) {
+  const std::filesystem::path parts = parts_folder();
+  std::string libraries;
+  for (const char* name : {"d3-array.min.js", "d3-contour.min.js", "uglymol.js"}) {
+    libraries += read_whole(parts / "third-party" / name) + "\n";
+  }
+  const std::string html =
+      fill(read_whole(parts / "page.html"), {{"STYLE", read_whole(parts / "page.css")},
+                                             {"DATA", embedded(page)},
+                                             {"LIBRARIES", libraries},
+                                             {"SCRIPT", read_whole(parts / "page.js")}});
+  // A page that is there stays until the new one is whole.
+  const std::filesystem::path unfinished = path.string() + ".part";
+  std::ofstream file(unfinished, std::ios::binary);
+  file << html;
+  file.close();
+  std::error_code error;
+  if (file) std::filesystem::rename(unfinished, path, error);
+  if (!file || error) {
+    std::filesystem::remove(unfinished, error);
+    throw CommandError(2, "cannot write " + path.string());
+  }
+}
+
+int run(const Options& options) {
+  const Progress progress("looking at the map");
+  (void)first_bytes(options.map, 1);
+  Json page = compose_page(options);
+  std::error_code error;
+  std::filesystem::create_directories(options.folder, error);
+  const std::string stem = stem_of(std::filesystem::path(options.map).filename());
+  const double rms = page["map"]["statistics"]["recomputed"]["rms_about_zero"].get<double>();
+  const auto scripts =
+      viewer_scripts(stem, {{options.map, page["difference"].get<bool>(), rms}}, options.model);
+  page["scripts"] = Json::array();
+  for (const ViewerScript& script : scripts) {
+    page["scripts"].push_back(
+        {{"program", script.program}, {"command", script.command}, {"text", script.text}});
+  }
+  const std::filesystem::path folder(options.folder);
+  write_page(folder / (stem + ".html"), page);
+  write_scripts(options.folder, scripts);
+  if (options.quiet) return 0;
+  std::cout << format("%-11s ", "page") << (folder / (stem + ".html")).string() << '\n';
+  for (const ViewerScript& script : scripts) {
+    std::cout << format("%-11s ", script.program.c_str()) << (folder / script.file).string()
+              << '\n';
+  }
+  return 0;
+}
+
+}  // namespace
+
+void add_report(CLI::App& app, int& status) {
+  auto options = std::make_shared<Options>();
+  Options& o = *options;
+  CLI::App* command =
+      app.add_subcommand("report", "A map as a page to look at, and scripts for other programs");
+  command->add_option("MAP", o.map, "CCP4 map, also gzipped")->required();
+  command->add_option("--model", o.model, "Atoms to show with it: PDB or mmCIF, also gzipped");
+  command->add_option("-o,--output", o.folder, "Folder for the page and the scripts")
+      ->capture_default_str();
+  auto* data = command->add_option("--data", o.data,
+                                   "Reflections whose completeness is shown (default: that of the "
+                                   "map's own coefficients)");
+  command->add_option("--column", o.column, "Column of the data (default: FWT or its like)")
+      ->needs(data);
+  auto* difference =
+      command->add_flag("--difference", o.difference, "A difference map: contours of both signs");
+  command->add_flag("--no-difference", o.no_difference, "Not a difference map, whatever its name")
+      ->excludes(difference);
+  command->add_option("--points", o.most_points, "Most points that the page holds, in millions")
+      ->check(CLI::Range(0.001, 100.0))
+      ->capture_default_str();
+  command->add_flag("-q,--quiet", o.quiet, "Warnings and errors only");
+  command->add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
+  command->callback([options, &status] { status = run(*options); });
+}
+
+}  // namespace qx

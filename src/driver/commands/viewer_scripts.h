@@ -1,0 +1,30 @@
+// Scripts that load maps at a sensible level in the programs people look at them with.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace qx {
+
+struct ViewedMap {
+  std::string path;
+  bool difference;
+  double rms;  // of the density in the file, about zero
+};
+
+struct ViewerScript {
+  std::string program, file, command;  // the name to give it, and what to type
+  std::string text;
+};
+
+// Levels, in rms about zero: that at which a map is drawn, for difference maps both signs.
+double sensible_level(bool difference);
+// Paths are made absolute, so that the scripts run from anywhere; `model` may be empty. The names
+// of the files begin with `stem`.
+std::vector<ViewerScript> viewer_scripts(const std::string& stem,
+                                         const std::vector<ViewedMap>& maps,
+                                         const std::string& model);
+// Writes them into `folder`; throws CommandError if that fails.
+void write_scripts(const std::string& folder, const std::vector<ViewerScript>& scripts);
+
+}  // namespace qx

@@ -1,0 +1,220 @@
+// quorix report: what the page holds, taken apart again. How it looks in a browser is tested by
+// tests/report.
+#include "support/engine.h"
+#include "support/mtz_maker.h"
+#include "support/program.h"
+
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <numeric>
+#include <zlib.h>
+
+namespace qx::test {
+namespace {
+
+using Json = nlohmann::json;
+
+const std::string source = QUORIX_SOURCE_DIR;
+const std::string example = source + "/examples/1ubq.mtz";
+const std::string model = source + "/examples/1ubq.pdb";
+
+std::string unpacked(const std::string& base64) {
+  std::string bytes;
+  unsigned word = 0;
+  int bits = 0;
+  for (const char c : base64) {
+    const std::string digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const std::size_t digit = digits.find(c);
+    if (digit == std::string::npos) break;
+    word = word << 6 | static_cast<unsigned>(digit);
+    bits += 6;
+    if (bits < 8) continue;
+    bits -= 8;
+    bytes += static_cast<char>(word >> bits & 255U);
+  }
+  std::string plain(1 << 22, '\0');
+  z_stream stream = {};
+  EXPECT_EQ(inflateInit2(&stream, 31), Z_OK);
+  stream.next_in = reinterpret_cast<Bytef*>(bytes.data());
+  stream.avail_in = static_cast<uInt>(bytes.size());
+  stream.next_out = reinterpret_cast<Bytef*>(plain.data());
+  stream.avail_out = static_cast<uInt>(plain.size());
+  EXPECT_EQ(inflate(&stream, Z_FINISH), Z_STREAM_END);
+  plain.resize(stream.total_out);
+  inflateEnd(&stream);
+  return plain;
+}
+
+class ReportCommand : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::filesystem::current_path(scratch_.path());
+    make_map("map.ccp4", {"--provenance"});
+  }
+  void TearDown() override { std::filesystem::current_path(before_); }
+
+  static void make_map(const std::string& name, std::vector<std::string> more) {
+    more.insert(more.begin(), {"map", example, name, "-q"});
+    const ProgramResult result = run_program("quorix", more);
+    ASSERT_EQ(result.status, 0) << result.errors;
+  }
+  static ProgramResult report(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "report");
+    return run_program("quorix", arguments);
+  }
+  // The JSON that a page holds.
+  static Json page(const std::string& path) {
+    const std::string html = read_file(path);
+    const std::string before = "id=\"report\">";
+    const std::size_t start = html.find(before);
+    const std::size_t end = html.find("</script>", start);
+    if (start == std::string::npos || end == std::string::npos) return {};
+    return Json::parse(html.substr(start + before.size(), end - start - before.size()));
+  }
+  static Json page_of(std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"-o", "out"});
+    const ProgramResult result = report(arguments);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    return page("out/" + std::filesystem::path(arguments.front()).stem().string() + ".html");
+  }
+
+  ScratchDirectory scratch_;
+  std::filesystem::path before_ = std::filesystem::current_path();
+};
+
+TEST_F(ReportCommand, holdsTheDensityOfTheMap) {
+  const Json json = page_of({"map.ccp4", "--model", model});
+  const std::string file = read_file("map.ccp4");
+  const std::string bytes = unpacked(json["density"]["data"]);
+  ASSERT_EQ(bytes.size(), 90U * 72U * 48U);
+  double largest = 0.0;
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    float value = 0;
+    std::memcpy(&value, file.data() + file.size() - 4 * (bytes.size() - i), 4);
+    const double shown =
+        json["density"]["lowest"].get<double>() +
+        json["density"]["step"].get<double>() * static_cast<unsigned char>(bytes[i]);
+    largest = std::max(largest, std::fabs(shown - static_cast<double>(value)));
+  }
+  EXPECT_LE(largest, 0.0501);  // half a step
+  const auto counts = json["histogram"]["counts"].get<std::vector<std::int64_t>>();
+  EXPECT_EQ(std::accumulate(counts.begin(), counts.end(), std::int64_t{0}), 90 * 72 * 48);
+  EXPECT_EQ(json["model"]["atoms"].size(), 660U);
+  EXPECT_NE(json["model"]["pdb"].get<std::string>().find(
+                "ATOM      1  N   MET A   1      27.340  24.430   2.614  1.00  9.67           N"),
+            std::string::npos);
+  EXPECT_NEAR(json["scale"]["factor"], 0.51622, 1e-5);
+  EXPECT_FALSE(json["difference"]);
+  EXPECT_TRUE(json["operators"].empty());
+}
+
+double total(const Json& shells, const char* key) {
+  double sum = 0.0;
+  for (const Json& shell : shells) sum += shell[key].get<double>();
+  return sum;
+}
+
+TEST_F(ReportCommand, countsTheCoefficientsOfTheMapAndTheDataAlike) {
+  // 22 of the example's 6224 reflections have no FWT.
+  const Json map = page_of({"map.ccp4"})["completeness"];
+  EXPECT_EQ(total(map["shells"], "found"), 6202.0);
+  const Json data = page_of({"map.ccp4", "--data", example})["completeness"];
+  ASSERT_EQ(map["shells"].size(), data["shells"].size());
+  for (std::size_t i = 0; i < data["shells"].size(); ++i) {
+    for (const char* key : {"found", "possible"}) {
+      EXPECT_EQ(map["shells"][i][key], data["shells"][i][key]) << i << key;
+    }
+    // The map is scaled: amplitudes differ by its rms.
+    EXPECT_NEAR(map["shells"][i]["amplitude"].get<double>() * 0.51622,
+                data["shells"][i]["amplitude"].get<double>(),
+                1e-3 * data["shells"][i]["amplitude"].get<double>());
+  }
+  make_map("half.ccp4", {"--dmin", "2.5"});
+  EXPECT_NEAR(page_of({"half.ccp4"})["completeness"]["shells"].back()["high"], 2.5, 0.01);
+  make_map("part.ccp4", {"--extent", "asu"});
+  const Json part = page_of({"part.ccp4"});
+  EXPECT_TRUE(part["completeness"]["shells"].empty());
+  EXPECT_EQ(part["operators"].size(), 4U);
+}
+
+TEST_F(ReportCommand, showsABoxAboutTheModelOfALargeMap) {
+  const Json json = page_of({"map.ccp4", "--model", model, "--points", "0.03"});
+  const auto counts = json["density"]["counts"].get<std::vector<int>>();
+  EXPECT_LE(counts[0] * counts[1] * counts[2], 30000);
+  EXPECT_GT(counts[0] * counts[1] * counts[2], 25000);
+  ASSERT_EQ(json["notices"].size(), 1U);
+  // The mean of the atoms is at fractions 0.60, 0.67, 0.30 of the cell.
+  const int n[3] = {90, 72, 48};
+  double mean[3] = {};
+  for (const Json& atom : json["model"]["atoms"]) {
+    const double edges[3] = {50.84, 42.77, 28.95};
+    for (std::size_t a = 0; a < 3; ++a) mean[a] += atom[a].get<double>() / edges[a] / 660.0;
+  }
+  for (std::size_t a = 0; a < 3; ++a) {
+    const int first = json["density"]["starts"][a];
+    EXPECT_NEAR(first + 0.5 * counts[a], mean[a] * n[a], 1.01) << a;
+    EXPECT_GE(first, 0);
+    EXPECT_LE(first + counts[a], n[a]);
+  }
+}
+
+TEST_F(ReportCommand, knowsDifferenceMapsByLabelNameOrWord) {
+  make_map("a.ccp4", {"--difference", "--provenance"});
+  EXPECT_TRUE(page_of({"a.ccp4"})["difference"]);
+  EXPECT_FALSE(page_of({"a.ccp4", "--no-difference"})["difference"]);
+  for (const auto& [name, expected] :
+       std::vector<std::pair<std::string, bool>>{{"x_mFo-DFc.ccp4", true},
+                                                 {"x_2mFo-DFc.ccp4", false},
+                                                 {"x_fofc.ccp4", true},
+                                                 {"x_2fofc.ccp4", false}}) {
+    make_map(name, {});
+    EXPECT_EQ(page_of({name})["difference"], expected) << name;
+  }
+}
+
+TEST_F(ReportCommand, noTextOfAFileBecomesAPartOfThePage) {
+  std::string bytes = read_file("map.ccp4");
+  const std::string bad = "</script><script>alert(1)</script>@DATA@\"'&\xff\x01";
+  bytes.replace(224 + 160, bad.size(), bad);
+  write_file("bad.ccp4", bytes);
+  const Json json = page_of({"bad.ccp4"});
+  EXPECT_NE(json["map"]["labels"][2].get<std::string>().find("alert(1)"), std::string::npos);
+  const std::string html = read_file("out/bad.html");
+  EXPECT_EQ(html.find("<script>alert"), std::string::npos);
+  EXPECT_EQ(html.find("http://localhost"), std::string::npos);
+}
+
+TEST_F(ReportCommand, failsWithALineAndLeavesTheOlderPage) {
+  ASSERT_EQ(report({"map.ccp4", "-o", "out", "-q"}).status, 0);
+  const std::string before = read_file("out/map.html");
+  write_file("flat.ccp4", read_file("map.ccp4").substr(0, 1024) + std::string(320, ' ') +
+                              std::string(4 * 90 * 72 * 48, '\0'));
+  write_file("short.ccp4", read_file("map.ccp4").substr(0, 5000));
+  struct Case {
+    std::vector<std::string> arguments;
+    int status;
+    std::string said;
+  };
+  for (const Case& c : {
+           Case{{"none.ccp4"}, 2, "there is no file none.ccp4"},
+           Case{{"flat.ccp4"}, 2, "flat.ccp4 is flat"},
+           Case{{"short.ccp4"}, 1, "the engine reported a failure"},
+           Case{{example}, 1, "the engine reported a failure"},
+           Case{{"map.ccp4", "--model", "none.pdb"}, 2, "cannot read coordinates from none.pdb"},
+           Case{{"map.ccp4", "--data", example, "--column", "X"}, 2, "does not have one column X"},
+           Case{{"map.ccp4", "-o", "map.ccp4"}, 2, "cannot write map.ccp4/map.html"},
+       }) {
+    const ProgramResult result = report(c.arguments);
+    EXPECT_EQ(result.status, c.status) << c.said;
+    EXPECT_NE(result.errors.find(c.said), std::string::npos) << result.errors;
+  }
+  EXPECT_EQ(read_file("out/map.html"), before);
+  for (const auto& entry : std::filesystem::directory_iterator("out")) {
+    EXPECT_NE(entry.path().extension(), ".part");
+  }
+}
+
+}  // namespace
+}  // namespace qx::test
