@@ -324,7 +324,7 @@ function drawCompleteness() {
     const line = element(at('shells'), 'tr');
     for (const cell of [`${shell.low.toFixed(2)} – ${shell.high.toFixed(2)}`, shell.found, shell.possible,
                         `${((100 * shell.found) / Math.max(1, shell.possible)).toFixed(1)} %`,
-                        shell.amplitude.toPrecision(3)]) element(line, 'td', cell);
+                        shell.amplitude >= 100 ? Math.round(shell.amplitude) : shell.amplitude.toPrecision(3)]) element(line, 'td', cell);
   }
   element(at('shells').parentNode, 'p', text);
 }
