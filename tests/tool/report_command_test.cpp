@@ -186,6 +186,19 @@ TEST_F(ReportCommand, noTextOfAFileBecomesAPartOfThePage) {
   EXPECT_EQ(html.find("http://localhost"), std::string::npos);
 }
 
+TEST_F(ReportCommand, doesNotCountTheReflectionsOfACellThatIsNone) {
+  const std::string good = read_file("map.ccp4");
+  for (const auto& [word, value] :
+       std::vector<std::pair<std::size_t, float>>{{15, -3e-10F}, {11, NAN}, {12, -20.0F}}) {
+    std::string bytes = good;
+    std::memcpy(bytes.data() + 4 * word, &value, 4);
+    write_file("bad.ccp4", bytes);
+    const ProgramResult result = report({"bad.ccp4", "-o", "out"});
+    if (result.status != 0) continue;  // refused as a whole
+    EXPECT_TRUE(page("out/bad.html")["completeness"]["shells"].empty()) << word;
+  }
+}
+
 TEST_F(ReportCommand, failsWithALineAndLeavesTheOlderPage) {
   ASSERT_EQ(report({"map.ccp4", "-o", "out", "-q"}).status, 0);
   const std::string before = read_file("out/map.html");

@@ -17,7 +17,7 @@ using Json = nlohmann::ordered_json;
 
 // Unique reflections between the limits of the rows; 0 if that cannot be told.
 int expected_reflections(const ReflectionFile& file) {
-  if (!file.group || file.batches > 0 || !(file.resolution[0] > 0.0)) return 0;
+  if (!file.group || file.batches > 0 || !are_countable(file.cell, file.resolution[0])) return 0;
   const double* c = file.cell;
   constexpr double slack = 1e-6;
   return gemmi::count_reflections(gemmi::UnitCell(c[0], c[1], c[2], c[3], c[4], c[5]), file.group,

@@ -138,6 +138,15 @@ std::string ReflectionFile::name_of(const FileColumn& column) const {
 
 std::string ReflectionFile::engine_group() const { return group ? group->xhm() : std::string(); }
 
+bool are_countable(const double* cell, double dmin) {
+  const gemmi::UnitCell box(cell[0], cell[1], cell[2], cell[3], cell[4], cell[5]);
+  if (!box.is_crystal() || !(dmin > 0.0)) return false;
+  const double longest = std::max({1 / box.ar, 1 / box.br, 1 / box.cr, box.a, box.b, box.c});
+  constexpr double most = 2e9;  // indices in the box that is searched
+  const double searched = 8.0 * box.a * box.b * box.c / (dmin * dmin * dmin);
+  return longest / dmin < 1e5 && searched < most && box.volume > 0.0;
+}
+
 ReflectionFile read_reflections(const std::string& path, bool verbose) {
   ReflectionFile file;
   file.path = path;

@@ -56,6 +56,10 @@ struct ReflectionFile {
   [[nodiscard]] std::string engine_group() const;
 };
 
+// True if the cell is one, and its reflections to `dmin` (Angstrom) are few enough to be gone
+// through: damaged files have cells of any size.
+bool are_countable(const double* cell, double dmin);
+
 // Throws CommandError, after a report of the engine if it is the engine that refuses the file.
 ReflectionFile read_reflections(const std::string& path, bool verbose);
 

@@ -21,7 +21,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr int shell_count = 15;
-constexpr double most_points = 5e7;  // three arrays of doubles are held
+constexpr double most_points = 3e7;  // three arrays of doubles are held
 // Beneath this share of the rms amplitude a coefficient is what rounding to single precision left.
 constexpr double least_amplitude = 1e-6;
 
@@ -160,6 +160,7 @@ Json shells_of_map(const qx_ccp4_map& map, const Spectrum& spectrum, const gemmi
   const double stars[3] = {cell.ar, cell.br, cell.cr};
   for (int a = 0; a < 3; ++a) nyquist = std::max(nyquist, 2.0 / (map.intervals[a] * stars[a]));
   // Strictly inside: at half the grid's count an index and its opposite are one.
+  if (!are_countable(map.cell, nyquist)) return no_shells("The map's cell is none.");
   const Range range = range_of(spectrum, cell, group, nyquist * 1.0001);
   if (!(range.high < range.low)) return no_shells("The density has no Fourier coefficients.");
   const double volume = cell.volume;
@@ -247,6 +248,7 @@ Json completeness_of_data(const ReflectionFile& file, const std::string& label, 
     high = std::min(high, d);
   }
   if (!(high < low)) return no_shells("Column " + column.label + " holds nothing.");
+  if (!are_countable(c, high)) return no_shells("The cell of " + file.path + " is none.");
   const gemmi::ReciprocalAsu asu(file.group);
   const gemmi::GroupOps ops = file.group->operations();
   const Json shells = shells_of(cell, file.group, low, high, [&](int h, int k, int l) {
