@@ -1,11 +1,8 @@
 // quorix: picks a subcommand.
-#include "driver/commands/commands.h"
+#include "driver/commands/app.h"
 #include "driver/commands/sections.h"
 #include "driver/data_directory.h"
 
-#include <quorix/version.h>
-
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -14,15 +11,8 @@ namespace {
 
 int run(int argc, char** argv) {
   int status = 0;
-  CLI::App app("Crystallographic computation engine for macromolecular X-ray data", "quorix");
-  app.set_version_flag("--version", "quorix " QUORIX_VERSION);
-  app.require_subcommand(1);
-  app.failure_message(CLI::FailureMessage::help);
-  qx::add_map(app, status);
-  qx::add_info(app, status);
-  qx::add_run(app, status);
-  qx::add_fcalc(app, status);
-  qx::add_report(app, status);
+  CLI::App app;
+  qx::build_app(app, status);
   qx::point_to_installed_data();
   try {
     app.parse(argc, argv);

@@ -25,7 +25,7 @@ map=$scratch/1ubq.ccp4
 env -u ZENVI_DATA "$prefix/bin/quorix-map" 'P 21 21 21' 50.84 42.77 28.95 90 90 90 1.8 50 \
   examples/1ubq.mtz FWT PHWT '' "$map" >"$scratch/log" || { cat "$scratch/log"; exit 1; }
 [ -s "$map" ]
-for page in quorix quorix-map quorix-fcalc; do
+for page in quorix quorix-map quorix-run; do
   man -l "$prefix/share/man/man1/$page.1" >/dev/null
 done
 /usr/bin/python3 tools/check_names.py "$library/libquorix.so"

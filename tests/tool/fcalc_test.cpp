@@ -150,6 +150,8 @@ TEST(Fcalc, drawsAFreeSet) {
   EXPECT_EQ(std::count(flags.begin(), flags.end(), 0.0F), n / 10);
   EXPECT_EQ(std::count(flags.begin(), flags.end(), 1.0F), n - n / 10);
   EXPECT_EQ(calculated({model, "--dmin", "3", "--free", "10,7"}).at("FREE"), flags);
+  // A list ends with its word: what follows is the model.
+  EXPECT_EQ(calculated({"--dmin", "3", "--free", "10,7", model}).at("FREE"), flags);
   EXPECT_NE(calculated({model, "--dmin", "3", "--free", "10,8"}).at("FREE"), flags);
 }
 
@@ -310,6 +312,7 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"mapsWithoutData", {model, "--dmin", "2", "--map-fofc", "x"}, 2, "maps need"},
         Fault{"freeWord", {model, "--dmin", "2", "--free", "some"}, 2, "--free takes"},
         Fault{"freeSeed", {model, "--dmin", "2", "--free", "5,0"}, 2, "--free takes"},
+        Fault{"freeOfThree", {model, "--dmin", "2", "--free", "5,1,2"}, 2, "--free takes"},
         Fault{"freeAll", {model, "--dmin", "2", "--free", "100"}, 2, "--free takes"},
         Fault{"freeTooFew", {model, "--dmin", "9", "--free", "0.001"}, 1, "no reflection left"},
         Fault{"gaussians", {model, "--dmin", "2", "--gaussians", "3"}, 2, "--gaussians takes 5"},

@@ -99,6 +99,9 @@ TEST(RunCommand, tellsUsageAndUnreadableFilesOnStandardError) {
     EXPECT_NE(result.errors, "");
     EXPECT_EQ(result.output, "");
   }
+  EXPECT_EQ(
+      run_program("quorix", {"map", "a", "--frac", "3"}).errors.rfind("quorix map: --frac", 0), 0U);
+  EXPECT_EQ(run_program("quorix", {"dance"}).errors.rfind("quorix: there is no 'dance'\n", 0), 0U);
   EXPECT_EQ(run_program("quorix", {"run"}, " \n\n").status, 2);
   EXPECT_EQ(run_program("quorix", {"--version"}).output,
             "quorix "

@@ -3,6 +3,7 @@
 #include "crystal/reflections.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/coordinates.h"
+#include "driver/commands/option_facts.h"
 #include "driver/commands/sections.h"
 #include "reflio/mtz.h"
 
@@ -255,6 +256,7 @@ void write_map(Engine& engine, const std::string& path, int u) {
 
 void check_free(const std::vector<std::string>& free) {
   if (free.empty()) return;
+  if (free.size() > 2) throw CommandError(2, "--free takes PERCENT[,SEED]");
   std::size_t used = 0;
   try {
     const double percent = std::stod(free[0], &used);
@@ -324,20 +326,47 @@ int run(const Options& options) {
   return 0;
 }
 
+constexpr const char* closing = R"(
+Structure factors are calculated by FFT of the atoms' density and written as FC and PHIC, phases in
+degrees: at the reflections of the MTZ file in their order, with F, SIGF and the free flag passed on,
+or at the unique set to --dmin. With observations the overall scale, R factor and correlation are
+printed, overall and in resolution bins, of the working and the free set. Maps are of the whole cell,
+scaled by their rms.
+
+Examples:
+  quorix fcalc 1ubq.pdb --hkl 1ubq.mtz -o fc.mtz --map-2fofc 2fofc.ccp4
+      Structure factors at the observed reflections, agreement, and a map.
+  quorix fcalc 1ubq.pdb --dmin 2 -o fc.mtz
+      The unique set to 2 A.
+)";
+
 void add_options(CLI::App& command, Options& o) {
-  command.add_option("MODEL", o.model, "Coordinates: PDB or mmCIF, also gzipped")->required();
-  command.add_option("--hkl", o.hkl, "MTZ file whose reflections are calculated, in its order");
-  command.add_option("--labels", o.labels, "Its columns F,SIGF,FREE (default: the usual names)")
-      ->delimiter(',');
+  command.add_option("MODEL", o.model, "Coordinates: PDB or mmCIF, also gzipped")
+      ->required()
+      ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
+  command.add_option("--hkl", o.hkl, "MTZ file whose reflections are calculated, in its order")
+      ->type_name("FILE")
+      ->check(names_files("mtz"));
+  command.add_option("--labels", o.labels, "Its columns (default: the usual names)")
+      ->type_name("F,SIGF,FREE")
+      ->delimiter(',')
+      ->allow_extra_args(false);  // what follows is the model
   command.add_option("--dmin", o.dmin, "High-resolution limit in A; without --hkl: the unique set")
+      ->type_name("A")
       ->check(CLI::PositiveNumber);
-  command.add_option("-o,--output", o.output, "MTZ file to write")->required();
-  command.add_option("--spacegroup", o.space_group, "Space group (default: the model's)");
-  command.add_option("--cell", o.cell, "Unit cell a b c alpha beta gamma (default: the model's)")
+  command.add_option("-o,--output", o.output, "MTZ file to write")
+      ->type_name("FILE")
+      ->required()
+      ->check(names_files("mtz"));
+  command.add_option("--spacegroup", o.space_group, "Space group (default: the model's)")
+      ->type_name("NAME");
+  command.add_option("--cell", o.cell, "Unit cell in A and degrees (default: the model's)")
+      ->type_name("A B C ALPHA BETA GAMMA")
       ->expected(6);
   command
       .add_option("--b0", o.b0,
-                  "Blurring of the density on the grid, A^2 (default: 20, or 4.5 d^2 if more)")
+                  "Blurring of the density on the grid, A^2; taken off again (default: 20, or 4.5 "
+                  "d^2 if more)")
       ->check(CLI::NonNegativeNumber);
   command.add_option("--ecut", o.ecut, "Density, relative to an atom's peak, that is cut off")
       ->check(CLI::Range(1e-9, 0.5))
@@ -345,19 +374,33 @@ void add_options(CLI::App& command, Options& o) {
   command.add_option("--frac", o.fraction, "Grid spacing as a fraction of the resolution")
       ->check(CLI::Range(0.05, 0.5))
       ->capture_default_str();
-  command.add_option("--memory", o.memory, "Memory budget of the grid in MB")
+  command
+      .add_option("--memory", o.memory,
+                  "Memory budget of the grid in MB; a larger one is worked on in parts")
+      ->type_name("MB")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
   command.add_flag("--hydrogens", o.hydrogens, "Take hydrogen atoms into account");
   command.add_flag("--neutron", o.neutron, "Neutron scattering lengths");
-  command.add_option("--gaussians", o.gaussians, "5: five Gaussians for every atom");
-  command.add_option("--free", o.free, "Draw a free set: PERCENT[,SEED]")
+  command
+      .add_option("--gaussians", o.gaussians,
+                  "5: five Gaussians for every atom; else C, N, O and S have two")
+      ->check(proposes("5"));
+  command
+      .add_option("--free", o.free,
+                  "Draw a free set and write it: 0 for its members, 1 for the rest")
+      ->type_name("PERCENT[,SEED]")
       ->delimiter(',')
-      ->expected(1, 2);
-  command.add_option("--map-2fofc", o.map_2fofc, "Write a 2Fo-Fc map (CCP4)");
-  command.add_option("--map-fofc", o.map_fofc, "Write an Fo-Fc map (CCP4)");
+      ->allow_extra_args(false);
+  command.add_option("--map-2fofc", o.map_2fofc, "Write a 2Fo-Fc map (CCP4)")
+      ->type_name("FILE")
+      ->check(names_files("ccp4 map mrc"));
+  command.add_option("--map-fofc", o.map_fofc, "Write an Fo-Fc map (CCP4)")
+      ->type_name("FILE")
+      ->check(names_files("ccp4 map mrc"));
   command.add_flag("--scale", o.scale, "Put FC on the scale of the observations (k and B)");
   command.add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
+  command.footer(closing);
 }
 
 }  // namespace

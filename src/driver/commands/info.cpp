@@ -1,6 +1,7 @@
 #include "driver/commands/info.h"
 
 #include "driver/commands/commands.h"
+#include "driver/commands/option_facts.h"
 #include "driver/commands/readable_file.h"
 #include "driver/commands/sections.h"
 
@@ -12,6 +13,18 @@
 namespace qx {
 
 namespace {
+
+constexpr const char* closing = R"(
+Of a reflection file: records, columns with type, range, missing values and completeness, and the
+pairs that a map can be made of. Of a map: its header in words, its statistics counted again, and
+whether symmetry-related points agree.
+
+Examples:
+  quorix info 1ubq.mtz
+      What the file holds.
+  quorix info --json 1ubq_2mFo-DFc.ccp4
+      The same of a map, for a script.
+)";
 
 struct Options {
   std::string path;
@@ -42,7 +55,9 @@ void add_info(CLI::App& app, int& status) {
   command
       ->add_option("FILE", options->path,
                    "MTZ, structure-factor mmCIF or CCP4 map, also gzipped; told by its content")
-      ->required();
+      ->required()
+      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz ccp4 map mrc ccp4.gz map.gz mrc.gz"));
+  command->footer(closing);
   command->add_flag("--json", options->json, "As JSON");
   command->add_flag("-v,--verbose", options->verbose, "Show everything the engine prints");
   command->callback([options, &status] { status = run(*options); });

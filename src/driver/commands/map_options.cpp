@@ -1,5 +1,6 @@
 // The command line of quorix map.
 #include "driver/commands/map_job.h"
+#include "driver/commands/option_facts.h"
 
 #include <CLI/CLI.hpp>
 
@@ -7,20 +8,63 @@ namespace qx {
 
 namespace {
 
+constexpr const char* closing = R"(
+Cell, group and resolution are the file's. Without labels the first complete pair is taken among
+FWT/PHWT, 2FOFCWT/PH2FOFCWT and FDM/PHIDM, and for a difference map among DELFWT/PHDELWT,
+FOFCWT/PHFOFCWT and FAN/PHAN; a file with none of them, or with a label twice, ends in a list of the
+amplitudes that have phases. Without OUT both maps are written, in the working directory, as
+IN_2mFo-DFc.ccp4 and IN_mFo-DFc.ccp4 (IN_FDM.ccp4 and IN_FAN.ccp4 for those labels, IN_LABEL.ccp4
+for labels given). Six lines tell what was found: cell, group, resolution, reflections used, grid,
+and the rms before scaling.
+
+Terms that a given grid cannot hold are left out and counted. File names stand before --extent,
+which takes all words up to the next option.
+
+Diagnostics:
+  One line each on standard error, with the consequence: cell, group or limits that disagree with
+  the file; rhombohedral axes under a bare R name; columns of another type; F(0,0,0); missing
+  values; amplitudes all 0; reflections beyond the limits or beyond the grid; amplitudes of
+  extinguished reflections; centric phases that the group forbids.
+
+Examples:
+  quorix map 1ubq.mtz
+      Both maps of the file, with nothing to type but its name.
+  quorix map 1ubq.mtz --difference --no-scale
+      The difference map, in e/A^3.
+  quorix map 1ubq.mtz around.ccp4 --extent model 1ubq.pdb --cushion 5
+      The density within 5 A of the model's box.
+  quorix map 1ubq.mtz --print-sections >job.qx
+      The text that "quorix run job.qx" turns into the same maps.
+)";
+
 void add_data_options(CLI::App& command, MapOptions& o) {
   command.add_option("IN", o.input, "Reflections: MTZ or structure-factor mmCIF, also gzipped")
-      ->required();
-  command.add_option("OUT", o.output,
-                     "CCP4 map; - for standard output (default: IN_2mFo-DFc.ccp4 and "
-                     "IN_mFo-DFc.ccp4, as the file has them)");
-  command.add_option("--f", o.amplitude, "Amplitude column (default: FWT, 2FOFCWT or FDM)");
-  command.add_option("--phi", o.phase, "Phase column (default: that of the amplitude)");
+      ->required()
+      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
+  command
+      .add_option("OUT", o.output,
+                  "CCP4 map; - for standard output (default: IN_2mFo-DFc.ccp4 and "
+                  "IN_mFo-DFc.ccp4, as the file has them)")
+      ->check(names_files("ccp4 map mrc"));
+  command.add_option("--f", o.amplitude, "Amplitude column (default: FWT, 2FOFCWT or FDM)")
+      ->type_name("LABEL");
+  command.add_option("--phi", o.phase, "Phase column (default: that of the amplitude)")
+      ->type_name("LABEL");
   command.add_flag("--difference", o.difference, "Only the difference map (DELFWT, FOFCWT, FAN)");
-  command.add_option("--weight", o.weight, "Refused, with the reason");
-  command.add_option("--dmin", o.dmin, "High-resolution limit in A")->check(CLI::PositiveNumber);
-  command.add_option("--dmax", o.dmax, "Low-resolution limit in A")->check(CLI::PositiveNumber);
-  command.add_option("--spacegroup", o.space_group, "Space group (default: the file's)");
-  command.add_option("--cell", o.cell, "Unit cell a b c alpha beta gamma (default: the file's)")
+  command
+      .add_option("--weight", o.weight,
+                  "Refused, with the reason: the coefficients are weighted already")
+      ->type_name("LABEL");
+  command.add_option("--dmin", o.dmin, "High-resolution limit in A")
+      ->type_name("A")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--dmax", o.dmax, "Low-resolution limit in A")
+      ->type_name("A")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--spacegroup", o.space_group, "Space group (default: the file's)")
+      ->type_name("NAME");
+  command.add_option("--cell", o.cell, "Unit cell in A and degrees (default: the file's)")
+      ->type_name("A B C ALPHA BETA GAMMA")
       ->expected(6);
 }
 
@@ -29,23 +73,33 @@ void add_grid_options(CLI::App& command, MapOptions& o) {
       command.add_option("--frac", o.fraction, "Grid spacing as a fraction of the resolution")
           ->check(CLI::Range(0.05, 0.45))
           ->capture_default_str();
-  auto* spacing = command.add_option("--spacing", o.spacing, "Grid spacing in A")
-                      ->check(CLI::PositiveNumber)
-                      ->excludes(fraction);
-  command.add_option("--grid", o.counts, "Grid points NX NY NZ, made larger where they must be")
+  auto* spacing =
+      command.add_option("--spacing", o.spacing, "Grid spacing in A, instead of --frac")
+          ->type_name("A")
+          ->check(CLI::PositiveNumber)
+          ->excludes(fraction);
+  command
+      .add_option("--grid", o.counts,
+                  "Grid points, instead of a spacing; made larger where they must be")
+      ->type_name("NX NY NZ")
       ->expected(3)
       ->check(CLI::Range(1, 100000))
       ->excludes(fraction)
       ->excludes(spacing);
   command
       .add_option("--extent", o.extent,
-                  "cell, asu, 'box X1 X2 Y1 Y2 Z1 Z2' in A, 'frac X1 X2 Y1 Y2 Z1 Z2', or "
-                  "'model FILE' (default: cell)")
+                  "What the map covers: cell, asu (an asymmetric unit), 'box X1 X2 Y1 Y2 Z1 Z2' in "
+                  "A, 'frac X1 X2 Y1 Y2 Z1 Z2' in fractions of the cell, or 'model FILE' (default: "
+                  "cell)")
+      ->type_name("KIND [VALUES]")
+      ->check(proposes("cell asu box frac model"))
       ->expected(1, 7);
   command.add_option("--cushion", o.cushion, "Margin around a model in A")
+      ->type_name("A")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
   command.add_option("--memory", o.memory, "Memory budget of the transform in MB")
+      ->type_name("MB")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
 }
@@ -72,6 +126,7 @@ void add_output_options(CLI::App& command, MapOptions& o) {
 }  // namespace
 
 void add_map_options(CLI::App& command, MapOptions& options) {
+  command.footer(closing);
   add_data_options(command, options);
   add_grid_options(command, options);
   add_output_options(command, options);

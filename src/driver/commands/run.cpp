@@ -1,10 +1,10 @@
 // quorix run: a text of sections, one after the other.
 #include "driver/commands/commands.h"
+#include "driver/commands/option_facts.h"
 
 #include <quorix/engine.h>
 #include <quorix/parser.h>
 
-#include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -15,6 +15,17 @@
 namespace qx {
 
 namespace {
+
+constexpr const char* closing = R"(
+The sections are run one after the other; the first that fails ends the run. Without an xter section
+the engine is released at the end all the same; text behind xter is not run.
+
+Examples:
+  quorix map 1ubq.mtz --print-sections >job.qx
+      A text to begin with.
+  quorix run job.qx
+      Runs it.
+)";
 
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -94,7 +105,9 @@ void add_run(CLI::App& app, int& status) {
   auto path = std::make_shared<std::string>("-");
   CLI::App* command = app.add_subcommand("run", "Run a text of sections");
   command->add_option("FILE", *path, "The text; - or nothing reads standard input")
-      ->capture_default_str();
+      ->capture_default_str()
+      ->check(names_files());
+  command->footer(closing);
   command->callback([path, &status] { status = run(*path); });
 }
 

@@ -1,0 +1,11 @@
+// The whole command line of quorix, for the program itself and for what describes it.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace qx {
+
+// Adds every subcommand; the chosen one sets the process status when its callback runs.
+void build_app(CLI::App& app, int& status);
+
+}  // namespace qx
