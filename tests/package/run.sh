@@ -29,4 +29,5 @@ for page in quorix quorix-map quorix-run; do
   man -l "$prefix/share/man/man1/$page.1" >/dev/null
 done
 /usr/bin/python3 tools/check_names.py "$library/libquorix.so"
+tests/package/setup_in_shells.sh "$prefix" "$scratch/moved to here"
 echo "package: installs, links and runs from outside"
