@@ -6,12 +6,12 @@
 #include "driver/commands/info.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/map_symmetry.h"
+#include "driver/commands/option_facts.h"
 #include "driver/commands/sections.h"
 #include "driver/commands/viewer_scripts.h"
 
 #include <quorix/version.h>
 
-#include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
@@ -29,6 +29,16 @@ namespace qx {
 namespace {
 
 using Json = nlohmann::ordered_json;
+
+constexpr const char* closing = R"(
+The page needs no network: it holds a view of the density (and the atoms) with a slider for the
+level, contours of sections, a histogram, header and provenance, and completeness by resolution.
+Beside it lie scripts that show the map at a sensible level in Coot, PyMOL and ChimeraX.
+
+Examples:
+  quorix report 1ubq_2mFo-DFc.ccp4 --model 1ubq.pdb -o report
+      report/1ubq_2mFo-DFc.html to open in a browser, and the scripts.
+)";
 
 struct Options {
   std::string map, model, data, column, folder = ".";
@@ -286,14 +296,24 @@ void add_report(CLI::App& app, int& status) {
   Options& o = *options;
   CLI::App* command =
       app.add_subcommand("report", "A map as a page to look at, and scripts for other programs");
-  command->add_option("MAP", o.map, "CCP4 map, also gzipped")->required();
-  command->add_option("--model", o.model, "Atoms to show with it: PDB or mmCIF, also gzipped");
+  command->add_option("MAP", o.map, "CCP4 map, also gzipped")
+      ->required()
+      ->check(names_files("ccp4 map mrc ccp4.gz map.gz mrc.gz"));
+  command->add_option("--model", o.model, "Atoms to show with it: PDB or mmCIF, also gzipped")
+      ->type_name("FILE")
+      ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
   command->add_option("-o,--output", o.folder, "Folder for the page and the scripts")
+      ->type_name("FOLDER")
+      ->check(names_folders())
       ->capture_default_str();
-  auto* data = command->add_option("--data", o.data,
-                                   "Reflections whose completeness is shown (default: that of the "
-                                   "map's own coefficients)");
+  auto* data = command
+                   ->add_option("--data", o.data,
+                                "Reflections whose completeness is shown (default: that of the "
+                                "map's own coefficients)")
+                   ->type_name("FILE")
+                   ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
   command->add_option("--column", o.column, "Column of the data (default: FWT or its like)")
+      ->type_name("LABEL")
       ->needs(data);
   auto* difference =
       command->add_flag("--difference", o.difference, "A difference map: contours of both signs");
@@ -304,6 +324,7 @@ void add_report(CLI::App& app, int& status) {
       ->capture_default_str();
   command->add_flag("-q,--quiet", o.quiet, "Warnings and errors only");
   command->add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
+  command->footer(closing);
   command->callback([options, &status] { status = run(*options); });
 }
 
