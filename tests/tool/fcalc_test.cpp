@@ -165,6 +165,9 @@ TEST(Fcalc, makesMapsOfTheRefinement) {
     const std::string map = read_file(scratch.file(name));
     ASSERT_GT(map.size(), 100000U);
     EXPECT_EQ(map.substr(208, 4), "MAP ");
+    // Four operators behind the header, and no blanks where readers look for an origin.
+    EXPECT_EQ(map.substr(92, 4), std::string("\x40\x01\0\0", 4));
+    EXPECT_EQ(map.substr(196, 12), std::string(12, '\0'));
   }
 }
 

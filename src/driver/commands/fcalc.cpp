@@ -251,7 +251,7 @@ void write_map(Engine& engine, const std::string& path, int u) {
                  .line(format("param type unweighted u %d v 1 scale yes", u))
                  .line("extent unit")
                  .line("generate")
-                 .line("write ccp4 file \"" + path + "\""));
+                 .line("write ccp4 file \"" + path + "\" symm yes origin zero"));
 }
 
 void check_free(const std::vector<std::string>& free) {
