@@ -1,5 +1,6 @@
 // quorix: picks a subcommand.
 #include "driver/commands/app.h"
+#include "driver/commands/commands.h"
 #include "driver/commands/sections.h"
 #include "driver/data_directory.h"
 
@@ -13,6 +14,7 @@ int run(int argc, char** argv) {
   int status = 0;
   CLI::App app;
   qx::build_app(app, status);
+  qx::take_map_options(argc, argv);
   qx::point_to_installed_data();
   try {
     app.parse(argc, argv);

@@ -53,6 +53,7 @@ void build_app(CLI::App& app, int& status) {
   add_run(app, status);
   add_fcalc(app, status);
   add_report(app, status);
+  add_batch(app, status);
   app.footer(closing);  // last: subcommands inherit what stands when they are added
 }
 

@@ -13,5 +13,10 @@ void add_fcalc(CLI::App& app, int& status);
 void add_map(CLI::App& app, int& status);
 void add_info(CLI::App& app, int& status);
 void add_report(CLI::App& app, int& status);
+void add_batch(CLI::App& app, int& status);
+
+// Takes what stands behind "--" of quorix batch off the line, for quorix map: the parser would take
+// it for inputs.
+void take_map_options(int& argc, char** argv);
 
 }  // namespace qx

@@ -246,6 +246,11 @@ std::string stem_of(const std::string& path) {
   return name.stem().string();
 }
 
+// What the names of the maps begin with that the user does not name.
+std::string default_stem(const MapOptions& options) {
+  return options.prefix.empty() ? stem_of(options.input) : options.prefix;
+}
+
 void make_map(const MapOptions& options, const ReflectionFile& file, const MapLabels& labels,
               const std::string& output, nlohmann::ordered_json& all,
               std::vector<ViewedMap>& viewed) {
@@ -318,7 +323,7 @@ void check_options(const MapOptions& options) {
             "already: a second weight would spoil them. Make weighted coefficients with the "
             "program that phased the data, and name them with --f and --phi");
   }
-  for (const std::string* path : {&options.input, &options.output}) {
+  for (const std::string* path : {&options.input, &options.output, &options.prefix}) {
     check_text("a file name", *path, "\n\"#!");
   }
   check_extent(options.extent);
@@ -336,7 +341,9 @@ void check_options(const MapOptions& options) {
 void show_in_viewers(const MapOptions& options, const std::vector<ViewedMap>& maps) {
   const std::filesystem::path first(maps.front().path);
   const std::string model = options.extent.front() == "model" ? options.extent.at(1) : "";
-  const std::string stem = options.output.empty() ? stem_of(options.input) : first.stem().string();
+  const std::string stem = options.output.empty()
+                               ? std::filesystem::path(default_stem(options)).filename().string()
+                               : first.stem().string();
   const auto scripts = viewer_scripts(stem, maps, model);
   write_scripts(first.parent_path().string(), scripts);
   if (options.quiet || options.json) return;
@@ -355,7 +362,7 @@ int run(const MapOptions& options) {
   for (const MapLabels& labels : chosen) {
     if (&labels != &chosen.front() && !options.quiet && !options.json) std::cout << '\n';
     const std::string output = options.output.empty()
-                                   ? stem_of(options.input) + "_" + labels.kind + ".ccp4"
+                                   ? default_stem(options) + "_" + labels.kind + ".ccp4"
                                    : options.output;
     make_map(options, file, labels, output, all, viewed);
   }

@@ -15,7 +15,7 @@ class App;
 namespace qx {
 
 struct MapOptions {
-  std::string input, output, amplitude, phase, weight, space_group;
+  std::string input, output, prefix, amplitude, phase, weight, space_group;
   std::vector<double> cell;
   std::vector<int> counts;  // of the grid
   std::vector<std::string> extent = {"cell"};

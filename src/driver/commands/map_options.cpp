@@ -41,11 +41,16 @@ void add_data_options(CLI::App& command, MapOptions& o) {
   command.add_option("IN", o.input, "Reflections: MTZ or structure-factor mmCIF, also gzipped")
       ->required()
       ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
+  auto* output = command
+                     .add_option("OUT", o.output,
+                                 "CCP4 map; - for standard output (default: IN_2mFo-DFc.ccp4 and "
+                                 "IN_mFo-DFc.ccp4, as the file has them)")
+                     ->check(names_files("ccp4 map mrc"));
   command
-      .add_option("OUT", o.output,
-                  "CCP4 map; - for standard output (default: IN_2mFo-DFc.ccp4 and "
-                  "IN_mFo-DFc.ccp4, as the file has them)")
-      ->check(names_files("ccp4 map mrc"));
+      .add_option("--prefix", o.prefix,
+                  "Path and name in place of IN in the default names of the maps")
+      ->type_name("PATH")
+      ->excludes(output);
   command.add_option("--f", o.amplitude, "Amplitude column (default: FWT, 2FOFCWT or FDM)")
       ->type_name("LABEL");
   command.add_option("--phi", o.phase, "Phase column (default: that of the amplitude)")

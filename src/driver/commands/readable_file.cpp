@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <unistd.h>
@@ -13,7 +14,7 @@ namespace qx {
 
 TemporaryFile::TemporaryFile() {
   std::string name = (std::filesystem::temp_directory_path() / "quorix-XXXXXX").string();
-  descriptor_ = mkstemp(name.data());
+  descriptor_ = mkostemp(name.data(), O_CLOEXEC);
   if (descriptor_ < 0) throw CommandError(2, "no temporary file can be made as " + name);
   unlink(name.c_str());
 }

@@ -1,0 +1,361 @@
+// quorix batch: maps of many data sets, a process for each.
+#include "driver/commands/batch_grid.h"
+#include "driver/commands/batch_inputs.h"
+#include "driver/commands/batch_lock.h"
+#include "driver/commands/batch_pool.h"
+#include "driver/commands/batch_progress.h"
+#include "driver/commands/batch_record.h"
+#include "driver/commands/batch_table.h"
+#include "driver/commands/commands.h"
+#include "driver/commands/map_job.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <map>
+#include <optional>
+
+namespace qx {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t most_failures_told = 10;
+
+std::vector<std::string> words_for_map;
+
+struct BatchOptions {
+  std::vector<std::string> inputs;
+  std::string output, range;
+  int jobs = 0;          // 0: the processors available
+  double timeout = 0.0;  // seconds, 0: none
+  bool shared_grid = false, resume = false, overwrite = false, gather = false, quiet = false;
+};
+
+// The data sets of one process, from `first` on, and where their table goes.
+struct Slice {
+  std::size_t first = 0, last = 0;
+  std::string stem = "results";
+};
+
+Slice slice_of(const std::string& range, std::size_t count) {
+  Slice slice = {0, count};
+  if (range.empty()) return slice;
+  unsigned part = 0;
+  unsigned parts = 0;
+  int used = 0;
+  if (std::sscanf(range.c_str(), "%u/%u%n", &part, &parts, &used) != 2 ||
+      static_cast<std::size_t>(used) != range.size() || part < 1 || part > parts) {
+    throw CommandError(2, "--range takes I/N with I from 1 to N, not " + range);
+  }
+  slice.first = count * (part - 1) / parts;
+  slice.last = count * part / parts;
+  slice.stem = format("results.%u-of-%u", part, parts);
+  return slice;
+}
+
+// Everything that would fail for every data set alike is told before the first.
+void check_map_options(const BatchOptions& options) {
+  MapOptions map;
+  CLI::App app;
+  app.set_help_flag();
+  add_map_options(app, map);
+  std::vector<std::string> words(words_for_map.rbegin(), words_for_map.rend());
+  words.emplace_back("IN");
+  try {
+    app.parse(words);
+  } catch (const CLI::ParseError& error) {
+    throw CommandError(2, std::string("behind --, options of quorix map: ") + error.what());
+  }
+  const std::pair<bool, const char*> refused[] = {
+      {!map.output.empty(), "OUT"},
+      {!map.prefix.empty(), "--prefix"},
+      {map.json, "--json"},
+      {map.show_grid, "--show-grid"},
+      {map.print_sections, "--print-sections"},
+      {map.verbose, "--verbose"},
+      {options.shared_grid && !map.counts.empty(), "--grid beside --shared-grid"}};
+  for (const auto& [given, name] : refused) {
+    if (!given) continue;
+    std::string text = std::string(name) + " cannot be handed on to quorix map";
+    if (!map.output.empty()) text += ": " + map.output + " would be the map of every data set";
+    throw CommandError(2, text + " (the batch names the maps and reads the reports itself)");
+  }
+}
+
+class Batch {
+ public:
+  Batch(const BatchOptions& options, const std::vector<DataSet>& sets)
+      : options_(options),
+        sets_(sets),
+        slice_(slice_of(options.range, sets.size())),
+        output_(options.output) {
+    if (options.shared_grid) grids_.emplace(output_, sets, words_for_map);
+  }
+
+  int run() {
+    std::error_code error;
+    fs::create_directories(output_, error);
+    if (error) throw CommandError(2, "cannot make " + options_.output + ": " + error.message());
+    const BatchLock lock(output_);
+    if (options_.gather) return gather();
+    if (!lock.take_data_sets(slice_.first, slice_.last - slice_.first)) {
+      throw CommandError(2, "another batch is at work on these data sets in " + options_.output);
+    }
+    prepare();
+    const std::size_t places =
+        static_cast<std::size_t>(options_.jobs > 0 ? options_.jobs : available_processors());
+    Pool pool(places, options_.timeout);
+    if (grids_) look_up_grids(pool, lock);
+    if (!pool.stopped()) make_maps(pool);
+    const bool complete = write_tables();
+    if (pool.stopped()) return 128 + pool.stopped();
+    return complete ? 0 : 1;
+  }
+
+ private:
+  [[nodiscard]] DataSetFolder folder(std::size_t item) const { return {output_, sets_[item]}; }
+  [[nodiscard]] std::vector<std::string> map_options(std::size_t item) const {
+    return grids_ ? grids_->options(item) : words_for_map;
+  }
+  [[nodiscard]] Json wanted(std::size_t item) const {
+    return folder(item).wanted(map_options(item));
+  }
+
+  int gather() {
+    if (grids_) {
+      grids_->load();
+      grids_->settle();
+    }
+    return write_tables() ? 0 : 1;
+  }
+
+  void prepare() const {
+    if (!options_.resume && !options_.overwrite) {
+      bool used = fs::exists(output_ / (slice_.stem + ".tsv"));
+      for (std::size_t i = slice_.first; i < slice_.last && !used; ++i) {
+        used = folder(i).has_record();
+      }
+      if (used) {
+        throw CommandError(2, options_.output +
+                                  " holds results already: --resume takes over what is whole, "
+                                  "--overwrite makes everything anew, or choose another folder");
+      }
+    }
+    if (options_.overwrite) {
+      for (std::size_t i = slice_.first; i < slice_.last; ++i) folder(i).clear();
+    }
+  }
+
+  // For all data sets, whichever of them are this process's: the first one to come does it.
+  void look_up_grids(Pool& pool, const BatchLock& lock) {
+    while (!lock.take_grids()) {
+      (void)pool.wait(0.2);
+      if (pool.stopped()) return;
+    }
+    grids_->load();
+    const std::vector<std::size_t> items = grids_->unknown();
+    BatchProgress progress("grids", items.size(), options_.quiet);
+    std::size_t next = 0;
+    while (!pool.stopped() && (next < items.size() || !pool.empty())) {
+      if (next < items.size() && !pool.full()) {
+        pool.start(items[next], grids_->question(items[next]));
+        ++next;
+        continue;
+      }
+      const auto result = pool.wait(0.2);
+      progress.refresh();
+      if (!result) continue;
+      grids_->answer(*result);
+      progress.step(true, !result->done);
+    }
+    pool.end_all();
+    grids_->settle();
+    if (!items.empty()) grids_->save();
+    lock.leave_grids();
+    if (options_.quiet) return;
+    for (const std::string& line : grids_->lines()) progress.say("grid of " + line);
+  }
+
+  void make_maps(Pool& pool) {
+    BatchProgress progress("maps", slice_.last - slice_.first, options_.quiet);
+    std::size_t next = slice_.first;
+    while (!pool.stopped() && (next < slice_.last || !pool.empty())) {
+      if (next < slice_.last && !pool.full()) {
+        begin(next++, pool, progress);
+        continue;
+      }
+      const auto result = pool.wait(0.2);
+      progress.refresh();
+      if (result) finish(*result, progress);
+    }
+    pool.end_all();
+    for (const auto& [item, unused] : running_) folder(item).clear_work();
+    rate_ = progress.rate();
+    seconds_ = progress.seconds();
+  }
+
+  void begin(std::size_t item, Pool& pool, BatchProgress& progress) {
+    Json& conditions = running_[item] = wanted(item);
+    if (options_.resume) {
+      std::string doubt;
+      const Json record = folder(item).record(conditions, doubt);
+      if (doubt.empty() && record["status"] == "done") {
+        running_.erase(item);
+        ++taken_over_;
+        progress.step(false, false);
+        return;
+      }
+    }
+    ChildResult refused;
+    refused.item = item;
+    try {
+      const std::vector<std::string> arguments = folder(item).begin(map_options(item));
+      if (grids_) refused.reason = grids_->problem(item);
+      if (refused.reason.empty()) return pool.start(item, arguments);
+    } catch (const CommandError& error) {
+      refused.reason = error.what();
+    }
+    finish(refused, progress);
+  }
+
+  void finish(const ChildResult& result, BatchProgress& progress) {
+    const Json record = folder(result.item).finish(running_.at(result.item), result);
+    running_.erase(result.item);
+    const bool failed = record["status"] != "done";
+    if (failed && !options_.quiet && ++failures_told_ <= most_failures_told) {
+      progress.say(sets_[result.item].name + ": " + record["reason"].get<std::string>());
+      if (failures_told_ == most_failures_told) {
+        progress.say("(further failures are told in the table only)");
+      }
+    }
+    progress.step(true, failed);
+  }
+
+  // From the records, which are all that counts; true if every data set is done.
+  bool write_tables() {
+    const fs::path stem = output_ / slice_.stem;
+    ResultsTable table(stem);
+    std::map<std::string, std::size_t> statuses;
+    for (std::size_t i = slice_.first; i < slice_.last; ++i) {
+      std::string doubt;
+      const Json record = folder(i).record(wanted(i), doubt);
+      const Json row = table_row(sets_[i], record, doubt);
+      ++statuses[row["status"].get<std::string>()];
+      table.add(row);
+    }
+    table.finish();
+    if (!options_.quiet) tell(statuses, stem.string() + ".tsv");
+    return statuses["done"] == slice_.last - slice_.first;
+  }
+
+  void tell(const std::map<std::string, std::size_t>& statuses, const std::string& path) const {
+    std::cout << format("%zu data sets", slice_.last - slice_.first);
+    for (const auto& [status, count] : statuses) std::cout << ", " << count << ' ' << status;
+    if (options_.resume) std::cout << ", " << taken_over_ << " of them taken over";
+    if (seconds_ > 0.0) std::cout << format("; %.1f s, %.3g/s", seconds_, rate_);
+    std::cout << ": " << path << '\n';
+  }
+
+  const BatchOptions& options_;
+  const std::vector<DataSet>& sets_;
+  Slice slice_;
+  fs::path output_;
+  std::optional<SharedGrids> grids_;
+  std::map<std::size_t, Json> running_;  // and what their records must agree with
+  std::size_t taken_over_ = 0, failures_told_ = 0;
+  double rate_ = 0.0, seconds_ = 0.0;
+};
+
+int run(const BatchOptions& options) {
+  check_text("the output folder", options.output, "\n\"#!");
+  check_map_options(options);
+  const BatchInputs inputs = find_data_sets(options.inputs, options.output);
+  for (const std::string& note : inputs.notes) std::cerr << "quorix batch: " << note << '\n';
+  if (inputs.sets.empty()) {
+    throw CommandError(2,
+                       "no data sets: neither files named, nor .mtz, .cif, .ent (or .gz of them) "
+                       "with reflections in the folders (" +
+                           options.output + " itself is left out)");
+  }
+  return Batch(options, inputs.sets).run();
+}
+
+constexpr const char* closing = R"(
+What stands behind -- is handed on to quorix map, for every data set alike:
+  quorix batch lists/today.txt -o maps -j 4 -- --dmin 1.8 --frac 0.25
+
+Each data set gets a folder in OUT with its maps and a record, result.json. OUT/results.tsv and
+OUT/results.json have a row for each: status, reason, resolution, group, grid, rms, files.
+
+Exit status:
+  0    every data set is done
+  1    some are not; the tables tell which and why
+  2    bad usage, or OUT cannot be written
+  130  interrupted (143: terminated); --resume goes on from there
+)";
+
+void add_work_options(CLI::App& command, BatchOptions& o) {
+  command
+      .add_option("INPUT", o.inputs,
+                  "Reflection files (MTZ, structure-factor mmCIF, also gzipped), folders to search "
+                  "for them, or lists: text files with a path per line, relative to the list, and "
+                  "# before comments")
+      ->required();
+  command.add_option("-o,--output", o.output, "Folder for the results")->required();
+  command
+      .add_option("-j,--jobs", o.jobs,
+                  "Data sets at a time (default: the processors available to the process)")
+      ->check(CLI::Range(1, 4096));
+  command
+      .add_option("--timeout", o.timeout,
+                  "Seconds after which a data set is given up (default: never)")
+      ->check(CLI::PositiveNumber);
+  command.add_flag("--shared-grid", o.shared_grid,
+                   "One grid for all data sets of a space group: the largest counts that any of "
+                   "them needs along each axis");
+}
+
+void add_course_options(CLI::App& command, BatchOptions& o) {
+  auto* range = command.add_option("--range", o.range,
+                                   "I/N: only the I-th of N equal parts of the data sets, for "
+                                   "array jobs; the tables are results.I-of-N");
+  auto* resume = command.add_flag("--resume", o.resume,
+                                  "Take over data sets whose record is whole, of the same input, "
+                                  "options and version, and whose "
+                                  "maps are whole; make the others, failed ones included");
+  auto* overwrite = command.add_flag("--overwrite", o.overwrite, "Make everything anew");
+  overwrite->excludes(resume);
+  command
+      .add_flag("--gather", o.gather,
+                "Only write the tables of all data sets, from the records of all parts")
+      ->excludes(range)
+      ->excludes(resume)
+      ->excludes(overwrite);
+  command.add_flag("-q,--quiet", o.quiet, "Neither progress nor summary");
+}
+
+}  // namespace
+
+void take_map_options(int& argc, char** argv) {
+  if (argc < 2 || std::string_view(argv[1]) != "batch") return;
+  char** const end = argv + argc;
+  char** const mark =
+      std::find_if(argv, end, [](const char* word) { return std::string_view(word) == "--"; });
+  if (mark == end) return;
+  words_for_map.assign(mark + 1, end);
+  argc = static_cast<int>(mark - argv);
+}
+
+void add_batch(CLI::App& app, int& status) {
+  auto options = std::make_shared<BatchOptions>();
+  CLI::App* command = app.add_subcommand(
+      "batch", "Maps of many data sets, several at a time, with a table of results");
+  add_work_options(*command, *options);
+  add_course_options(*command, *options);
+  command->footer(closing);
+  command->callback([options, &status] { status = run(*options); });
+}
+
+}  // namespace qx

@@ -1,0 +1,25 @@
+// Which data sets a batch is about, and what they are called.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace qx {
+
+struct DataSet {
+  std::string path;  // of the reflections
+  std::string name;  // of its folder and the beginning of its maps' names; no two share one
+};
+
+struct BatchInputs {
+  std::vector<DataSet> sets;       // in the order given, what a folder holds by name
+  std::vector<std::string> notes;  // what was left out, a line each
+};
+
+// Reflection files, folders and lists. Folders are searched all the way down, but for hidden ones
+// and `output`. Throws CommandError for an argument that is none of them.
+BatchInputs find_data_sets(const std::vector<std::string>& arguments,
+                           const std::filesystem::path& output);
+
+}  // namespace qx

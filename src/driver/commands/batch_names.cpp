@@ -1,0 +1,120 @@
+#include "driver/commands/batch_names.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <unordered_map>
+
+namespace qx {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t longest = 180;  // bytes: what follows it must fit into a file's name as well
+
+bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; }
+
+bool is_utf8(const std::string& text) {
+  try {
+    (void)nlohmann::json(text).dump();
+    return true;
+  } catch (const nlohmann::json::type_error&) {
+    return false;
+  }
+}
+
+// What section lines, shells and other systems take without quotes.
+std::string made_safe(std::string text) {
+  const bool utf8 = is_utf8(text);
+  for (char& c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool plain = byte < 0x80U ? std::isalnum(byte) || std::strchr("._+-=@", c) : utf8;
+    if (!plain || c == '\0') c = '_';
+  }
+  if (text.size() > longest) {
+    std::size_t end = longest;
+    while (end > 0 && is_continuation(text[end])) --end;
+    text.resize(end);
+  }
+  // Neither hidden nor like an option, nor one of the batch's own files.
+  if (text.empty() || text.front() == '.' || text.front() == '-' || text.starts_with("results.") ||
+      text == "shared_grid.json") {
+    text.insert(0, "_");
+  }
+  return text;
+}
+
+// The file's name and the folders above it, with which a name is put together.
+class Candidate {
+ public:
+  explicit Candidate(const std::string& path) {
+    std::error_code error;
+    const fs::path whole = fs::absolute(path, error).lexically_normal();
+    full_ = whole.filename().string();
+    stem_ = whole.filename();
+    if (stem_.extension() == ".gz") stem_ = stem_.stem();
+    stem_ = stem_.stem();
+    for (const fs::path& part : whole.parent_path()) folders_.push_back(part.string());
+  }
+
+  // Level 0: stem; 1: folder_stem; 2: folder_file; 3: folder_folder_file ...
+  [[nodiscard]] std::string name(std::size_t level) const {
+    std::string text = level < 2 ? stem_.string() : full_;
+    const std::size_t folders = std::min(level < 2 ? level : level - 1, above());
+    for (std::size_t i = 1; i <= folders; ++i) text = folders_[folders_.size() - i] + "_" + text;
+    return made_safe(text);
+  }
+  [[nodiscard]] bool has_level(std::size_t level) const {
+    return level < 3 || level - 1 <= above();
+  }
+
+ private:
+  [[nodiscard]] std::size_t above() const { return std::min<std::size_t>(folders_.size() - 1, 4); }
+
+  fs::path stem_;
+  std::string full_;
+  std::vector<std::string> folders_;  // from the root on
+};
+
+std::unordered_map<std::string, int> counted(const std::vector<std::string>& names) {
+  std::unordered_map<std::string, int> times;
+  for (const std::string& name : names) ++times[name];
+  return times;
+}
+
+void number_the_rest(std::vector<std::string>& names) {
+  std::unordered_map<std::string, int> times = counted(names);
+  std::unordered_map<std::string, int> used;
+  for (std::string& name : names) {
+    int& number = used[name];
+    if (number++ == 0) continue;
+    while (times.contains(name + "_" + std::to_string(number))) ++number;
+    name += "_" + std::to_string(number);
+    times[name] = 1;
+  }
+}
+
+}  // namespace
+
+std::vector<std::string> data_set_names(const std::vector<std::string>& paths) {
+  std::vector<Candidate> candidates(paths.begin(), paths.end());
+  std::vector<std::size_t> levels(paths.size(), 0);
+  std::vector<std::string> names;
+  for (const Candidate& candidate : candidates) names.push_back(candidate.name(0));
+  for (bool changed = true; changed;) {
+    changed = false;
+    const auto times = counted(names);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      if (times.at(names[i]) == 1 || !candidates[i].has_level(levels[i] + 1)) continue;
+      names[i] = candidates[i].name(++levels[i]);
+      changed = true;
+    }
+  }
+  number_the_rest(names);
+  return names;
+}
+
+}  // namespace qx

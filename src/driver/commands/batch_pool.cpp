@@ -1,0 +1,217 @@
+#include "driver/commands/batch_pool.h"
+
+#include "driver/commands/sections.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace qx {
+
+namespace {
+
+constexpr off_t most_kept = off_t{16} << 20;  // bytes of what a child says
+
+std::string end_of(const TemporaryFile& file) {
+  struct stat state = {};
+  if (fstat(file.descriptor(), &state) != 0) return {};
+  const off_t size = std::min(state.st_size, most_kept);
+  std::string text(static_cast<std::size_t>(size), '\0');
+  const ssize_t n = pread(file.descriptor(), text.data(), text.size(), state.st_size - size);
+  text.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+  return text;
+}
+
+std::string last_line(const std::string& text) {
+  const std::size_t end = text.find_last_not_of(" \t\r\n");
+  if (end == std::string::npos) return {};
+  const std::size_t begin = text.find_last_of('\n', end);
+  return text.substr(begin + 1, end - begin);
+}
+
+// What a command writes on its way out comes behind its name; lines of advice may follow.
+std::string reason_of(const std::string& output, const std::string& errors) {
+  constexpr const char* own_name = "quorix: ";
+  std::size_t at = errors.rfind(own_name);
+  while (at != std::string::npos && at > 0 && errors[at - 1] != '\n') {
+    at = errors.rfind(own_name, at - 1);
+  }
+  if (at == std::string::npos) return last_line(errors);
+  at += std::strlen(own_name);
+  std::string line = errors.substr(at, errors.find('\n', at) - at);
+  const std::string report = last_line(output);
+  if (line == "the engine reported a failure" && !report.empty()) line = report;
+  return line;
+}
+
+[[noreturn]] void become(const std::vector<char*>& arguments, int output, int errors,
+                         const sigset_t& signals, pid_t parent) {
+  setpgid(0, 0);  // ends as a whole, and not by the keyboard
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(127);  // the parent went before the line above
+  const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  dup2(nothing, STDIN_FILENO);
+  dup2(output, STDOUT_FILENO);
+  dup2(errors, STDERR_FILENO);
+  sigprocmask(SIG_SETMASK, &signals, nullptr);
+  execv("/proc/self/exe", arguments.data());
+  constexpr char text[] = "quorix: the program cannot be started again\n";
+  const auto written = write(STDERR_FILENO, text, sizeof text - 1);
+  _exit(written > 0 ? 127 : 126);
+}
+
+}  // namespace
+
+Pool::Pool(std::size_t places, double timeout) : places_(places), timeout_(timeout) {
+  std::signal(SIGCHLD, SIG_DFL);  // one that is ignored would leave nothing to wait for
+  sigemptyset(&wanted_);
+  sigaddset(&wanted_, SIGCHLD);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    struct sigaction now = {};
+    sigaction(number, nullptr, &now);
+    if (now.sa_handler != SIG_IGN) sigaddset(&wanted_, number);  // nohup stays nohup
+  }
+  sigprocmask(SIG_BLOCK, &wanted_, &before_);
+}
+
+Pool::~Pool() {
+  end_all();
+  sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+void Pool::end_all() {
+  for (const Child& child : children_) kill(-child.process, SIGKILL);
+  for (const Child& child : children_) waitpid(child.process, nullptr, 0);
+  children_.clear();
+}
+
+void Pool::start(std::size_t item, const std::vector<std::string>& arguments) {
+  Child child = {item, -1, Clock::now(), std::make_unique<TemporaryFile>(),
+                 std::make_unique<TemporaryFile>()};
+  std::vector<std::string> words = {"quorix"};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  const pid_t parent = getpid();
+  child.process = fork();
+  if (child.process == 0) {
+    become(pointers, child.output->descriptor(), child.errors->descriptor(), before_, parent);
+  }
+  if (child.process < 0) {
+    throw CommandError(2, std::string("no process can be started: ") + std::strerror(errno));
+  }
+  setpgid(child.process, child.process);  // whoever comes first
+  children_.push_back(std::move(child));
+}
+
+ChildResult Pool::result_of(const Child& child, int status) const {
+  ChildResult result;
+  result.item = child.item;
+  result.done = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  result.seconds = std::chrono::duration<double>(Clock::now() - child.begin).count();
+  result.output = end_of(*child.output);
+  result.errors = end_of(*child.errors);
+  if (result.done) return result;
+  if (child.timed_out && WIFSIGNALED(status)) {
+    result.timed_out = true;
+    result.reason = format("no end after %g s", timeout_);
+  } else if (WIFSIGNALED(status)) {
+    const char* name = sigabbrev_np(WTERMSIG(status));
+    result.reason = name ? format("ended by signal SIG%s", name)
+                         : format("ended by signal %d", WTERMSIG(status));
+  } else {
+    result.reason = reason_of(result.output, result.errors);
+    if (result.reason.empty()) result.reason = format("exit status %d", WEXITSTATUS(status));
+  }
+  return result;
+}
+
+std::optional<ChildResult> Pool::reap() {
+  for (auto child = children_.begin(); child != children_.end(); ++child) {
+    int status = 0;
+    if (waitpid(child->process, &status, WNOHANG) != child->process) continue;
+    ChildResult result = result_of(*child, status);
+    children_.erase(child);
+    return result;
+  }
+  return {};
+}
+
+void Pool::end_late_ones() {
+  if (!(timeout_ > 0.0)) return;
+  for (Child& child : children_) {
+    const double seconds = std::chrono::duration<double>(Clock::now() - child.begin).count();
+    if (seconds < timeout_ || child.timed_out) continue;
+    child.timed_out = true;
+    kill(-child.process, SIGKILL);
+  }
+}
+
+std::optional<ChildResult> Pool::wait(double patience) {
+  const auto end = Clock::now() + std::chrono::duration<double>(patience);
+  for (;;) {
+    end_late_ones();
+    if (auto result = reap()) return result;
+    auto until = end;
+    for (const Child& child : children_) {
+      if (!(timeout_ > 0.0) || child.timed_out) continue;
+      until = std::min(until, child.begin + std::chrono::duration<double>(timeout_));
+    }
+    const double left = std::chrono::duration<double>(until - Clock::now()).count();
+    if (left <= 0.0 && until == end) return {};
+    timespec time = {};
+    time.tv_sec = static_cast<time_t>(std::max(left, 0.0));
+    time.tv_nsec = static_cast<long>((std::max(left, 0.0) - std::floor(std::max(left, 0.0))) * 1e9);
+    const int number = sigtimedwait(&wanted_, nullptr, &time);
+    if (number > 0 && number != SIGCHLD) {
+      stopped_ = number;
+      return {};
+    }
+  }
+}
+
+namespace {
+
+// Processors that a control group leaves to its members; a large number without a limit.
+double processors_of_group(const std::string& folder) {
+  std::ifstream file(folder + "/cpu.max");
+  std::string quota;
+  double period = 0.0;
+  if (!(file >> quota >> period) || quota == "max" || period <= 0.0) return 1e9;
+  return std::atof(quota.c_str()) / period;
+}
+
+}  // namespace
+
+int available_processors() {
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  double processors = sched_getaffinity(0, sizeof set, &set) == 0
+                          ? CPU_COUNT(&set)
+                          : static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
+  std::ifstream groups("/proc/self/cgroup");
+  std::string line;
+  while (std::getline(groups, line)) {
+    if (!line.starts_with("0::")) continue;
+    std::string folder = line.substr(3);
+    while (folder.ends_with('/')) folder.pop_back();
+    for (;;) {
+      processors = std::min(processors, processors_of_group("/sys/fs/cgroup" + folder));
+      if (folder.empty()) break;
+      folder.resize(folder.rfind('/') == std::string::npos ? 0 : folder.rfind('/'));
+    }
+  }
+  return std::max(1, static_cast<int>(std::floor(processors)));
+}
+
+}  // namespace qx

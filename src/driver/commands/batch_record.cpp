@@ -1,0 +1,222 @@
+#include "driver/commands/batch_record.h"
+
+#include "core/output_file.h"
+#include "driver/commands/sections.h"
+
+#include <quorix/version.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <sys/stat.h>
+
+namespace qx {
+
+namespace fs = std::filesystem;
+
+Json stamp_of(const std::string& path) {
+  std::error_code error;
+  Json stamp = {{"path", fs::absolute(path, error).lexically_normal().string()}};
+  struct stat state = {};
+  if (stat(path.c_str(), &state) != 0) return stamp;
+  stamp["size"] = state.st_size;
+  stamp["mtime_ns"] = std::int64_t{state.st_mtim.tv_sec} * 1'000'000'000 + state.st_mtim.tv_nsec;
+  return stamp;
+}
+
+std::string text_of(const Json& json, int indent) {
+  return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+void refuse_writing(const fs::path& path) {
+  throw CommandError(2, "cannot write " + path.string() + ": " + std::strerror(errno));
+}
+
+void write_whole(const fs::path& path, const std::string& text) {
+  OutputFile file;
+  if (!file.open(path.c_str()) ||
+      std::fwrite(text.data(), 1, text.size(), file.stream()) != text.size() || !file.commit()) {
+    refuse_writing(path);
+  }
+}
+
+Json read_json(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return {};
+  Json json = Json::parse(file, nullptr, false);
+  return json.is_discarded() ? Json() : json;
+}
+
+namespace {
+
+// True if the file's length is what its header announces.
+bool is_whole_map(const fs::path& path, std::uintmax_t size) {
+  std::int32_t words[256] = {};
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(reinterpret_cast<char*>(words), sizeof words)) return false;
+  std::uintmax_t expected = 4;  // bytes of a point
+  for (int i = 0; i < 3; ++i) {
+    if (words[i] < 1 || expected > size) return false;
+    expected *= static_cast<std::uintmax_t>(words[i]);
+  }
+  constexpr int mode = 3;
+  constexpr int symmetry_bytes = 23;
+  constexpr int magic = 52;
+  return words[mode] == 2 && words[symmetry_bytes] >= 0 &&
+         std::memcmp(&words[magic], "MAP ", 4) == 0 &&
+         expected + static_cast<std::uintmax_t>(words[symmetry_bytes]) + sizeof words == size;
+}
+
+// Empty if the file is as it was recorded.
+std::string doubt_of_file(const fs::path& folder, const Json& file) {
+  const std::string name = file.value("file", "");
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(folder / name, error);
+  if (error) return name + " is gone";
+  if (size != file.value("size", std::uintmax_t{0})) return name + " has another length";
+  if (name.ends_with(".ccp4") && !is_whole_map(folder / name, size)) return name + " is damaged";
+  return {};
+}
+
+std::string doubt_of(const Json& record, const Json& wanted, const fs::path& folder) {
+  if (!record.is_object() || !record.contains("status")) return "not done yet";
+  if (record["program"] != wanted["program"]) return "made by another version of the program";
+  if (record["input"] != wanted["input"]) return "the input has changed";
+  if (record["options"] != wanted["options"]) return "made with other options";
+  if (record["option_files"] != wanted["files"]) return "a file that the options name has changed";
+  if (record["status"] != "done") return {};
+  if (!record.contains("files") || record["files"].empty()) return "it names no map";
+  for (const Json& file : record["files"]) {
+    std::string doubt = doubt_of_file(folder, file);
+    if (!doubt.empty()) return doubt;
+  }
+  return {};
+}
+
+Json utc_now() {
+  char text[sizeof "2000-01-01T00:00:00Z"] = {};
+  const std::time_t now = std::time(nullptr);
+  std::tm parts = {};
+  gmtime_r(&now, &parts);
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return text;
+}
+
+}  // namespace
+
+DataSetFolder::DataSetFolder(const fs::path& output, const DataSet& set)
+    : set_(set), folder_(output / set.name) {}
+
+Json DataSetFolder::wanted(const std::vector<std::string>& map_options) const {
+  Json files = Json::array();
+  for (const std::string& option : map_options) {
+    std::error_code error;
+    if (fs::is_regular_file(option, error)) files.push_back(stamp_of(option));
+  }
+  const Json json = {{"program", "quorix " QUORIX_VERSION},
+                     {"input", stamp_of(set_.path)},
+                     {"options", map_options},
+                     {"option_files", files}};
+  return Json::parse(text_of(json));  // comparable with what a file gives back
+}
+
+bool DataSetFolder::has_record() const {
+  std::error_code error;
+  return fs::exists(record_path(), error);
+}
+
+Json DataSetFolder::record(const Json& wanted, std::string& doubt) const {
+  Json json = read_json(record_path());
+  try {
+    doubt = doubt_of(json, wanted, folder_);
+  } catch (const Json::exception&) {
+    doubt = "the record is damaged";
+  }
+  return json;
+}
+
+void DataSetFolder::clear_work() const {
+  std::error_code error;
+  fs::remove_all(work(), error);
+  std::vector<fs::path> strays;
+  for (fs::directory_iterator at(folder_, error); !error && at != fs::directory_iterator();
+       at.increment(error)) {
+    if (at->path().filename().string().starts_with(".quorix-")) strays.push_back(at->path());
+  }
+  for (const fs::path& stray : strays) fs::remove(stray, error);
+}
+
+void DataSetFolder::clear() const {
+  const Json old = read_json(record_path());
+  std::error_code error;
+  fs::remove(record_path(), error);  // first: maps without a record count for nothing
+  std::vector<std::string> names = {"log.txt", set_.name + "_2mFo-DFc.ccp4",
+                                    set_.name + "_mFo-DFc.ccp4"};
+  if (old.is_object() && old.contains("files") && old["files"].is_array()) {
+    for (const Json& file : old["files"]) {
+      if (file.is_object()) names.push_back(file.value("file", "log.txt"));
+    }
+  }
+  for (const std::string& name : names) {
+    if (name.find('/') == std::string::npos) fs::remove(folder_ / name, error);
+  }
+  clear_work();
+}
+
+std::vector<std::string> DataSetFolder::begin(const std::vector<std::string>& map_options) const {
+  clear();
+  std::error_code error;
+  fs::create_directories(work(), error);
+  if (error) throw CommandError(2, "cannot make " + work().string() + ": " + error.message());
+  std::vector<std::string> arguments = {"map", set_.path, "--json", "--prefix",
+                                        (work() / set_.name).string()};
+  arguments.insert(arguments.end(), map_options.begin(), map_options.end());
+  return arguments;
+}
+
+std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) const {
+  Json report = Json::parse(result.output, nullptr, false);
+  if (!report.is_array() || report.empty()) return "its report cannot be read";
+  for (Json& map : report) {
+    map["map"] = fs::path(map.value("map", "")).filename().string();
+    const std::string doubt = doubt_of_file(work(), {{"file", map["map"]}, {"size", 0}});
+    if (doubt.ends_with("is gone")) return doubt;
+  }
+  std::vector<fs::path> made;
+  for (const fs::directory_entry& entry : fs::directory_iterator(work())) {
+    if (entry.is_regular_file()) made.push_back(entry.path());
+  }
+  std::sort(made.begin(), made.end());
+  Json files = Json::array();
+  for (const fs::path& path : made) {
+    const std::string name = path.filename().string();
+    files.push_back({{"file", name}, {"size", fs::file_size(path)}});
+    const std::string doubt = doubt_of_file(work(), files.back());
+    if (!doubt.empty()) return doubt;
+  }
+  for (const fs::path& path : made) fs::rename(path, folder_ / path.filename());
+  record["files"] = files;
+  record["report"] = report;
+  return {};
+}
+
+Json DataSetFolder::finish(const Json& wanted, const ChildResult& result) const {
+  Json record = {{"name", set_.name}, {"status", "done"}, {"reason", ""}};
+  record.update(wanted);
+  record["date"] = utc_now();
+  record["seconds"] = result.seconds;
+  std::string reason = result.reason;
+  if (result.done) reason = keep_maps(result, record);
+  if (!reason.empty()) {
+    record["status"] = result.timed_out ? "timed out" : "failed";
+    record["reason"] = reason;
+    write_whole(folder_ / "log.txt", result.output + result.errors);
+  }
+  clear_work();
+  write_whole(record_path(), text_of(record, 1) + "\n");
+  return record;
+}
+
+}  // namespace qx

@@ -1,0 +1,62 @@
+// What a batch leaves of a data set: a folder with the maps and, written last, a record that says
+// what they were made of. Maps come to be in a hidden folder and are moved when all is well.
+#pragma once
+
+#include "driver/commands/batch_inputs.h"
+#include "driver/commands/batch_pool.h"
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace qx {
+
+using Json = nlohmann::ordered_json;
+
+// A file as it is now: path from the root, size and time of change.
+Json stamp_of(const std::string& path);
+
+// As a file holds it: text that is not UTF-8 with marks in its place.
+std::string text_of(const Json& json, int indent = -1);
+
+// The error for a file that cannot be written, with the reason that the system gave last.
+[[noreturn]] void refuse_writing(const std::filesystem::path& path);
+
+// Puts `text` in place of the file as a whole; throws CommandError.
+void write_whole(const std::filesystem::path& path, const std::string& text);
+
+// A file of JSON; null if there is none or it is damaged.
+Json read_json(const std::filesystem::path& path);
+
+class DataSetFolder {
+ public:
+  DataSetFolder(const std::filesystem::path& output, const DataSet& set);
+
+  // What a record must agree with: program, input, options, and the files that the options name.
+  [[nodiscard]] Json wanted(const std::vector<std::string>& map_options) const;
+  [[nodiscard]] bool has_record() const;
+  // The record, and in `doubt` why it cannot be relied on; empty if it can.
+  [[nodiscard]] Json record(const Json& wanted, std::string& doubt) const;
+
+  // Removes the record with the maps that it names, and what a killed run left.
+  void clear() const;
+  // Removes what an unfinished run left, and nothing else.
+  void clear_work() const;
+  // Makes the folder ready and gives the arguments of quorix map.
+  [[nodiscard]] std::vector<std::string> begin(const std::vector<std::string>& map_options) const;
+  // Keeps the maps of a child that succeeded, or the log of one that did not, and then the record,
+  // which is returned.
+  Json finish(const Json& wanted, const ChildResult& result) const;
+
+ private:
+  [[nodiscard]] std::filesystem::path work() const { return folder_ / ".work"; }
+  [[nodiscard]] std::filesystem::path record_path() const { return folder_ / "result.json"; }
+  // Empty, or what is wrong.
+  std::string keep_maps(const ChildResult& result, Json& record) const;
+
+  DataSet set_;
+  std::filesystem::path folder_;
+};
+
+}  // namespace qx

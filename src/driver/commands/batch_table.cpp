@@ -1,0 +1,146 @@
+#include "driver/commands/batch_table.h"
+
+#include "driver/commands/sections.h"
+
+namespace qx {
+
+namespace {
+
+struct Column {
+  const char* name;
+  const char* number;  // format of its numbers
+};
+
+constexpr Column columns[] = {{"name", ""},
+                              {"status", ""},
+                              {"reason", ""},
+                              {"resolution", "%.3f"},
+                              {"low_resolution", "%.2f"},
+                              {"space_group", ""},
+                              {"grid", "%.0f"},
+                              {"rms", "%.5f"},
+                              {"rms_difference", "%.5f"},
+                              {"reflections", "%.0f"},
+                              {"warnings", ""},
+                              {"seconds", "%.3f"},
+                              {"input", ""},
+                              {"map", ""},
+                              {"difference_map", ""}};
+
+// A field stays in its line and in its column.
+std::string escaped(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    switch (c) {
+      case '\t':
+        out += "\\t";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+std::string field(const Json& value, const Column& column) {
+  if (value.is_null()) return {};
+  if (value.is_string()) return escaped(value.get<std::string>());
+  if (value.is_number()) return format(column.number, value.get<double>());
+  if (*column.number == '\0') return std::to_string(value.size());
+  std::string text;
+  for (const Json& item : value) text += (text.empty() ? "" : " ") + field(item, column);
+  return text;
+}
+
+bool is_difference(const std::string& map) {
+  return map.ends_with("_mFo-DFc.ccp4") || map.ends_with("_FAN.ccp4");
+}
+
+void add_report(const Json& report, const std::string& name, Json& row) {
+  const Json& first = report.at(0);
+  row["resolution"] = first.at("resolution").at(0);
+  row["low_resolution"] = first.at("resolution").at(1);
+  row["space_group"] = first.at("space_group");
+  row["grid"] = first.at("grid");
+  row["reflections"] = first.at("reflections_used");
+  Json warnings = Json::array();
+  for (const Json& map : report) {
+    const auto file = map.at("map").get<std::string>();
+    const bool difference = is_difference(file);
+    row[difference ? "rms_difference" : "rms"] = map.at("rms_about_zero");
+    row[difference ? "difference_map" : "map"] = name + "/" + file;
+    for (const Json& warning : map.at("warnings")) warnings.push_back(warning);
+  }
+  row["warnings"] = warnings;
+}
+
+}  // namespace
+
+Json table_row(const DataSet& set, const Json& record, const std::string& doubt) {
+  Json row;
+  for (const Column& column : columns) row[column.name] = nullptr;
+  row["name"] = set.name;
+  row["input"] = stamp_of(set.path)["path"];
+  row["status"] = "not done";
+  row["reason"] = doubt;
+  if (!doubt.empty()) return row;
+  try {
+    if (record.contains("report")) add_report(record["report"], set.name, row);
+    row["seconds"] = record.at("seconds");
+    row["reason"] = record.at("reason");
+    row["status"] = record.at("status");
+  } catch (const Json::exception&) {
+    row["reason"] = "the record is damaged";
+  }
+  return row;
+}
+
+void ResultsTable::File::open() {
+  if (!file.open(path.c_str())) refuse_writing(path);
+}
+
+void ResultsTable::File::write(const std::string& text) {
+  if (std::fwrite(text.data(), 1, text.size(), file.stream()) != text.size()) refuse_writing(path);
+}
+
+void ResultsTable::File::commit() {
+  if (!file.commit()) refuse_writing(path);
+}
+
+ResultsTable::ResultsTable(const std::filesystem::path& stem)
+    : tsv_{stem.string() + ".tsv", {}}, json_{stem.string() + ".json", {}} {
+  tsv_.open();
+  json_.open();
+  std::string line;
+  for (const Column& column : columns)
+    line += (line.empty() ? "" : "\t") + std::string(column.name);
+  tsv_.write(line + "\n");
+  json_.write("[");
+}
+
+void ResultsTable::add(const Json& row) {
+  std::string line;
+  for (const Column& column : columns) {
+    line += (&column == columns ? "" : "\t") + field(row[column.name], column);
+  }
+  tsv_.write(line + "\n");
+  json_.write((empty_ ? "\n " : ",\n ") + text_of(row));
+  empty_ = false;
+}
+
+void ResultsTable::finish() {
+  json_.write("\n]\n");
+  tsv_.commit();
+  json_.commit();
+}
+
+}  // namespace qx
