@@ -143,6 +143,7 @@ class Batch {
                                   "--overwrite makes everything anew, or choose another folder");
       }
     }
+    if (options_.range.empty()) remove_strays(output_);  // no other part is at work
     if (options_.overwrite) {
       for (std::size_t i = slice_.first; i < slice_.last; ++i) folder(i).clear();
     }

@@ -91,7 +91,7 @@ class Search {
       if (entry.path().filename().string().front() == '.') continue;
       if (entry.is_directory(error)) {
         if (!entry.is_symlink(error)) add_folder(entry.path());  // links may lead in a circle
-      } else if (is_named_like_reflections(path) && !entry.is_other() &&
+      } else if (is_named_like_reflections(path) && !entry.is_other(error) &&
                  !may_be_something_else(path)) {
         add_file(path);
       }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace qx {
 
@@ -60,6 +61,7 @@ class Candidate {
     for (const fs::path& part : whole.parent_path()) folders_.push_back(part.string());
   }
 
+  static constexpr std::size_t levels = 7;
   // Level 0: stem; 1: folder_stem; 2: folder_file; 3: folder_folder_file ...
   [[nodiscard]] std::string name(std::size_t level) const {
     std::string text = level < 2 ? stem_.string() : full_;
@@ -67,52 +69,70 @@ class Candidate {
     for (std::size_t i = 1; i <= folders; ++i) text = folders_[folders_.size() - i] + "_" + text;
     return made_safe(text);
   }
-  [[nodiscard]] bool has_level(std::size_t level) const {
-    return level < 3 || level - 1 <= above();
-  }
 
  private:
-  [[nodiscard]] std::size_t above() const { return std::min<std::size_t>(folders_.size() - 1, 4); }
+  [[nodiscard]] std::size_t above() const { return std::max<std::size_t>(folders_.size(), 1) - 1; }
 
   fs::path stem_;
   std::string full_;
   std::vector<std::string> folders_;  // from the root on
 };
 
-std::unordered_map<std::string, int> counted(const std::vector<std::string>& names) {
-  std::unordered_map<std::string, int> times;
-  for (const std::string& name : names) ++times[name];
-  return times;
+struct Naming {
+  Candidate candidate;
+  std::size_t level = 0;
+  std::string name = candidate.name(0);
+};
+
+// Gives those of one name the first longer names that are not all the same; false without such.
+bool tell_apart(const std::vector<Naming*>& group) {
+  std::size_t level = Candidate::levels;
+  for (const Naming* naming : group) level = std::min(level, naming->level);
+  while (++level < Candidate::levels) {
+    const auto longer = [&](const Naming& naming) {
+      return naming.candidate.name(std::max(level, naming.level));
+    };
+    const std::string first = longer(*group.front());
+    if (std::all_of(group.begin(), group.end(),
+                    [&](const Naming* naming) { return longer(*naming) == first; })) {
+      continue;
+    }
+    for (Naming* naming : group) {
+      naming->name = longer(*naming);
+      naming->level = std::max(level, naming->level);
+    }
+    return true;
+  }
+  return false;
 }
 
 void number_the_rest(std::vector<std::string>& names) {
-  std::unordered_map<std::string, int> times = counted(names);
+  std::unordered_set<std::string> taken(names.begin(), names.end());
   std::unordered_map<std::string, int> used;
   for (std::string& name : names) {
     int& number = used[name];
     if (number++ == 0) continue;
-    while (times.contains(name + "_" + std::to_string(number))) ++number;
+    while (taken.contains(name + "_" + std::to_string(number))) ++number;
     name += "_" + std::to_string(number);
-    times[name] = 1;
+    taken.insert(name);
   }
 }
 
 }  // namespace
 
 std::vector<std::string> data_set_names(const std::vector<std::string>& paths) {
-  std::vector<Candidate> candidates(paths.begin(), paths.end());
-  std::vector<std::size_t> levels(paths.size(), 0);
-  std::vector<std::string> names;
-  for (const Candidate& candidate : candidates) names.push_back(candidate.name(0));
+  std::vector<Naming> namings;
+  for (const std::string& path : paths) namings.push_back({Candidate(path)});
   for (bool changed = true; changed;) {
     changed = false;
-    const auto times = counted(names);
-    for (std::size_t i = 0; i < names.size(); ++i) {
-      if (times.at(names[i]) == 1 || !candidates[i].has_level(levels[i] + 1)) continue;
-      names[i] = candidates[i].name(++levels[i]);
-      changed = true;
+    std::unordered_map<std::string, std::vector<Naming*>> groups;
+    for (Naming& naming : namings) groups[naming.name].push_back(&naming);
+    for (const auto& [name, group] : groups) {
+      if (group.size() > 1 && tell_apart(group)) changed = true;
     }
   }
+  std::vector<std::string> names;
+  for (const Naming& naming : namings) names.push_back(naming.name);
   number_the_rest(names);
   return names;
 }

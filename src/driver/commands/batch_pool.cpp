@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <sched.h>
+#include <sstream>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -31,11 +32,21 @@ std::string end_of(const TemporaryFile& file) {
   return text;
 }
 
-std::string last_line(const std::string& text) {
-  const std::size_t end = text.find_last_not_of(" \t\r\n");
-  if (end == std::string::npos) return {};
-  const std::size_t begin = text.find_last_of('\n', end);
-  return text.substr(begin + 1, end - begin);
+// The lines behind the last one that is empty, as one: a report of the engine.
+std::string last_paragraph(const std::string& text) {
+  std::istringstream in(text);
+  std::string lines;
+  std::string line;
+  for (bool begins = true; std::getline(in, line);) {
+    line.erase(line.find_last_not_of(" \t\r") + 1);
+    if (line.empty()) {
+      begins = true;
+      continue;
+    }
+    lines = begins ? line : lines + " " + line;
+    begins = false;
+  }
+  return lines;
 }
 
 // What a command writes on its way out comes behind its name; lines of advice may follow.
@@ -45,10 +56,10 @@ std::string reason_of(const std::string& output, const std::string& errors) {
   while (at != std::string::npos && at > 0 && errors[at - 1] != '\n') {
     at = errors.rfind(own_name, at - 1);
   }
-  if (at == std::string::npos) return last_line(errors);
+  if (at == std::string::npos) return last_paragraph(errors);
   at += std::strlen(own_name);
   std::string line = errors.substr(at, errors.find('\n', at) - at);
-  const std::string report = last_line(output);
+  const std::string report = last_paragraph(output);
   if (line == "the engine reported a failure" && !report.empty()) line = report;
   return line;
 }

@@ -49,6 +49,16 @@ Json read_json(const fs::path& path) {
   return json.is_discarded() ? Json() : json;
 }
 
+void remove_strays(const fs::path& folder) {
+  std::error_code error;
+  std::vector<fs::path> strays;
+  for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();
+       at.increment(error)) {
+    if (at->path().filename().string().starts_with(".quorix-")) strays.push_back(at->path());
+  }
+  for (const fs::path& stray : strays) fs::remove(stray, error);
+}
+
 namespace {
 
 // True if the file's length is what its header announces.
@@ -82,13 +92,14 @@ std::string doubt_of_file(const fs::path& folder, const Json& file) {
 
 std::string doubt_of(const Json& record, const Json& wanted, const fs::path& folder) {
   if (!record.is_object() || !record.contains("status")) return "not done yet";
-  if (record["program"] != wanted["program"]) return "made by another version of the program";
-  if (record["input"] != wanted["input"]) return "the input has changed";
-  if (record["options"] != wanted["options"]) return "made with other options";
-  if (record["option_files"] != wanted["files"]) return "a file that the options name has changed";
-  if (record["status"] != "done") return {};
-  if (!record.contains("files") || record["files"].empty()) return "it names no map";
-  for (const Json& file : record["files"]) {
+  if (record.at("program") != wanted.at("program")) return "made by another version of the program";
+  if (record.at("input") != wanted.at("input")) return "the input has changed";
+  if (record.at("options") != wanted.at("options")) return "made with other options";
+  if (record.at("option_files") != wanted.at("option_files"))
+    return "a file that the options name has changed";
+  if (record.at("status") != "done") return {};
+  if (!record.contains("files") || record.at("files").empty()) return "it names no map";
+  for (const Json& file : record.at("files")) {
     std::string doubt = doubt_of_file(folder, file);
     if (!doubt.empty()) return doubt;
   }
@@ -140,12 +151,7 @@ Json DataSetFolder::record(const Json& wanted, std::string& doubt) const {
 void DataSetFolder::clear_work() const {
   std::error_code error;
   fs::remove_all(work(), error);
-  std::vector<fs::path> strays;
-  for (fs::directory_iterator at(folder_, error); !error && at != fs::directory_iterator();
-       at.increment(error)) {
-    if (at->path().filename().string().starts_with(".quorix-")) strays.push_back(at->path());
-  }
-  for (const fs::path& stray : strays) fs::remove(stray, error);
+  remove_strays(folder_);
 }
 
 void DataSetFolder::clear() const {
@@ -208,7 +214,11 @@ Json DataSetFolder::finish(const Json& wanted, const ChildResult& result) const 
   record["date"] = utc_now();
   record["seconds"] = result.seconds;
   std::string reason = result.reason;
-  if (result.done) reason = keep_maps(result, record);
+  try {
+    if (result.done) reason = keep_maps(result, record);
+  } catch (const std::exception& error) {  // a report of another shape, a full disc
+    reason = error.what();
+  }
   if (!reason.empty()) {
     record["status"] = result.timed_out ? "timed out" : "failed";
     record["reason"] = reason;

@@ -29,6 +29,9 @@ void write_whole(const std::filesystem::path& path, const std::string& text);
 // A file of JSON; null if there is none or it is damaged.
 Json read_json(const std::filesystem::path& path);
 
+// Removes what writers that were killed left in a folder.
+void remove_strays(const std::filesystem::path& folder);
+
 class DataSetFolder {
  public:
   DataSetFolder(const std::filesystem::path& output, const DataSet& set);
