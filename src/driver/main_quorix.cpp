@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <sys/prctl.h>
 
 namespace {
 
@@ -27,6 +28,8 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  qx::end_with_the_batch();
+  prctl(PR_SET_NAME, "quorix");   // a batch starts it under a name that says nothing
   std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is a failed write, reported as such
   try {
     return run(argc, argv);

@@ -28,16 +28,11 @@ class Resume : public BatchCommand {};
 TEST_F(Resume, afterAKillTheResultsAreThoseOfARunInOnePiece) {
   make_large(8);
   ASSERT_EQ(batch(fine({"large", "-o", "whole"})).status, 0);
-  std::vector<pid_t> children;
   {
     Background killed(fine({"large", "-o", "out", "-j", "2", "-q"}));
     ASSERT_TRUE(eventually([] { return any_record("out"); }));
-    ASSERT_TRUE(eventually([&] { return !(children = killed.children()).empty(); }));
-    for (const pid_t child : children) kill(child, SIGSTOP);  // they will not end by themselves
     EXPECT_EQ(killed.end(SIGKILL), -SIGKILL);
   }
-  // They do not outlive the batch, and so write nothing into the next one.
-  for (const pid_t child : children) EXPECT_TRUE(eventually([&] { return !is_running(child); }));
   EXPECT_FALSE(fs::exists("out/results.tsv"));
   EXPECT_EQ(batch(fine({"large", "-o", "out"})).status, 2);  // told to choose
   const ProgramResult resumed = batch(fine({"large", "-o", "out", "--resume"}));
@@ -45,6 +40,18 @@ TEST_F(Resume, afterAKillTheResultsAreThoseOfARunInOnePiece) {
   EXPECT_FALSE(has(resumed.output, " 0 of them taken over")) << resumed.output;
   EXPECT_FALSE(has(resumed.output, " 8 of them taken over")) << resumed.output;
   EXPECT_EQ(contents("out"), contents("whole"));
+}
+
+TEST_F(Resume, childrenDoNotOutliveTheBatch) {
+  make_large(2);
+  std::vector<pid_t> children;
+  Background killed({"large", "-o", "out", "-j", "2", "-q", "--", "--spacing", "0.2"});
+  ASSERT_TRUE(eventually([&] { return (children = killed.children()).size() == 2; }));
+  EXPECT_EQ(killed.end(SIGKILL), -SIGKILL);
+  for (const pid_t child : children) EXPECT_TRUE(eventually([&] { return !is_running(child); }));
+  for (const auto& entry : fs::recursive_directory_iterator("out")) {
+    EXPECT_NE(entry.path().extension(), ".ccp4");  // nor write into the next one
+  }
 }
 
 TEST_F(Resume, anInterruptedRunLeavesATableAndNothingHalf) {

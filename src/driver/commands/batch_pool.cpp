@@ -1,5 +1,6 @@
 #include "driver/commands/batch_pool.h"
 
+#include "driver/commands/commands.h"
 #include "driver/commands/sections.h"
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <sched.h>
+#include <spawn.h>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -64,21 +66,38 @@ std::string reason_of(const std::string& output, const std::string& errors) {
   return line;
 }
 
-[[noreturn]] void become(const std::vector<char*>& arguments, int output, int errors,
-                         const sigset_t& signals, pid_t parent) {
-  setpgid(0, 0);  // ends as a whole, and not by the keyboard
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (getppid() != parent) _exit(127);  // the parent went before the line above
-  const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  dup2(nothing, STDIN_FILENO);
-  dup2(output, STDOUT_FILENO);
-  dup2(errors, STDERR_FILENO);
-  sigprocmask(SIG_SETMASK, &signals, nullptr);
-  execv("/proc/self/exe", arguments.data());
-  constexpr char text[] = "quorix: the program cannot be started again\n";
-  const auto written = write(STDERR_FILENO, text, sizeof text - 1);
-  _exit(written > 0 ? 127 : 126);
+constexpr const char* parent_variable = "QUORIX_ENDS_WITH";
+
+void make_empty(const TemporaryFile& file) {
+  if (ftruncate(file.descriptor(), 0) != 0 || lseek(file.descriptor(), 0, SEEK_SET) != 0) {
+    throw CommandError(2, std::string("a temporary file fails: ") + std::strerror(errno));
+  }
 }
+
+// How a child begins: with its own streams, the usual signals, and as a group, which ends as a
+// whole and not by the keyboard.
+class SpawnSettings {
+ public:
+  SpawnSettings(int output, int errors, const sigset_t& signals) {
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+  }
+  SpawnSettings(const SpawnSettings&) = delete;
+  SpawnSettings& operator=(const SpawnSettings&) = delete;
+  ~SpawnSettings() {
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+  }
+
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+};
 
 }  // namespace
 
@@ -92,6 +111,7 @@ Pool::Pool(std::size_t places, double timeout) : places_(places), timeout_(timeo
     if (now.sa_handler != SIG_IGN) sigaddset(&wanted_, number);  // nohup stays nohup
   }
   sigprocmask(SIG_BLOCK, &wanted_, &before_);
+  setenv(parent_variable, std::to_string(getpid()).c_str(), 1);
 }
 
 Pool::~Pool() {
@@ -106,22 +126,24 @@ void Pool::end_all() {
 }
 
 void Pool::start(std::size_t item, const std::vector<std::string>& arguments) {
-  Child child = {item, -1, Clock::now(), std::make_unique<TemporaryFile>(),
-                 std::make_unique<TemporaryFile>()};
+  if (spare_.empty())
+    spare_.push_back({std::make_unique<TemporaryFile>(), std::make_unique<TemporaryFile>()});
+  Child child = {item, -1, Clock::now(), std::move(spare_.back())};
+  spare_.pop_back();
+  make_empty(*child.said.output);
+  make_empty(*child.said.errors);
   std::vector<std::string> words = {"quorix"};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
-  const pid_t parent = getpid();
-  child.process = fork();
-  if (child.process == 0) {
-    become(pointers, child.output->descriptor(), child.errors->descriptor(), before_, parent);
+  const SpawnSettings settings(child.said.output->descriptor(), child.said.errors->descriptor(),
+                               before_);
+  const int problem = posix_spawn(&child.process, "/proc/self/exe", &settings.actions,
+                                  &settings.attributes, pointers.data(), environ);
+  if (problem != 0) {
+    throw CommandError(2, std::string("no process can be started: ") + std::strerror(problem));
   }
-  if (child.process < 0) {
-    throw CommandError(2, std::string("no process can be started: ") + std::strerror(errno));
-  }
-  setpgid(child.process, child.process);  // whoever comes first
   children_.push_back(std::move(child));
 }
 
@@ -130,8 +152,8 @@ ChildResult Pool::result_of(const Child& child, int status) const {
   result.item = child.item;
   result.done = WIFEXITED(status) && WEXITSTATUS(status) == 0;
   result.seconds = std::chrono::duration<double>(Clock::now() - child.begin).count();
-  result.output = end_of(*child.output);
-  result.errors = end_of(*child.errors);
+  result.output = end_of(*child.said.output);
+  result.errors = end_of(*child.said.errors);
   if (result.done) return result;
   if (child.timed_out && WIFSIGNALED(status)) {
     result.timed_out = true;
@@ -152,6 +174,7 @@ std::optional<ChildResult> Pool::reap() {
     int status = 0;
     if (waitpid(child->process, &status, WNOHANG) != child->process) continue;
     ChildResult result = result_of(*child, status);
+    spare_.push_back(std::move(child->said));
     children_.erase(child);
     return result;
   }
@@ -189,6 +212,15 @@ std::optional<ChildResult> Pool::wait(double patience) {
       return {};
     }
   }
+}
+
+void end_with_the_batch() {
+  const char* text = std::getenv(parent_variable);
+  if (!text) return;
+  const long parent = std::strtol(text, nullptr, 10);
+  unsetenv(parent_variable);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(1);  // it went before the line above
 }
 
 namespace {

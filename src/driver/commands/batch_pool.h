@@ -47,11 +47,14 @@ class Pool {
 
  private:
   using Clock = std::chrono::steady_clock;
+  struct Said {
+    std::unique_ptr<TemporaryFile> output, errors;
+  };
   struct Child {
     std::size_t item;
     pid_t process;
     Clock::time_point begin;
-    std::unique_ptr<TemporaryFile> output, errors;
+    Said said;
     bool timed_out = false;
   };
 
@@ -64,6 +67,7 @@ class Pool {
   int stopped_ = 0;
   sigset_t wanted_ = {}, before_ = {};
   std::vector<Child> children_;
+  std::vector<Said> spare_;  // files to be used again
 };
 
 // Processors that this process may use: of its affinity and of its control group.

@@ -19,4 +19,7 @@ void add_batch(CLI::App& app, int& status);
 // it for inputs.
 void take_map_options(int& argc, char** argv);
 
+// For the program's first line: a process that a batch started does not outlive it.
+void end_with_the_batch();
+
 }  // namespace qx

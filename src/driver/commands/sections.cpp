@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <sys/mman.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -46,7 +47,8 @@ void Engine::begin() {
   deaths_ = qx_get_die_count();
   if (verbose_) return;
   std::fflush(stdout);
-  spool_ = std::tmpfile();
+  // In memory, as the text is in the end: a file on a disk would be a good part of a short run.
+  spool_ = fdopen(memfd_create("quorix", MFD_CLOEXEC), "w+");
   if (!spool_) throw CommandError(2, "no temporary file can be made");
   stdout_ = dup(STDOUT_FILENO);
   dup2(fileno(spool_), STDOUT_FILENO);
