@@ -124,11 +124,12 @@ std::vector<std::string> SharedGrids::options(std::size_t item) const {
 
 std::vector<std::string> SharedGrids::lines() const {
   std::vector<std::string> lines;
-  for (const auto& [group, counts] : shared_) {
-    const auto sets =
-        std::count_if(own_.begin(), own_.end(), [&](const Own& own) { return own.group == group; });
+  for (const auto& shared : shared_) {
+    const Counts& n = shared.second;
+    const auto sets = std::count_if(own_.begin(), own_.end(),
+                                    [&](const Own& own) { return own.group == shared.first; });
     lines.push_back(
-        format("%s: %d x %d x %d for %td", group.c_str(), counts[0], counts[1], counts[2], sets));
+        format("%s: %d x %d x %d for %td", shared.first.c_str(), n[0], n[1], n[2], sets));
   }
   std::sort(lines.begin(), lines.end());
   return lines;

@@ -66,7 +66,7 @@ class Candidate {
   [[nodiscard]] std::string name(std::size_t level) const {
     std::string text = level < 2 ? stem_.string() : full_;
     const std::size_t folders = std::min(level < 2 ? level : level - 1, above());
-    for (std::size_t i = 1; i <= folders; ++i) text = folders_[folders_.size() - i] + "_" + text;
+    for (std::size_t i = 1; i <= folders; ++i) text.insert(0, folders_[folders_.size() - i] + "_");
     return made_safe(text);
   }
 
@@ -122,6 +122,7 @@ void number_the_rest(std::vector<std::string>& names) {
 
 std::vector<std::string> data_set_names(const std::vector<std::string>& paths) {
   std::vector<Naming> namings;
+  namings.reserve(paths.size());
   for (const std::string& path : paths) namings.push_back({Candidate(path)});
   for (bool changed = true; changed;) {
     changed = false;
@@ -132,6 +133,7 @@ std::vector<std::string> data_set_names(const std::vector<std::string>& paths) {
     }
   }
   std::vector<std::string> names;
+  names.reserve(namings.size());
   for (const Naming& naming : namings) names.push_back(naming.name);
   number_the_rest(names);
   return names;

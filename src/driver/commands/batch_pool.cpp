@@ -45,7 +45,9 @@ std::string last_paragraph(const std::string& text) {
       begins = true;
       continue;
     }
-    lines = begins ? line : lines + " " + line;
+    if (begins) lines.clear();
+    if (!lines.empty()) lines += ' ';
+    lines += line;
     begins = false;
   }
   return lines;
@@ -125,16 +127,26 @@ void Pool::end_all() {
   children_.clear();
 }
 
+Pool::Said Pool::spare_files() {
+  Said said;
+  if (spare_.empty()) {
+    said.output = std::make_unique<TemporaryFile>();
+    said.errors = std::make_unique<TemporaryFile>();
+  } else {
+    said = std::move(spare_.back());
+    spare_.pop_back();
+  }
+  return said;
+}
+
 void Pool::start(std::size_t item, const std::vector<std::string>& arguments) {
-  if (spare_.empty())
-    spare_.push_back({std::make_unique<TemporaryFile>(), std::make_unique<TemporaryFile>()});
-  Child child = {item, -1, Clock::now(), std::move(spare_.back())};
-  spare_.pop_back();
+  Child child = {item, -1, Clock::now(), spare_files()};
   make_empty(*child.said.output);
   make_empty(*child.said.errors);
   std::vector<std::string> words = {"quorix"};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
   const SpawnSettings settings(child.said.output->descriptor(), child.said.errors->descriptor(),

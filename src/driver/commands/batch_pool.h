@@ -58,6 +58,7 @@ class Pool {
     bool timed_out = false;
   };
 
+  Said spare_files();
   std::optional<ChildResult> reap();
   void end_late_ones();
   [[nodiscard]] ChildResult result_of(const Child& child, int status) const;

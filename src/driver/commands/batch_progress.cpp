@@ -3,6 +3,7 @@
 #include "driver/commands/sections.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -21,7 +22,7 @@ std::size_t terminal_columns() {
 }
 
 std::string time_text(double seconds) {
-  const long s = static_cast<long>(seconds + 0.5);
+  const long s = std::lround(seconds);
   if (s < 60) return format("%ld s", s);
   if (s < 3600) return format("%ld:%02ld min", s / 60, s % 60);
   return format("%ld:%02ld h", s / 3600, s / 60 % 60);

@@ -187,7 +187,7 @@ std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) co
   if (!report.is_array() || report.empty()) return "its report cannot be read";
   for (Json& map : report) {
     map["map"] = fs::path(map.value("map", "")).filename().string();
-    const std::string doubt = doubt_of_file(work(), {{"file", map["map"]}, {"size", 0}});
+    std::string doubt = doubt_of_file(work(), {{"file", map["map"]}, {"size", 0}});
     if (doubt.ends_with("is gone")) return doubt;
   }
   std::vector<fs::path> made;
@@ -199,7 +199,7 @@ std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) co
   for (const fs::path& path : made) {
     const std::string name = path.filename().string();
     files.push_back({{"file", name}, {"size", fs::file_size(path)}});
-    const std::string doubt = doubt_of_file(work(), files.back());
+    std::string doubt = doubt_of_file(work(), files.back());
     if (!doubt.empty()) return doubt;
   }
   for (const fs::path& path : made) fs::rename(path, folder_ / path.filename());

@@ -57,7 +57,10 @@ std::string field(const Json& value, const Column& column) {
   if (value.is_number()) return format(column.number, value.get<double>());
   if (*column.number == '\0') return std::to_string(value.size());
   std::string text;
-  for (const Json& item : value) text += (text.empty() ? "" : " ") + field(item, column);
+  for (const Json& item : value) {
+    if (!text.empty()) text += ' ';
+    text += field(item, column);
+  }
   return text;
 }
 
@@ -65,7 +68,7 @@ bool is_difference(const std::string& map) {
   return map.ends_with("_mFo-DFc.ccp4") || map.ends_with("_FAN.ccp4");
 }
 
-void add_report(const Json& report, const std::string& name, Json& row) {
+void add_report(const Json& report, const std::string& folder, Json& row) {
   const Json& first = report.at(0);
   row["resolution"] = first.at("resolution").at(0);
   row["low_resolution"] = first.at("resolution").at(1);
@@ -77,7 +80,7 @@ void add_report(const Json& report, const std::string& name, Json& row) {
     const auto file = map.at("map").get<std::string>();
     const bool difference = is_difference(file);
     row[difference ? "rms_difference" : "rms"] = map.at("rms_about_zero");
-    row[difference ? "difference_map" : "map"] = name + "/" + file;
+    row[difference ? "difference_map" : "map"] = folder + file;
     for (const Json& warning : map.at("warnings")) warnings.push_back(warning);
   }
   row["warnings"] = warnings;
@@ -94,7 +97,7 @@ Json table_row(const DataSet& set, const Json& record, const std::string& doubt)
   row["reason"] = doubt;
   if (!doubt.empty()) return row;
   try {
-    if (record.contains("report")) add_report(record["report"], set.name, row);
+    if (record.contains("report")) add_report(record["report"], set.name + "/", row);
     row["seconds"] = record.at("seconds");
     row["reason"] = record.at("reason");
     row["status"] = record.at("status");
