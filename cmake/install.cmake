@@ -25,6 +25,8 @@ file(GLOB guides docs/*.md)
 install(FILES ${guides} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT programs)
 install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT programs
         FILES_MATCHING PATTERN "*.pdb" PATTERN "*.mtz" PATTERN "README.md" PATTERN "*.qx")
+install(DIRECTORY workflow/ DESTINATION ${QUORIX_DATA_DIR}/workflow COMPONENT programs
+        USE_SOURCE_PERMISSIONS)
 install(EXPORT quorixTargets NAMESPACE quorix:: DESTINATION ${package_dir} COMPONENT dev)
 
 configure_package_config_file(cmake/quorixConfig.cmake.in ${PROJECT_BINARY_DIR}/quorixConfig.cmake
