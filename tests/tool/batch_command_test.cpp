@@ -68,6 +68,12 @@ TEST_F(BatchCommand, makesTheMapsOfQuorixMapAndTellsWhatItSays) {
   EXPECT_EQ(row["reflections"], said[0]["reflections_used"]);
   EXPECT_EQ(row["map"], "x/x_2mFo-DFc.ccp4");
   EXPECT_EQ(row["difference_map"], "x/x_mFo-DFc.ccp4");
+
+  const Arguments handed_on = {"in", "-o", "more", "--", "--check", "--provenance", "--scripts"};
+  ASSERT_EQ(batch(handed_on).status, 0);
+  const std::string script = read_file("more/x/x_coot.py");
+  EXPECT_TRUE(has(script, scratch_.file("more/x/x_mFo-DFc.ccp4"))) << script;
+  EXPECT_TRUE(has(read_file("more/x/result.json"), "largest_deviation_rms"));
 }
 
 TEST_F(BatchCommand, oneThatFailsStopsNoOther) {

@@ -106,6 +106,25 @@ std::string doubt_of(const Json& record, const Json& wanted, const fs::path& fol
   return {};
 }
 
+std::vector<fs::path> files_in(const fs::path& folder) {
+  std::vector<fs::path> files;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+    if (entry.is_regular_file()) files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// Scripts name the maps by their paths, which change when the maps are moved.
+void move_names(const fs::path& path, const std::string& from, const std::string& to) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
+    text.replace(at, from.size(), to);
+  }
+  write_whole(path, text);
+}
+
 Json utc_now() {
   char text[sizeof "2000-01-01T00:00:00Z"] = {};
   const std::time_t now = std::time(nullptr);
@@ -190,13 +209,10 @@ std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) co
     std::string doubt = doubt_of_file(work(), {{"file", map["map"]}, {"size", 0}});
     if (doubt.ends_with("is gone")) return doubt;
   }
-  std::vector<fs::path> made;
-  for (const fs::directory_entry& entry : fs::directory_iterator(work())) {
-    if (entry.is_regular_file()) made.push_back(entry.path());
-  }
-  std::sort(made.begin(), made.end());
+  const std::vector<fs::path> made = files_in(work());
   Json files = Json::array();
   for (const fs::path& path : made) {
+    if (path.extension() != ".ccp4") move_names(path, "/.work/" + set_.name, "/" + set_.name);
     const std::string name = path.filename().string();
     files.push_back({{"file", name}, {"size", fs::file_size(path)}});
     std::string doubt = doubt_of_file(work(), files.back());
