@@ -8,6 +8,7 @@
 #include "driver/commands/batch_table.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/map_job.h"
+#include "driver/commands/option_facts.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -303,15 +304,20 @@ void add_work_options(CLI::App& command, BatchOptions& o) {
                   "Reflection files (MTZ, structure-factor mmCIF, also gzipped), folders to search "
                   "for them, or lists: text files with a path per line, relative to the list, and "
                   "# before comments")
+      ->required()
+      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz txt lst"));
+  command.add_option("-o,--output", o.output, "Folder for the results")
+      ->type_name("FOLDER")
       ->required();
-  command.add_option("-o,--output", o.output, "Folder for the results")->required();
   command
       .add_option("-j,--jobs", o.jobs,
                   "Data sets at a time (default: the processors available to the process)")
+      ->type_name("N")
       ->check(CLI::Range(1, 4096));
   command
       .add_option("--timeout", o.timeout,
                   "Seconds after which a data set is given up (default: never)")
+      ->type_name("SECONDS")
       ->check(CLI::PositiveNumber);
   command.add_flag("--shared-grid", o.shared_grid,
                    "One grid for all data sets of a space group: the largest counts that any of "
@@ -319,9 +325,11 @@ void add_work_options(CLI::App& command, BatchOptions& o) {
 }
 
 void add_course_options(CLI::App& command, BatchOptions& o) {
-  auto* range = command.add_option("--range", o.range,
-                                   "I/N: only the I-th of N equal parts of the data sets, for "
-                                   "array jobs; the tables are results.I-of-N");
+  auto* range = command
+                    .add_option("--range", o.range,
+                                "Only the I-th of N equal parts of the data sets, for array jobs; "
+                                "the tables are results.I-of-N")
+                    ->type_name("I/N");
   auto* resume = command.add_flag("--resume", o.resume,
                                   "Take over data sets whose record is whole, of the same input, "
                                   "options and version, and whose "
