@@ -17,6 +17,7 @@ library=$(dirname "$(find "$prefix" -name libquorix.so)")
 for kind in quorix quorix_static; do "$scratch/outside/outside_$kind"; done
 
 export PKG_CONFIG_PATH=$library/pkgconfig
+# shellcheck disable=SC2046
 g++ -std=c++20 tests/package/outside/main.cpp -o "$scratch/by-pkg-config" $(pkg-config --cflags --libs quorix)
 LD_LIBRARY_PATH=$library "$scratch/by-pkg-config"
 
