@@ -44,6 +44,7 @@ quorix_package(data quorix-data science ""
   "crystallographic computation engine: space groups and form factors"
   "This package contains the space-group and form-factor files.")
 set(CPACK_DEBIAN_DATA_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PROGRAMS_PACKAGE_SUGGESTS "snakemake, python3")  # for the workflow
 
 # The library's versions for dpkg-shlibdeps, and the linker's cache by trigger instead of by scripts.
 file(WRITE ${PROJECT_BINARY_DIR}/debian/shlibs "libquorix 0 libquorix0 (>= ${PROJECT_VERSION})\n")
