@@ -110,7 +110,7 @@ class BatchCommand : public ::testing::Test {
     }
   }
   static Arguments fine(Arguments arguments) {
-    arguments.insert(arguments.end(), {"--", "--spacing", "0.3"});
+    arguments.insert(arguments.end(), {"--", "--spacing", "0.5"});
     return arguments;
   }
 

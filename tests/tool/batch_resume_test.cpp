@@ -26,7 +26,7 @@ bool is_running(pid_t process) {
 class Resume : public BatchCommand {};
 
 TEST_F(Resume, afterAKillTheResultsAreThoseOfARunInOnePiece) {
-  make_large(8);
+  make_large(12);
   ASSERT_EQ(batch(fine({"large", "-o", "whole"})).status, 0);
   {
     Background killed(fine({"large", "-o", "out", "-j", "2", "-q"}));
@@ -38,7 +38,7 @@ TEST_F(Resume, afterAKillTheResultsAreThoseOfARunInOnePiece) {
   const ProgramResult resumed = batch(fine({"large", "-o", "out", "--resume"}));
   EXPECT_EQ(resumed.status, 0) << resumed.errors;
   EXPECT_FALSE(has(resumed.output, " 0 of them taken over")) << resumed.output;
-  EXPECT_FALSE(has(resumed.output, " 8 of them taken over")) << resumed.output;
+  EXPECT_FALSE(has(resumed.output, " 12 of them taken over")) << resumed.output;
   EXPECT_EQ(contents("out"), contents("whole"));
 }
 
@@ -55,7 +55,7 @@ TEST_F(Resume, childrenDoNotOutliveTheBatch) {
 }
 
 TEST_F(Resume, anInterruptedRunLeavesATableAndNothingHalf) {
-  make_large(4);
+  make_large(40);
   for (const int signal : {SIGINT, SIGTERM}) {
     Background run(fine({"large", "-o", "out", "-j", "2", "--overwrite"}));
     ASSERT_TRUE(eventually([] { return any_record("out"); }));
@@ -63,7 +63,7 @@ TEST_F(Resume, anInterruptedRunLeavesATableAndNothingHalf) {
     const std::string statuses = column("status");
     EXPECT_TRUE(has(statuses, "done|")) << statuses;
     EXPECT_TRUE(has(statuses, "not done")) << statuses;
-    EXPECT_EQ(column("name"), "x0|x1|x2|x3");
+    EXPECT_EQ(table().size(), 40U);
     for (const auto& entry : fs::recursive_directory_iterator("out")) {
       EXPECT_NE(entry.path().filename(), ".work");
     }
