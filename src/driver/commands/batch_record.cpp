@@ -191,8 +191,8 @@ void DataSetFolder::clear() const {
 }
 
 std::vector<std::string> DataSetFolder::begin(const std::vector<std::string>& map_options) const {
-  clear();
   std::error_code error;
+  if (fs::exists(folder_, error)) clear();
   fs::create_directories(work(), error);
   if (error) throw CommandError(2, "cannot make " + work().string() + ": " + error.message());
   std::vector<std::string> arguments = {"map", set_.path, "--json", "--prefix",
@@ -240,7 +240,8 @@ Json DataSetFolder::finish(const Json& wanted, const ChildResult& result) const 
     record["reason"] = reason;
     write_whole(folder_ / "log.txt", result.output + result.errors);
   }
-  clear_work();
+  std::error_code error;
+  fs::remove_all(work(), error);
   write_whole(record_path(), text_of(record, 1) + "\n");
   return record;
 }
