@@ -1,6 +1,6 @@
 // Completeness by resolution, of a map's Fourier coefficients or of a data column.
 #include "driver/commands/map_labels.h"
-#include "driver/commands/report.h"
+#include "driver/commands/report/report.h"
 #include "driver/commands/sections.h"
 
 #include <quorix/fft.h>

@@ -1,4 +1,4 @@
-#include "driver/commands/batch_progress.h"
+#include "driver/commands/batch/progress.h"
 
 #include "driver/commands/sections.h"
 

@@ -1,4 +1,4 @@
-#include "driver/commands/map_check.h"
+#include "driver/commands/map/check.h"
 
 #include "crystal/cell.h"
 #include "crystal/reflections.h"

@@ -1,5 +1,5 @@
 // The density as the page of quorix report holds it.
-#include "driver/commands/report.h"
+#include "driver/commands/report/report.h"
 #include "driver/commands/sections.h"
 
 #include <algorithm>

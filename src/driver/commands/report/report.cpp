@@ -1,11 +1,11 @@
 // quorix report: a map as one page to look at, and scripts for the programs that edit models.
-#include "driver/commands/report.h"
+#include "driver/commands/report/report.h"
 
 #include "driver/commands/commands.h"
 #include "driver/commands/coordinates.h"
-#include "driver/commands/info.h"
+#include "driver/commands/info/info.h"
+#include "driver/commands/info/map_symmetry.h"
 #include "driver/commands/map_labels.h"
-#include "driver/commands/map_symmetry.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/sections.h"
 #include "driver/commands/viewer_scripts.h"

@@ -1,7 +1,7 @@
 // quorix info of a CCP4 map.
 #include "core/view3.h"
-#include "driver/commands/info.h"
-#include "driver/commands/map_symmetry.h"
+#include "driver/commands/info/info.h"
+#include "driver/commands/info/map_symmetry.h"
 #include "driver/commands/readable_file.h"
 #include "driver/commands/sections.h"
 #include "map/box.h"

@@ -1,4 +1,4 @@
-#include "driver/commands/map_job.h"
+#include "driver/commands/map/job.h"
 
 namespace qx {
 

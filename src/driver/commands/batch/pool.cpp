@@ -1,4 +1,4 @@
-#include "driver/commands/batch_pool.h"
+#include "driver/commands/batch/pool.h"
 
 #include "driver/commands/commands.h"
 #include "driver/commands/sections.h"

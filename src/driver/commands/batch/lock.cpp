@@ -1,4 +1,4 @@
-#include "driver/commands/batch_lock.h"
+#include "driver/commands/batch/lock.h"
 
 #include "driver/commands/sections.h"
 

@@ -1,4 +1,4 @@
-#include "driver/commands/batch_grid.h"
+#include "driver/commands/batch/grid.h"
 
 #include "driver/commands/sections.h"
 

@@ -1,13 +1,13 @@
 // quorix batch: maps of many data sets, a process for each.
-#include "driver/commands/batch_grid.h"
-#include "driver/commands/batch_inputs.h"
-#include "driver/commands/batch_lock.h"
-#include "driver/commands/batch_pool.h"
-#include "driver/commands/batch_progress.h"
-#include "driver/commands/batch_record.h"
-#include "driver/commands/batch_table.h"
+#include "driver/commands/batch/grid.h"
+#include "driver/commands/batch/inputs.h"
+#include "driver/commands/batch/lock.h"
+#include "driver/commands/batch/pool.h"
+#include "driver/commands/batch/progress.h"
+#include "driver/commands/batch/record.h"
+#include "driver/commands/batch/table.h"
 #include "driver/commands/commands.h"
-#include "driver/commands/map_job.h"
+#include "driver/commands/map/job.h"
 #include "driver/commands/option_facts.h"
 
 #include <CLI/CLI.hpp>

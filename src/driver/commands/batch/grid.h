@@ -1,7 +1,7 @@
 // One grid for all data sets of a space group, so that their maps can be compared point by point.
 #pragma once
 
-#include "driver/commands/batch_record.h"
+#include "driver/commands/batch/record.h"
 
 #include <array>
 #include <unordered_map>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "core/output_file.h"
-#include "driver/commands/batch_record.h"
+#include "driver/commands/batch/record.h"
 
 namespace qx {
 

@@ -1,5 +1,5 @@
 // quorix info of a reflection file.
-#include "driver/commands/info.h"
+#include "driver/commands/info/info.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/sections.h"
 

@@ -1,4 +1,4 @@
-#include "driver/commands/batch_table.h"
+#include "driver/commands/batch/table.h"
 
 #include "driver/commands/sections.h"
 

@@ -1,4 +1,4 @@
-#include "driver/commands/batch_names.h"
+#include "driver/commands/batch/names.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,4 +1,4 @@
-#include "driver/commands/info.h"
+#include "driver/commands/info/info.h"
 
 #include "driver/commands/commands.h"
 #include "driver/commands/option_facts.h"

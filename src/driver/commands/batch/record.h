@@ -2,8 +2,8 @@
 // what they were made of. Maps come to be in a hidden folder and are moved when all is well.
 #pragma once
 
-#include "driver/commands/batch_inputs.h"
-#include "driver/commands/batch_pool.h"
+#include "driver/commands/batch/inputs.h"
+#include "driver/commands/batch/pool.h"
 
 #include <filesystem>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "driver/commands/map_symmetry.h"
+#include "driver/commands/info/map_symmetry.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "driver/commands/batch_record.h"
+#include "driver/commands/batch/record.h"
 
 #include "core/output_file.h"
 #include "driver/commands/sections.h"

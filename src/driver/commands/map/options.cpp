@@ -1,5 +1,5 @@
 // The command line of quorix map.
-#include "driver/commands/map_job.h"
+#include "driver/commands/map/job.h"
 #include "driver/commands/option_facts.h"
 
 #include <CLI/CLI.hpp>

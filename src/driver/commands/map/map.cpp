@@ -7,8 +7,8 @@
 #include "crystal/symop.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/coordinates.h"
-#include "driver/commands/map_check.h"
-#include "driver/commands/map_job.h"
+#include "driver/commands/map/check.h"
+#include "driver/commands/map/job.h"
 #include "driver/commands/viewer_scripts.h"
 
 #include <quorix/engine.h>

@@ -1,6 +1,6 @@
-#include "driver/commands/batch_inputs.h"
+#include "driver/commands/batch/inputs.h"
 
-#include "driver/commands/batch_names.h"
+#include "driver/commands/batch/names.h"
 #include "driver/commands/readable_file.h"
 #include "driver/commands/sections.h"
 
