@@ -2,7 +2,7 @@
 """Maps of ubiquitin as other programs read them: what docs/viewers.md tells as tried.
 Usage: check_readers.py CLIPPER_READER FOLDER, which holds cell.ccp4 (as quorix map writes it), box.ccp4
 (around a model), plain.ccp4 and plain_box.ccp4 (the same with the section language's own header), all
-in e/A^3."""
+in e/A^3; and scripts for PyMOL of quorix map and of quorix report with a model."""
 import json
 import os
 import struct
@@ -87,14 +87,26 @@ class Readers(unittest.TestCase):
                     self.assertEqual(origin.any(), 'plain' in name)
                     self.assertLess(np.abs(origin).max(), 1e-18)
 
-    def test_pymol_has_cell_group_place_and_values(self):
-        paths = [FOLDER / f'{name}.ccp4' for name in NAMES]
+    def pymol(self, *arguments):
         # PyMOL's starter takes the first python3 there is.
-        run = subprocess.run(['pymol', '-cq', Path(__file__).with_name('pymol_reader.py'), '--', *paths], text=True,
-                             capture_output=True, env={**os.environ, 'PATH': '/usr/bin:/bin'}, check=True)
+        run = subprocess.run(['pymol', '-cq', *arguments], text=True, capture_output=True,
+                             env={**os.environ, 'PATH': '/usr/bin:/bin'}, check=True)
         lines = [line[6:] for line in run.stdout.splitlines() if line.startswith('RESULT')]
         self.assertEqual(len(lines), 1, run.stdout + run.stderr)
-        for map_, found in zip(MAPS.values(), json.loads(lines[0]), strict=True):
+        return json.loads(lines[0])
+
+    def test_pymol_runs_the_scripts(self):
+        say = 'import json; print("RESULT" + json.dumps(sorted(cmd.get_names("all"))))'
+        for script, names in (('1ubq', '2mFo_DFc_map 2mFo_DFc_mesh mFo_DFc_less mFo_DFc_map mFo_DFc_more'),
+                              ('1ubq_mFo-DFc', 'mFo_DFc_less mFo_DFc_map mFo_DFc_more')):
+            found = self.pymol(FOLDER / f'{script}_pymol.py', '-d', say)
+            model = ['coordinates'] if '-' in script else []
+            self.assertEqual(found, [f'1ubq_{name}' for name in names.split()] + model)
+
+    def test_pymol_has_cell_group_place_and_values(self):
+        paths = [FOLDER / f'{name}.ccp4' for name in NAMES]
+        results = self.pymol(Path(__file__).with_name('pymol_reader.py'), '--', *paths)
+        for map_, found in zip(MAPS.values(), results, strict=True):
             np.testing.assert_allclose(found['symmetry'][:6], CELL, rtol=1e-6)
             self.assertEqual(found['symmetry'][6], 'P 21 21 21')
             corners = np.array([map_.start, map_.start + map_.shape - 1]) * np.divide(CELL[:3], SAMPLING)

@@ -15,4 +15,6 @@ quorix cell
 quorix box "${around[@]}"
 quorix plain --plain-header
 quorix plain_box --plain-header "${around[@]}"
+"$folder/bin/quorix" map examples/1ubq.mtz --prefix "$scratch/1ubq" --scripts -q 2>/dev/null
+"$folder/bin/quorix" report "$scratch/1ubq_mFo-DFc.ccp4" --model examples/1ubq.pdb -o "$scratch" -q
 /usr/bin/python3 tests/readers/check_readers.py "$scratch/clipper_reader" "$scratch"

@@ -50,8 +50,8 @@ std::string coot_script(const std::vector<ViewedMap>& maps, const std::string& m
 std::string pymol_script(const std::vector<ViewedMap>& maps, const std::string& model) {
   std::string text = made_by;
   text += "from pymol import cmd\n\ncmd.set(\"normalize_ccp4_maps\", 1)\n";
-  if (!model.empty()) text += "cmd.load(" + quoted(absolute(model)) + ", \"model\")\n";
-  const char* around = model.empty() ? "" : ", \"model\", carve=2.0";
+  if (!model.empty()) text += "cmd.load(" + quoted(absolute(model)) + ", \"coordinates\")\n";
+  const char* around = model.empty() ? "" : ", \"coordinates\", carve=2.0";
   for (const ViewedMap& map : maps) {
     const std::string name = object_name(map);
     text += "cmd.load(" + quoted(absolute(map.path)) + ", \"" + name + "_map\", format=\"ccp4\")\n";
