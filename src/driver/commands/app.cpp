@@ -54,6 +54,9 @@ void build_app(CLI::App& app, int& status) {
   add_fcalc(app, status);
   add_report(app, status);
   add_batch(app, status);
+  for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    command->set_version_flag("--version", "quorix " QUORIX_VERSION, "Print the version and exit");
+  }
   app.footer(closing);  // last: subcommands inherit what stands when they are added
 }
 

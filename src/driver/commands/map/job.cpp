@@ -81,7 +81,7 @@ SectionText map_section(const MapJob& job) {
   const MapOptions& options = job.options;
   std::string write = "write ccp4 file \"" + job.output + "\"";
   if (!options.plain_header) {
-    write += options.no_symmetry ? " origin zero" : " symm yes origin zero";
+    write += options.symmetry ? " symm yes origin zero" : " origin zero";
   }
   if (options.provenance) {
     write += " prov \"" + options.input + "\" columns \"" + job.labels.amplitude + " " +

@@ -24,7 +24,7 @@ struct MapOptions {
   double spacing = 0.0;              // Angstrom; 0: by the fraction
   double cushion = 4.0;              // Angstrom, around a model
   double memory = 400.0;             // MB
-  bool difference = false, no_scale = false, no_symmetry = false, plain_header = false;
+  bool difference = false, no_scale = false, symmetry = true, plain_header = false;
   bool provenance = false, check = false, scripts = false;
   bool show_grid = false, print_sections = false, json = false, quiet = false, verbose = false;
 };

@@ -111,7 +111,8 @@ void add_grid_options(CLI::App& command, MapOptions& o) {
 
 void add_output_options(CLI::App& command, MapOptions& o) {
   command.add_flag("--no-scale", o.no_scale, "e/A^3 instead of an rms of 1");
-  command.add_flag("--no-symmetry-records", o.no_symmetry, "Leave them out of the file");
+  command.add_flag("--symmetry-records,!--no-symmetry-records", o.symmetry,
+                   "Write the group's operators behind the header (default), or leave them out");
   command.add_flag("--plain-header", o.plain_header,
                    "Neither symmetry records nor a zero origin: the bytes of quorix-map");
   command.add_flag("--provenance", o.provenance,
