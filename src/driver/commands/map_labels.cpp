@@ -113,19 +113,19 @@ MapLabels given_labels(const ReflectionFile& file, const std::string& amplitude,
 
 void refuse_labels(const ReflectionFile& file, const std::string& problem,
                    const std::string& near) {
-  std::string text = problem + ".\n";
+  // The first line says it all: a table of many files has room for no more.
   const std::vector<MapLabels> pairs = label_candidates(file);
   if (pairs.empty()) {
-    text += "No amplitude has a phase behind it; the columns are " + columns_listed(file) + ".\n";
+    std::string text = problem + "; no amplitude has a phase behind it.\nThe columns are " +
+                       columns_listed(file) + ".\n";
     if (file.batches > 0) text += format("These are unmerged data (%d batches). ", file.batches);
     text += "A map needs phases: take the file that phasing or refinement wrote.";
     throw CommandError(2, text);
   }
   const MapLabels& example = example_among(pairs, near);
-  text += "Amplitudes with phases in the file: " + listed(file) + ".\nName one, for example:\n" +
-          "  quorix map " + file.path + " --f '" + example.amplitude + "' --phi '" + example.phase +
-          "'";
-  throw CommandError(2, text);
+  throw CommandError(2, problem + "; amplitudes with phases in the file: " + listed(file) +
+                            ".\nName one, for example:\n  quorix map " + file.path + " --f '" +
+                            example.amplitude + "' --phi '" + example.phase + "'");
 }
 
 }  // namespace qx
