@@ -1,5 +1,6 @@
 // What quorix map does beyond the map: provenance in its labels, the check against a direct sum,
 // scripts for viewers.
+#include "driver/commands/map/check.h"
 #include "tool/map_command.h"
 
 #include <cstdlib>
@@ -89,6 +90,36 @@ TEST_F(MapCommand, checkComparesTheFileWithADirectSum) {
   }
   const ProgramResult told = map({example, "out.ccp4", "--check"});
   EXPECT_NE(told.output.find("of a direct sum at 100 points"), std::string::npos) << told.output;
+}
+
+// The file with a thousandth of an rms added everywhere.
+TEST_F(MapCommand, checkFailsForAMapThatIsNotTheSum) {
+  setenv("ZENVI_DATA", data_directory().c_str(), 1);
+  qx::Engine engine(false);
+  engine.run(
+      SectionText("xcry")
+          .line("spgname P 21 21 21")
+          .line("cell 50.84 42.77 28.95")
+          .line("read refl mtz file \"" + example + "\" coid MAP_COEFFA=FWT MAP_COEFFP=PHWT"));
+  engine.run(SectionText("xgrid").line("frac 0.33"));
+  engine.run(SectionText("xfft"));
+  engine.run(SectionText("xmap")
+                 .line("mapdef generated with amplitude input phase input")
+                 .line("param type unweighted u 1 v 0 scale yes")
+                 .line("generate")
+                 .line("write ccp4 file \"out.ccp4\""));
+  EXPECT_TRUE(check_map(engine, "out.ccp4").passed());
+  std::string bytes = read_file("out.ccp4");
+  for (std::size_t at = 1024; at < bytes.size(); at += 4) {
+    float value = 0;
+    std::memcpy(&value, bytes.data() + at, 4);
+    value += 1e-3F;
+    std::memcpy(bytes.data() + at, &value, 4);
+  }
+  write_file("out.ccp4", bytes);
+  const MapCheck check = check_map(engine, "out.ccp4");
+  EXPECT_FALSE(check.passed());
+  EXPECT_NEAR(check.largest, 1e-3, 2e-6);
 }
 
 TEST_F(MapCommand, checkHoldsForPairsOfOppositesAndForbiddenTerms) {

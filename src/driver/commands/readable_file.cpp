@@ -63,6 +63,12 @@ bool is_gzipped(const std::string& path) {
   return file.read(magic, 2) && std::memcmp(magic, "\x1f\x8b", 2) == 0;
 }
 
+std::string stem_of(const std::string& path) {
+  std::filesystem::path name = std::filesystem::path(path).filename();
+  if (name.extension() == ".gz") name = name.stem();
+  return name.stem().string();
+}
+
 std::string first_bytes(const std::string& path, std::size_t count) {
   check_regular(path);
   const GzFile file(path);

@@ -22,6 +22,8 @@ class TemporaryFile {
 
 // True if the file begins like a gzipped one.
 bool is_gzipped(const std::string& path);
+// 1ubq for some/folder/1ubq.mtz.gz.
+std::string stem_of(const std::string& path);
 // The first bytes of the file, unpacked if it is gzipped. Throws CommandError if it is no regular
 // file that can be read.
 std::string first_bytes(const std::string& path, std::size_t count);

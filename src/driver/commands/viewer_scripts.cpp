@@ -1,9 +1,9 @@
 #include "driver/commands/viewer_scripts.h"
 
 #include "driver/commands/sections.h"
+#include "driver/commands/whole_file.h"
 
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
 namespace qx {
@@ -98,10 +98,7 @@ std::vector<ViewerScript> viewer_scripts(const std::string& stem,
 
 void write_scripts(const std::string& folder, const std::vector<ViewerScript>& scripts) {
   for (const ViewerScript& script : scripts) {
-    const std::string path = (std::filesystem::path(folder) / script.file).string();
-    std::ofstream file(path);
-    file << script.text;
-    if (!file.flush()) throw CommandError(2, "cannot write " + path);
+    write_whole(std::filesystem::path(folder) / script.file, script.text);
   }
 }
 

@@ -1,6 +1,5 @@
 #include "driver/commands/batch/record.h"
 
-#include "core/output_file.h"
 #include "driver/commands/sections.h"
 
 #include <quorix/version.h>
@@ -28,18 +27,6 @@ Json stamp_of(const std::string& path) {
 
 std::string text_of(const Json& json, int indent) {
   return json.dump(indent, ' ', false, Json::error_handler_t::replace);
-}
-
-void refuse_writing(const fs::path& path) {
-  throw CommandError(2, "cannot write " + path.string() + ": " + std::strerror(errno));
-}
-
-void write_whole(const fs::path& path, const std::string& text) {
-  OutputFile file;
-  if (!file.open(path.c_str()) ||
-      std::fwrite(text.data(), 1, text.size(), file.stream()) != text.size() || !file.commit()) {
-    refuse_writing(path);
-  }
 }
 
 Json read_json(const fs::path& path) {

@@ -4,6 +4,7 @@
 
 #include "driver/commands/batch/inputs.h"
 #include "driver/commands/batch/pool.h"
+#include "driver/commands/whole_file.h"
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -19,12 +20,6 @@ Json stamp_of(const std::string& path);
 
 // As a file holds it: text that is not UTF-8 with marks in its place.
 std::string text_of(const Json& json, int indent = -1);
-
-// The error for a file that cannot be written, with the reason that the system gave last.
-[[noreturn]] void refuse_writing(const std::filesystem::path& path);
-
-// Puts `text` in place of the file as a whole; throws CommandError.
-void write_whole(const std::filesystem::path& path, const std::string& text);
 
 // A file of JSON; null if there is none or it is damaged.
 Json read_json(const std::filesystem::path& path);

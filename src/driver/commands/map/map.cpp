@@ -239,13 +239,6 @@ class OutputName {
   std::filesystem::path folder_;
 };
 
-// 1ubq for some/folder/1ubq.mtz.gz.
-std::string stem_of(const std::string& path) {
-  std::filesystem::path name = std::filesystem::path(path).filename();
-  if (name.extension() == ".gz") name = name.stem();
-  return name.stem().string();
-}
-
 // What the names of the maps begin with that the user does not name.
 std::string default_stem(const MapOptions& options) {
   return options.prefix.empty() ? stem_of(options.input) : options.prefix;

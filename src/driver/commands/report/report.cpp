@@ -9,6 +9,7 @@
 #include "driver/commands/option_facts.h"
 #include "driver/commands/sections.h"
 #include "driver/commands/viewer_scripts.h"
+#include "driver/commands/whole_file.h"
 
 #include <quorix/version.h>
 
@@ -200,11 +201,6 @@ Json compose_page(const Options& options) {
   return page;
 }
 
-std::string stem_of(std::filesystem::path name) {
-  if (name.extension() == ".gz") name = name.stem();
-  return name.stem().string();
-}
-
 // JSON that may stand in an HTML element: nothing in it ends the element.
 std::string embedded(const Json& page) {
   std::string text = page.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
@@ -249,17 +245,7 @@ void write_page(const std::filesystem::path& path, const Json& page) {
                                              {"DATA", embedded(page)},
                                              {"LIBRARIES", libraries},
                                              {"SCRIPT", read_whole(parts / "page.js")}});
-  // A page that is there stays until the new one is whole.
-  const std::filesystem::path unfinished = path.string() + ".part";
-  std::ofstream file(unfinished, std::ios::binary);
-  file << html;
-  file.close();
-  std::error_code error;
-  if (file) std::filesystem::rename(unfinished, path, error);
-  if (!file || error) {
-    std::filesystem::remove(unfinished, error);
-    throw CommandError(2, "cannot write " + path.string());
-  }
+  write_whole(path, html);
 }
 
 int run(const Options& options) {
@@ -268,7 +254,7 @@ int run(const Options& options) {
   Json page = compose_page(options);
   std::error_code error;
   std::filesystem::create_directories(options.folder, error);
-  const std::string stem = stem_of(std::filesystem::path(options.map).filename());
+  const std::string stem = stem_of(options.map);
   const double rms = page["map"]["statistics"]["recomputed"]["rms_about_zero"].get<double>();
   const auto scripts =
       viewer_scripts(stem, {{options.map, page["difference"].get<bool>(), rms}}, options.model);

@@ -249,10 +249,9 @@ Json completeness_of_data(const ReflectionFile& file, const std::string& label, 
   }
   if (!(high < low)) return no_shells("Column " + column.label + " holds nothing.");
   if (!are_countable(c, high)) return no_shells("The cell of " + file.path + " is none.");
-  const gemmi::ReciprocalAsu asu(file.group);
-  const gemmi::GroupOps ops = file.group->operations();
+  // Both sides name a reflection by its index in the asymmetric unit.
   const Json shells = shells_of(cell, file.group, low, high, [&](int h, int k, int l) {
-    const auto it = present.find(asu.to_asu({h, k, l}, ops).first);
+    const auto it = present.find({h, k, l});
     return it == present.end() ? -1.0 : it->second;
   });
   return {{"text", format("Column %s of %s, between %.2f and %.3f A.", column.label.c_str(),
