@@ -1,0 +1,80 @@
+#include "driver/commands/fcalc/job.h"
+
+#include "crystal/crystal.h"
+
+#include <quorix/engine.h>
+
+#include <algorithm>
+
+namespace qx {
+
+SectionText crystal_section(const FcalcJob& job) {
+  const Crystal& crystal = job.crystal;
+  SectionText text("xcry");
+  text.line("spgname " + crystal.space_group);
+  text.line(format("cell %.6f %.6f %.6f %.6f %.6f %.6f", crystal.cell[0], crystal.cell[1],
+                   crystal.cell[2], crystal.cell[3], crystal.cell[4], crystal.cell[5]));
+  if (crystal.own_matrix) {
+    std::string line = "orth";
+    for (const double value : crystal.orth2frac) line += format(" %.9g", value);
+    text.line(line);
+  }
+  if (job.options.dmin > 0.0) text.line(format("reso %.6f 99999", job.options.dmin));
+  if (!job.options.hkl.empty()) {
+    std::string line = "read refl mtz file \"" + job.options.hkl + "\" coid H=H";
+    const Observed& observed = job.observed;
+    if (!observed.amplitude.empty()) line += " FOBS=" + observed.amplitude;
+    if (!observed.sigma.empty()) line += " SIGF=" + observed.sigma;
+    if (!observed.free.empty()) line += " TEST=" + observed.free;
+    text.line(line);
+  }
+  return text;
+}
+
+namespace {
+
+// Blurring that keeps the sampling error small: sharp atoms on a coarse grid would alias.
+double suitable_b0(const FcalcOptions& options) {
+  if (options.b0 >= 0.0) return options.b0;
+  const double d = qx_get_qxresol()->high;
+  return std::max(20.0, 4.5 * d * d);
+}
+
+}  // namespace
+
+SectionText fft_section(const FcalcOptions& options) {
+  return SectionText("xfft")
+      .line(format("memory %f", options.memory))
+      .line("sincos no")
+      .line(format("B0 %f", suitable_b0(options)));
+}
+
+SectionText formfactor_section(const FcalcOptions& options) {
+  SectionText text("xformfact");
+  if (options.neutron) text.line("diff neutron");
+  if (options.gaussians == 5 && !options.neutron) text.line("atmf C 5 N 5 O 5 S 5");
+  return text;
+}
+
+SectionText map_section(const std::string& path, int u) {
+  return SectionText("xmap")
+      .line("mapdef generated with amplitude calc phase calc")
+      .line(format("param type unweighted u %d v 1 scale yes", u))
+      .line("extent unit")
+      .line("generate")
+      .line("write ccp4 file \"" + path + "\" symm yes origin zero");
+}
+
+SectionText end_section(const FcalcJob& job) {
+  std::string line = "write refl mtz file \"" + job.options.output + "\" coid FC=FC PHIC=PHIC";
+  if (!job.observed.amplitude.empty()) line += " FOBS=" + job.observed.amplitude;
+  if (!job.observed.sigma.empty()) line += " SIGF=" + job.observed.sigma;
+  if (!job.options.free.empty()) {
+    line += " TEST=FREE";
+  } else if (!job.observed.free.empty()) {
+    line += " TEST=" + job.observed.free;
+  }
+  return SectionText("xter").line(line);
+}
+
+}  // namespace qx

@@ -1,0 +1,58 @@
+// quorix fcalc: the options, and the sections that they come to.
+#pragma once
+
+#include "driver/commands/coordinates.h"
+#include "driver/commands/sections.h"
+
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace qx {
+
+struct FcalcOptions {
+  std::string model, hkl, output, space_group, map_2fofc, map_fofc;
+  std::vector<std::string> labels, free;
+  std::vector<double> cell;
+  double dmin = 0.0;
+  double b0 = -1.0;  // chosen by resolution
+  double ecut = 1e-4;
+  double fraction = 0.33;
+  double memory = 400.0;
+  int gaussians = 0;
+  bool hydrogens = false, neutron = false, scale = false, verbose = false;
+};
+
+void add_fcalc_options(CLI::App& command, FcalcOptions& options);
+// Throws CommandError for values that no section is to see.
+void check_options(const FcalcOptions& options);
+
+// Labels of the observations in the reflection file; empty where it has none.
+struct Observed {
+  std::string amplitude, sigma, free;
+};
+
+struct FcalcJob {
+  const FcalcOptions& options;
+  Coordinates coordinates;
+  Crystal crystal;
+  Observed observed;
+};
+
+// One line on standard error.
+void warn(const FcalcJob& job, const std::string& text);
+
+// The observations' labels: as given, else the usual ones that the file has.
+Observed find_observed(Engine& engine, const FcalcJob& job);
+
+SectionText crystal_section(const FcalcJob& job);
+SectionText fft_section(const FcalcOptions& options);
+SectionText formfactor_section(const FcalcOptions& options);
+SectionText map_section(const std::string& path, int u);
+// The last section: the engine is gone after it.
+SectionText end_section(const FcalcJob& job);
+
+}  // namespace qx

@@ -1,0 +1,144 @@
+// The command line of quorix fcalc.
+#include "driver/commands/fcalc/job.h"
+#include "driver/commands/option_facts.h"
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace qx {
+
+namespace {
+
+void check_free(const std::vector<std::string>& free) {
+  if (free.empty()) return;
+  if (free.size() > 2) throw CommandError(2, "--free takes PERCENT[,SEED]");
+  std::size_t used = 0;
+  try {
+    const double percent = std::stod(free[0], &used);
+    bool fine = used == free[0].size() && percent > 0.0 && percent < 100.0;
+    if (fine && free.size() > 1) fine = std::stoi(free[1], &used) > 0 && used == free[1].size();
+    if (fine) return;
+  } catch (const std::exception&) {
+    // not a number, or one that is too large
+  }
+  throw CommandError(2, "--free takes a percentage between 0 and 100 and a seed above 0");
+}
+
+constexpr const char* closing = R"(
+Structure factors are calculated by FFT of the atoms' density and written as FC and PHIC, phases in
+degrees: at the reflections of the MTZ file in their order, with F, SIGF and the free flag passed on,
+or at the unique set to --dmin. With observations the overall scale, R factor and correlation are
+printed, overall and in resolution bins, of the working and the free set. Maps are of the whole cell,
+scaled by their rms.
+
+Examples:
+  quorix fcalc 1ubq.pdb --hkl 1ubq.mtz -o fc.mtz --map-2fofc 2fofc.ccp4
+      Structure factors at the observed reflections, agreement, and a map.
+  quorix fcalc 1ubq.pdb --dmin 2 -o fc.mtz
+      The unique set to 2 A.
+)";
+
+void add_input_options(CLI::App& command, FcalcOptions& o) {
+  command.add_option("MODEL", o.model, "Coordinates: PDB or mmCIF, also gzipped")
+      ->required()
+      ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
+  command.add_option("--hkl", o.hkl, "MTZ file whose reflections are calculated, in its order")
+      ->type_name("FILE")
+      ->check(names_files("mtz"));
+  command.add_option("--labels", o.labels, "Its columns (default: the usual names)")
+      ->type_name("F,SIGF,FREE")
+      ->delimiter(',')
+      ->allow_extra_args(false);  // what follows is the model
+  command.add_option("--dmin", o.dmin, "High-resolution limit in A; without --hkl: the unique set")
+      ->type_name("A")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--spacegroup", o.space_group, "Space group (default: the model's)")
+      ->type_name("NAME");
+  command.add_option("--cell", o.cell, "Unit cell in A and degrees (default: the model's)")
+      ->type_name("A B C ALPHA BETA GAMMA")
+      ->expected(6);
+}
+
+void add_method_options(CLI::App& command, FcalcOptions& o) {
+  command
+      .add_option("--b0", o.b0,
+                  "Blurring of the density on the grid, A^2; taken off again (default: 20, or 4.5 "
+                  "d^2 if more)")
+      ->check(CLI::NonNegativeNumber);
+  command.add_option("--ecut", o.ecut, "Density, relative to an atom's peak, that is cut off")
+      ->check(CLI::Range(1e-9, 0.5))
+      ->capture_default_str();
+  command.add_option("--frac", o.fraction, "Grid spacing as a fraction of the resolution")
+      ->check(CLI::Range(0.05, 0.5))
+      ->capture_default_str();
+  command
+      .add_option("--memory", o.memory,
+                  "Memory budget of the grid in MB; a larger one is worked on in parts")
+      ->type_name("MB")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  command.add_flag("--hydrogens", o.hydrogens, "Take hydrogen atoms into account");
+  command.add_flag("--neutron", o.neutron, "Neutron scattering lengths");
+  command
+      .add_option("--gaussians", o.gaussians,
+                  "5: five Gaussians for every atom; else C, N, O and S have two")
+      ->check(proposes("5"));
+}
+
+void add_output_options(CLI::App& command, FcalcOptions& o) {
+  command.add_option("-o,--output", o.output, "MTZ file to write")
+      ->type_name("FILE")
+      ->required()
+      ->check(names_files("mtz"));
+  command
+      .add_option("--free", o.free,
+                  "Draw a free set and write it: 0 for its members, 1 for the rest")
+      ->type_name("PERCENT[,SEED]")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+  command.add_option("--map-2fofc", o.map_2fofc, "Write a 2Fo-Fc map (CCP4)")
+      ->type_name("FILE")
+      ->check(names_files("ccp4 map mrc"));
+  command.add_option("--map-fofc", o.map_fofc, "Write an Fo-Fc map (CCP4)")
+      ->type_name("FILE")
+      ->check(names_files("ccp4 map mrc"));
+  command.add_flag("--scale", o.scale, "Put FC on the scale of the observations (k and B)");
+  command.add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
+}
+
+}  // namespace
+
+void add_fcalc_options(CLI::App& command, FcalcOptions& options) {
+  command.footer(closing);
+  add_input_options(command, options);
+  add_method_options(command, options);
+  add_output_options(command, options);
+}
+
+void check_options(const FcalcOptions& options) {
+  if (options.hkl.empty() && !(options.dmin > 0.0)) {
+    throw CommandError(2, "give the reflections: --hkl FILE or --dmin D");
+  }
+  if (options.gaussians != 0 && options.gaussians != 5) {
+    throw CommandError(2, "--gaussians takes 5, the number to use for every atom");
+  }
+  if (!options.cell.empty() && options.cell.size() != 6) {
+    throw CommandError(2, "--cell takes six numbers: a b c alpha beta gamma");
+  }
+  if (options.labels.size() > 3) throw CommandError(2, "--labels takes F,SIGF,FREE");
+  for (const std::string* path :
+       {&options.hkl, &options.output, &options.map_2fofc, &options.map_fofc}) {
+    check_text("a file name", *path, "\n\"#!");
+  }
+  for (const std::string& label : options.labels) check_text("a label", label, "\n\"#!= ");
+  check_text("the space group", options.space_group, "\n\"#!");
+  check_free(options.free);
+  if (!options.hkl.empty() && access(options.hkl.c_str(), R_OK) != 0) {
+    throw CommandError(2,
+                       "cannot read reflections from " + options.hkl + ": " + std::strerror(errno));
+  }
+}
+
+}  // namespace qx
