@@ -1,6 +1,10 @@
 // The 1024-byte record that a CCP4 map file begins with, and the table of its items.
 #pragma once
 
+#include "core/tagged.h"
+
+#include <quorix/map.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -52,6 +56,19 @@ std::span<const Ccp4Item> ccp4_items() noexcept;
 // z.
 Ccp4Header blank_ccp4_header() noexcept;
 void set_label(Ccp4Header& header, int index, const char* text) noexcept;
+
+// What a file says beside its density, in this machine's byte order.
+struct Ccp4Description {
+  Ccp4Header header = {};
+  bool swapped = false;
+  std::int32_t nlabels = 0;  // labels that are there, whatever the header says
+  std::int32_t nrecords = 0;
+  Tagged<char> records;  // of symmetry, 80 characters each
+};
+
+// The one reader of such files: every number that anything is computed from is checked here, so
+// its callers need not doubt one. `failed` after a report.
+Status read_ccp4(const char* path, qx_ccp4_map& map, Ccp4Description& description);
 
 // Reverses the bytes of `count` words of four bytes.
 void swap_words(void* words, std::size_t count) noexcept;

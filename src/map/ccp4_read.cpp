@@ -8,6 +8,7 @@
 #include <quorix/memory.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <sys/types.h>
@@ -26,6 +27,9 @@ namespace {
 constexpr auto here = "qx_rd_ccp4_map():";
 constexpr std::int64_t map_word_offset = 208;
 constexpr std::int64_t stamp_offset = 212;
+constexpr std::size_t record_size = 80;
+// Nobody samples a cell as finely: sums and products of such indices stay far from overflowing.
+constexpr std::int32_t most_points_of_an_axis = 1 << 24;
 
 // Bytes per value of a data mode; 0 for a mode that is not read.
 std::int64_t value_size(std::int32_t mode) {
@@ -97,6 +101,26 @@ bool is_permutation_of_axes(const std::int32_t (&axes)[3]) {
   return true;
 }
 
+Status check_place(const Ccp4Header& header) {
+  for (int i = 0; i < 3; ++i) {
+    if (header.intervals[i] < 1 || header.intervals[i] > most_points_of_an_axis) {
+      return fail(here, "Invalid grid intervals %d %d %d ", header.intervals[0],
+                  header.intervals[1], header.intervals[2]);
+    }
+    if (header.starts[i] < -most_points_of_an_axis || header.starts[i] > most_points_of_an_axis) {
+      return fail(here, "Invalid map origin %d %d %d ", header.starts[0], header.starts[1],
+                  header.starts[2]);
+    }
+  }
+  for (const float constant : header.cell) {
+    if (std::isfinite(constant) && constant >= 0.0F) continue;
+    const float* c = header.cell;
+    return fail(here, "Invalid cell %g %g %g %g %g %g ", double{c[0]}, double{c[1]}, double{c[2]},
+                double{c[3]}, double{c[4]}, double{c[5]});
+  }
+  return ok;
+}
+
 // What the header promises must be in the file: nothing is allocated on its word alone.
 Status check_sizes(const Ccp4Header& header, std::int64_t length) {
   const std::int64_t size = value_size(header.mode);
@@ -117,6 +141,27 @@ Status check_sizes(const Ccp4Header& header, std::int64_t length) {
     return fail(here, "Failed to read symmetry operations ");
   }
   if (bytes > rest - header.symmetry_bytes) return fail(here, "Failed to read map data ");
+  return ok;
+}
+
+// All that precedes the data; the stream stands at the data afterwards.
+Status read_description(std::FILE* stream, qx::Ccp4Description& description) {
+  Ccp4Header& header = description.header;
+  const std::int64_t length = length_of(stream);
+  QX_TRY(check_format(stream, description.swapped));
+  QX_TRY(read_header(stream, description.swapped, header));
+  QX_TRY(check_sizes(header, length));
+  QX_TRY(check_place(header));
+  description.nlabels = std::clamp(header.nlabels, 0, 10);
+  const auto bytes = static_cast<std::size_t>(header.symmetry_bytes);
+  if (bytes > 0) {
+    description.records = qx::Tagged<char>(bytes, "prcm_sym");
+    if (!description.records) return qx::failed;
+    if (std::fread(description.records.get(), 1, bytes, stream) != bytes) {
+      return fail(here, "Failed to read symmetry operations ");
+    }
+  }
+  description.nrecords = static_cast<std::int32_t>(bytes / record_size);
   return ok;
 }
 
@@ -174,7 +219,7 @@ Status read_data(std::FILE* stream, bool swap, const Ccp4Header& header, qx_ccp4
   return ok;
 }
 
-qx_ccp4_map description_of(const Ccp4Header& header) {
+qx_ccp4_map map_of(const Ccp4Header& header) {
   qx_ccp4_map map = {};
   for (int i = 0; i < 3; ++i) {
     map.counts[header.axes[i] - 1] = header.counts[i];
@@ -192,23 +237,24 @@ qx_ccp4_map description_of(const Ccp4Header& header) {
 
 }  // namespace
 
-Status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map) {
+namespace qx {
+
+Status read_ccp4(const char* path, qx_ccp4_map& map, Ccp4Description& description) {
   // Reading needs no right to write.
-  const qx::File file(path, access(path, W_OK) == 0 ? "rb+" : "rb");
+  const File file(path, access(path, W_OK) == 0 ? "rb+" : "rb");
   if (!file) return fail(here, "Failed to open file \"%s\" ", path);
-  const std::int64_t length = length_of(file.get());
-  bool swap = false;
-  QX_TRY(check_format(file.get(), swap));
-  Ccp4Header header = {};
-  QX_TRY(read_header(file.get(), swap, header));
-  QX_TRY(check_sizes(header, length));
-  if (fseeko(file.get(), header.symmetry_bytes, SEEK_CUR) != 0) {
-    return fail(here, "Failed to read symmetry operations ");
-  }
-  qx_ccp4_map result = description_of(header);
-  QX_TRY(qx::adopt(result.density, xopen_3d_double(result.counts[2], result.counts[1],
-                                                   result.counts[0], "prcm_emap")));
-  QX_TRY(read_data(file.get(), swap, header, result));
-  *map = result;
+  QX_TRY(read_description(file.get(), description));
+  qx_ccp4_map result = map_of(description.header);
+  QX_TRY(adopt(result.density,
+               xopen_3d_double(result.counts[2], result.counts[1], result.counts[0], "prcm_emap")));
+  QX_TRY(read_data(file.get(), description.swapped, description.header, result));
+  map = result;
   return ok;
+}
+
+}  // namespace qx
+
+Status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map) {
+  qx::Ccp4Description description;
+  return qx::read_ccp4(path, *map, description);
 }

@@ -86,7 +86,7 @@ class InfoOfAMap : public ::testing::Test {
     ASSERT_EQ(bytes_.size(), data_ + 4 * 90 * 72 * 48);
   }
   // Reverses the bytes of every number, as a big-endian machine would write them.
-  [[nodiscard]] std::string swapped() const {
+  [[nodiscard]] std::string swapped(const char* stamp = "\x11\x11") const {
     std::string bytes = bytes_;
     for (std::size_t at = 0; at < bytes.size(); at += 4) {
       const bool text =
@@ -95,7 +95,7 @@ class InfoOfAMap : public ::testing::Test {
         std::reverse(bytes.begin() + static_cast<long>(at),
                      bytes.begin() + static_cast<long>(at) + 4);
     }
-    return bytes.replace(212, 4, std::string("\x11\x11\0\0", 4));
+    return bytes.replace(212, 4, std::string(stamp) + std::string(2, '\0'));
   }
 
   static constexpr std::size_t data_ = 1024 + 320;
@@ -139,6 +139,13 @@ TEST_F(InfoOfAMap, isTheSameSwappedAndPacked) {
   json["byte_order"] = plain["byte_order"];
   json["file"] = plain["file"];
   EXPECT_EQ(json, plain);
+  // Stamped as another machine's in one number format only: all of its words are read in one way.
+  write_file(other, swapped("\x44\x11"));
+  json = info(other);
+  EXPECT_EQ(json["byte_order"], "big-endian");
+  EXPECT_EQ(json["statistics"], plain["statistics"]);
+  EXPECT_EQ(json["labels"], plain["labels"]);
+  EXPECT_EQ(json["symmetry"], plain["symmetry"]);
 
   gzFile file = gzopen(other.c_str(), "wb");
   ASSERT_GT(gzwrite(file, bytes_.data(), static_cast<unsigned>(bytes_.size())), 0);
@@ -156,8 +163,11 @@ TEST_F(InfoOfAMap, seesADensityThatBreaksItsSymmetry) {
   write_file(path_, bytes);
   EXPECT_EQ(info(path_)["symmetry"]["obeyed"], false);
   EXPECT_NE(told(path_).find("symmetry    NOT OBEYED"), std::string::npos);
-  write_file(path_, bytes_.replace(1024 + 80, 3, "A+B"));
-  EXPECT_NE(told(path_).find("symmetry    not checked: "), std::string::npos);
+  for (const char* record : {"A+B", "99999999999999999999*x,y,z", "x,2147483647/1,z"}) {
+    std::string with = bytes_;
+    write_file(path_, with.replace(1024 + 80, std::strlen(record), record));
+    EXPECT_NE(told(path_).find("symmetry    not checked: "), std::string::npos) << record;
+  }
 }
 
 TEST_F(InfoOfAMap, tellsWhatWord55Is) {
@@ -176,6 +186,17 @@ TEST_F(InfoOfAMap, damagedFilesEndWithAReason) {
   const ProgramResult cut = run_program("quorix", {"info", other});
   EXPECT_EQ(cut.status, 1);
   EXPECT_NE(cut.output.find("Failed to read map data "), std::string::npos);
+  // Intervals and origin: words 5 to 10.
+  for (std::size_t word = 5; word <= 10; ++word) {
+    std::string bytes = bytes_;
+    write_file(other, bytes.replace(4 * (word - 1), 4, "\xff\xff\xff\x7f"));
+    for (const char* command : {"info", "report"}) {
+      const ProgramResult result = run_program("quorix", {command, other});
+      EXPECT_EQ(result.status, 1) << command << word;
+      EXPECT_NE(result.output.find(word < 8 ? "Invalid map origin" : "Invalid grid intervals"),
+                std::string::npos);
+    }
+  }
   write_file(other, "something else");
   EXPECT_EQ(run_program("quorix", {"info", other}).status, 2);
   EXPECT_EQ(run_program("quorix", {"info", scratch_.file("none")}).status, 2);

@@ -11,7 +11,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <fstream>
 #include <gemmi/symmetry.hpp>  // for find_spacegroup_by_number
 #include <nlohmann/json.hpp>
 #include <ostream>
@@ -35,37 +34,25 @@ std::string trimmed(std::string text) {
   return text;
 }
 
-std::string origin_text(const Ccp4Header& header) {
-  const std::string bytes(header.access + 16, 8);
+std::string origin_text(const Ccp4Description& file) {
+  std::string bytes(file.header.access + 16, 8);
   if (bytes == std::string(8, ' ')) return "blank";
+  if (file.swapped) swap_words(bytes.data(), 2);
   float origin[3];
   std::memcpy(origin, bytes.data(), 8);
-  std::memcpy(&origin[2], &header.header_size, 4);
+  std::memcpy(&origin[2], &file.header.header_size, 4);
   return format("%g %g %g", static_cast<double>(origin[0]), static_cast<double>(origin[1]),
                 static_cast<double>(origin[2]));
 }
 
-// The engine has read the file before: its sizes are sound.
-HeaderFacts read_header(const std::string& path) {
-  HeaderFacts facts;
-  Ccp4Header& header = facts.header;
-  std::ifstream file(path, std::ios::binary);
-  file.read(reinterpret_cast<char*>(&header), sizeof header);
-  facts.swapped = header.stamp[0] >> 4 != own_format_code;
-  if (facts.swapped) {
-    swap_words(&header, offsetof(Ccp4Header, access) / 4);
-    swap_words(header.access + 16, 3);  // words 50-52
-    swap_words(&header.rms, 2);
+HeaderFacts facts_of(const Ccp4Description& file) {
+  HeaderFacts facts = {file.header, file.swapped, {}, {}, origin_text(file)};
+  for (std::int32_t i = 0; i < file.nlabels; ++i) {
+    facts.labels.push_back(trimmed(std::string(file.header.labels[i], 80)));
   }
-  for (std::int32_t i = 0; i < std::min(header.nlabels, 10); ++i) {
-    facts.labels.push_back(trimmed(std::string(header.labels[i], 80)));
+  for (std::int32_t i = 0; i < file.nrecords; ++i) {
+    facts.records.push_back(trimmed(std::string(file.records.get() + 80 * std::ptrdiff_t{i}, 80)));
   }
-  for (std::int32_t i = 0; i < header.symmetry_bytes / 80; ++i) {
-    std::string record(80, ' ');
-    file.read(record.data(), 80);
-    facts.records.push_back(trimmed(record));
-  }
-  facts.origin = origin_text(header);
   return facts;
 }
 
@@ -193,8 +180,9 @@ Json map_info(const std::string& path, bool verbose,
   Engine engine(verbose);
   engine.call([&] {
     qx_ccp4_map map = {};
-    if (qx_rd_ccp4_map(readable.c_str(), &map) != ok) return failed;
-    json = facts_of(path, map, read_header(readable));
+    Ccp4Description file;
+    if (read_ccp4(readable.c_str(), map, file) != ok) return failed;
+    json = facts_of(path, map, facts_of(file));
     if (!visit(map, json)) return failed;
     return xfree_3d_double(map.density);
   });

@@ -4,13 +4,15 @@
 #include <array>
 #include <cmath>
 #include <gemmi/symmetry.hpp>  // for parse_triplet, find_spacegroup_by_number
+#include <stdexcept>
 
 namespace qx {
 
 namespace {
 
-using Point = std::array<std::int32_t, 3>;
+using Point = std::array<std::int64_t, 3>;
 
+constexpr double most_index = 1e12;             // beyond it the remainders above are rounding
 constexpr std::int64_t most_pairs = 4'000'000;  // enough to see a fault, quick on any map
 
 // Grid point that the operator takes `point` to; false if it falls between the points.
@@ -18,12 +20,12 @@ bool mate_of(const gemmi::Op& op, const Point& point, const std::int32_t (&n)[3]
   for (std::size_t i = 0; i < 3; ++i) {
     double x = static_cast<double>(op.tran.at(i)) * n[i];
     for (std::size_t j = 0; j < 3; ++j) {
-      x += static_cast<double>(op.rot.at(i).at(j)) * point.at(j) * n[i] / n[j];
+      x += op.rot.at(i).at(j) * static_cast<double>(point.at(j)) * n[i] / n[j];
     }
     x /= gemmi::Op::DEN;
     const double rounded = std::nearbyint(x);
-    if (std::fabs(x - rounded) > 1e-4) return false;
-    mate.at(i) = static_cast<std::int32_t>(rounded);
+    if (std::fabs(x - rounded) > 1e-4 || std::fabs(rounded) > most_index) return false;
+    mate.at(i) = static_cast<std::int64_t>(rounded);
   }
   return true;
 }
@@ -32,7 +34,7 @@ bool mate_of(const gemmi::Op& op, const Point& point, const std::int32_t (&n)[3]
 bool density_at(const qx_ccp4_map& map, const Point& point, double& value) {
   Point in_box;
   for (std::size_t i = 0; i < 3; ++i) {
-    const std::int32_t n = map.intervals[i];
+    const std::int64_t n = map.intervals[i];
     in_box.at(i) = ((point.at(i) - map.starts[i]) % n + n) % n;
     if (in_box.at(i) >= map.counts[i]) return false;
   }
@@ -66,14 +68,21 @@ struct Sums {
 
 }  // namespace
 
+gemmi::Op read_operator(const std::string& text) {
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  const auto number = [&](auto at) { return std::find_if_not(at, text.end(), is_digit) - at; };
+  for (auto at = text.begin(); at != text.end(); ++at) {
+    if (number(at) > 3) throw std::runtime_error("a number out of range in: " + text);
+  }
+  return gemmi::parse_triplet(text);
+}
+
 SymmetryCheck check_symmetry(const qx_ccp4_map& map, const std::vector<std::string>& operators) {
   std::vector<gemmi::Op> ops;
   for (const std::string& text : operators) {
-    const gemmi::Op op = gemmi::parse_triplet(text).wrap();
+    const gemmi::Op op = read_operator(text).wrap();
     if (op != gemmi::Op::identity()) ops.push_back(op);
   }
-  if (std::any_of(map.intervals, map.intervals + 3, [](std::int32_t n) { return n < 1; }))
-    return {};
   const std::int64_t points = std::int64_t{map.counts[0]} * map.counts[1] * map.counts[2];
   const auto nops = static_cast<std::int64_t>(ops.size());
   // An odd step: an even one could fall on special planes only.
@@ -81,9 +90,8 @@ SymmetryCheck check_symmetry(const qx_ccp4_map& map, const std::vector<std::stri
   Sums sums;
   for (std::int64_t at = 0; at < points; at += step) {
     const std::int64_t row = at / map.counts[0];
-    const Point point = {static_cast<std::int32_t>(at % map.counts[0]) + map.starts[0],
-                         static_cast<std::int32_t>(row % map.counts[1]) + map.starts[1],
-                         static_cast<std::int32_t>(row / map.counts[1]) + map.starts[2]};
+    const Point point = {at % map.counts[0] + map.starts[0], row % map.counts[1] + map.starts[1],
+                         row / map.counts[1] + map.starts[2]};
     double own = 0.0;
     double other = 0.0;
     if (!density_at(map, point, own)) continue;

@@ -7,6 +7,10 @@
 #include <string>
 #include <vector>
 
+namespace gemmi {
+struct Op;
+}
+
 namespace qx {
 
 struct SymmetryCheck {
@@ -15,7 +19,11 @@ struct SymmetryCheck {
   double largest = 0.0;      // difference, in units of the deviation about the mean
 };
 
-// Operators such as -x,y+1/2,-z; throws std::exception for one that cannot be read.
+// An operator such as -x,y+1/2,-z; throws std::exception for a text that is none, also for one
+// with numbers that no operator has.
+gemmi::Op read_operator(const std::string& text);
+
+// Throws as read_operator.
 SymmetryCheck check_symmetry(const qx_ccp4_map& map, const std::vector<std::string>& operators);
 
 // Those of a space group by its number, in its usual setting; empty if there is none.

@@ -17,7 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <gemmi/symmetry.hpp>  // for parse_triplet
+#include <gemmi/symmetry.hpp>  // for Op
 #include <gemmi/unitcell.hpp>
 #include <iostream>
 #include <nlohmann/json.hpp>
@@ -121,6 +121,7 @@ void find_centre(const qx_ccp4_map& map, const std::optional<Model>& model, doub
   for (int a = 0; a < 3; ++a) {
     // The copy of it that lies in the map.
     const double inside = fractions[a] * map.intervals[a] - map.starts[a];
+    if (!std::isfinite(inside)) continue;  // a cell that is none
     centre[a] = map.starts[a] + inside - std::floor(inside / map.intervals[a]) * map.intervals[a];
   }
 }
@@ -135,7 +136,7 @@ Json grid_operators(const qx_ccp4_map& map, const Json& info) {
   for (const std::string& text : texts) {
     gemmi::Op op;
     try {
-      op = gemmi::parse_triplet(text);
+      op = read_operator(text);
     } catch (const std::exception&) {
       return Json::array();  // as the symmetry check tells
     }

@@ -1,4 +1,5 @@
 // Completeness by resolution, of a map's Fourier coefficients or of a data column.
+#include "driver/commands/info/map_symmetry.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/report/report.h"
 #include "driver/commands/sections.h"
@@ -34,7 +35,7 @@ const gemmi::SpaceGroup* group_of(const std::vector<std::string>& records, std::
   if (records.empty()) return gemmi::find_spacegroup_by_number(number);
   std::vector<gemmi::Op> operators;
   operators.reserve(records.size());
-  for (const std::string& record : records) operators.push_back(gemmi::parse_triplet(record));
+  for (const std::string& record : records) operators.push_back(read_operator(record));
   return gemmi::find_spacegroup_by_ops(gemmi::split_centering_vectors(operators));
 }
 
