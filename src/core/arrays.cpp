@@ -39,11 +39,10 @@ T** open_matrix(Count nrows, Count ncols, const char* tag) {
 template <class T>
 T** open_ragged(Count nrows, const Count* rowlens, const char* tag) {
   T** rows = allocate<T*>(positive(nrows), tag);
-  if (nrows < 1) {
-    (void)xmalloc(0, tag);
-    return rows;
+  if (!rows) {
+    if (nrows < 1) (void)xmalloc(0, tag);
+    return nullptr;
   }
-  if (!rows) return nullptr;
   std::size_t sum = 0;
   for (Count i = 0; i < nrows; ++i) sum += positive(rowlens[i]);
   std::size_t elements = 0;

@@ -275,8 +275,9 @@ Status qx_check_asu_consistent() {
   constexpr const char* here = "qx_check_asu_consistent():";
   const qx::View3<char> mask = current_mask(here);
   if (!mask.data) return failed;
-  const qxasu& asu = *qx_get_qxasu();
-  const qx::GridOperators ops = grid_operators(asu);
+  const qxasu* asu = qx_get_qxasu();
+  if (!asu) return failed;
+  const qx::GridOperators ops = grid_operators(*asu);
   const std::int32_t n[3] = {static_cast<std::int32_t>(mask.n2), static_cast<std::int32_t>(mask.n1),
                              static_cast<std::int32_t>(mask.n0)};
   std::int64_t total = 0;
@@ -284,7 +285,7 @@ Status qx_check_asu_consistent() {
     for (std::int32_t iy = 0; iy < n[1]; ++iy) {
       for (std::int32_t ix = 0; ix < n[0]; ++ix) {
         if (!mask(iz, iy, ix)) continue;
-        total += asu.counts[iz][iy][ix];
+        total += asu->counts[iz][iy][ix];
         const std::int32_t point[3] = {ix, iy, iz};
         for (std::int32_t op = 0; op < ops.count; ++op) {
           std::int32_t mate[3];

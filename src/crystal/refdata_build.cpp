@@ -126,9 +126,9 @@ Status qx_run_qxrefdata_checker() {
 Status qx_set_refdata_indices(std::int32_t n, const std::int32_t* hkl) {
   constexpr const char* heading = "qx_set_refdata_indices():";
   qxrefdata* refdata = qx_get_qxrefdata();
+  if (!refdata) return fail(heading, "refdata object has not been created yet ");
   qxresol* resol = qx_get_qxresol();
-  if (!qx_exist_quorix()) return failed;
-  if (!refdata || !resol) return fail(heading, "refdata object has not been created yet ");
+  if (!resol) return fail(heading, "qxresol has not been created yet.");
   if (n < 1) return fail(heading, " There is no reflection survived. ");
   QX_TRY(qx::forget_file(*refdata));
   QX_TRY(qx::clear_reflections(*refdata));

@@ -66,7 +66,7 @@ template <class T>
 Status set_reader(T* qxrefdata::*field, T* reader) {
   qxrefdata* refdata =
       required("qx_set_refdata_reader():", "refdata object has not been created yet ");
-  return install(refdata, field, reader);
+  return refdata ? install(refdata, field, reader) : failed;
 }
 
 // A fresh array in place of the field's old one; a set without reflections has none.
@@ -176,9 +176,9 @@ Status qx_set_centric() {
   if (!refdata) return failed;
   QX_TRY(qx::renew(refdata->centric, refdata->nreflections, "psrc_c"));
   for (std::int32_t i = 0; i < refdata->nreflections; ++i) {
-    refdata->centric[i] =
-        static_cast<std::int16_t>(qx_calc_centric_ref(refdata->h[i], refdata->k[i], refdata->l[i]));
+    const std::int32_t centric = qx_calc_centric_ref(refdata->h[i], refdata->k[i], refdata->l[i]);
     if (!qx_exist_quorix()) return failed;
+    refdata->centric[i] = static_cast<std::int16_t>(centric);
   }
   return ok;
 }
@@ -189,8 +189,9 @@ Status qx_set_epsilon() {
   if (!refdata) return failed;
   QX_TRY(qx::renew(refdata->epsilon, refdata->nreflections, "psre_e"));
   for (std::int32_t i = 0; i < refdata->nreflections; ++i) {
-    refdata->epsilon[i] = qx_calc_epsilon_ref(refdata->h[i], refdata->k[i], refdata->l[i]);
+    const std::int32_t epsilon = qx_calc_epsilon_ref(refdata->h[i], refdata->k[i], refdata->l[i]);
     if (!qx_exist_quorix()) return failed;
+    refdata->epsilon[i] = epsilon;
   }
   return ok;
 }

@@ -171,12 +171,13 @@ Status no_object() {
 }
 
 Status by_text(const char* file, const qx::GroupRequest& request) {
-  if (!qx_get_qxspg()) return no_object();
+  qxspg* spg = qx_get_qxspg();
+  if (!spg) return no_object();
   qx::GroupRecord record;
   bool found = false;
   QX_TRY(qx::find_group(file, request, record, &found));
   if (!found) return fail("qx_set_spg_guts():", " Failed to get proper space group. ");
-  return fill_group(record, *qx_get_qxspg());
+  return fill_group(record, *spg);
 }
 
 // `own` becomes the group when the database has none with its operators.

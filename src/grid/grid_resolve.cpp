@@ -258,12 +258,12 @@ Status qx_setup_coarse_grid() {
 Status qx_set_grids() {
   constexpr auto here = "qx_set_grids():";
   if (!qx_get_qxcell()) return fail(here, "qxcell object has not been defined yet ");
-  if (!qx_get_qxsubgrid()) return fail(here, "qxsubgrid object has not been created yet. ");
-  if (!qx_get_qxgrid()) return fail(here, "qxgrid object has not been created yet. ");
+  qxsubgrid* box = qx_get_qxsubgrid();
+  if (!box) return fail(here, "qxsubgrid object has not been created yet. ");
+  const qxgrid* grid = qx_get_qxgrid();
+  if (!grid) return fail(here, "qxgrid object has not been created yet. ");
   if (qx_get_ideal_fftgrid() != ok) return fail(here, "Failed to set up a grid for FFT ");
   QX_TRY(qx_setup_coarse_grid());
-  const qxgrid* grid = qx_get_qxgrid();
-  qxsubgrid* box = qx_get_qxsubgrid();
   const std::int32_t points[3] = {grid->nx, grid->ny, grid->nz};
   std::fill_n(box->boxes, 3, 1);
   std::copy_n(points, 3, box->points);

@@ -82,7 +82,6 @@ Status calculate(std::int32_t n, ModelF& f) {
 Status qx_set_map_coef(double* amplitude, double* phase) {
   constexpr auto here = "qx_set_map_coef():";
   const qxmap* map = qx_get_qxmap();
-  if (!qx_exist_quorix()) return failed;
   if (!map) return fail(here, "qxmap object has not been created yet.");
   if (!qx_get_qxstructfact()) return fail(here, "qxstructfact object has not been created yet ");
   if (map->type != qx::unweighted_map) return fail(here, "qxml object has not been created yet.");

@@ -255,6 +255,7 @@ Status qx_generate_map_with_coef(std::int32_t nref, const std::int32_t* h, const
   QX_TRY(qx_set_map_bound());
   QX_TRY(qx::drop_density(*map));
   const qxgrid* grid = qx_get_qxgrid();
+  if (!grid) return fail(here, "qxgrid object has not been created yet ");
   const qxrefdata* set = map->refdata ? map->refdata : qx_get_qxrefdata();
   const bool add_opposites = !set || set->friedel_flag == 0;
   return generate(*map, {nref, h, k, l, amplitude, phase}, add_opposites,

@@ -149,8 +149,9 @@ Status qx_generate_map_core(const double* amplitude, const double* phase) {
 
 Status qx_write_map(const char* format) {
   constexpr auto here = "qx_write_map():";
-  if (!qx_get_qxmap()) return fail(here, "qxmap object has not been created yet.");
-  if (!qx_get_qxmap()->density) return fail(here, "There is no way to get map coefficients.");
+  const qxmap* map = qx_get_qxmap();
+  if (!map) return fail(here, "qxmap object has not been created yet.");
+  if (!map->density) return fail(here, "There is no way to get map coefficients.");
   if (std::strcmp(format, "ccp4") == 0) return qx_wr_ccp4_map();
   return fail(here, "Feature for writing %s map has not been implemented yet.", format);
 }

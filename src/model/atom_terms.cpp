@@ -17,17 +17,19 @@ constexpr double eight_pi_squared = 8.0 * pi * pi;
 }  // namespace
 
 Status fetch_sources(const char* heading, AtomSources& sources) {
-  sources = {qx_get_molsys(), qx_get_molformfact(), qx_get_atfrmfactbase(), qx_get_qxatomb(),
-             qx_get_qxatomocc()};
-  if (!qx_exist_quorix()) return failed;
+  sources.system = qx_get_molsys();
   if (!sources.system) return fail(heading, "molsys object has not been created yet.");
+  sources.pickup = qx_get_molformfact();
   if (!sources.pickup || sources.pickup->natom != sources.system->natom) {
     return fail(heading, "molformfact object has not been created yet.");
   }
+  sources.base = qx_get_atfrmfactbase();
   if (!sources.base) return fail(heading, "atmfrmfactbase object has not been created yet.");
+  sources.atomb = qx_get_qxatomb();
   if (!sources.atomb || !sources.atomb->index) {
     return fail(heading, "qxatomb object has not been created yet.");
   }
+  sources.atomocc = qx_get_qxatomocc();
   if (!sources.atomocc || !sources.atomocc->occupancy) {
     return fail(heading, "qxatomocc object has not been created yet.");
   }

@@ -31,28 +31,29 @@ struct Needs {
 };
 
 Status fetch(Needs& needs) {
+  qx::AtomSources& atoms = needs.atoms;
   needs.cut = qx_get_qxradcut();
-  needs.atoms = {qx_get_molsys(), qx_get_molformfact(), qx_get_atfrmfactbase(), qx_get_qxatomb(),
-                 qx_get_qxatomocc()};
-  if (!qx_exist_quorix()) return failed;
-  needs.table = qx_get_qxexptab();
   if (!needs.cut) return fail(heading, " qxradcut object has not been created yet ");
-  if (!needs.atoms.pickup) return fail(heading, " molformfact object has not been created yet ");
-  if (!needs.atoms.base) return fail(heading, " atmfrmfactbase object has not been created yet ");
-  if (!needs.atoms.system || needs.atoms.system->natom < 1) {
+  atoms.pickup = qx_get_molformfact();
+  if (!atoms.pickup) return fail(heading, " molformfact object has not been created yet ");
+  atoms.base = qx_get_atfrmfactbase();
+  if (!atoms.base) return fail(heading, " atmfrmfactbase object has not been created yet ");
+  atoms.system = qx_get_molsys();
+  if (!atoms.system || atoms.system->natom < 1) {
     return fail(heading, " molsys object has not been created yet ");
   }
-  if (needs.atoms.pickup->natom != needs.atoms.system->natom) {
+  if (atoms.pickup->natom != atoms.system->natom) {
     return fail(heading, " molformfact object has not been created yet ");
   }
   needs.cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
   if (!needs.cell) return fail(heading, " qxcell object has not been created yet ");
   needs.reciprocal = qx_get_qxrecicell();
   if (!needs.reciprocal) return fail(heading, " qxcell object has not been created yet ");
-  if (!needs.atoms.atomb || !needs.atoms.atomb->index) {
+  atoms.atomb = qx_get_qxatomb();
+  if (!atoms.atomb || !atoms.atomb->index) {
     return fail(heading, " qxatomb object has not been created yet ");
   }
+  needs.table = qx_get_qxexptab();
   if (!needs.table || !needs.table->values) {
     return fail(heading, " qxexptab object has not been created yet ");
   }

@@ -40,9 +40,8 @@ struct Job {
 // the same.
 Status lay_out(Job& job, Box box, std::int32_t shift, double*** density) {
   const qxgrid* grid = qx_get_qxgrid();
-  const qxsubgrid* subgrid = qx_get_qxsubgrid();
-  if (!qx_exist_quorix()) return failed;
   if (!grid || grid->nx < 1) return fail(job.heading, "qxgrid object has not been created yet.");
+  const qxsubgrid* subgrid = qx_get_qxsubgrid();
   if (!subgrid) return fail(job.heading, "qxsubgrid object has not been created yet.");
   const double(&f)[9] = job.cell->standard_frac2orth;
   SpreadGrid& out = job.grid;
@@ -91,11 +90,11 @@ Status prepare(Job& job, const char* heading, Box box, std::int32_t shift, doubl
     return fail(heading, "qxradcut object has not been created yet.");
   }
   job.cell = qx_get_qxcell();
-  job.reciprocal = qx_get_qxrecicell();
-  if (!qx_exist_quorix()) return failed;
-  if (!job.cell || !job.reciprocal || !(job.cell->volume > 0.0)) {
+  if (!job.cell || !(job.cell->volume > 0.0)) {
     return fail(heading, " qxcell object has not been created yet ");
   }
+  job.reciprocal = qx_get_qxrecicell();
+  if (!job.reciprocal) return fail(heading, " qxrecicell object has not been created yet ");
   QX_TRY(check_reach(job));
   return lay_out(job, box, shift, density);
 }
@@ -397,10 +396,10 @@ double*** qx_open_qxelecden_box() {
     if (!qx_exist_quorix() || qx_new_qxelecden() != ok) return nullptr;
   }
   qxelecden* box = qx_get_qxelecden();
+  if (!box) return nullptr;
   const qxgrid* grid = qx_get_qxgrid();
-  const qxsubgrid* subgrid = qx_get_qxsubgrid();
-  if (!qx_exist_quorix()) return nullptr;
-  if (!grid || !subgrid) {
+  const qxsubgrid* subgrid = grid ? qx_get_qxsubgrid() : nullptr;
+  if (!subgrid) {
     (void)fail(heading, "qxgrid object has not been created yet.");
     return nullptr;
   }

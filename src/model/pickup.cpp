@@ -45,9 +45,9 @@ struct Tables {
 };
 
 Status fetch_tables(Tables& tables) {
-  tables = {qx_get_qxatformfacthash5(), qx_get_qxatformfacthash2()};
-  if (!qx_exist_quorix()) return failed;
+  tables.five = qx_get_qxatformfacthash5();
   if (!tables.five) return fail(heading, "qxatformfact5 has not been created yet ");
+  tables.two = qx_get_qxatformfacthash2();
   return tables.two ? ok : fail(heading, "qxatformfact2 has not been created yet ");
 }
 
@@ -93,8 +93,11 @@ Status qx_make_molformfact() {
   QX_TRY(qx::open_block(pickup->ngauss, n, "pmm_ng"));
   QX_TRY(qx::open_block(pickup->index, n, "pmm_ix"));
   for (std::int32_t i = 0; i < system->natom; ++i) {
-    pickup->index[i] = qx_pickup_afrmfactbase_index(system->info.type[i], &pickup->ngauss[i]);
+    std::int32_t ngauss = 0;
+    const std::int32_t index = qx_pickup_afrmfactbase_index(system->info.type[i], &ngauss);
     if (!qx_exist_quorix()) return failed;
+    pickup->ngauss[i] = ngauss;
+    pickup->index[i] = index;
   }
   pickup->natom = system->natom;
   return ok;
@@ -134,9 +137,11 @@ Status qx_update_molformfact_with_waters() {
   if (!index) return failed;
   for (std::int32_t i = keep_entries(pickup, system, ngauss.get(), index.get()); i < system->natom;
        ++i) {
-    const auto at = static_cast<std::size_t>(i);
-    index[at] = qx_pickup_afrmfactbase_index("O", &ngauss[at]);
+    std::int32_t terms = 0;
+    const std::int32_t entry = qx_pickup_afrmfactbase_index("O", &terms);
     if (!qx_exist_quorix()) return failed;
+    ngauss[static_cast<std::size_t>(i)] = terms;
+    index[static_cast<std::size_t>(i)] = entry;
   }
   QX_TRY(release(pickup->ngauss));
   QX_TRY(release(pickup->index));

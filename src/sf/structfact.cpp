@@ -128,20 +128,16 @@ Status qx_init_qxsincostab() {
 Status qx_set_pre_factor() {
   constexpr const char* heading = "qx_set_pre_factor()";  // Kept: without the colon
   qxstructfact* sf = qx_get_qxstructfact();
-  if (!qx_exist_quorix()) return failed;
   if (!sf) return fail(heading, " qxstructfact object has not been created yet.");
   const qxrefdata* data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (sf->prefactor && (!data || data->nreflections == sf->nprefactor)) return ok;
+  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  if (sf->prefactor && data->nreflections == sf->nprefactor) return ok;
   const qxcell* cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
   if (!cell) return fail(heading, "qxcell object has not been created yet.");
   const qxgrid* grid = qx_get_qxgrid();
-  if (!qx_exist_quorix()) return failed;
   if (!grid || grid->nx < 1) return fail(heading, "qxgrid object has not been created yet.");
   const qxatomb* atomb = qx_get_qxatomb();
   if (!atomb) return fail(heading, "qxatomb object has not been created yet.");
-  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
   const qxrecicell* reciprocal = qx_get_qxrecicell();
   if (!reciprocal) return fail(heading, "qxrecicell object has not been created yet.");
   if (data->nreflections < 1) return ok;
@@ -183,10 +179,8 @@ constexpr const char* heading_fft = "qx_calc_sf_by_fft_eden():";
 
 Status fetch(Needs& needs) {
   needs.box = qx_get_qxsubgrid();
-  if (!qx_exist_quorix()) return failed;
   if (!needs.box) return fail(heading_fft, "qxsubgrid object has not been created yet.");
   needs.data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
   if (!needs.data) return fail(heading_fft, "qxrefdata object has not been created yet.");
   if (!qx_get_qxelecden()) return fail(heading_fft, "qxelecden object has not been created yet.");
   needs.grid = qx_get_qxgrid();
@@ -196,8 +190,9 @@ Status fetch(Needs& needs) {
   needs.sf = qx_get_qxstructfact();
   if (!needs.sf) return fail(heading_fft, "qxstructfact object has not been created yet.");
   if (!qx_get_qxsincostab()) QX_TRY(qx_new_qxsincostab());
-  if (!qx_get_qxsincostab()->sine) QX_TRY(qx_init_qxsincostab());
   needs.table = qx_get_qxsincostab();
+  if (!needs.table) return failed;
+  if (!needs.table->sine) QX_TRY(qx_init_qxsincostab());
   const bool fitting = needs.grid->ref_ix && needs.grid->ref_nops == needs.group->nops &&
                        needs.grid->ref_count == needs.data->nreflections;
   if (!fitting) QX_TRY(qx_calc_ref2gind());
@@ -407,12 +402,11 @@ Status qx_calc_system_struct_factor() {
 Status qx_calc_model_structure_factor(double* re, double* im) {
   constexpr const char* heading = "qx_calc_model_structure_factor():";
   const qxstructfact* sf = qx_get_qxstructfact();
-  if (!qx_exist_quorix()) return failed;
   if (!sf) return fail(heading, "qxstructfact object has not been created yet ");
   const qxrefdata* data = qx_get_qxrefdata();
+  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
   const qxcell* cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
-  if (!data || !cell) return fail(heading, "qxrefdata object has not been created yet.");
+  if (!cell) return fail(heading, "qxcell object has not been created yet.");
   const std::int32_t n = data->nreflections;
   if (sf->nref != n || (n > 0 && (sf->nprefactor != n || !sf->parts[0].re))) {
     return fail(heading, "The structure factors have not been calculated for these reflections.");

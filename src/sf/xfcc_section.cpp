@@ -138,9 +138,8 @@ Status ensure_bins(qxcross*& cross, std::int32_t n) {
 Status qx_scale_model_structure_factor() {
   constexpr const char* heading = "qx_scale_model_structure_factor():";
   const qxrefdata* data = qx_get_qxrefdata();
-  qxstructfact* sf = qx_get_qxstructfact();
-  if (!qx_exist_quorix()) return failed;
   if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  qxstructfact* sf = qx_get_qxstructfact();
   if (!sf) return fail(heading, "qxstructfact object has not been created yet ");
   if (!data->fobs) return fail(heading, "There are no observed amplitudes to scale to.");
   const std::int32_t n = data->nreflections;
@@ -176,7 +175,6 @@ Status qx_scale_model_structure_factor() {
 
 Status qx_replace_refdata_fc() {
   qxrefdata* data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
   if (!data) return fail("qx_replace_refdata_fc():", "qxrefdata object has not been created yet.");
   const std::int32_t n = data->nreflections;
   if (n < 1) return ok;

@@ -264,6 +264,13 @@ TEST_F(FcalcModel, leavesHydrogensOutAndWarnsOfUnknownElements) {
   EXPECT_EQ(read_columns(out()), carbon);
 }
 
+TEST_F(FcalcModel, saysWhichElementHasNoFormFactor) {
+  const std::string heavy = write("es.pdb", crystal + atom("Es", 1, "1.0") + atom("C", 2, "9.0"));
+  const ProgramResult result = fcalc({heavy, "--dmin", "3", "-o", out()});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.output.find("for atom type \"Es"), std::string::npos) << result.output;
+}
+
 struct Fault {
   const char* name;
   Arguments arguments;  // %: a model of one atom without crystal, $: without atoms

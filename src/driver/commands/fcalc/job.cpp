@@ -36,7 +36,8 @@ namespace {
 // Blurring that keeps the sampling error small: sharp atoms on a coarse grid would alias.
 double suitable_b0(const FcalcOptions& options) {
   if (options.b0 >= 0.0) return options.b0;
-  const double d = qx_get_qxresol()->high;
+  const qxresol* resol = qx_get_qxresol();
+  const double d = resol ? resol->high : 0.0;
   return std::max(20.0, 4.5 * d * d);
 }
 

@@ -112,8 +112,8 @@ void add_terms(const qxspg& spg, const Index& hkl, std::complex<double> f, doubl
 
 Status collect_terms(std::vector<Term>& terms) {
   const qxrefdata* set = map_refdata();
-  const qxspg* spg = qx_get_qxspg();
-  if (!set || !spg) return failed;
+  const qxspg* spg = set ? qx_get_qxspg() : nullptr;
+  if (!spg) return failed;
   const auto n = static_cast<std::size_t>(set->nreflections);
   std::vector<double> amplitude(n);
   std::vector<double> phase(n);
@@ -129,10 +129,12 @@ Status collect_terms(std::vector<Term>& terms) {
 }
 
 double largest_deviation(const qx_ccp4_map& file, const std::vector<Term>& terms) {
-  const qxmap& map = *qx_get_qxmap();
-  const bool scaled = map.scale != 0 && map.rms > 0.0;
-  const double unit = (scaled ? map.rms : 1.0) * qx_get_qxcell()->volume;
-  const double rms = scaled ? 1.0 : map.rms;
+  const qxmap* map = qx_get_qxmap();
+  const qxcell* cell = map ? qx_get_qxcell() : nullptr;
+  if (!cell) return INFINITY;
+  const bool scaled = map->scale != 0 && map->rms > 0.0;
+  const double unit = (scaled ? map->rms : 1.0) * cell->volume;
+  const double rms = scaled ? 1.0 : map->rms;
   const std::vector<std::complex<double>> roots[3] = {roots_of_unity(file.intervals[0]),
                                                       roots_of_unity(file.intervals[1]),
                                                       roots_of_unity(file.intervals[2])};

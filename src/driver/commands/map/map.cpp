@@ -68,13 +68,14 @@ bool fits(const std::int32_t (&hkl)[3], const qxspg& spg, const std::int32_t (&c
 
 // The resolution to which the grid holds every reflection with all its mates; none if all fit.
 std::optional<double> resolution_of_grid() {
-  const qxrefdata& set = *qx_get_qxrefdata();
+  const qxrefdata* set = qx_get_qxrefdata();
+  const qxspg* spg = set ? qx_get_qxspg() : nullptr;
   std::int32_t counts[3] = {};
-  if (qx_get_grid_counts(&counts[0], &counts[1], &counts[2]) != ok) return {};
+  if (!spg || qx_get_grid_counts(&counts[0], &counts[1], &counts[2]) != ok) return {};
   double least = 1e30;
-  for (std::int32_t i = 0; i < set.nreflections; ++i) {
-    const std::int32_t hkl[3] = {set.h[i], set.k[i], set.l[i]};
-    if (set.s_length[i] < least && !fits(hkl, *qx_get_qxspg(), counts)) least = set.s_length[i];
+  for (std::int32_t i = 0; i < set->nreflections; ++i) {
+    const std::int32_t hkl[3] = {set->h[i], set->k[i], set->l[i]};
+    if (set->s_length[i] < least && !fits(hkl, *spg, counts)) least = set->s_length[i];
   }
   if (least == 1e30) return {};
   return (1.0 + 1e-6) / least;
@@ -103,10 +104,12 @@ std::unique_ptr<Engine> start(MapJob& job, MapReport& report) {
 }
 
 void note_crystal(const MapJob& job, MapReport& report) {
-  const qxspg& spg = *qx_get_qxspg();
-  report.group = spg.full_name ? spg.full_name : map_group(job);
-  report.high = qx_get_qxresol()->high;
-  report.low = qx_get_qxresol()->low;
+  const qxspg* spg = qx_get_qxspg();
+  const qxresol* resol = spg ? qx_get_qxresol() : nullptr;
+  if (!resol) throw CommandError(1, "the engine has no crystal");
+  report.group = spg->full_name ? spg->full_name : map_group(job);
+  report.high = resol->high;
+  report.low = resol->low;
   report.used = reflections_used();
   (void)qx_get_grid_counts(&report.counts[0], &report.counts[1], &report.counts[2]);
   if (report.dropped > 0) {
@@ -182,9 +185,10 @@ void generate(Engine& engine, const MapJob& job, MapReport& report) {
   engine.run(fft_section(job.options));
   if (job.options.extent.front() == "model") add_model(engine, job.options.extent.at(1));
   engine.run(map_section(job));
-  const qxmap& map = *qx_get_qxmap();
-  report.mean = map.mean;
-  report.rms = map.rms;
+  const qxmap* map = qx_get_qxmap();
+  if (!map) throw CommandError(1, "the engine has no map");
+  report.mean = map->mean;
+  report.rms = map->rms;
   if (job.options.check) {
     report.check = check_map(engine, job.output);
     if (!report.check->passed()) {
