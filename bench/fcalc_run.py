@@ -148,7 +148,7 @@ class Runs:
         n = write_model(model, natoms, group)
         reference = self.reference(model)
         print(f'{n} atoms, {group}, {self.options.dmin} A')
-        rows = [(ecut, more) for more in ((), ('--gaussians', '5'))
+        rows = [(ecut, more) for more in (('--gaussians', '2'), ())
                 for ecut in ('5e-3', '1e-3', '1e-4', '1e-5')]
         times = {row: [] for row in rows}
         for _ in range(self.options.pairs):

@@ -19,10 +19,10 @@ struct FcalcOptions {
   std::vector<double> cell;
   double dmin = 0.0;
   double b0 = -1.0;  // chosen by resolution
-  double ecut = 1e-4;
+  double ecut = 1e-5;
   double fraction = 0.33;
   double memory = 400.0;
-  int gaussians = 0;
+  int gaussians = 5;
   bool hydrogens = false, neutron = false, scale = false, verbose = false;
 };
 

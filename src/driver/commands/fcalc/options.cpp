@@ -64,8 +64,8 @@ void add_input_options(CLI::App& command, FcalcOptions& o) {
 void add_method_options(CLI::App& command, FcalcOptions& o) {
   command
       .add_option("--b0", o.b0,
-                  "Blurring of the density on the grid, A^2; taken off again (default: 20, or 4.5 "
-                  "d^2 if more)")
+                  "Blurring of the density on the grid, A^2; taken off again (default: 6 d^2, at "
+                  "least 2)")
       ->check(CLI::NonNegativeNumber);
   command.add_option("--ecut", o.ecut, "Density, relative to an atom's peak, that is cut off")
       ->check(CLI::Range(1e-9, 0.5))
@@ -82,9 +82,12 @@ void add_method_options(CLI::App& command, FcalcOptions& o) {
   command.add_flag("--hydrogens", o.hydrogens, "Take hydrogen atoms into account");
   command.add_flag("--neutron", o.neutron, "Neutron scattering lengths");
   command
-      .add_option("--gaussians", o.gaussians,
-                  "5: five Gaussians for every atom; else C, N, O and S have two")
-      ->check(proposes("5"));
+      .add_option(
+          "--gaussians", o.gaussians,
+          "Gaussians of C, N, O and S: 5, or 2, which is a little faster and wrong beyond 1.5 "
+          "A; all other atoms have 5")
+      ->check(proposes("2 5"))
+      ->capture_default_str();
 }
 
 void add_output_options(CLI::App& command, FcalcOptions& o) {
@@ -121,8 +124,8 @@ void check_options(const FcalcOptions& options) {
   if (options.hkl.empty() && !(options.dmin > 0.0)) {
     throw CommandError(2, "give the reflections: --hkl FILE or --dmin D");
   }
-  if (options.gaussians != 0 && options.gaussians != 5) {
-    throw CommandError(2, "--gaussians takes 5, the number to use for every atom");
+  if (options.gaussians != 2 && options.gaussians != 5) {
+    throw CommandError(2, "--gaussians takes 2 or 5");
   }
   if (!options.cell.empty() && options.cell.size() != 6) {
     throw CommandError(2, "--cell takes six numbers: a b c alpha beta gamma");
