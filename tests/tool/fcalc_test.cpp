@@ -331,10 +331,10 @@ TEST_P(FcalcFault, endsWithStatusAndReason) {
 INSTANTIATE_TEST_SUITE_P(
     each, FcalcFault,
     ::testing::Values(
-        Fault{"noModel", {"/no/such.pdb", "--dmin", "2"}, 2, "cannot read coordinates from"},
+        Fault{"noModel", {"/no/such.pdb", "--dmin", "2"}, 2, "cannot read /no/such.pdb"},
         Fault{"noReflections", {model}, 2, "give the reflections: --hkl FILE or --dmin D"},
         Fault{"noSuchReflections", {model, "--hkl", "/no.mtz"}, 2, "cannot read reflections from"},
-        Fault{"notAnMtz", {model, "--hkl", model}, 1, "quorix: the engine reported a failure"},
+        Fault{"notAnMtz", {model, "--hkl", model}, 2, "neither an MTZ nor an mmCIF file"},
         Fault{"noCell", {"%", "--dmin", "2"}, 2, "the model names no unit cell"},
         Fault{"noGroup",
               {"%", "--dmin", "2", "--cell", "20", "20", "20", "90", "90", "90"},

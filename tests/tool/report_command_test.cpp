@@ -215,7 +215,7 @@ TEST_F(ReportCommand, failsWithALineAndLeavesTheOlderPage) {
            Case{{"flat.ccp4"}, 2, "flat.ccp4 is flat"},
            Case{{"short.ccp4"}, 1, "the engine reported a failure"},
            Case{{example}, 1, "the engine reported a failure"},
-           Case{{"map.ccp4", "--model", "none.pdb"}, 2, "cannot read coordinates from none.pdb"},
+           Case{{"map.ccp4", "--model", "none.pdb"}, 2, "cannot read none.pdb"},
            Case{{"map.ccp4", "--data", example, "--column", "X"}, 2, "does not have one column X"},
            Case{{"map.ccp4", "-o", "map.ccp4"}, 2, "cannot write map.ccp4/map.html"},
        }) {

@@ -1,5 +1,7 @@
 #include "driver/commands/coordinates.h"
 
+#include "driver/commands/coordinate_text.h"
+#include "driver/commands/readable_file.h"
 #include "driver/commands/sections.h"
 
 #include <quorix/engine.h>
@@ -7,8 +9,7 @@
 
 #include <algorithm>
 #include <gemmi/assembly.hpp>  // for shorten_chain_names
-#include <gemmi/gz.hpp>        // for MaybeGzipped
-#include <gemmi/mmread.hpp>    // for read_structure
+#include <gemmi/mmread.hpp>    // for coor_format_from_content
 #include <gemmi/reciproc.hpp>  // for make_miller_vector
 
 namespace qx {
@@ -75,6 +76,28 @@ Crystal crystal_of(const gemmi::Structure& structure) {
   return crystal;
 }
 
+gemmi::Structure read_structure(const std::string& path, DefaultValues& defaults) {
+  std::string text = whole_text(path);
+  switch (gemmi::coor_format_from_content(text.data(), text.data() + text.size())) {
+    case gemmi::CoorFormat::Pdb:
+      defaults = check_pdb_numbers(text, path);
+      return gemmi::read_pdb_from_memory(text.data(), text.size(), path);
+    case gemmi::CoorFormat::Mmcif: {
+      auto document = gemmi::cif::read_memory(text.data(), text.size(), path.c_str());
+      defaults = check_mmcif_numbers(document, text, path);
+      return gemmi::make_structure_from_doc(document, true);
+    }
+    case gemmi::CoorFormat::Mmjson: {
+      std::string copy = text;  // parsed in place
+      auto document = gemmi::cif::read_mmjson_insitu(copy.data(), copy.size(), path);
+      defaults = check_mmcif_numbers(document, text, path);
+      return gemmi::make_structure(std::move(document));
+    }
+    default:
+      throw CommandError(2, path + " holds no atom");
+  }
+}
+
 std::string pdb_record(const gemmi::Chain& chain, const gemmi::Residue& residue,
                        const gemmi::Atom& atom, int serial) {
   return format("%-6s%5d %-4.4s%c%3.3s%2.2s%4d%c   %8.3f%8.3f%8.3f%6.2f%6.2f          %2.2s\n",
@@ -88,9 +111,11 @@ std::string pdb_record(const gemmi::Chain& chain, const gemmi::Residue& residue,
 }  // namespace
 
 Coordinates::Coordinates(const std::string& path) {
+  DefaultValues defaults;
   try {
-    structure_ =
-        std::make_unique<gemmi::Structure>(gemmi::read_structure(gemmi::MaybeGzipped(path)));
+    structure_ = std::make_unique<gemmi::Structure>(read_structure(path, defaults));
+  } catch (const CommandError&) {
+    throw;
   } catch (const std::exception& error) {
     throw CommandError(2, "cannot read coordinates from " + path + ": " + error.what());
   }
@@ -98,6 +123,23 @@ Coordinates::Coordinates(const std::string& path) {
     throw CommandError(2, path + " holds no atom");
   }
   crystal_ = crystal_of(*structure_);
+  note_defaults(path, defaults);
+}
+
+// One line each for what was not taken as it stands in the file.
+void Coordinates::note_defaults(const std::string& path, const DefaultValues& defaults) {
+  if (structure_->models.size() > 1) {
+    warnings_.push_back(
+        path + format(" holds %zu models: only the first is used", structure_->models.size()));
+  }
+  if (defaults.occupancies > 0) {
+    warnings_.push_back(path +
+                        format(": %zu atoms have no occupancy: 1 is taken", defaults.occupancies));
+  }
+  if (defaults.b_factors > 0) {
+    warnings_.push_back(path + format(": %zu atoms have no B factor: %g A^2 is taken",
+                                      defaults.b_factors, defaults.b_factor));
+  }
 }
 
 Coordinates::~Coordinates() = default;

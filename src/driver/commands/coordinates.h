@@ -13,6 +13,8 @@ struct Structure;
 
 namespace qx {
 
+struct DefaultValues;
+
 struct Crystal {
   std::string space_group;  // empty when the file names none
   double cell[6] = {};      // Angstrom, degrees; zero when the file has none
@@ -23,10 +25,12 @@ struct Crystal {
 // The first model of a PDB or mmCIF file, plain or gzipped.
 class Coordinates {
  public:
-  // Throws CommandError for a file that cannot be read or holds no atom.
+  // Throws CommandError for a file that cannot be read, or not all of it, or holds no atom.
   explicit Coordinates(const std::string& path);
   ~Coordinates();
   [[nodiscard]] const Crystal& crystal() const { return crystal_; }
+  // What was not taken as it stands in the file, a line each.
+  [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }
   [[nodiscard]] std::size_t atom_count() const;
   // Atoms whose element is not known take no part; neither do deuterium atoms get their own length.
   [[nodiscard]] std::size_t unknown_count() const;
@@ -38,8 +42,11 @@ class Coordinates {
   [[nodiscard]] bool fill_model() const;
 
  private:
+  void note_defaults(const std::string& path, const DefaultValues& defaults);
+
   std::unique_ptr<gemmi::Structure> structure_;
   Crystal crystal_;
+  std::vector<std::string> warnings_;
 };
 
 // Miller indices of the unique set to dmin, in the standard asymmetric unit; throws CommandError

@@ -3,6 +3,7 @@
 #include "driver/commands/sections.h"
 
 #include <algorithm>
+#include <cstring>
 #include <span>
 
 namespace qx {
@@ -58,6 +59,38 @@ const MapLabels& example_among(const std::vector<MapLabels>& pairs, const std::s
   return pairs.front();
 }
 
+const char* meaning_of(char type) {
+  switch (type) {
+    case 'H':
+      return "an index";
+    case 'J':
+    case 'K':
+      return "an intensity";
+    case 'Q':
+    case 'L':
+    case 'M':
+      return "a standard deviation";
+    case 'P':
+      return "a phase";
+    case 'W':
+      return "a weight";
+    case 'A':
+      return "a phase-probability coefficient";
+    case 'B':
+    case 'Y':
+    case 'I':
+      return "an integer";
+    case 'F':
+    case 'G':
+    case 'E':
+      return "an amplitude";
+    case 'D':
+      return "a difference of amplitudes";
+    default:
+      return "";
+  }
+}
+
 std::string file_name_part(std::string label) {
   for (char& c : label) {
     if (c == '/' || c == ' ' || c == '"' || c == '#' || c == '!') c = '_';
@@ -78,6 +111,15 @@ std::vector<MapLabels> label_candidates(const ReflectionFile& file) {
     amplitude = nullptr;
   }
   return pairs;
+}
+
+std::string why_no_amplitude(const FileColumn& column) {
+  const bool can_be = std::strchr("FGED", column.type) != nullptr;
+  return can_be ? std::string() : meaning_of(column.type);
+}
+
+std::string why_no_phase(const FileColumn& column) {
+  return is_phase(column) ? std::string() : meaning_of(column.type);
 }
 
 MapLabels usual_labels(const ReflectionFile& file, bool difference) {
@@ -107,7 +149,13 @@ MapLabels given_labels(const ReflectionFile& file, const std::string& amplitude,
     refuse_labels(file, "--f and --phi name a map only together", amplitude + phase);
   }
   const FileColumn* f = only_column(file, amplitude, phase);
-  (void)only_column(file, phase, amplitude);
+  const FileColumn* phi = only_column(file, phase, amplitude);
+  if (const std::string what = why_no_amplitude(*f); !what.empty()) {
+    refuse_labels(file, "column " + amplitude + " is no amplitude but " + what, phase);
+  }
+  if (const std::string what = why_no_phase(*phi); !what.empty()) {
+    refuse_labels(file, "column " + phase + " is no phase but " + what, amplitude);
+  }
   return {amplitude, phase, file_name_part(f->label)};
 }
 

@@ -20,6 +20,11 @@ std::vector<MapLabels> label_candidates(const ReflectionFile& file);
 // without one. Throws CommandError when labels of the pair stand in the file more than once.
 MapLabels usual_labels(const ReflectionFile& file, bool difference);
 
+// What a column is that by its type can be no amplitude ("an intensity") or no phase; empty if it
+// can be one. Types that say nothing are let pass.
+std::string why_no_amplitude(const FileColumn& column);
+std::string why_no_phase(const FileColumn& column);
+
 // True for the usual amplitudes of difference maps; their level is looked at with both signs.
 bool is_difference_amplitude(const std::string& name);
 

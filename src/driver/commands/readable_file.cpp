@@ -2,6 +2,7 @@
 
 #include "driver/commands/sections.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -25,6 +26,7 @@ std::string TemporaryFile::path() const { return format("/proc/self/fd/%d", desc
 
 namespace {
 
+// Plain files pass through it as they are.
 struct GzFile {
   gzFile stream;
   explicit GzFile(const std::string& path) : stream(gzopen(path.c_str(), "rb")) {}
@@ -55,6 +57,48 @@ void write_all(int descriptor, const char* bytes, std::size_t count) {
   }
 }
 
+[[noreturn]] void refuse_damaged(const std::string& path) {
+  throw CommandError(
+      2,
+      path +
+          " is a damaged gzip file: it ends too early, or its checksum is not that of its content");
+}
+
+// Throws unless everything up to here, checksums of whole files included, was sound.
+void check_stream(const std::string& path, const GzFile& file) {
+  int error = Z_OK;
+  gzerror(file.stream, &error);
+  if (error == Z_ERRNO) refuse(path);
+  if (error != Z_OK && error != Z_STREAM_END) refuse_damaged(path);
+}
+
+// A small file can unpack to more than a machine holds.
+constexpr std::uintmax_t always_unpacked = 64 << 20;
+constexpr std::uintmax_t most_expansion = 100;
+
+// Hands the unpacked content to `take` piece by piece.
+template <class Take>
+void read_pieces(const std::string& path, Take take) {
+  const GzFile file(path);
+  if (!file.stream) refuse(path);
+  std::error_code unknown;
+  const std::uintmax_t packed = std::filesystem::file_size(path, unknown);
+  std::uintmax_t total = 0;
+  char piece[1 << 16];
+  int n = 0;
+  while ((n = gzread(file.stream, piece, sizeof piece)) > 0) {
+    total += static_cast<std::uintmax_t>(n);
+    if (total > always_unpacked && !unknown && total / most_expansion > packed) {
+      throw CommandError(2, path + format(" unpacks to more than %d times its size: if that is "
+                                          "meant, unpack it with gunzip first",
+                                          static_cast<int>(most_expansion)));
+    }
+    take(piece, static_cast<std::size_t>(n));
+  }
+  // A file that ends too early is no error of the last read.
+  check_stream(path, file);
+}
+
 }  // namespace
 
 bool is_gzipped(const std::string& path) {
@@ -75,22 +119,21 @@ std::string first_bytes(const std::string& path, std::size_t count) {
   if (!file.stream) refuse(path);
   std::string bytes(count, '\0');
   const int n = gzread(file.stream, bytes.data(), static_cast<unsigned>(count));
-  bytes.resize(n > 0 ? static_cast<std::size_t>(n) : 0);
+  if (n < static_cast<int>(count)) check_stream(path, file);
+  bytes.resize(static_cast<std::size_t>(std::max(n, 0)));
   return bytes;
 }
 
 void unpack(const std::string& path, const TemporaryFile& to) {
-  const GzFile file(path);
-  if (!file.stream) refuse(path);
-  char piece[1 << 16];
-  int n = 0;
-  while ((n = gzread(file.stream, piece, sizeof piece)) > 0) {
-    write_all(to.descriptor(), piece, static_cast<std::size_t>(n));
-  }
-  // A file that ends too early is no error of the last read.
-  int error = Z_OK;
-  gzerror(file.stream, &error);
-  if (n < 0 || error != Z_OK) throw CommandError(2, path + " is a damaged gzip file");
+  read_pieces(path, [&](const char* bytes, std::size_t count) {
+    write_all(to.descriptor(), bytes, count);
+  });
+}
+
+std::string whole_text(const std::string& path) {
+  std::string text;
+  read_pieces(path, [&](const char* bytes, std::size_t count) { text.append(bytes, count); });
+  return text;
 }
 
 }  // namespace qx

@@ -27,6 +27,8 @@ std::string stem_of(const std::string& path);
 // The first bytes of the file, unpacked if it is gzipped. Throws CommandError if it is no regular
 // file that can be read.
 std::string first_bytes(const std::string& path, std::size_t count);
+// The whole content, unpacked if it is gzipped; throws CommandError for what cannot be read.
+std::string whole_text(const std::string& path);
 // Unpacks a gzipped file; throws CommandError for a damaged one.
 void unpack(const std::string& path, const TemporaryFile& to);
 // Converts the first block with reflections of a plain mmCIF file to MTZ; throws CommandError, with

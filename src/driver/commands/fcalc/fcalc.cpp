@@ -100,7 +100,8 @@ void write_map(Engine& engine, const std::string& path, int u) {
 
 int run(const FcalcOptions& options) {
   check_options(options);
-  FcalcJob job{options, Coordinates(options.model), {}, {}};
+  FcalcJob job{options, Coordinates(options.model), {}, {}, {}, {}};
+  for (const std::string& line : job.coordinates.warnings()) warn(job, line);
   job.crystal = choose_crystal(options, job.coordinates);
   if (const auto n = job.coordinates.unknown_count()) {
     warn(job, format("%zu atoms of unknown element take no part", n));
@@ -109,13 +110,13 @@ int run(const FcalcOptions& options) {
     warn(job, format("%zu deuterium atoms are given the scattering length of hydrogen",
                      job.coordinates.deuterium_count()));
   }
-  Engine engine(options.verbose);
   Progress progress("reading");
-  if (!options.hkl.empty()) job.observed = find_observed(engine, job);
+  if (!options.hkl.empty()) find_observed(job);
   const bool maps = !options.map_2fofc.empty() || !options.map_fofc.empty();
   if (maps && job.observed.amplitude.empty()) {
     throw CommandError(2, "maps need observed amplitudes: give --hkl and --labels");
   }
+  Engine engine(options.verbose);
   engine.run(crystal_section(job));
   make_indices(engine, job);
   set_up_grid(engine, options);

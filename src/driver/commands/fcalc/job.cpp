@@ -21,7 +21,7 @@ SectionText crystal_section(const FcalcJob& job) {
   }
   if (job.options.dmin > 0.0) text.line(format("reso %.6f 99999", job.options.dmin));
   if (!job.options.hkl.empty()) {
-    std::string line = "read refl mtz file \"" + job.options.hkl + "\" coid H=H";
+    std::string line = "read refl mtz file \"" + job.input + "\" coid H=H";
     const Observed& observed = job.observed;
     if (!observed.amplitude.empty()) line += " FOBS=" + observed.amplitude;
     if (!observed.sigma.empty()) line += " SIGF=" + observed.sigma;

@@ -2,8 +2,10 @@
 #pragma once
 
 #include "driver/commands/coordinates.h"
+#include "driver/commands/readable_file.h"
 #include "driver/commands/sections.h"
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -40,13 +42,16 @@ struct FcalcJob {
   Coordinates coordinates;
   Crystal crystal;
   Observed observed;
+  std::string input;                        // what the sections read as --hkl
+  std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
 };
 
 // One line on standard error.
 void warn(const FcalcJob& job, const std::string& text);
 
-// The observations' labels: as given, else the usual ones that the file has.
-Observed find_observed(Engine& engine, const FcalcJob& job);
+// The observations' labels: as given, else the usual ones that the file has; with a warning where
+// they do not look like the model's. Before there is an engine.
+void find_observed(FcalcJob& job);
 
 SectionText crystal_section(const FcalcJob& job);
 SectionText fft_section(const FcalcOptions& options);

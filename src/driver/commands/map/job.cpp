@@ -1,11 +1,18 @@
 #include "driver/commands/map/job.h"
 
+#include <gemmi/symmetry.hpp>  // for find_spacegroup_by_name
+
 namespace qx {
 
 std::string map_group(const MapJob& job) {
   if (!job.options.space_group.empty()) return job.options.space_group;
   const std::string known = job.file.engine_group();
   return known.empty() && job.file.operators.empty() ? job.file.group_name : known;
+}
+
+const gemmi::SpaceGroup* known_group(const MapJob& job) {
+  if (job.options.space_group.empty()) return job.file.group;
+  return gemmi::find_spacegroup_by_name(job.options.space_group);
 }
 
 const double* map_cell(const MapJob& job) {

@@ -41,6 +41,7 @@ struct MapJob {
 
 // Group and cell of the map: as given, else the file's.
 std::string map_group(const MapJob& job);
+const gemmi::SpaceGroup* known_group(const MapJob& job);  // null: not known by name
 const double* map_cell(const MapJob& job);
 
 SectionText crystal_section(const MapJob& job);

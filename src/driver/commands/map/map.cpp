@@ -9,6 +9,7 @@
 #include "driver/commands/coordinates.h"
 #include "driver/commands/map/check.h"
 #include "driver/commands/map/job.h"
+#include "driver/commands/model_and_data.h"
 #include "driver/commands/viewer_scripts.h"
 
 #include <quorix/engine.h>
@@ -128,8 +129,14 @@ void note_crystal(const MapJob& job, MapReport& report) {
 }
 
 // The atoms whose surroundings are wanted.
-void add_model(Engine& engine, const std::string& path) {
-  const Coordinates coordinates(path);
+void add_model(Engine& engine, const MapJob& job, MapReport& report) {
+  const Coordinates coordinates(job.options.extent.at(1));
+  for (const std::string& line : coordinates.warnings()) warn(job, report, line);
+  for (const std::string& line :
+       crystal_differences(coordinates.crystal(), known_group(job), map_cell(job),
+                           "the box lies where its coordinates are in the map's cell")) {
+    warn(job, report, line);
+  }
   engine.run(SectionText("xmod"));
   engine.call([&] { return coordinates.fill_model() ? ok : failed; });
   engine.run(SectionText("xmol").line("hydr yes"));
@@ -183,7 +190,7 @@ nlohmann::ordered_json as_json(const MapJob& job, const MapReport& report) {
 
 void generate(Engine& engine, const MapJob& job, MapReport& report) {
   engine.run(fft_section(job.options));
-  if (job.options.extent.front() == "model") add_model(engine, job.options.extent.at(1));
+  if (job.options.extent.front() == "model") add_model(engine, job, report);
   engine.run(map_section(job));
   const qxmap* map = qx_get_qxmap();
   if (!map) throw CommandError(1, "the engine has no map");

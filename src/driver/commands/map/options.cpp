@@ -22,9 +22,9 @@ which takes all words up to the next option.
 
 Diagnostics:
   One line each on standard error, with the consequence: cell, group or limits that disagree with
-  the file; rhombohedral axes under a bare R name; columns of another type; F(0,0,0); missing
-  values; amplitudes all 0; reflections beyond the limits or beyond the grid; amplitudes of
-  extinguished reflections; centric phases that the group forbids.
+  the file; a model of another crystal; rhombohedral axes under a bare R name; columns of another
+  type; F(0,0,0); missing values; amplitudes all 0; reflections beyond the limits or beyond the grid;
+  amplitudes of extinguished reflections; centric phases that the group forbids.
 
 Examples:
   quorix map 1ubq.mtz

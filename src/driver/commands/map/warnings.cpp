@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <gemmi/symmetry.hpp>  // for find_spacegroup_by_name
 #include <gemmi/unitcell.hpp>  // for UnitCell
 
@@ -24,11 +25,6 @@ struct Tally {
 
 gemmi::UnitCell cell_of(const double* c) { return {c[0], c[1], c[2], c[3], c[4], c[5]}; }
 
-const gemmi::SpaceGroup* group_of(const MapJob& job) {
-  if (job.options.space_group.empty()) return job.file.group;
-  return gemmi::find_spacegroup_by_name(job.options.space_group);
-}
-
 // How far, in degrees, the phase is from the two that a centric reflection can have; 0 for others.
 double off_centric_phase(const gemmi::GroupOps& operators, const gemmi::Miller& hkl, double phase) {
   for (const gemmi::Op& op : operators.sym_ops) {
@@ -44,7 +40,7 @@ Tally count(const MapJob& job) {
   const auto& amplitudes = file.find(job.labels.amplitude).front()->values;
   const auto& phases = file.find(job.labels.phase).front()->values;
   const gemmi::UnitCell cell = cell_of(map_cell(job));
-  const gemmi::SpaceGroup* group = group_of(job);
+  const gemmi::SpaceGroup* group = known_group(job);
   const gemmi::GroupOps operators = group ? group->operations() : gemmi::GroupOps();
   Tally tally;
   for (std::size_t i = 0; i < file.rows; ++i) {
@@ -93,7 +89,7 @@ void compare_cell(const MapJob& job, Lines& lines) {
 }
 
 void compare_group(const MapJob& job, Lines& lines) {
-  const gemmi::SpaceGroup* given = group_of(job);
+  const gemmi::SpaceGroup* given = known_group(job);
   const gemmi::SpaceGroup* own = job.file.group;
   if (job.options.space_group.empty() || !given || !own || given == own) return;
   if (given->number == own->number) {
@@ -107,7 +103,7 @@ void compare_group(const MapJob& job, Lines& lines) {
 
 // A bare R name means hexagonal axes to the engine, whatever the cell looks like.
 void check_rhombohedral(const MapJob& job, Lines& lines) {
-  const gemmi::SpaceGroup* group = group_of(job);
+  const gemmi::SpaceGroup* group = known_group(job);
   if (!group || (group->ext != 'H' && group->ext != 'R')) return;
   const double* c = map_cell(job);
   const bool hexagonal = std::fabs(c[3] - 90) < 1 && std::fabs(c[5] - 120) < 1;
@@ -140,7 +136,7 @@ void compare_limits(const MapJob& job, Lines& lines) {
 void check_types(const MapJob& job, Lines& lines) {
   const FileColumn& f = *job.file.find(job.labels.amplitude).front();
   const FileColumn& phi = *job.file.find(job.labels.phase).front();
-  if (f.type != 'F' && f.type != 'G') {
+  if (std::strchr("FGED", f.type) == nullptr) {
     lines.push_back(format("column %s is of type %c, no amplitude: its values are used as they are",
                            f.label.c_str(), f.type));
   }

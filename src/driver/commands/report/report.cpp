@@ -30,6 +30,7 @@ namespace qx {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using Lines = std::vector<std::string>;
 
 constexpr const char* closing = R"(
 The page needs no network: it holds a view of the density (and the atoms) with a slider for the
@@ -184,6 +185,9 @@ bool visit_density(const Options& options, const std::optional<Model>& model,
 Json compose_page(const Options& options) {
   std::optional<Model> model;
   if (!options.model.empty()) model.emplace(options.model);
+  for (const std::string& line : model ? model->coordinates.warnings() : Lines()) {
+    std::cerr << "quorix report: " << line << '\n';
+  }
   Json page = {{"title", std::filesystem::path(options.map).filename().string()},
                {"notices", Json::array()},
                {"made", format("Made by quorix %s.", QUORIX_VERSION)}};

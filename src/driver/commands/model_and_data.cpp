@@ -1,0 +1,63 @@
+#include "driver/commands/model_and_data.h"
+
+#include "driver/commands/sections.h"
+
+#include <algorithm>
+#include <cmath>
+#include <gemmi/symmetry.hpp>  // for find_spacegroup_by_name
+
+namespace qx {
+
+namespace {
+
+constexpr double cell_tolerance = 0.01;  // relative
+
+std::string cell_text(const double* c) {
+  return format("%g %g %g %g %g %g", c[0], c[1], c[2], c[3], c[4], c[5]);
+}
+
+}  // namespace
+
+std::vector<std::string> crystal_differences(const Crystal& model, const gemmi::SpaceGroup* group,
+                                             const double* cell, const std::string& consequence) {
+  std::vector<std::string> lines;
+  const double* own = model.cell;
+  if (!(own[0] > 0.0)) return lines;
+  const gemmi::SpaceGroup* model_group =
+      gemmi::find_spacegroup_by_name(model.space_group, own[3], own[5]);
+  if (group && model_group && !group->operations().is_same_as(model_group->operations())) {
+    lines.push_back("the model is in " + model_group->xhm() + ", the reflections are in " +
+                    group->xhm() + ": " + consequence);
+  }
+  const bool differ = !std::equal(own, own + 6, cell, [](double a, double b) {
+    return std::fabs(a - b) <= cell_tolerance * std::fabs(b);
+  });
+  if (differ) {
+    lines.push_back("the model's cell is " + cell_text(own) + ", the reflections' " +
+                    cell_text(cell) + ": " + consequence);
+  }
+  return lines;
+}
+
+std::string extinct_line(const ReflectionFile& file, const gemmi::SpaceGroup* group,
+                         const std::string& column, const std::string& consequence) {
+  const auto found = file.find(column);
+  if (!group || found.empty()) return {};
+  const gemmi::GroupOps operators = group->operations();
+  std::size_t count = 0;
+  double largest = 0.0;
+  for (std::size_t row = 0; row < file.rows; ++row) {
+    const double f = std::fabs(static_cast<double>(found.front()->values[row]));
+    int hkl[3] = {};
+    if (!(f > 0.0) || !std::isfinite(f) || !file.index(row, hkl)) continue;
+    if (!operators.is_systematically_absent({hkl[0], hkl[1], hkl[2]})) continue;
+    ++count;
+    largest = std::max(largest, f);
+  }
+  if (count == 0) return {};
+  return format("%zu reflections that the group extinguishes have amplitudes (up to %g): ", count,
+                largest) +
+         consequence;
+}
+
+}  // namespace qx
