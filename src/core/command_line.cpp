@@ -7,6 +7,20 @@
 
 namespace qx {
 
+void tidy_line(char* line) noexcept {
+  qx_replace_nonprint_with_blank(line);
+  line[std::strcspn(line, "#!")] = '\0';
+  qx_chop_left_right_whitespaces(line);
+}
+
+bool chop_continuation(char* line) noexcept {
+  const std::size_t size = std::strlen(line);
+  if (size == 0 || (line[size - 1] != '-' && line[size - 1] != '&')) return false;
+  line[size - 1] = '\0';
+  qx_chop_left_right_whitespaces(line);
+  return true;
+}
+
 KeyState take_value_after(char* line, Word key, char* value) noexcept {
   value[0] = '\0';
   if (key.size == 0) return KeyState::missing;

@@ -5,6 +5,11 @@
 
 namespace qx {
 
+// Printable characters only, no comment, no blanks at the ends.
+void tidy_line(char* line) noexcept;
+// Takes off a trailing "-" or "&"; true if there was one.
+bool chop_continuation(char* line) noexcept;
+
 enum class KeyState { missing, without_value, taken };
 
 // Takes the value of a word of the line: the next word, or what stands between double quotes, of

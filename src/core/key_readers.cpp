@@ -75,6 +75,7 @@ Status next_command(char (&word)[5]) {
                 parser->command_start_line);
   }
   QX_TRY(assemble_command(parser));
+  note_command_line(*parser);
   qx_get_and_chop_first_word(parser->command, parser->work);
   shorten(parser->work, word);
   return ok;

@@ -1,5 +1,6 @@
 // The parser object: loading text, and putting command lines together from it (comments off,
 // continuation lines joined).
+#include "core/command_line.h"
 #include "core/load_lines.h"
 #include "core/object.h"
 #include "core/parser_record.h"
@@ -24,16 +25,16 @@ constexpr std::int32_t slot_size = 1024;
 constexpr std::int32_t buffer_size = 1025;
 
 // Makes both buffers hold `size` bytes; they grow together, so that whatever is taken out of the
-// command line fits the work buffer.
+// command line fits the work buffer. Long commands grow in proportion, for their copying to stay
+// linear.
 Status reserve(qxparser* parser, std::size_t size) {
   if (size <= static_cast<std::size_t>(parser->command_capacity)) return ok;
+  const auto now = static_cast<std::size_t>(parser->command_capacity);
   const std::size_t steps =
-      (size - static_cast<std::size_t>(parser->command_capacity)) / buffer_size + 1;
-  const std::size_t grown =
-      static_cast<std::size_t>(parser->command_capacity) + steps * buffer_size;
+      std::max((size - now) / buffer_size + 1, now / (std::size_t{4} * buffer_size));
+  const std::size_t grown = now + steps * buffer_size;
   if (grown > INT32_MAX) return fail("qx_get_quorix_cmd_word():", "The command line is too long. ");
-  auto* command = static_cast<char*>(xrealloc(
-      parser->command, static_cast<std::size_t>(parser->command_capacity), grown, "sppc_tcl"));
+  auto* command = static_cast<char*>(xrealloc(parser->command, now, grown, "sppc_tcl"));
   if (!command) return failed;
   parser->command = command;
   auto* work = static_cast<char*>(
@@ -50,27 +51,6 @@ Status open_buffers(qxparser* parser, const char* command_tag, const char* work_
   parser->command[0] = parser->work[0] = '\0';
   parser->command_capacity = parser->work_capacity = buffer_size;
   return ok;
-}
-
-// Printable characters only, no comment, no blanks at the ends.
-void tidy(char* line) {
-  qx_replace_nonprint_with_blank(line);
-  line[std::strcspn(line, "#!")] = '\0';
-  qx_chop_left_right_whitespaces(line);
-}
-
-// Takes off a trailing "-" or "&"; true if there was one.
-bool chop_continuation(char* line) {
-  const std::size_t size = std::strlen(line);
-  if (size == 0 || (line[size - 1] != '-' && line[size - 1] != '&')) return false;
-  line[size - 1] = '\0';
-  qx_chop_left_right_whitespaces(line);
-  return true;
-}
-
-void append(qxparser* parser, const char* line) {
-  if (parser->command[0]) std::strcat(parser->command, " ");
-  std::strcat(parser->command, line);
 }
 
 }  // namespace
@@ -90,19 +70,33 @@ Status assemble_command(qxparser* parser) {
     const char* stored = parser->text[parser->current_line++];
     QX_TRY(reserve(parser, std::strlen(stored) + 2));
     std::strcpy(parser->work, stored);
-    tidy(parser->work);
+    tidy_line(parser->work);
     if (!parser->work[0]) continue;
     const bool continued = chop_continuation(parser->work);
     if (parser->work[0]) {
       if (parser->command_start_line == 0) parser->command_start_line = parser->current_line;
       const std::size_t added = std::strlen(parser->work);
       QX_TRY(reserve(parser, length + added + 3));
-      append(parser, parser->work);
-      length = std::strlen(parser->command);
+      if (length > 0) parser->command[length++] = ' ';
+      std::memcpy(parser->command + length, parser->work, added + 1);
+      length += added;
     }
     if (!continued) return ok;
   }
 }
+
+namespace {
+
+std::int32_t command_line = -1;
+
+}  // namespace
+
+void note_command_line(const qxparser& parser) noexcept {
+  const bool used_up = parser.command_start_line == 0;
+  command_line = used_up ? -1 : parser.startlineindex + parser.command_start_line - 1;
+}
+
+std::int32_t last_command_line() noexcept { return command_line; }
 
 qxparser* ready_parser(const char* heading) {
   qxparser* parser = qx_get_qxparser();
@@ -205,7 +199,7 @@ std::int32_t qx_is_quorix_text_left() {
   for (std::int32_t i = std::max(parser->current_line, 0); i < parser->ntextlines; ++i) {
     if (reserve(parser, std::strlen(parser->text[i]) + 1) != ok) return 0;
     std::strcpy(parser->work, parser->text[i]);
-    tidy(parser->work);
+    qx::tidy_line(parser->work);
     if (parser->work[0]) return 1;
   }
   return 0;

@@ -19,6 +19,8 @@ namespace qx {
 
 // The parser with a command line loaded; null after a report under `heading`.
 qxparser* ready_parser(const char* heading);
+// Keeps the line on which the command began, for last_command_line().
+void note_command_line(const qxparser& parser) noexcept;
 // Puts the next command line together; the buffers may move.
 Status assemble_command(qxparser* parser);
 

@@ -1,6 +1,7 @@
 // The root: its members, their creation and tear-down, and die.
 #include "core/root.h"
 
+#include "core/files_read.h"
 #include "core/memory_system.h"
 #include "core/report.h"
 #include "core/tagged.h"
@@ -59,6 +60,7 @@ constexpr Status (*deleters[])() = {
 
 Status qx_new_quorix() {
   qx_terminate_quorix();
+  qx::forget_files_read();
   auto* root = static_cast<qxroot*>(std::malloc(sizeof(qxroot)));
   if (!root) {
     qx::note("qx_new_quorix():", "Failed to malloc quorix ");

@@ -1,6 +1,7 @@
 #include "crystal/spacegroup_file.h"
 
 #include "core/data_file.h"
+#include "core/files_read.h"
 #include "core/text.h"
 #include "crystal/matrix.h"
 
@@ -283,7 +284,7 @@ Status find_group(const char* file, const GroupRequest& request, GroupRecord& re
   *found = false;
   const Tagged<char> path(qx_get_database_file(file));
   if (!path) return failed;
-  const File stream(path.get(), "r");
+  const InputFile stream(path.get());
   if (!stream) return fail(here, " Failed to open file %s \n", path.get());
   Scan scan(request);
   QX_TRY(scan.open());

@@ -1,5 +1,6 @@
 // quorix-map: 14 arguments in, one CCP4 map out.
 #include "driver/data_directory.h"
+#include "driver/map_arguments.h"
 
 #include <quorix/driver.h>
 
@@ -24,6 +25,7 @@ int main(int argc, char** argv) {
   }
   std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is a failed write, reported as such
   qx::point_to_installed_data();
+  if (!qx::check_map_arguments(argv[10], argv[14])) return 1;
   return quorix_zenvi_driver2(argv[1], reals, argv[10], argv[11], argv[12], argv[13], argv[14],
                               reals[6], reals[7]);
 }

@@ -1,4 +1,5 @@
 // Writing the box of the map as a CCP4 file.
+#include "core/files_read.h"
 #include "core/output_file.h"
 #include "core/report.h"
 #include "core/tagged.h"
@@ -159,6 +160,9 @@ Status qx_wr_ccp4_map() {
     map->statistics_known = true;
   }
   const char* path = map->path ? map->path : "";
+  if (qx::is_file_read(path)) {
+    return fail(here, "The file \"%s\" has been read in this job: write to another one. ", path);
+  }
   qx::OutputFile file;
   if (!file.open(path)) return fail(here, "Failed to open file \"%s\" ", path);
   // Each item goes out by itself, so that a fault is reported under its own name.

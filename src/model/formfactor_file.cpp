@@ -1,5 +1,6 @@
 // Reading the coefficient files into the base and the two type tables.
 #include "core/data_file.h"
+#include "core/files_read.h"
 #include "core/object.h"
 #include "core/report.h"
 #include "model/formfactor_base.h"
@@ -157,9 +158,9 @@ Status forget_earlier_fill() {
 }
 
 Status read_files(atfrmfactbase* base, const char* const (&paths)[2]) {
-  const qx::File five(paths[0], "r");
+  const qx::InputFile five(paths[0]);
   if (!five) return fail(heading, "Failed to open file %s\n", paths[0]);
-  const qx::File two(paths[1], "r");
+  const qx::InputFile two(paths[1]);
   if (!two) return fail(heading, "Failed to open file %s \n", paths[1]);
   Source sources[2] = {{paths[0], five.get(), 0}, {paths[1], two.get(), 0}};
   QX_TRY(read_count(sources[0]));

@@ -1,5 +1,6 @@
 // Reading an MTZ file: preamble, two passes over the main header, data, history and batches. Every
 // size is held against the length of the file before memory is asked for.
+#include "core/files_read.h"
 #include "crystal/reflections.h"
 #include "reflio/mtz_records.h"
 #include "reflio/mtz_words.h"
@@ -314,7 +315,7 @@ Status read_all(Source& source, qxmtz& mtz) {
 Status qx_read_refdata_mtz_file_obj(qxrefdata* refdata, const char* path) {
   Source source = {nullptr, path};
   const bool regular = regular_length(path, source.length);
-  const qx::File file = regular ? qx::File(path, "rb") : qx::File();
+  const qx::InputFile file = regular ? qx::InputFile(path) : qx::InputFile();
   if (!file) {
     return fail(heading, "Failed to open file %s for reading reflection data \n", path);
   }

@@ -1,5 +1,6 @@
 // Writing an MTZ object. The size of the data is known before the first byte, so the header
 // location is right from the start and a pipe can be written as well as a file.
+#include "core/files_read.h"
 #include "core/output_file.h"
 #include "reflio/mtz.h"
 #include "reflio/mtz_words.h"
@@ -298,6 +299,10 @@ constexpr Step steps[] = {preamble,       reflections, version,       title,    
 }  // namespace
 
 std::int32_t qx_write_refdata_mtz_file(const char* path, const qxmtz* mtz) {
+  if (qx::is_file_read(path)) {
+    qx::note(heading, "The file \"%s\" has been read in this job: write to another one. ", path);
+    return 1;
+  }
   qx::OutputFile file;
   if (!file.open(path)) {
     qx::note(heading, "Failed to open file %s for writing reflection data \n", path);

@@ -169,8 +169,8 @@ TEST_F(BatchCommand, refusesWhatCannotWorkBeforeAnythingRuns) {
     Arguments arguments;
     const char* text;
   } cases[] = {
-      {{"in", "-o", "out", "--", "other.ccp4"}, "OUT cannot be handed on"},
-      {{"in", "-o", "out", "--", "-"}, "OUT cannot be handed on"},
+      {{"in", "-o", "out", "--", "other.ccp4"}, "other.ccp4 cannot be handed on"},
+      {{"in", "-o", "out", "--", "-"}, "- cannot be handed on"},
       {{"in", "-o", "out", "--", "--json"}, "--json cannot be handed on"},
       {{"in", "-o", "out", "--", "--show-grid"}, "--show-grid cannot"},
       {{"in", "-o", "out", "--", "--print-sections"}, "--print-sections cannot"},

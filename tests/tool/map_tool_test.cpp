@@ -146,13 +146,14 @@ class MapToolFaults : public ::testing::TestWithParam<Fault> {};
 TEST_P(MapToolFaults, areReportedOnceAndLeaveAGoodMapAlone) {
   const ScratchDirectory scratch;
   const std::string map = scratch.file("map.ccp4");
-  write_file(map, "a good map");
+  const std::string good = "a good map" + std::string(198, ' ') + "MAP ";
+  write_file(map, good);
   Arguments arguments = example_arguments(map);
   arguments[GetParam().argument] = GetParam().value;
   const ProgramResult result = run_program("quorix-map", arguments);
   EXPECT_EQ(result.status, GetParam().status) << result.output;
   EXPECT_NE(result.output.find(GetParam().report), std::string::npos) << result.output;
-  EXPECT_TRUE(read_file(map) == "a good map");
+  EXPECT_TRUE(read_file(map) == good);
   const auto files = std::distance(std::filesystem::directory_iterator(scratch.path()),
                                    std::filesystem::directory_iterator());
   EXPECT_EQ(files, 1);

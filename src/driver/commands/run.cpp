@@ -1,6 +1,11 @@
 // quorix run: a text of sections, one after the other.
+#include "core/files_read.h"
+#include "core/load_lines.h"
 #include "driver/commands/commands.h"
+#include "driver/commands/job_text.h"
 #include "driver/commands/option_facts.h"
+#include "driver/commands/output_guard.h"
+#include "driver/commands/sections.h"
 
 #include <quorix/engine.h>
 #include <quorix/parser.h>
@@ -17,8 +22,12 @@ namespace qx {
 namespace {
 
 constexpr const char* closing = R"(
-The sections are run one after the other; the first that fails ends the run. Without an xter section
+The sections are run one after the other; the first that fails ends the run, and FILE:LINE and the
+command at which it stopped stand on standard error. Without an xter section
 the engine is released at the end all the same; text behind xter is not run.
+
+Before anything is run, what the text writes is looked at: no file that it reads, nor the text
+itself, is written over, nor a file that holds something other than is to be written.
 
 Examples:
   quorix map 1ubq.mtz --print-sections >job.qx
@@ -27,72 +36,104 @@ Examples:
       Runs it.
 )";
 
+struct Options {
+  std::string path = "-";
+  bool force = false;
+};
+
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
-int bad_input(const std::string& message) {
-  std::cerr << "quorix run: " << message << '\n';
-  return 2;
-}
-
-// The loader reads its stream twice, so what cannot be rewound is copied first.
-Stream spooled(std::FILE* source) {
-  Stream spool(std::tmpfile(), std::fclose);
-  char piece[65536];
-  for (std::size_t n = 0; spool && (n = std::fread(piece, 1, sizeof piece, source)) > 0;) {
-    if (std::fwrite(piece, 1, n, spool.get()) != n) spool.reset();
-  }
-  if (std::ferror(source)) spool.reset();
-  return spool;
-}
+int keep_open(std::FILE*) { return 0; }
 
 Stream open_text(const std::string& path) {
-  if (path == "-") return spooled(stdin);
-  Stream file(std::fopen(path.c_str(), "rb"), std::fclose);
-  // Opening a directory succeeds; reading it does not.
-  if (file && std::fgetc(file.get()) == EOF && std::ferror(file.get()))
-    return {nullptr, std::fclose};
-  if (file && std::fseek(file.get(), 0, SEEK_SET) != 0) return spooled(file.get());
-  return file;
+  if (path == "-") return {stdin, keep_open};
+  return {std::fopen(path.c_str(), "rb"), std::fclose};
 }
 
-// True if commands stand behind the section that ends the engine: the text went with it.
-bool text_behind_termination(std::FILE* text) {
-  std::rewind(text);
-  enum { before, inside, behind } where = before;
-  char line[4096];
-  while (std::fgets(line, sizeof line, text)) {
-    line[std::strcspn(line, "#!\n")] = '\0';
-    const char* word = qx_first_word_char_position(line);
-    if (!*word) continue;
-    if (where == behind) return true;
-    if (where == inside && qx_strncmp_nocase(word, "xend", 4) == 0) where = behind;
-    if (where == before && qx_strncmp_nocase(word, "xter", 4) == 0) where = inside;
+JobText read_text(const Stream& stream, const std::string& path) {
+  JobText text;
+  if (!stream || !text.read(stream.get())) {
+    throw CommandError(2, "cannot read " + path + ": " + std::strerror(errno));
   }
-  return false;
+  if (text.commands().empty()) throw CommandError(2, path + " holds no section");
+  return text;
 }
 
-int run_sections(std::FILE* text) {
+// What a text writes and reads later is its own.
+void check_files(const JobText& text, const Options& options) {
+  std::vector<std::string> inputs = {options.path == "-" ? "/dev/stdin" : options.path};
+  std::vector<Output> outputs;
+  for (const JobFile& file : text.files()) {
+    if (file.use == JobFile::Use::reads_reflections) {
+      inputs.push_back(file.path);
+      continue;
+    }
+    const bool map = file.use == JobFile::Use::writes_map;
+    outputs.push_back({file.path, map ? FileKind::map : FileKind::mtz});
+    check_outputs(inputs, outputs, options.force);
+  }
+}
+
+// What is run, before it is run.
+void echo(const std::vector<std::string>& lines) {
+  std::printf("\n");
+  bool started = false;
+  for (const std::string& line : lines) {
+    started = started || qx_does_it_has_word_char(line.c_str());
+    if (started) std::printf("%s\n", line.c_str());
+  }
+  std::printf("\n\n");
+}
+
+Status load(const std::vector<std::string>& lines) {
+  std::vector<const char*> pointers;
+  pointers.reserve(lines.size());
+  for (const std::string& line : lines) pointers.push_back(line.c_str());
+  return load_lines(static_cast<std::int32_t>(pointers.size()), pointers.data());
+}
+
+// As compilers do, so that editors find the line.
+void tell_where(const JobText& text, const std::string& path) {
+  constexpr std::size_t enough = 200;
+  const std::string name = path == "-" ? "<stdin>" : path;
+  const std::int32_t line = last_command_line();
+  const JobCommand* command = line < 0 ? nullptr : text.command_at(static_cast<std::size_t>(line));
+  std::fflush(stdout);
+  if (line < 0) {
+    std::cerr << name << ':' << text.lines().size() << ": the text ends inside a section: xend?\n";
+  } else if (command) {
+    const bool cut = command->text.size() > enough;
+    std::cerr << name << ':' << line + 1 << ": " << command->text.substr(0, enough)
+              << (cut ? " ..." : "") << '\n';
+  }
+}
+
+int run_sections(const JobText& text, const std::string& path) {
   const auto deaths = qx_get_die_count();
+  bool begun = false;
   while (qx_exist_quorix() && qx_is_quorix_text_left()) {
+    begun = true;
     (void)qx_quorix_ctrl();
-    if (qx_get_die_count() != deaths) return 1;
+    if (qx_get_die_count() == deaths) continue;
+    tell_where(text, path);
+    return 1;
   }
-  if (!qx_exist_quorix() && text_behind_termination(text)) {
+  if (!begun) return 1;  // a report on the way
+  if (text.goes_on_behind_the_end()) {
     std::cerr << "quorix run: warning: the text behind the xter section is not run\n";
   }
   return 0;
 }
 
-int run(const std::string& path) {
-  const Stream text = open_text(path);
-  if (!text) return bad_input("cannot read " + path + ": " + std::strerror(errno));
+int run(const Options& options) {
+  const Stream stream = open_text(options.path);
+  const JobText text = read_text(stream, options.path);
+  check_files(text, options);
   if (qx_create_quorix() != ok) return 1;
-  const auto deaths = qx_get_die_count();
-  int status = 0;
-  if (qx_set_parser_from_stream(text.get()) == ok) {
-    status = run_sections(text.get());
-  } else {
-    status = qx_get_die_count() == deaths ? bad_input(path + " holds no section") : 1;
+  int status = 1;
+  echo(text.lines());
+  if (note_file_read(stream.get()) && load(text.lines()) == ok) {
+    status = run_sections(text, options.path);
   }
   qx_terminate_quorix();
   std::fflush(stdout);
@@ -102,13 +143,15 @@ int run(const std::string& path) {
 }  // namespace
 
 void add_run(CLI::App& app, int& status) {
-  auto path = std::make_shared<std::string>("-");
+  auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand("run", "Run a text of sections");
-  command->add_option("FILE", *path, "The text; - or nothing reads standard input")
+  command->add_option("FILE", options->path, "The text; - or nothing reads standard input")
       ->capture_default_str()
       ->check(names_files());
+  command->add_flag("--force", options->force,
+                    "Write over files that hold something else; never over what the text reads");
   command->footer(closing);
-  command->callback([path, &status] { status = run(*path); });
+  command->callback([options, &status] { status = run(*options); });
 }
 
 }  // namespace qx

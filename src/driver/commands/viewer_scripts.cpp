@@ -1,5 +1,6 @@
 #include "driver/commands/viewer_scripts.h"
 
+#include "driver/commands/file_kind.h"
 #include "driver/commands/sections.h"
 #include "driver/commands/whole_file.h"
 
@@ -9,8 +10,6 @@
 namespace qx {
 
 namespace {
-
-constexpr const char* made_by = "# Made by quorix.\n";
 
 std::string absolute(const std::string& path) {
   std::error_code error;
@@ -32,7 +31,7 @@ std::string object_name(const ViewedMap& map) {
 }
 
 std::string coot_script(const std::vector<ViewedMap>& maps, const std::string& model) {
-  std::string text = made_by;
+  std::string text = script_mark;
   text +=
       "try:\n"
       "    from coot import handle_read_ccp4_map, read_pdb, set_contour_level_in_sigma\n"
@@ -48,7 +47,7 @@ std::string coot_script(const std::vector<ViewedMap>& maps, const std::string& m
 }
 
 std::string pymol_script(const std::vector<ViewedMap>& maps, const std::string& model) {
-  std::string text = made_by;
+  std::string text = script_mark;
   text += "from pymol import cmd\n\ncmd.set(\"normalize_ccp4_maps\", 1)\n";
   if (!model.empty()) text += "cmd.load(" + quoted(absolute(model)) + ", \"coordinates\")\n";
   const char* around = model.empty() ? "" : ", \"coordinates\", carve=2.0";
@@ -68,7 +67,7 @@ std::string pymol_script(const std::vector<ViewedMap>& maps, const std::string& 
 }
 
 std::string chimerax_script(const std::vector<ViewedMap>& maps, const std::string& model) {
-  std::string text = made_by;
+  std::string text = script_mark;
   int number = 0;
   for (const ViewedMap& map : maps) {
     const double level = sensible_level(map.difference) * map.rms;

@@ -7,6 +7,7 @@
 #include "driver/commands/batch/record.h"
 #include "driver/commands/batch/table.h"
 #include "driver/commands/commands.h"
+#include "driver/commands/file_kind.h"
 #include "driver/commands/map/job.h"
 #include "driver/commands/option_facts.h"
 
@@ -63,14 +64,18 @@ void check_map_options(const BatchOptions& options) {
   app.set_help_flag();
   add_map_options(app, map);
   std::vector<std::string> words(words_for_map.rbegin(), words_for_map.rend());
-  words.emplace_back("IN");
+  words.emplace_back("IN");  // in whose place each data set stands
   try {
     app.parse(words);
   } catch (const CLI::ParseError& error) {
     throw CommandError(2, std::string("behind --, options of quorix map: ") + error.what());
   }
+  if (!map.files.empty()) {
+    throw CommandError(2, map.files.front() +
+                              " cannot be handed on to quorix map: it would be the "
+                              "one of every data set");
+  }
   const std::pair<bool, const char*> refused[] = {
-      {!map.output.empty(), "OUT"},
       {!map.prefix.empty(), "--prefix"},
       {map.json, "--json"},
       {map.show_grid, "--show-grid"},
@@ -79,9 +84,24 @@ void check_map_options(const BatchOptions& options) {
       {options.shared_grid && !map.counts.empty(), "--grid beside --shared-grid"}};
   for (const auto& [given, name] : refused) {
     if (!given) continue;
-    std::string text = std::string(name) + " cannot be handed on to quorix map";
-    if (!map.output.empty()) text += ": " + map.output + " would be the map of every data set";
-    throw CommandError(2, text + " (the batch names the maps and reads the reports itself)");
+    throw CommandError(2, std::string(name) + " cannot be handed on to quorix map" +
+                              " (the batch names the maps and reads the reports itself)");
+  }
+}
+
+[[noreturn]] void refuse_to_replace(const std::string& path) {
+  throw CommandError(2, path + " would be lost: move it away, or choose another folder with -o");
+}
+
+void check_tables(const fs::path& stem) {
+  const std::pair<std::string, std::string> tables[] = {
+      {stem.string() + ".tsv", "name\tstatus\t"}, {stem.string() + ".json", "[\n {\"name\":"}};
+  for (const auto& [path, mark] : tables) {
+    const FileKind kind = kind_of(path);
+    if (kind == FileKind::missing || kind == FileKind::empty) continue;
+    if (kind == FileKind::folder) refuse_to_replace(path);
+    const std::string start = first_bytes(path, mark.size());
+    if (start != mark && start != "[\n]\n") refuse_to_replace(path);
   }
 }
 
@@ -99,6 +119,8 @@ class Batch {
     std::error_code error;
     fs::create_directories(output_, error);
     if (error) throw CommandError(2, "cannot make " + options_.output + ": " + error.message());
+    check_inputs();
+    if (!fs::exists(output_ / BatchLock::file_name, error)) check_what_is_there();
     const BatchLock lock(output_);
     if (options_.gather) return gather();
     if (!lock.take_data_sets(slice_.first, slice_.last - slice_.first)) {
@@ -130,6 +152,21 @@ class Batch {
       grids_->settle();
     }
     return write_tables() ? 0 : 1;
+  }
+
+  // In a folder that has seen no batch yet the results take no other file's place.
+  void check_what_is_there() const {
+    check_tables(output_ / slice_.stem);
+    for (std::size_t i = slice_.first; i < slice_.last; ++i) {
+      const std::string foreign = folder(i).foreign_file();
+      if (!foreign.empty()) refuse_to_replace(foreign);
+    }
+  }
+  // Nowhere do they take that of an input.
+  void check_inputs() const {
+    for (std::size_t i = slice_.first; i < slice_.last; ++i) {
+      if (folder(i).takes_place_of(sets_[i].path)) refuse_to_replace(sets_[i].path);
+    }
   }
 
   void prepare() const {

@@ -16,7 +16,7 @@ constexpr std::int64_t grids_byte = std::int64_t{1} << 40;
 }  // namespace
 
 BatchLock::BatchLock(const std::filesystem::path& output)
-    : descriptor_(open((output / ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)) {
+    : descriptor_(open((output / file_name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)) {
   if (descriptor_ < 0) {
     throw CommandError(2, "cannot write in " + output.string() + ": " + std::strerror(errno));
   }

@@ -10,6 +10,8 @@ namespace qx {
 // the shared grids. The system forgets the locks of a process that is gone, however it went.
 class BatchLock {
  public:
+  static constexpr const char* file_name = ".lock";
+
   // Throws CommandError if the folder cannot be written to.
   explicit BatchLock(const std::filesystem::path& output);
   BatchLock(const BatchLock&) = delete;

@@ -1,5 +1,6 @@
 #include "driver/commands/batch/record.h"
 
+#include "driver/commands/file_kind.h"
 #include "driver/commands/sections.h"
 
 #include <quorix/version.h>
@@ -144,6 +145,27 @@ bool DataSetFolder::has_record() const {
   return fs::exists(record_path(), error);
 }
 
+std::string DataSetFolder::foreign_file() const {
+  const std::string record = record_path().string();
+  const FileKind kind = kind_of(record);
+  if (kind != FileKind::missing && kind != FileKind::empty) {
+    const Json json = read_json(record);
+    const bool own = json.is_object() && json.contains("program") && json["program"].is_string() &&
+                     json["program"].get<std::string>().starts_with("quorix ");
+    return own ? std::string() : record;
+  }
+  std::error_code error;
+  const std::string log = (folder_ / "log.txt").string();
+  return fs::exists(log, error) ? log : std::string();
+}
+
+bool DataSetFolder::takes_place_of(const fs::path& input) const {
+  std::error_code error;
+  const std::string name = input.filename().string();
+  return fs::equivalent(input.parent_path(), folder_, error) &&
+         (name == "result.json" || name == "log.txt" || name.ends_with(".ccp4"));
+}
+
 Json DataSetFolder::record(const Json& wanted, std::string& doubt) const {
   Json json = read_json(record_path());
   try {
@@ -204,6 +226,13 @@ std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) co
     files.push_back({{"file", name}, {"size", fs::file_size(path)}});
     std::string doubt = doubt_of_file(work(), files.back());
     if (!doubt.empty()) return doubt;
+  }
+  for (const fs::path& path : made) {
+    const std::string target = (folder_ / path.filename()).string();
+    const FileKind there = kind_of(target);
+    if (there != FileKind::missing && there != FileKind::empty && there != kind_of(path.string())) {
+      return target + " is there and is " + name_of(there);
+    }
   }
   for (const fs::path& path : made) fs::rename(path, folder_ / path.filename());
   record["files"] = files;

@@ -34,6 +34,10 @@ class DataSetFolder {
   // What a record must agree with: program, input, options, and the files that the options name.
   [[nodiscard]] Json wanted(const std::vector<std::string>& map_options) const;
   [[nodiscard]] bool has_record() const;
+  // A file that would be written over and does not look like a batch's; empty without.
+  [[nodiscard]] std::string foreign_file() const;
+  // True if the input itself has a name that the results would take.
+  [[nodiscard]] bool takes_place_of(const std::filesystem::path& input) const;
   // The record, and in `doubt` why it cannot be relied on; empty if it can.
   [[nodiscard]] Json record(const Json& wanted, std::string& doubt) const;
 

@@ -25,7 +25,7 @@ struct FcalcOptions {
   double fraction = 0.33;
   double memory = 400.0;
   int gaussians = 5;
-  bool hydrogens = false, neutron = false, scale = false, verbose = false;
+  bool hydrogens = false, neutron = false, scale = false, force = false, verbose = false;
 };
 
 void add_fcalc_options(CLI::App& command, FcalcOptions& options);

@@ -1,6 +1,7 @@
 // The command line of quorix fcalc.
 #include "driver/commands/fcalc/job.h"
 #include "driver/commands/option_facts.h"
+#include "driver/commands/output_guard.h"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -108,6 +109,8 @@ void add_output_options(CLI::App& command, FcalcOptions& o) {
       ->type_name("FILE")
       ->check(names_files("ccp4 map mrc"));
   command.add_flag("--scale", o.scale, "Put FC on the scale of the observations (k and B)");
+  command.add_flag("--force", o.force,
+                   "Write over a file that holds something else; never over an input");
   command.add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
 }
 
@@ -142,6 +145,11 @@ void check_options(const FcalcOptions& options) {
     throw CommandError(2,
                        "cannot read reflections from " + options.hkl + ": " + std::strerror(errno));
   }
+  check_outputs({options.model, options.hkl},
+                {{options.output, FileKind::mtz},
+                 {options.map_2fofc, FileKind::map},
+                 {options.map_fofc, FileKind::map}},
+                options.force);
 }
 
 }  // namespace qx

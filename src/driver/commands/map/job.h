@@ -15,17 +15,20 @@ class App;
 namespace qx {
 
 struct MapOptions {
-  std::string input, output, prefix, amplitude, phase, weight, space_group;
+  std::string input;               // the first on the line, then one at a time
+  std::vector<std::string> files;  // what follows it there
+  std::string output, model;       // what that holds
+  std::string prefix, amplitude, phase, weight, space_group;
   std::vector<double> cell;
-  std::vector<int> counts;  // of the grid
-  std::vector<std::string> extent = {"cell"};
+  std::vector<int> counts;           // of the grid
+  std::vector<std::string> extent;   // empty: the model if there is one, else the cell
   std::optional<double> dmin, dmax;  // Angstrom
   double fraction = 0.33;            // spacing as a fraction of the resolution
   double spacing = 0.0;              // Angstrom; 0: by the fraction
   double cushion = 4.0;              // Angstrom, around a model
   double memory = 400.0;             // MB
   bool difference = false, no_scale = false, symmetry = true, plain_header = false;
-  bool provenance = false, check = false, scripts = false;
+  bool provenance = false, check = false, scripts = false, force = false;
   bool show_grid = false, print_sections = false, json = false, quiet = false, verbose = false;
 };
 

@@ -8,8 +8,10 @@
 #include "driver/commands/commands.h"
 #include "driver/commands/coordinates.h"
 #include "driver/commands/map/check.h"
+#include "driver/commands/map/files.h"
 #include "driver/commands/map/job.h"
 #include "driver/commands/model_and_data.h"
+#include "driver/commands/output_guard.h"
 #include "driver/commands/viewer_scripts.h"
 
 #include <quorix/engine.h>
@@ -252,7 +254,8 @@ class OutputName {
 
 // What the names of the maps begin with that the user does not name.
 std::string default_stem(const MapOptions& options) {
-  return options.prefix.empty() ? stem_of(options.input) : options.prefix;
+  if (options.prefix.empty()) return stem_of(options.input);
+  return options.prefix.ends_with('/') ? options.prefix + stem_of(options.input) : options.prefix;
 }
 
 void make_map(const MapOptions& options, const ReflectionFile& file, const MapLabels& labels,
@@ -301,6 +304,9 @@ std::vector<MapLabels> choose_labels(const MapOptions& options, const Reflection
 
 void check_extent(const std::vector<std::string>& extent) {
   const std::string& kind = extent.front();
+  if (kind == "model" && extent.size() == 1) {
+    throw CommandError(2, "--extent model: name the model");
+  }
   const std::size_t values = kind == "model" ? 1 : kind == "box" || kind == "frac" ? 6 : 0;
   if (values == 0 && kind != "cell" && kind != "asu") {
     throw CommandError(2, "--extent takes cell, asu, box, frac or model, not '" + kind + "'");
@@ -327,14 +333,14 @@ void check_options(const MapOptions& options) {
             "already: a second weight would spoil them. Make weighted coefficients with the "
             "program that phased the data, and name them with --f and --phi");
   }
-  for (const std::string* path : {&options.input, &options.output, &options.prefix}) {
-    check_text("a file name", *path, "\n\"#!");
-  }
   check_extent(options.extent);
   if (options.print_sections && options.extent.front() == "model") {
     throw CommandError(2,
                        "atoms are given to the engine in arrays: --extent model has no text of "
                        "sections to print");
+  }
+  if (!options.prefix.empty() && !options.output.empty()) {
+    throw CommandError(2, "--prefix is for maps without a name: leave out it or " + options.output);
   }
   if (options.output == "-" && (options.verbose || options.json || options.scripts)) {
     throw CommandError(
@@ -342,36 +348,119 @@ void check_options(const MapOptions& options) {
   }
 }
 
-void show_in_viewers(const MapOptions& options, const std::vector<ViewedMap>& maps) {
-  const std::filesystem::path first(maps.front().path);
-  const std::string model = options.extent.front() == "model" ? options.extent.at(1) : "";
-  const std::string stem = options.output.empty()
-                               ? std::filesystem::path(default_stem(options)).filename().string()
-                               : first.stem().string();
-  const auto scripts = viewer_scripts(stem, maps, model);
-  write_scripts(first.parent_path().string(), scripts);
+// The maps of one file of reflections.
+struct Task {
+  MapOptions options;
+  std::optional<ReflectionFile> file;  // read already
+  std::vector<MapLabels> labels;
+  std::vector<std::string> outputs;  // a name for each of the labels
+};
+
+std::string viewer_stem(const Task& task) {
+  return task.options.output.empty()
+             ? std::filesystem::path(default_stem(task.options)).filename().string()
+             : std::filesystem::path(task.outputs.front()).stem().string();
+}
+
+void show_in_viewers(const Task& task, const std::vector<ViewedMap>& maps) {
+  const MapOptions& options = task.options;
+  const auto scripts = viewer_scripts(viewer_stem(task), maps, options.model);
+  write_scripts(std::filesystem::path(maps.front().path).parent_path().string(), scripts);
   if (options.quiet || options.json) return;
   for (const ViewerScript& script : scripts) {
     std::cout << format("%-11s ", script.program.c_str()) << script.command << '\n';
   }
 }
 
-int run(const MapOptions& options) {
+Task plan(const MapOptions& options) {
+  for (const std::string* path : {&options.input, &options.output, &options.prefix}) {
+    check_text("a file name", *path, "\n\"#!");
+  }
+  Task task = {options, read_reflections(options.input, options.verbose), {}, {}};
+  task.labels = choose_labels(options, *task.file);
+  for (const MapLabels& labels : task.labels) {
+    task.outputs.push_back(options.output.empty()
+                               ? default_stem(options) + "_" + labels.kind + ".ccp4"
+                               : options.output);
+  }
+  return task;
+}
+
+// The model that is named on the line or behind --extent.
+void settle_model(MapOptions& options) {
+  if (options.extent.empty()) options.extent = {options.model.empty() ? "cell" : "model"};
+  if (options.extent.front() != "model") return;
+  if (options.extent.size() == 1 && !options.model.empty()) options.extent.push_back(options.model);
+  if (options.extent.size() == 2 && options.model.empty()) options.model = options.extent.back();
+  if (options.extent.size() == 2 && options.model != options.extent.back()) {
+    throw CommandError(2, options.model + " and " + options.extent.back() +
+                              " are both named as the model: name one");
+  }
+}
+
+std::vector<Task> plan_all(MapOptions options) {
+  std::vector<std::string> names = options.files;
+  names.insert(names.begin(), options.input);
+  const MapFiles files = sort_map_files(names, options.force);
+  options.output = files.output;
+  options.model = files.model;
+  settle_model(options);
   check_options(options);
-  const Progress progress("calculating maps");
-  const ReflectionFile file = read_reflections(options.input, options.verbose);
-  const std::vector<MapLabels> chosen = choose_labels(options, file);
-  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  if (!options.model.empty() && options.extent.front() != "model" && !options.scripts) {
+    std::cerr << "quorix map: " << options.model
+              << ": the model serves --extent model and --scripts only\n";
+  }
+  std::vector<Task> tasks;
+  for (const std::string& input : files.inputs) {
+    options.input = input;
+    tasks.push_back(plan(options));
+    if (files.inputs.size() > 1) tasks.back().file.reset();  // they may be too many to be held
+  }
+  return tasks;
+}
+
+void check_outputs_of(const std::vector<Task>& tasks) {
+  const MapOptions& options = tasks.front().options;
+  if (options.show_grid || options.print_sections) return;
+  std::vector<std::string> inputs = {options.model};
+  std::vector<Output> outputs;
+  for (const Task& task : tasks) {
+    inputs.push_back(task.options.input);
+    for (const std::string& path : task.outputs) {
+      if (path != "-") outputs.push_back({path, FileKind::map});
+    }
+    if (!options.scripts) continue;
+    const auto folder = std::filesystem::path(task.outputs.front()).parent_path();
+    for (const ViewerScript& script : viewer_scripts(viewer_stem(task), {}, {})) {
+      outputs.push_back({(folder / script.file).string(), FileKind::script});
+    }
+  }
+  check_outputs(inputs, outputs, options.force);
+}
+
+void make_maps(Task& task, nlohmann::ordered_json& all) {
+  const MapOptions& options = task.options;
+  if (!task.file) task.file = read_reflections(options.input, options.verbose);
   std::vector<ViewedMap> viewed;
-  for (const MapLabels& labels : chosen) {
-    if (&labels != &chosen.front() && !options.quiet && !options.json) std::cout << '\n';
-    const std::string output = options.output.empty()
-                                   ? default_stem(options) + "_" + labels.kind + ".ccp4"
-                                   : options.output;
-    make_map(options, file, labels, output, all, viewed);
+  for (std::size_t i = 0; i < task.labels.size(); ++i) {
+    if (i > 0 && !options.quiet && !options.json) std::cout << '\n';
+    make_map(options, *task.file, task.labels[i], task.outputs[i], all, viewed);
   }
   const bool made = !options.show_grid && !options.print_sections;
-  if (options.scripts && made) show_in_viewers(options, viewed);
+  if (options.scripts && made) show_in_viewers(task, viewed);
+  task.file.reset();
+}
+
+int run(const MapOptions& options) {
+  const Progress progress("calculating maps");
+  std::vector<Task> tasks = plan_all(options);
+  check_outputs_of(tasks);
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  const bool names = tasks.size() > 1 && !options.quiet && !options.json && !options.print_sections;
+  for (Task& task : tasks) {
+    if (names) std::cout << (&task == &tasks.front() ? "" : "\n") << task.options.input << ":\n";
+    make_maps(task, all);
+  }
   if (options.json && !options.print_sections)
     std::cout << all.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
   return 0;

@@ -9,13 +9,14 @@ namespace qx {
 namespace {
 
 constexpr const char* closing = R"(
-Cell, group and resolution are the file's. Without labels the first complete pair is taken among
-FWT/PHWT, 2FOFCWT/PH2FOFCWT and FDM/PHIDM, and for a difference map among DELFWT/PHDELWT,
-FOFCWT/PHFOFCWT and FAN/PHAN; a file with none of them, or with a label twice, ends in a list of the
-amplitudes that have phases. Without OUT both maps are written, in the working directory, as
-IN_2mFo-DFc.ccp4 and IN_mFo-DFc.ccp4 (IN_FDM.ccp4 and IN_FAN.ccp4 for those labels, IN_LABEL.ccp4
-for labels given). Six lines tell what was found: cell, group, resolution, reflections used, grid,
-and the rms before scaling.
+What a file is, is told by its content. Cell, group and resolution are the file's. Without labels
+the first complete pair is taken among FWT/PHWT, 2FOFCWT/PH2FOFCWT and FDM/PHIDM, and for a
+difference map among DELFWT/PHDELWT, FOFCWT/PHFOFCWT and FAN/PHAN; a file with none of them, or with
+a label twice, ends in a list of the amplitudes that have phases. Without a name for the map both
+are written, in the working directory, as IN_2mFo-DFc.ccp4 and IN_mFo-DFc.ccp4 (IN_FDM.ccp4 and
+IN_FAN.ccp4 for those labels, IN_LABEL.ccp4 for labels given). Beside a model they cover its
+surroundings, unless --extent says otherwise. Six lines tell what was found: cell, group,
+resolution, reflections used, grid, and the rms before scaling.
 
 Terms that a given grid cannot hold are left out and counted. File names stand before --extent,
 which takes all words up to the next option.
@@ -31,8 +32,10 @@ Examples:
       Both maps of the file, with nothing to type but its name.
   quorix map 1ubq.mtz --difference --no-scale
       The difference map, in e/A^3.
-  quorix map 1ubq.mtz around.ccp4 --extent model 1ubq.pdb --cushion 5
+  quorix map 1ubq.mtz 1ubq.pdb around.ccp4 --cushion 5
       The density within 5 A of the model's box.
+  quorix map *.mtz --prefix maps/
+      The maps of many files; "quorix batch" makes them side by side.
   quorix map 1ubq.mtz --print-sections >job.qx
       The text that "quorix run job.qx" turns into the same maps.
 )";
@@ -41,16 +44,20 @@ void add_data_options(CLI::App& command, MapOptions& o) {
   command.add_option("IN", o.input, "Reflections: MTZ or structure-factor mmCIF, also gzipped")
       ->required()
       ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
-  auto* output = command
-                     .add_option("OUT", o.output,
-                                 "CCP4 map; - for standard output (default: IN_2mFo-DFc.ccp4 and "
-                                 "IN_mFo-DFc.ccp4, as the file has them)")
-                     ->check(names_files("ccp4 map mrc"));
+  command
+      .add_option("FILE", o.files,
+                  "More reflections; a model (PDB or mmCIF); behind one file of reflections a name "
+                  "for the map, - for standard output (default: IN_2mFo-DFc.ccp4 and "
+                  "IN_mFo-DFc.ccp4, as the file has them)")
+      ->expected(1, CLI::detail::expected_max_vector_size)
+      ->check(names_files("ccp4 map mrc mtz mtz.gz cif cif.gz ent ent.gz pdb pdb.gz"));
   command
       .add_option("--prefix", o.prefix,
-                  "Path and name in place of IN in the default names of the maps")
-      ->type_name("PATH")
-      ->excludes(output);
+                  "Path and name in place of IN in the default names of the maps; a folder, if it "
+                  "ends in /")
+      ->type_name("PATH");
+  command.add_flag("--force", o.force,
+                   "Write over a file that holds something else; never over an input");
   command.add_option("--f", o.amplitude, "Amplitude column (default: FWT, 2FOFCWT or FDM)")
       ->type_name("LABEL");
   command.add_option("--phi", o.phase, "Phase column (default: that of the amplitude)")
@@ -92,10 +99,11 @@ void add_grid_options(CLI::App& command, MapOptions& o) {
       ->excludes(fraction)
       ->excludes(spacing);
   command
-      .add_option("--extent", o.extent,
-                  "What the map covers: cell, asu (an asymmetric unit), 'box X1 X2 Y1 Y2 Z1 Z2' in "
-                  "A, 'frac X1 X2 Y1 Y2 Z1 Z2' in fractions of the cell, or 'model FILE' (default: "
-                  "cell)")
+      .add_option(
+          "--extent", o.extent,
+          "What the map covers: cell, asu (an asymmetric unit), 'box X1 X2 Y1 Y2 Z1 Z2' in "
+          "A, 'frac X1 X2 Y1 Y2 Z1 Z2' in fractions of the cell, or 'model [FILE]' (default: "
+          "model if one is named, else cell)")
       ->type_name("KIND [VALUES]")
       ->check(proposes("cell asu box frac model"))
       ->expected(1, 7);

@@ -7,6 +7,7 @@
 #include "driver/commands/info/map_symmetry.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/option_facts.h"
+#include "driver/commands/output_guard.h"
 #include "driver/commands/sections.h"
 #include "driver/commands/viewer_scripts.h"
 #include "driver/commands/whole_file.h"
@@ -45,7 +46,7 @@ Examples:
 struct Options {
   std::string map, model, data, column, folder = ".";
   double most_points = 8.0;  // millions
-  bool difference = false, no_difference = false, quiet = false, verbose = false;
+  bool difference = false, no_difference = false, force = false, quiet = false, verbose = false;
 };
 
 struct Model {
@@ -253,9 +254,20 @@ void write_page(const std::filesystem::path& path, const Json& page) {
   write_whole(path, html);
 }
 
+void check_outputs_of(const Options& options) {
+  const std::filesystem::path folder(options.folder);
+  const std::string stem = stem_of(options.map);
+  std::vector<Output> outputs = {{(folder / (stem + ".html")).string(), FileKind::page}};
+  for (const ViewerScript& script : viewer_scripts(stem, {}, {})) {
+    outputs.push_back({(folder / script.file).string(), FileKind::script});
+  }
+  check_outputs({options.map, options.model, options.data}, outputs, options.force);
+}
+
 int run(const Options& options) {
   const Progress progress("looking at the map");
   (void)first_bytes(options.map, 1);
+  check_outputs_of(options);
   Json page = compose_page(options);
   std::error_code error;
   std::filesystem::create_directories(options.folder, error);
@@ -313,6 +325,8 @@ void add_report(CLI::App& app, int& status) {
   command->add_option("--points", o.most_points, "Most points that the page holds, in millions")
       ->check(CLI::Range(0.001, 100.0))
       ->capture_default_str();
+  command->add_flag("--force", o.force,
+                    "Write over a file that holds something else; never over an input");
   command->add_flag("-q,--quiet", o.quiet, "Warnings and errors only");
   command->add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
   command->footer(closing);

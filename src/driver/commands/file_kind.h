@@ -1,0 +1,35 @@
+// What a file is, told by its content and never by its name.
+#pragma once
+
+#include <string>
+
+namespace qx {
+
+enum class FileKind {
+  missing,
+  unreadable,
+  folder,
+  special,  // a pipe, a device
+  empty,
+  mtz,
+  reflections,  // in mmCIF
+  atoms,        // PDB or mmCIF
+  map,
+  page,    // HTML
+  script,  // for a viewer, as these programs write them
+  other
+};
+
+// Looks into gzipped files as well.
+FileKind kind_of(const std::string& path);
+// "an MTZ file", "a map".
+const char* name_of(FileKind kind);
+
+inline bool holds_reflections(FileKind kind) {
+  return kind == FileKind::mtz || kind == FileKind::reflections;
+}
+
+// What viewer scripts begin with.
+constexpr const char* script_mark = "# Made by quorix.\n";
+
+}  // namespace qx
