@@ -78,7 +78,8 @@ void draw_free_set(Engine& engine, const std::vector<std::string>& free) {
 
 void split(Engine& engine, const FcalcJob& job) {
   if (!job.options.free.empty()) return draw_free_set(engine, job.options.free);
-  if (!job.observed.free.empty()) engine.run(SectionText("xcross").line("input"));
+  const std::optional<FreeSet>& set = job.observed.free_set;
+  if (set) engine.run(SectionText("xcross").line(format("input free_flag %d", set->value)));
 }
 
 // Scaling tells how model and observations agree; FC stays on the absolute scale unless asked.
@@ -128,6 +129,9 @@ int run(const FcalcOptions& options) {
   write_map(engine, options.map_2fofc, 2);
   write_map(engine, options.map_fofc, 1);
   engine.run(end_section(job));
+  if (job.observed.free_set) {
+    std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
+  }
   std::cout << report << options.output << " written\n";
   return 0;
 }

@@ -2,10 +2,11 @@
 #pragma once
 
 #include "driver/commands/coordinates.h"
-#include "driver/commands/readable_file.h"
+#include "driver/commands/free_flags.h"
 #include "driver/commands/sections.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@ struct FcalcOptions {
   double fraction = 0.33;
   double memory = 400.0;
   int gaussians = 5;
+  std::optional<int> free_value;  // told by the flags
   bool hydrogens = false, neutron = false, scale = false, force = false, verbose = false;
 };
 
@@ -35,6 +37,7 @@ void check_options(const FcalcOptions& options);
 // Labels of the observations in the reflection file; empty where it has none.
 struct Observed {
   std::string amplitude, sigma, free;
+  std::optional<FreeSet> free_set = {};  // none: the column marks none
 };
 
 struct FcalcJob {

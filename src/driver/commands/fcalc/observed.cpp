@@ -30,7 +30,7 @@ Observed given_labels(const std::vector<std::string>& labels, const ReflectionFi
     }
     throw CommandError(2, file.path + " has no column " + labels[i]);
   };
-  Observed observed = {at(0), at(1), at(2)};
+  Observed observed = {at(0), at(1), at(2), {}};
   if (!observed.amplitude.empty()) {
     const FileColumn& column = *file.find(observed.amplitude).front();
     const std::string not_one = why_no_amplitude(column);
@@ -42,10 +42,25 @@ Observed given_labels(const std::vector<std::string>& labels, const ReflectionFi
 }
 
 Observed usual_observations(const ReflectionFile& file) {
+  const FileColumn* free = usual_free_column(file);
   return {label_among(file, 'F', {"FP", "F", "FOBS", "F-obs", "F-obs-filtered", "FOSC"}),
           label_among(file, 'Q', {"SIGFP", "SIGF", "SIGFOBS", "SIGF-obs", "SIGF-obs-filtered"}),
-          label_among(file, 'I',
-                      {"FREE", "FreeR_flag", "RFREE", "FREER", "FreeRflag", "R-free-flags"})};
+          free ? free->label : "",
+          {}};
+}
+
+// The value that marks the free set, unless a new one is drawn.
+void choose_free_set(FcalcJob& job, const ReflectionFile& file) {
+  Observed& observed = job.observed;
+  if (observed.free.empty()) {
+    if (job.options.free_value) throw CommandError(2, file.path + " has no column of free flags");
+    return;
+  }
+  if (!job.options.free.empty()) return;
+  std::string problem;
+  observed.free_set =
+      choose_free_set(*file.find(observed.free).front(), job.options.free_value, problem);
+  if (!observed.free_set) warn(job, problem + ": all reflections count as working");
 }
 
 }  // namespace
@@ -57,6 +72,7 @@ void find_observed(FcalcJob& job) {
   job.unpacked = file.unpacked;
   job.observed =
       options.labels.empty() ? usual_observations(file) : given_labels(options.labels, file);
+  choose_free_set(job, file);
   const Crystal& crystal = job.crystal;
   for (const std::string& line :
        crystal_differences(crystal, file.group, file.cell, "the model's is used")) {

@@ -34,6 +34,9 @@ or at the unique set to --dmin. With observations the overall scale, R factor an
 printed, overall and in resolution bins, of the working and the free set. Maps are of the whole cell,
 scaled by their rms.
 
+The free reflections are those of the rarer of two flags, or of the lowest of many that are about as
+frequent (0 in most files, 1 in those of some programs); a line says which. --free-value decides.
+
 Examples:
   quorix fcalc 1ubq.pdb --hkl 1ubq.mtz -o fc.mtz --map-2fofc 2fofc.ccp4
       Structure factors at the observed reflections, agreement, and a map.
@@ -102,6 +105,11 @@ void add_output_options(CLI::App& command, FcalcOptions& o) {
       ->type_name("PERCENT[,SEED]")
       ->delimiter(',')
       ->allow_extra_args(false);
+  command
+      .add_option("--free-value", o.free_value,
+                  "Flag of the free reflections (default: told by how often each value occurs)")
+      ->type_name("N")
+      ->excludes("--free");
   command.add_option("--map-2fofc", o.map_2fofc, "Write a 2Fo-Fc map (CCP4)")
       ->type_name("FILE")
       ->check(names_files("ccp4 map mrc"));
