@@ -48,7 +48,8 @@ QX_API void qx_get_mtz_col_order(const qxmtz* mtz, std::int32_t nwanted, const c
                                  std::int32_t* order);
 
 // A new MTZ object with the columns of `refdata`: H, K, L and each column number n (1-40) for which
-// labels[n] is not null (a null `labels`: every column under its own word). The caller owns it.
+// labels[n] is not null (a null `labels`: every column). Without a label, or with an empty one, a
+// column keeps that of the file it was read from, else its word. The caller owns the object.
 QX_API qxmtz* qx_make_mtz_obj(const qxrefdata* refdata, const char* const* labels);
 QX_API qx::Status qx_delete_mtz_obj(qxmtz* mtz);
 

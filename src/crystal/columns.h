@@ -24,7 +24,11 @@ enum Coid : std::int32_t {
   coid_sigf = 5,
   coid_iobs = 6,
   coid_sigi = 7,
+  coid_fom = 28,
   coid_test = 29,
+  coid_map_fom = 33,
+  coid_map_phase = 34,
+  coid_map_coeff = 36,
   coid_map_coeffa = 37,
   coid_map_coeffp = 38,
 };

@@ -7,6 +7,7 @@
 
 #include <quorix/mtz.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -121,6 +122,17 @@ Status read_file(const char* heading, const Format& format, qxrefdata& refdata, 
   return file_failed(heading, format, name);
 }
 
+// A file that somebody takes for the whole of the input must not be short of rows in silence.
+void tell_rows_left_out(const qxrefdata& refdata) {
+  const qx::LeftOut& left = refdata.left_out;
+  const std::int32_t n = left.origin + left.outside + left.by_cuts;
+  if (n < 1) return;
+  std::printf(
+      "Reflections of the input not written: %d ((0,0,0): %d, outside the resolution limits: %d, "
+      "by reject: %d)\n",
+      n, left.origin, left.outside, left.by_cuts);
+}
+
 Status write_file(const char* name, const qxrefdata& refdata, const Labels* labels) {
   const char* wanted[qx::coid_count + 1] = {};
   for (int i = 1; labels && i <= qx::coid_count; ++i) wanted[i] = (*labels)[i].get();
@@ -130,7 +142,9 @@ Status write_file(const char* name, const qxrefdata& refdata, const Labels* labe
   const bool written = qx_write_refdata_mtz_file(name, mtz) == 0;
   if (qx::memory_epoch() != epoch) return failed;
   QX_TRY(qx_delete_mtz_obj(mtz));
-  return written ? ok : failed;
+  if (!written) return failed;
+  tell_rows_left_out(refdata);
+  return ok;
 }
 
 }  // namespace

@@ -69,7 +69,7 @@ double rms_of_measured(const float* values, std::size_t count, float missing) no
 }
 
 std::size_t select_reflections(const Candidates& input, const RejectionRules& rules,
-                               std::int32_t* kept) noexcept {
+                               std::int32_t* kept, LeftOut& left) noexcept {
   const float* minimum_of = rules.amplitude_minimum > 0 ? input.amplitude.values : nullptr;
   const Outliers amplitude(input.amplitude, input.count, rules.amplitude_sigma, rules.amplitude_rms,
                            input.missing);
@@ -78,16 +78,24 @@ std::size_t select_reflections(const Candidates& input, const RejectionRules& ru
   const double high = rules.d_high * (1 - slack);
   const double low = rules.d_low * (1 + slack);
   std::size_t nkept = 0;
+  left = {};
   for (std::size_t i = 0; i < input.count; ++i) {
-    if (minimum_of && known(minimum_of[i], input.missing) < rules.amplitude_minimum) continue;
+    const bool small = minimum_of && known(minimum_of[i], input.missing) < rules.amplitude_minimum;
     const std::int32_t h = input.h[i];
     const std::int32_t k = input.k[i];
     const std::int32_t l = input.l[i];
-    if (h == 0 && k == 0 && l == 0) continue;
+    if (h == 0 && k == 0 && l == 0) {
+      ++left.origin;
+      continue;
+    }
     const double d = reflection_resolution(h, k, l, rules.orth2frac);
-    if (!(d >= high && d <= low)) continue;
-    if (amplitude.reject(i) || intensity.reject(i)) continue;
-    kept[nkept++] = static_cast<std::int32_t>(i);
+    if (!(d >= high && d <= low)) {
+      ++left.outside;
+    } else if (small || amplitude.reject(i) || intensity.reject(i)) {
+      ++left.by_cuts;
+    } else {
+      kept[nkept++] = static_cast<std::int32_t>(i);
+    }
   }
   return nkept;
 }

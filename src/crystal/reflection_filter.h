@@ -38,9 +38,16 @@ double reflection_resolution(std::int32_t h, std::int32_t k, std::int32_t l,
 // Root mean square over the values that were measured; 0 if none was.
 double rms_of_measured(const float* values, std::size_t count, float missing) noexcept;
 
+// What became of the others.
+struct LeftOut {
+  std::int32_t origin = 0;   // (0,0,0)
+  std::int32_t outside = 0;  // of the resolution limits
+  std::int32_t by_cuts = 0;
+};
+
 // Writes the indices of the reflections that pass every rule, in order, to `kept` (room for all)
-// and gives their number. A missing value counts as 0, as it will in the data set.
+// and gives their number. The cuts take a missing value for 0.
 std::size_t select_reflections(const Candidates& input, const RejectionRules& rules,
-                               std::int32_t* kept) noexcept;
+                               std::int32_t* kept, LeftOut& left) noexcept;
 
 }  // namespace qx

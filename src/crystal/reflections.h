@@ -2,6 +2,8 @@
 // `nreflections` elements.
 #pragma once
 
+#include "crystal/reflection_filter.h"
+
 #include <quorix/reflections.h>
 
 struct qxmtz;
@@ -80,6 +82,7 @@ struct qxrefdata {
   std::int32_t hmax = 0, kmax = 0, lmax = 0;  // largest |h|, |k|, |l|
   std::int32_t ninput = 0;                    // reflections of the file; length of `rejected`
   std::int16_t* rejected = nullptr;           // per reflection of the file, 1 = rejected
+  qx::LeftOut left_out;                       // why they were rejected
   std::int16_t* centric = nullptr;
   std::int32_t* epsilon = nullptr;
   double (*s)[3] = nullptr;            // (h a*, k b*, l c*), 1/Angstrom

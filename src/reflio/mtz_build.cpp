@@ -120,6 +120,22 @@ const float* partner_of(const Chosen& chosen, std::int32_t coid) {
   return nullptr;
 }
 
+// What a map is summed from or weighted by is 0 where it is missing. Anything else stays missing: a
+// 0 would be written out as a value that somebody measured.
+bool counts_as_zero(std::int32_t coid) {
+  switch (coid) {
+    case qx::coid_fom:
+    case qx::coid_map_fom:
+    case qx::coid_map_phase:
+    case qx::coid_map_coeff:
+    case qx::coid_map_coeffa:
+    case qx::coid_map_coeffp:
+      return true;
+    default:
+      return false;
+  }
+}
+
 Status copy_column(qxrefdata& refdata, const qx::Column& column, const Chosen& chosen,
                    const Kept& kept, float missing) {
   const float* from = chosen.values(column.number);
@@ -128,10 +144,7 @@ Status copy_column(qxrefdata& refdata, const qx::Column& column, const Chosen& c
     return gather(refdata.*column.flags, kept, "pbrm_test",
                   [&](std::int32_t i) { return flag_of(from[i], missing); });
   }
-  // What was not measured must not become a reflection without intensity; any other value that is
-  // missing is 0.
-  const bool measured = column.number == qx::coid_fobs || column.number == qx::coid_iobs;
-  const float none = measured ? std::numeric_limits<float>::quiet_NaN() : 0.0F;
+  const float none = counts_as_zero(column.number) ? 0.0F : std::numeric_limits<float>::quiet_NaN();
   const float* partner = partner_of(chosen, column.number);
   return gather(refdata.*column.values, kept, "pbrm_val", [&](std::int32_t i) {
     const bool lost =
@@ -214,7 +227,8 @@ Status fill(qxrefdata& refdata, const qxmtz& mtz, const Chosen& chosen,
                                 {chosen.values(qx::coid_fobs), chosen.values(qx::coid_sigf)},
                                 {chosen.values(qx::coid_iobs), chosen.values(qx::coid_sigi)},
                                 mtz.missing};
-  const Kept kept = {selection.get(), qx::select_reflections(input, rules, selection.get())};
+  const Kept kept = {selection.get(),
+                     qx::select_reflections(input, rules, selection.get(), refdata.left_out)};
   QX_TRY(report_rejected(refdata, n, kept));
   QX_TRY(print_counts(n, kept.count));
   for (const qx::Column& column : qx::columns()) {

@@ -108,11 +108,46 @@ void set_range(qx::MtzColumn& column, std::int32_t n) {
   }
 }
 
-Status add_column(qxmtz& mtz, const qx::Column& from, const char* label) {
+// The column of the file that the data set's column was read from; null if it was not.
+Status find_source(const qxrefdata& refdata, const qx::Column& column,
+                   const qx::MtzColumn*& source) {
+  source = nullptr;
+  const char* name = refdata.selected[column.number];
+  if (!name || !refdata.mtz) return ok;
+  std::int32_t position = -1;
+  QX_TRY(qx::locate_column(*refdata.mtz, name, position));
+  if (position >= 0) source = &refdata.mtz->columns[position];
+  return ok;
+}
+
+bool has_label(const qxmtz& mtz, const char* label) {
+  return std::any_of(mtz.columns.begin(), mtz.columns.end(), [&](const qx::MtzColumn& column) {
+    return std::strcmp(column.label, label) == 0;
+  });
+}
+
+// Without a wish a column keeps the label that it had in its file, if that is still free: one
+// column may have been read as two.
+void choose_label(const qxmtz& mtz, const char* own, const char* word, qx::MtzText& label) {
+  qx::copy_text(label, own && !has_label(mtz, own) ? own : word);
+  for (int n = 2; has_label(mtz, label); ++n) {
+    std::snprintf(label, sizeof label, "%s_%d", word, n);
+  }
+}
+
+Status add_column(qxmtz& mtz, const qxrefdata& refdata, const qx::Column& from, const char* wish) {
+  const qx::MtzColumn* source = nullptr;
+  QX_TRY(find_source(refdata, from, source));
+  qx::MtzText label;
+  if (wish && *wish) {
+    qx::copy_text(label, wish);
+  } else {
+    choose_label(mtz, source ? source->label : nullptr, from.word, label);
+  }
   qx::MtzColumn* column = qx::append(mtz.columns, "pm_col");
   if (!column) return failed;
   qx::copy_text(column->label, label);
-  column->type = from.mtz_type;
+  column->type = source ? source->type : from.mtz_type;
   column->dataset_id = from.indices ? base_id : data_id;
   return ok;
 }
@@ -124,7 +159,7 @@ Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labe
     if (labels && !label && !column.indices) continue;
     if (qx::has_column(refdata, column)) {
       sources[mtz.columns.count] = &column;
-      QX_TRY(add_column(mtz, column, or_else(label, column.word)));
+      QX_TRY(add_column(mtz, refdata, column, label));
     } else if (label) {
       std::printf(" Warning: there are no \"%s\" data to write.\n", column.word);
     }

@@ -33,7 +33,8 @@ struct Sample {
     Candidates input = {h.size(), h.data(), k.data(), l.data(), {}, {}, std::nanf("")};
     (as_intensity ? input.intensity : input.amplitude) = measured;
     std::vector<int> indices(h.size());
-    indices.resize(select_reflections(input, rules, indices.data()));
+    LeftOut left;
+    indices.resize(select_reflections(input, rules, indices.data(), left));
     return indices;
   }
 };

@@ -1,11 +1,14 @@
 #include "crystal/cell.h"
+#include "crystal/columns.h"
 #include "crystal/crystal.h"
 #include "crystal/reflections.h"
+#include "reflio/mtz.h"
 #include "support/engine.h"
 #include "support/mtz_maker.h"
 
 #include <quorix/mtz.h>
 
+#include <cmath>
 #include <cstring>
 
 namespace qx::test {
@@ -174,7 +177,7 @@ TEST_F(XcrySection, writeRunsTheCheckersOnceAndKeepsTheData) {
        {"SYMINF   4   4 P    19                   'P 21 21 21'", "SYMM x,y,z ",
         "CRYSTAL      1 'crystal A'", "PROJECT      0 HKL_base",
         "COLUMN FC                             F          1.0000",
-        "COLUMN MAP_COEFFP                     P ", "COLUMN free ", "RESO     0.0004     0.0085",
+        "COLUMN PHWT                           P ", "COLUMN free ", "RESO     0.0004     0.0085",
         "SORT    1    2    3    0    0", "MTZHIST     2 ", "From Quorix ", "made once "}) {
     EXPECT_NE(bytes.find(text), std::string::npos) << text;
   }
@@ -185,6 +188,77 @@ TEST_F(XcrySection, writeRunsTheCheckersOnceAndKeepsTheData) {
   for (std::int32_t i = 0; i < 62; ++i) EXPECT_EQ(again->fobs[i], static_cast<float>(i + 1));
   EXPECT_EQ(again->test[2], 2);
   EXPECT_STREQ(again->crystal_name, "crystal A");
+}
+
+// Every identifier has a column, with a value missing in the second row.
+std::string file_of_all_columns(const std::string& marker, float missing) {
+  MtzMaker file(half_sphere(1, 1, 1));
+  file.missing = marker;
+  for (const Column& column : columns()) {
+    if (column.indices) continue;
+    std::vector<float> values(file.rows(), static_cast<float>(column.number));
+    values[1] = missing;
+    file.add("my" + std::string(column.word), column.mtz_type, values);
+  }
+  return file.bytes();
+}
+
+TEST_F(XcrySection, whatIsMissingStaysMissingUnderItsOwnLabel) {
+  std::string coids;
+  for (const Column& column : columns()) {
+    if (!column.indices) coids += " " + std::string(column.word) + "=my" + column.word;
+  }
+  for (const auto& [marker, missing] :
+       {std::pair{"NAN", std::nanf("")}, std::pair{"-999", -999.0F}}) {
+    write_file(path(), file_of_all_columns(marker, missing));
+    const SectionResult run = xcry(std::string(crystal) + read_line(coids) +
+                                   "reject amplitude sigcut 0.1\nreject intensity sigcut 0.1\n" +
+                                   "write refl mtz file \"" + out() + "\"\n");
+    ASSERT_TRUE(run.ok) << run.output;
+    EXPECT_EQ(run.output.find("not written"), std::string::npos);
+    qxrefdata* back = qx_new_qxrefdata_obj();
+    ASSERT_EQ(qx_read_refdata_mtz_file_obj(back, out().c_str()), ok);
+    for (const Column& column : columns()) {
+      if (column.indices) continue;
+      std::int32_t at = -1;
+      ASSERT_EQ(locate_column(*back->mtz, ("my" + std::string(column.word)).c_str(), at), ok);
+      ASSERT_GE(at, 0) << column.word;
+      const MtzColumn& written = back->mtz->columns[at];
+      EXPECT_EQ(written.type, column.mtz_type);
+      EXPECT_EQ(written.values[0], static_cast<float>(column.number));
+      // What is summed into maps is 0.
+      const std::string word = column.word;
+      const bool zero = word == "FOM" || (word.starts_with("MAP_") && word != "MAP_SCALE");
+      if (zero) {
+        EXPECT_EQ(written.values[1], 0.0F) << word;
+      } else {
+        EXPECT_TRUE(std::isnan(written.values[1])) << word << written.values[1];
+      }
+    }
+  }
+}
+
+TEST_F(XcrySection, aColumnReadTwiceIsWrittenUnderTwoLabels) {
+  ASSERT_TRUE(xcry(std::string(crystal) + read_line("FOBS=FWT MAP_COEFFA=FWT") +
+                   "write refl mtz file \"" + out() + "\"\n")
+                  .ok);
+  const std::string bytes = read_file(out());
+  EXPECT_NE(bytes.find("COLUMN FWT "), std::string::npos);
+  EXPECT_NE(bytes.find("COLUMN MAP_COEFFA "), std::string::npos);
+  EXPECT_EQ(bytes.find("COLUMN FWT "), bytes.rfind("COLUMN FWT "));
+}
+
+TEST_F(XcrySection, rowsThatAreNotWrittenAreCounted) {
+  MtzMaker file({{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {9, 0, 0}, {8, 0, 0}, {3, 0, 0}, {0, 0, 0}});
+  write_file(path(), file.add("F", 'F', {1, 5, 6, 7, 8, 0.5F, 1}).bytes());
+  const std::string lines = std::string(crystal) + read_line("FOBS=F") + "reso 4 40\n";
+  EXPECT_EQ(xcry(lines).output.find("not written"), std::string::npos);
+  const SectionResult run =
+      xcry(lines + "reject amplitude minimum 1\nwrite refl mtz file \"" + out() + "\"\n");
+  EXPECT_NE(run.output.find("Reflections of the input not written: 5 ((0,0,0): 2, outside the "
+                            "resolution limits: 2, by reject: 1)\n"),
+            std::string::npos)
+      << run.output;
 }
 
 TEST_F(XcrySection, aWriteThatFailsLeavesTheOldFile) {

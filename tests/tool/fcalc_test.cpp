@@ -64,6 +64,22 @@ TEST(Fcalc, reportsTheAgreementAndScalesWhenAsked) {
   }
 }
 
+TEST(Fcalc, countsTheRowsThatItLeavesOut) {
+  const ScratchDirectory scratch;
+  const auto said = [&](const Arguments& more) {
+    Arguments all = {model, "--hkl", data, "-o", scratch.file("out.mtz")};
+    all.insert(all.end(), more.begin(), more.end());
+    return fcalc(all).output;
+  };
+  EXPECT_EQ(said({}).find("not written"), std::string::npos);
+  const std::string cut = said({"--dmin", "3"});
+  const auto rows =
+      read_columns(data).at("H").size() - read_columns(scratch.file("out.mtz")).at("H").size();
+  EXPECT_NE(cut.find("\nReflections of the input not written: " + std::to_string(rows) + " ("),
+            std::string::npos)
+      << cut;
+}
+
 TEST(Fcalc, makesTheUniqueSet) {
   const Columns out = calculated({model, "--dmin", "3"});
   EXPECT_EQ(out.size(), 5U);

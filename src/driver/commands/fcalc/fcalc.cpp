@@ -99,6 +99,13 @@ void write_map(Engine& engine, const std::string& path, int u) {
   if (!path.empty()) engine.run(map_section(path, u));
 }
 
+// The line that begins so, of what the engine printed; empty if there is none.
+std::string line_with(const std::string& printed, const std::string& beginning) {
+  const std::size_t at = ("\n" + printed).find("\n" + beginning);
+  if (at == std::string::npos) return {};
+  return printed.substr(at, printed.find('\n', at) + 1 - at);
+}
+
 int run(const FcalcOptions& options) {
   check_options(options);
   FcalcJob job{options, Coordinates(options.model), {}, {}, {}, {}};
@@ -128,11 +135,14 @@ int run(const FcalcOptions& options) {
   progress.step("writing");
   write_map(engine, options.map_2fofc, 2);
   write_map(engine, options.map_fofc, 1);
-  engine.run(end_section(job));
+  const std::string written = engine.run(end_section(job));
   if (job.observed.free_set) {
-    std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
+    std::cout << "Free flags                  : " << job.observed.free_set->line() << '
+';
   }
-  std::cout << report << options.output << " written\n";
+  std::cout << report << line_with(written, "Reflections of the input not written")
+            << options.output << " written
+";
   return 0;
 }
 
