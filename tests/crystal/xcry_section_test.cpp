@@ -213,11 +213,11 @@ TEST_F(XcrySection, whatIsMissingStaysMissingUnderItsOwnLabel) {
     write_file(path(), file_of_all_columns(marker, missing));
     const SectionResult run = xcry(std::string(crystal) + read_line(coids) +
                                    "reject amplitude sigcut 0.1\nreject intensity sigcut 0.1\n" +
-                                   "write refl mtz file \"" + out() + "\"\n");
+                                   "write refl mtz file \"" + (out() + marker) + "\"\n");
     ASSERT_TRUE(run.ok) << run.output;
     EXPECT_EQ(run.output.find("not written"), std::string::npos);
     qxrefdata* back = qx_new_qxrefdata_obj();
-    ASSERT_EQ(qx_read_refdata_mtz_file_obj(back, out().c_str()), ok);
+    ASSERT_EQ(qx_read_refdata_mtz_file_obj(back, (out() + marker).c_str()), ok);
     for (const Column& column : columns()) {
       if (column.indices) continue;
       std::int32_t at = -1;

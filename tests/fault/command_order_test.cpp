@@ -23,6 +23,7 @@ class CommandOrder : public ::testing::Test {
  protected:
   void SetUp() override {
     setenv("ZENVI_DATA", data_directory().c_str(), 1);
+    std::filesystem::current_path(scratch_.path());  // a check leaves its report where it runs
     const auto indices = half_sphere(2, 3, 4);
     std::vector<float> f;
     for (std::size_t i = 0; i < indices.size(); ++i) f.push_back(static_cast<float>(10 + i % 7));
@@ -32,7 +33,10 @@ class CommandOrder : public ::testing::Test {
         scratch_.file("in.mtz"),
         MtzMaker(indices).add("FWT", 'F', f).add("PHWT", 'P', f).add("FREE", 'I', flags).bytes());
   }
-  void TearDown() override { qx_terminate_quorix(); }
+  void TearDown() override {
+    qx_terminate_quorix();
+    std::filesystem::current_path(home_);
+  }
 
   [[nodiscard]] std::string reading() const {
     return "read refl mtz file \"" + scratch_.file("in.mtz") +
@@ -91,6 +95,7 @@ class CommandOrder : public ::testing::Test {
   }
   static SectionResult section(const std::string& text) { return qx::test::section(text); }
 
+  std::filesystem::path home_ = std::filesystem::current_path();
   ScratchDirectory scratch_;
 };
 

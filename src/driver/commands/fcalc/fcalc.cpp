@@ -137,12 +137,10 @@ int run(const FcalcOptions& options) {
   write_map(engine, options.map_fofc, 1);
   const std::string written = engine.run(end_section(job));
   if (job.observed.free_set) {
-    std::cout << "Free flags                  : " << job.observed.free_set->line() << '
-';
+    std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
   }
   std::cout << report << line_with(written, "Reflections of the input not written")
-            << options.output << " written
-";
+            << options.output << " written\n";
   return 0;
 }
 
