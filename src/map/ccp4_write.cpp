@@ -64,8 +64,12 @@ Ccp4Header header_of(const qxmap& map, const qx::MapStatistics& statistics, cons
   if (map.zero_origin) std::fill_n(header.access + 16, 8, '\0');
   header.nlabels = 2;
   qx::set_label(header, 0, "Map generated from Quorix");
-  char text[80];
-  std::snprintf(text, sizeof text, "Map type: %dFo - %dFc", rounded(map.u), rounded(map.v));
+  char text[81];
+  if (map.kind) {
+    std::snprintf(text, sizeof text, "Map type: %s", map.kind);
+  } else {
+    std::snprintf(text, sizeof text, "Map type: %dFo - %dFc", rounded(map.u), rounded(map.v));
+  }
   qx::set_label(header, 1, text);
   return header;
 }

@@ -34,6 +34,7 @@ qxmap* map_or_null() {
 Status drop_contents(qxmap& map) {
   QX_TRY(qx::drop_density(map));
   QX_TRY(qx::release(map.path));
+  QX_TRY(qx::release(map.kind));
   QX_TRY(qx::release(map.input));
   QX_TRY(qx::release(map.columns));
   qxrefdata* set = std::exchange(map.refdata, nullptr);

@@ -40,6 +40,7 @@ struct qxmap {
   // Options of the file to be written; without them it holds neither.
   bool symmetry_records = false;  // the operators, 80 characters each, behind the header
   bool zero_origin = false;       // zeros, no blanks, where others read an origin
+  char* kind = nullptr;           // what label 2 says that the map is; null: by u and v
   char* input = nullptr;          // what labels 3 to 10 name as the source; null: no such labels
   char* columns = nullptr;        // and as its columns
   std::int32_t amplitude_source = qx::calculated_source;

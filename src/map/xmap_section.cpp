@@ -212,10 +212,12 @@ Status take_label(const char* key, char*& label) {
 }
 
 Status take_options(qxmap& map) {
-  QX_TRY(take_option("symm", "yes", "no", map.symmetry_records));
-  QX_TRY(take_option("origin", "zero", "blank", map.zero_origin));
+  // Texts first: a word within one is no option.
   QX_TRY(take_label("prov", map.input));
-  return take_label("columns", map.columns);
+  QX_TRY(take_label("columns", map.columns));
+  QX_TRY(take_label("kind", map.kind));
+  QX_TRY(take_option("symm", "yes", "no", map.symmetry_records));
+  return take_option("origin", "zero", "blank", map.zero_origin);
 }
 
 Status write(MapSection& section) {

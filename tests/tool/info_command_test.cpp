@@ -112,7 +112,7 @@ TEST_F(InfoOfAMap, saysWhatItsHeaderAndItsDensitySay) {
   EXPECT_EQ(json["space_group"], "P 21 21 21");
   EXPECT_EQ(json["symmetry_records"].size(), 4U);
   EXPECT_EQ(json["origin"], "0 0 0");
-  EXPECT_EQ(json["labels"], Json({"Map generated from Quorix", "Map type: 1Fo - 0Fc"}));
+  EXPECT_EQ(json["labels"], Json({"Map generated from Quorix", "Map type: 2mFo-DFc (FWT/PHWT)"}));
   double squares = 0;
   float highest = 0;
   for (std::size_t at = data_; at < bytes_.size(); at += 4) {

@@ -161,7 +161,7 @@ TEST_F(ReportCommand, showsABoxAboutTheModelOfALargeMap) {
 }
 
 TEST_F(ReportCommand, knowsDifferenceMapsByLabelNameOrWord) {
-  make_map("a.ccp4", {"--difference", "--provenance"});
+  make_map("a.ccp4", {"--difference"});
   EXPECT_TRUE(page_of({"a.ccp4"})["difference"]);
   EXPECT_FALSE(page_of({"a.ccp4", "--no-difference"})["difference"]);
   for (const auto& [name, expected] :
@@ -169,7 +169,7 @@ TEST_F(ReportCommand, knowsDifferenceMapsByLabelNameOrWord) {
                                                  {"x_2mFo-DFc.ccp4", false},
                                                  {"x_fofc.ccp4", true},
                                                  {"x_2fofc.ccp4", false}}) {
-    make_map(name, {});
+    make_map(name, {"--plain-header"});
     EXPECT_EQ(page_of({name})["difference"], expected) << name;
   }
 }

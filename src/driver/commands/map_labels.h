@@ -13,7 +13,7 @@ struct MapLabels {
   std::string kind;              // of the map, for its file's name
 };
 
-// Amplitude columns with a phase behind them, by column type.
+// Amplitude columns with their phases: by name, else by what stands behind them.
 std::vector<MapLabels> label_candidates(const ReflectionFile& file);
 
 // The first complete conventional pair of a 2mFo-DFc kind / of a difference kind; empty labels
@@ -28,13 +28,25 @@ std::string why_no_phase(const FileColumn& column);
 // True for the usual amplitudes of difference maps; their level is looked at with both signs.
 bool is_difference_amplitude(const std::string& name);
 
-// What the user named, checked; throws CommandError with the candidates.
+// What a map of these coefficients is, for its label: "2mFo-DFc (FWT/PHWT)", or the labels alone.
+std::string map_type(const MapLabels& labels);
+
+// A line each for columns that look like the coefficients of the usual maps and are not taken for
+// them.
+std::vector<std::string> passed_over(const ReflectionFile& file, bool difference);
+
+// What the user named, checked; one of the two may be empty and is found by the other. Throws
+// CommandError with the candidates.
 MapLabels given_labels(const ReflectionFile& file, const std::string& amplitude,
                        const std::string& phase);
 
+// The usual pairs as users read them.
+std::string usual_pairs(bool difference);
+
 // The error for a file without a usable pair: what was looked for, what is there, what to type. The
-// example is the pair that holds `near`, if there is one.
+// example is the pair that holds `near`, if there is one, else the most likely; `notes` follow.
 [[noreturn]] void refuse_labels(const ReflectionFile& file, const std::string& problem,
-                                const std::string& near = {});
+                                const std::string& near = {},
+                                const std::vector<std::string>& notes = {});
 
 }  // namespace qx

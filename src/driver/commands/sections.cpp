@@ -1,5 +1,6 @@
 #include "driver/commands/sections.h"
 
+#include "driver/commands/engine_report.h"
 #include "driver/section_job.h"
 
 #include <quorix/engine.h>
@@ -10,6 +11,7 @@
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <utility>
 
 namespace qx {
 
@@ -37,6 +39,21 @@ std::vector<std::string> SectionText::lines() const {
   return all;
 }
 
+namespace {
+
+bool output_is_data = false;
+
+// Standard output goes to `descriptor`; what it was is returned.
+int divert_output(int descriptor) {
+  const int before = dup(STDOUT_FILENO);
+  dup2(descriptor, STDOUT_FILENO);
+  return before;
+}
+
+}  // namespace
+
+void keep_standard_output_clean() { output_is_data = true; }
+
 Engine::Engine(bool verbose) : verbose_(verbose) {
   if (qx_create_quorix() != ok) throw CommandError(1, "the engine could not be started");
 }
@@ -45,30 +62,35 @@ Engine::~Engine() { qx_terminate_quorix(); }
 
 void Engine::begin() {
   deaths_ = qx_get_die_count();
-  if (verbose_) return;
   std::fflush(stdout);
+  if (verbose_) {
+    if (output_is_data) stdout_ = divert_output(STDERR_FILENO);
+    return;
+  }
   // In memory, as the text is in the end: a file on a disk would be a good part of a short run.
   spool_ = fdopen(memfd_create("quorix", MFD_CLOEXEC), "w+");
   if (!spool_) throw CommandError(2, "no temporary file can be made");
-  stdout_ = dup(STDOUT_FILENO);
-  dup2(fileno(spool_), STDOUT_FILENO);
+  stdout_ = divert_output(fileno(spool_));
 }
 
 std::string Engine::end(bool succeeded) {
   std::string text;
-  if (!verbose_) {
+  if (stdout_ >= 0) {
     std::fflush(stdout);
     dup2(stdout_, STDOUT_FILENO);
-    close(stdout_);
+    close(std::exchange(stdout_, -1));
+  }
+  if (spool_) {
     std::rewind(spool_);
     char piece[4096];
     for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, spool_)) > 0;) {
       text.append(piece, n);
     }
-    std::fclose(spool_);
+    std::fclose(std::exchange(spool_, nullptr));
   }
   if (succeeded && qx_get_die_count() == deaths_) return text;
-  std::fputs(text.c_str(), stdout);
+  if (output_is_data && !verbose_) throw CommandError(1, report_line(text));
+  std::fputs(text.c_str(), output_is_data ? stderr : stdout);
   std::fflush(stdout);
   throw CommandError(1, "the engine reported a failure");
 }

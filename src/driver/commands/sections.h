@@ -42,6 +42,10 @@ class SectionText {
   std::vector<std::string> lines_;
 };
 
+// For commands whose standard output is read by programs: what the engine prints goes to standard
+// error from here on, and of a failure no more than a line that tells it with its remedy.
+void keep_standard_output_clean();
+
 // Runs sections through the engine. Unless verbose, what the engine prints is kept back and shown
 // only if a section fails.
 class Engine {

@@ -1,6 +1,7 @@
 // quorix fcalc: structure factors of a model, and maps from them.
 #include "driver/commands/commands.h"
 #include "driver/commands/fcalc/job.h"
+#include "driver/commands/output_place.h"
 
 #include <quorix/cross.h>
 #include <quorix/engine.h>
@@ -96,7 +97,10 @@ std::string calculate(Engine& engine, const FcalcJob& job) {
 }
 
 void write_map(Engine& engine, const std::string& path, int u) {
-  if (!path.empty()) engine.run(map_section(path, u));
+  if (path.empty()) return;
+  const OutputPlace place(path);
+  engine.run(map_section(place.path(), u));
+  place.deliver();
 }
 
 // The line that begins so, of what the engine printed; empty if there is none.
@@ -135,7 +139,9 @@ int run(const FcalcOptions& options) {
   progress.step("writing");
   write_map(engine, options.map_2fofc, 2);
   write_map(engine, options.map_fofc, 1);
-  const std::string written = engine.run(end_section(job));
+  const OutputPlace place(options.output);
+  const std::string written = engine.run(end_section(job, place.path()));
+  place.deliver();
   if (job.observed.free_set) {
     std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
   }

@@ -70,8 +70,8 @@ SectionText map_section(const std::string& path, int u) {
       .line("write ccp4 file \"" + path + "\" symm yes origin zero");
 }
 
-SectionText end_section(const FcalcJob& job) {
-  std::string line = "write refl mtz file \"" + job.options.output + "\" coid FC=FC PHIC=PHIC";
+SectionText end_section(const FcalcJob& job, const std::string& path) {
+  std::string line = "write refl mtz file \"" + path + "\" coid FC=FC PHIC=PHIC";
   if (!job.observed.amplitude.empty()) line += " FOBS=" + job.observed.amplitude;
   if (!job.observed.sigma.empty()) line += " SIGF=" + job.observed.sigma;
   if (!job.options.free.empty()) {

@@ -61,6 +61,6 @@ SectionText fft_section(const FcalcOptions& options);
 SectionText formfactor_section(const FcalcOptions& options);
 SectionText map_section(const std::string& path, int u);
 // The last section: the engine is gone after it.
-SectionText end_section(const FcalcJob& job);
+SectionText end_section(const FcalcJob& job, const std::string& path);
 
 }  // namespace qx

@@ -32,6 +32,7 @@ struct Options {
 };
 
 int run(const Options& options) {
+  if (options.json) keep_standard_output_clean();
   const std::string start = first_bytes(options.path, 4096);
   const bool is_map = start.size() >= 212 && start.compare(208, 4, "MAP ") == 0;
   const nlohmann::ordered_json info = is_map ? map_info(options.path, options.verbose)

@@ -1,6 +1,7 @@
 #include "driver/commands/map/files.h"
 
 #include "driver/commands/file_kind.h"
+#include "driver/commands/readable_file.h"
 #include "driver/commands/sections.h"
 
 #include <algorithm>
@@ -20,6 +21,7 @@ bool is_named_like_an_input(std::string name) {
 // A name that can only have been meant for an input.
 [[noreturn]] void refuse_input(const std::string& name, FileKind kind) {
   if (kind == FileKind::missing) throw CommandError(2, "there is no file " + name);
+  if (kind == FileKind::unreadable) (void)first_bytes(name, 4096);  // tells the reason
   if (kind == FileKind::folder || kind == FileKind::special) {
     throw CommandError(2, name + " is no file");
   }

@@ -90,6 +90,7 @@ SectionText map_section(const MapJob& job) {
   if (!options.plain_header) {
     write += options.symmetry ? " symm yes origin zero" : " origin zero";
   }
+  if (!options.plain_header) write += " kind \"" + map_type(job.labels) + "\"";
   if (options.provenance) {
     write += " prov \"" + options.input + "\" columns \"" + job.labels.amplitude + " " +
              job.labels.phase + "\"";

@@ -12,6 +12,7 @@
 #include "driver/commands/map/job.h"
 #include "driver/commands/model_and_data.h"
 #include "driver/commands/output_guard.h"
+#include "driver/commands/output_place.h"
 #include "driver/commands/viewer_scripts.h"
 
 #include <quorix/engine.h>
@@ -224,82 +225,37 @@ void print_sections(const MapJob& job) {
   }
 }
 
-class OutputName {
- public:
-  explicit OutputName(const std::string& wanted) : wanted_(wanted) {
-    if (wanted_ != "-") return;
-    std::string name = (std::filesystem::temp_directory_path() / "quorix-XXXXXX").string();
-    if (!mkdtemp(name.data())) throw CommandError(2, "no temporary folder can be made");
-    folder_ = name;
-  }
-  OutputName(const OutputName&) = delete;
-  OutputName& operator=(const OutputName&) = delete;
-  ~OutputName() {
-    std::error_code error;
-    if (!folder_.empty()) std::filesystem::remove_all(folder_, error);
-  }
-  [[nodiscard]] std::string path() const {
-    return folder_.empty() ? wanted_ : (folder_ / "map.ccp4").string();
-  }
-  void deliver() const {
-    if (folder_.empty()) return;
-    const std::ifstream file(path(), std::ios::binary);
-    if (!(std::cout << file.rdbuf()).flush()) throw CommandError(2, "cannot write the map");
-  }
-
- private:
-  std::string wanted_;
-  std::filesystem::path folder_;
-};
-
 // What the names of the maps begin with that the user does not name.
 std::string default_stem(const MapOptions& options) {
   if (options.prefix.empty()) return stem_of(options.input);
   return options.prefix.ends_with('/') ? options.prefix + stem_of(options.input) : options.prefix;
 }
 
-void make_map(const MapOptions& options, const ReflectionFile& file, const MapLabels& labels,
-              const std::string& output, nlohmann::ordered_json& all,
-              std::vector<ViewedMap>& viewed) {
-  const OutputName name(output);
-  MapJob job = {options, file, labels, file.readable, name.path(), options.dmin};
-  for (const std::string* label : {&labels.amplitude, &labels.phase}) {
-    check_text("a label", *label, "\n\"#!= ");
-  }
-  check_text("the space group", map_group(job), "\n\"#!");
-  MapReport report;
-  report.output = output;
-  for (const std::string& line : map_warnings(job)) warn(job, report, line);
-  const auto engine = start(job, report);
-  note_crystal(job, report);
-  if (options.print_sections) {
-    if (file.unpacked) job.input = stem_of(options.input) + ".mtz";
-    job.output = output;
-    return print_sections(job);
-  }
-  if (!options.show_grid) generate(*engine, job, report);
-  viewed.push_back(
-      {output, is_difference_amplitude(labels.amplitude), options.no_scale ? report.rms : 1.0});
-  if (output != "-") all.push_back(as_json(job, report));
-  name.deliver();
-  if (!options.quiet && !options.json) tell(output == "-" ? std::cerr : std::cout, job, report);
-}
-
-std::vector<MapLabels> choose_labels(const MapOptions& options, const ReflectionFile& file) {
+// The usual pairs of the kinds that are wanted; `notes` on those that the file has otherwise.
+std::vector<MapLabels> choose_labels(const MapOptions& options, const ReflectionFile& file,
+                                     std::vector<std::string>& notes) {
   if (!options.amplitude.empty() || !options.phase.empty()) {
     return {given_labels(file, options.amplitude, options.phase)};
   }
   std::vector<MapLabels> chosen;
-  if (!options.difference) chosen.push_back(usual_labels(file, false));
-  if (options.difference || options.output.empty()) chosen.push_back(usual_labels(file, true));
-  std::erase_if(chosen, [](const MapLabels& labels) { return labels.amplitude.empty(); });
-  if (!chosen.empty()) return chosen;
   std::string pairs;
-  if (!options.difference) pairs = "FWT/PHWT, 2FOFCWT/PH2FOFCWT, FDM/PHIDM";
-  if (options.difference || options.output.empty()) {
-    pairs += (pairs.empty() ? "" : ", ") + std::string("DELFWT/PHDELWT, FOFCWT/PHFOFCWT, FAN/PHAN");
+  for (const bool difference : {false, true}) {
+    const bool wanted =
+        difference ? options.difference || options.output.empty() : !options.difference;
+    if (!wanted) continue;
+    const MapLabels labels = usual_labels(file, difference);
+    if (!labels.amplitude.empty()) {
+      chosen.push_back(labels);
+      continue;
+    }
+    const auto lines = passed_over(file, difference);
+    notes.insert(notes.end(), lines.begin(), lines.end());
+    pairs += (pairs.empty() ? "" : ", ") + usual_pairs(difference);
   }
-  refuse_labels(file, file.path + " has none of the pairs " + pairs);
+  if (chosen.empty()) {
+    refuse_labels(file, file.path + " has none of the pairs " + pairs, {}, notes);
+  }
+  return chosen;
 }
 
 void check_extent(const std::vector<std::string>& extent) {
@@ -342,6 +298,9 @@ void check_options(const MapOptions& options) {
   if (!options.prefix.empty() && !options.output.empty()) {
     throw CommandError(2, "--prefix is for maps without a name: leave out it or " + options.output);
   }
+  if (options.scripts && asks_for_gzip(options.output)) {
+    throw CommandError(2, "--scripts: viewers read plain maps, not " + options.output);
+  }
   if (options.output == "-" && (options.verbose || options.json || options.scripts)) {
     throw CommandError(
         2, "the map itself goes to standard output: --verbose, --json and --scripts cannot");
@@ -354,12 +313,13 @@ struct Task {
   std::optional<ReflectionFile> file;  // read already
   std::vector<MapLabels> labels;
   std::vector<std::string> outputs;  // a name for each of the labels
+  std::vector<std::string> notes;    // on what is not made
 };
 
 std::string viewer_stem(const Task& task) {
   return task.options.output.empty()
              ? std::filesystem::path(default_stem(task.options)).filename().string()
-             : std::filesystem::path(task.outputs.front()).stem().string();
+             : stem_of(task.outputs.front());
 }
 
 void show_in_viewers(const Task& task, const std::vector<ViewedMap>& maps) {
@@ -376,8 +336,8 @@ Task plan(const MapOptions& options) {
   for (const std::string* path : {&options.input, &options.output, &options.prefix}) {
     check_text("a file name", *path, "\n\"#!");
   }
-  Task task = {options, read_reflections(options.input, options.verbose), {}, {}};
-  task.labels = choose_labels(options, *task.file);
+  Task task = {options, read_reflections(options.input, options.verbose), {}, {}, {}};
+  task.labels = choose_labels(options, *task.file, task.notes);
   for (const MapLabels& labels : task.labels) {
     task.outputs.push_back(options.output.empty()
                                ? default_stem(options) + "_" + labels.kind + ".ccp4"
@@ -398,7 +358,15 @@ void settle_model(MapOptions& options) {
   }
 }
 
+// Limits are known in either order.
+void order_limits(MapOptions& options) {
+  if (options.dmin && options.dmax && *options.dmin > *options.dmax) {
+    std::swap(options.dmin, options.dmax);
+  }
+}
+
 std::vector<Task> plan_all(MapOptions options) {
+  order_limits(options);
   std::vector<std::string> names = options.files;
   names.insert(names.begin(), options.input);
   const MapFiles files = sort_map_files(names, options.force);
@@ -438,13 +406,48 @@ void check_outputs_of(const std::vector<Task>& tasks) {
   check_outputs(inputs, outputs, options.force);
 }
 
+void make_map(const Task& task, std::size_t number, nlohmann::ordered_json& all,
+              std::vector<ViewedMap>& viewed) {
+  const MapOptions& options = task.options;
+  const ReflectionFile& file = *task.file;
+  const MapLabels& labels = task.labels[number];
+  const std::string& output = task.outputs[number];
+  const OutputPlace place(output, true);
+  MapJob job = {options, file, labels, file.readable, place.path(), options.dmin};
+  for (const std::string* label : {&labels.amplitude, &labels.phase}) {
+    check_text("a label", *label, "\n\"#!= ");
+  }
+  check_text("the space group", map_group(job), "\n\"#!");
+  MapReport report;
+  report.output = output;
+  if (number == 0) {
+    for (const std::string& line : task.notes) warn(job, report, line);
+  }
+  for (const std::string& line : map_warnings(job)) warn(job, report, line);
+  const auto engine = start(job, report);
+  note_crystal(job, report);
+  if (options.print_sections) {
+    if (file.unpacked) job.input = stem_of(options.input) + ".mtz";
+    job.output = asks_for_gzip(output) ? output.substr(0, output.size() - 3) : output;
+    return print_sections(job);
+  }
+  if (!options.show_grid) {
+    generate(*engine, job, report);
+    place.deliver();
+  }
+  viewed.push_back(
+      {output, is_difference_amplitude(labels.amplitude), options.no_scale ? report.rms : 1.0});
+  if (output != "-") all.push_back(as_json(job, report));
+  if (!options.quiet && !options.json) tell(output == "-" ? std::cerr : std::cout, job, report);
+}
+
 void make_maps(Task& task, nlohmann::ordered_json& all) {
   const MapOptions& options = task.options;
   if (!task.file) task.file = read_reflections(options.input, options.verbose);
   std::vector<ViewedMap> viewed;
   for (std::size_t i = 0; i < task.labels.size(); ++i) {
     if (i > 0 && !options.quiet && !options.json) std::cout << '\n';
-    make_map(options, *task.file, task.labels[i], task.outputs[i], all, viewed);
+    make_map(task, i, all, viewed);
   }
   const bool made = !options.show_grid && !options.print_sections;
   if (options.scripts && made) show_in_viewers(task, viewed);
@@ -453,6 +456,10 @@ void make_maps(Task& task, nlohmann::ordered_json& all) {
 
 int run(const MapOptions& options) {
   const Progress progress("calculating maps");
+  const auto& names_given = options.files;
+  if (options.json || std::find(names_given.begin(), names_given.end(), "-") != names_given.end()) {
+    keep_standard_output_clean();
+  }
   std::vector<Task> tasks = plan_all(options);
   check_outputs_of(tasks);
   nlohmann::ordered_json all = nlohmann::ordered_json::array();

@@ -12,11 +12,12 @@ constexpr const char* closing = R"(
 What a file is, is told by its content. Cell, group and resolution are the file's. Without labels
 the first complete pair is taken among FWT/PHWT, 2FOFCWT/PH2FOFCWT and FDM/PHIDM, and for a
 difference map among DELFWT/PHDELWT, FOFCWT/PHFOFCWT and FAN/PHAN; a file with none of them, or with
-a label twice, ends in a list of the amplitudes that have phases. Without a name for the map both
-are written, in the working directory, as IN_2mFo-DFc.ccp4 and IN_mFo-DFc.ccp4 (IN_FDM.ccp4 and
-IN_FAN.ccp4 for those labels, IN_LABEL.ccp4 for labels given). Beside a model they cover its
-surroundings, unless --extent says otherwise. Six lines tell what was found: cell, group,
-resolution, reflections used, grid, and the rms before scaling.
+a label twice, ends in a list of the amplitudes that have phases. Of --f and --phi one is enough
+where names or order of the columns tell the other. Without a name for the map both are written, in the working directory, as
+IN_2mFo-DFc.ccp4 and IN_mFo-DFc.ccp4 (IN_FDM.ccp4 and IN_FAN.ccp4 for those labels, IN_LABEL.ccp4
+for labels given). Beside a model they cover its surroundings, unless --extent says otherwise. Six
+lines tell what was found: cell, group, resolution, reflections used, grid, and the rms before
+scaling.
 
 Terms that a given grid cannot hold are left out and counted. File names stand before --extent,
 which takes all words up to the next option.
@@ -47,7 +48,8 @@ void add_data_options(CLI::App& command, MapOptions& o) {
   command
       .add_option("FILE", o.files,
                   "More reflections; a model (PDB or mmCIF); behind one file of reflections a name "
-                  "for the map, - for standard output (default: IN_2mFo-DFc.ccp4 and "
+                  "for the map, - for standard output, gzipped if it ends in .gz (default: "
+                  "IN_2mFo-DFc.ccp4 and "
                   "IN_mFo-DFc.ccp4, as the file has them)")
       ->expected(1, CLI::detail::expected_max_vector_size)
       ->check(names_files("ccp4 map mrc mtz mtz.gz cif cif.gz ent ent.gz pdb pdb.gz"));

@@ -102,6 +102,13 @@ Json scale_of(const Json& info, double rms) {
 // By the labels that quorix map writes, else by the name; the page can switch.
 bool looks_like_difference(const Options& options, const Json& info) {
   if (options.difference || options.no_difference) return options.difference;
+  const std::string type = label_with(info, "Map type: ");
+  for (const char* difference : {"mFo-DFc", "FAN", "1Fo - 1Fc"}) {
+    if (type.starts_with(difference)) return true;
+  }
+  for (const char* other : {"2mFo-DFc", "FDM", "2Fo - 1Fc"}) {
+    if (type.starts_with(other)) return false;
+  }
   const std::string columns = label_with(info, "Columns: ");
   if (!columns.empty()) return is_difference_amplitude(columns.substr(0, columns.find(' ')));
   const std::string name = std::filesystem::path(options.map).stem().string();

@@ -1,0 +1,11 @@
+// What the engine has printed about a failure, for users who see one line of it.
+#pragma once
+
+#include <string>
+
+namespace qx {
+
+// The first report in `printed`, which tells what happened, and what to do about it.
+std::string report_line(const std::string& printed);
+
+}  // namespace qx
