@@ -47,8 +47,9 @@ constexpr const char* heading = "qx_quorix_ctrl():";
 
 Status dispatch() {
   char word[5];
-  QX_TRY(qx::next_command(word));
-  if (word[0] == '\0') return fail(heading, "Failed to get quorix command. ");
+  if (qx::next_command(word) != ok || word[0] == '\0') {
+    return fail(heading, "Failed to get quorix command. ");
+  }
   for (const SectionRow& row : sections) {
     if (std::strcmp(word, row.key) != 0) continue;
     return row.run() == ok ? ok : fail(heading, "%s", row.failure);

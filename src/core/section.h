@@ -18,7 +18,7 @@ struct Command {
 
 struct SectionTexts {
   const char* heading;  // "qx_grid_ctrl():" as printed
-  const char* no_word;  // the report when the text is used up
+  const char* no_word;  // the report when the text is used up, or its next word cannot be fetched
   const char*
       unknown_before;  // what stands before the four letters of an unknown word; null: skipped
   const char* unknown_after;
@@ -29,8 +29,9 @@ template <class State, std::size_t N>
 Status run_section(const SectionTexts& texts, const Command<State> (&commands)[N], State& state) {
   char word[5];
   for (;;) {
-    QX_TRY(next_command(word));
-    if (word[0] == '\0') return fail(texts.heading, "%s", texts.no_word);
+    if (next_command(word) != ok || word[0] == '\0') {
+      return fail(texts.heading, "%s", texts.no_word);
+    }
     const Command<State>* match = nullptr;
     for (const Command<State>& row : commands) {
       if (std::strncmp(word, row.key, std::strlen(row.key)) == 0) {

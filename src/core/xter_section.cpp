@@ -26,9 +26,7 @@ Status write_reflections(NoState&) {
   if (qx_strncmp_nocase(word, "refl", 4) != 0) {
     return fail(texts.heading, "Unknown write keyword.");
   }
-  const auto deaths = qx_get_die_count();
   if (qx_write_refdata_ctrl() == ok) return ok;
-  if (qx_get_die_count() != deaths) return qx::failed;
   return fail(texts.heading, "Failed to write reflection data. ");
 }
 

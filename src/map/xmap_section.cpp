@@ -77,10 +77,11 @@ Status read_reflections(MapSection& section) {
   qxrefdata* set = qx_new_qxrefdata_obj();
   if (!set) return failed;
   section.map->refdata = set;
-  if (qx_read_refdata_ctrl(set, 0) != ok) {
+  if (qx_read_refdata_ctrl(set, 0) != ok ||
+      qx_build_qxrefdata(set, qx_get_qxrefreject(), 1) != ok) {
     return fail(heading, "Failed to read reflection data.");
   }
-  return qx_build_qxrefdata(set, qx_get_qxrefreject(), 1);
+  return ok;
 }
 
 Status read(MapSection& section) {

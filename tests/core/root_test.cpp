@@ -23,6 +23,19 @@ TEST_F(Root, hasItsMembersButNoTimer) {
   EXPECT_EQ(do_we_open_this_ptr(quorix->message), 1);
 }
 
+TEST_F(Root, aTimerIsMadeAndDeletedOnRequest) {
+  ASSERT_EQ(qx_new_qxtimerfactory(), ok);
+  const double with = qx_get_max_memory_size();
+  ASSERT_EQ(qx_new_qxtimerfactory(), ok);  // replaces the first
+  EXPECT_EQ(qx_get_max_memory_size(), with);
+  ASSERT_EQ(qx_delete_qxtimerfactory(), ok);
+  EXPECT_EQ(qx_get_qxtimerfactory(), nullptr);
+  ASSERT_EQ(qx_delete_qxtimerfactory(), ok);
+  ASSERT_EQ(qx_new_qxtimerfactory(), ok);  // goes with the root
+  ASSERT_EQ(qx_create_quorix(), ok);
+  EXPECT_EQ(qx_get_qxtimerfactory(), nullptr);
+}
+
 TEST_F(Root, gettersReportAnAbsentRoot) {
   qx_terminate_quorix();
   EXPECT_EQ(qx_exist_quorix(), 0);

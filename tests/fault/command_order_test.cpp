@@ -4,6 +4,7 @@
 #include "support/mtz_maker.h"
 
 #include <quorix/engine.h>
+#include <quorix/parser.h>
 
 #include <cstdlib>
 
@@ -120,6 +121,95 @@ TEST_F(CommandOrder, onEachStepOfTheWay) {
   }
   expect_no_lost_engine({way[1], way[4]});
   expect_no_lost_engine({way[3]});
+}
+
+// Every controller adds its own text when the next command cannot be fetched.
+TEST(CallerTexts, followADeathInTheFetch) {
+  const std::string no_parser =
+      "\nqx_get_quorix_cmd_word():\nqxparser object has not been created yet. \n";
+  struct Controller {
+    Status (*run)();
+    const char* text;
+  };
+  for (const Controller& controller : {
+           Controller{qx_quorix_ctrl, "qx_quorix_ctrl():\nFailed to get quorix command. \n"},
+           Controller{qx_xcry_ctrl, " qx_xcry_ctrl():\n *** Unknow xcry task:  *** \n"},
+           Controller{qx_grid_ctrl, "qx_grid_ctrl():\nFailed to get quorix command. \n"},
+           Controller{qx_xfft_ctrl, "qx_xfft_ctrl():\n Failed to get quorix command. \n"},
+           Controller{qx_map_generation_ctrl,
+                      "qx_map_generation_ctrl():\nFailed to get quorix command. \n"},
+           Controller{qx_xmod_ctrl, "qx_xmod_ctrl():\nFailed to get quorix command. \n"},
+           Controller{qx_xmol_ctrl, "qx_xmol_ctrl():\n Failed to get quorix command. \n"},
+           Controller{qx_ffac_ctrl, "qx_ffac_ctrl():\nFailed to get quorix command.\n"},
+           Controller{qx_xcut_ctrl, "qx_xcut_ctrl():\n Failed to get quorix command. \n"},
+           Controller{qx_xfc_ctrl, "qx_xfc_ctrl():\nFailed to get quorix command. \n"},
+           Controller{qx_cross_validate_ctrl,
+                      "qx_cross_validate_ctrl():\nFailed to get quorix command. \n"},
+           Controller{qx_xverbose_ctrl, "qx_xverbose_ctrl():\n Failed to get quorix command . \n"},
+           Controller{qx_xter_ctrl, " qx_xter_ctrl():\n Failed to get quorix command. \n"},
+       }) {
+    ASSERT_EQ(qx_create_quorix(), ok);
+    ASSERT_EQ(qx_delete_qxparser(), ok);
+    const std::string output = captured([&] { EXPECT_EQ(controller.run(), ok); });
+    const std::string both = no_parser + "\n" + controller.text;
+    EXPECT_NE(output.find(both), std::string::npos) << output;
+    EXPECT_EQ(output.size(), output.find(both) + both.size()) << output;
+    EXPECT_EQ(qx_exist_quorix(), 0);
+  }
+}
+
+// The innermost report, then the text of each caller that has one.
+TEST_F(CommandOrder, eachCallersTextFollowsTheInnermostReport) {
+  const std::string crystal = "xcry\nspgname P 1\ncell 10 20 30\n";
+  const std::string write = "write refl mtz file \"/no/such/folder/x.mtz\"\n";
+  struct Case {
+    std::vector<std::string> sections;
+    std::vector<std::string> reports;  // in this order, the last at the end of the output
+  };
+  const std::string read_nothing = "read refl mtz file none coid FOBS=F\n";
+  const std::vector<std::string> not_read = {"Failed to open file none for reading",
+                                             "Failed to read MTZ file none. \n"};
+  for (const Case& test : {
+           Case{{crystal + read_nothing},
+                {not_read[0], not_read[1],
+                 "\n qx_xcry_ctrl():\n Failed to read reflection data. \n"}},
+           Case{{crystal + reading() + "\n" + write},
+                {"Failed to open file /no/such",
+                 "\n qx_xcry_ctrl():\nFailed to write reflection data. \n"}},
+           Case{{crystal + reading() + "\nxend\n", "xter\n" + write + "xend\n"},
+                {"Failed to open file /no/such",
+                 "\n qx_xter_ctrl():\nFailed to write reflection data. \n"}},
+           Case{{"xter\n" + write + "xend\n"},
+                {"qx_get_qxxcry():", "qx_write_refdata_ctrl():",
+                 "\n qx_xter_ctrl():\nFailed to write reflection data. \n"}},
+           Case{{"xmap\n" + read_nothing},
+                {not_read[0], not_read[1],
+                 "\nqx_map_generation_ctrl():\nFailed to read reflection data.\n"}},
+           Case{{"xmap\n" + reading() + "\n"},
+                {"qx_get_qxxcry():",
+                 "\nqx_map_generation_ctrl():\nFailed to read reflection data.\n"}},
+           Case{{crystal + "xend\n", "xgrid\nspace sx=1e-9 sy=1 sz=1\nxend\n"},
+                {"\nqx_set_qxgrid_nxyz_by_sxyz():\nFailed to set up a grid for FFT \n"}},
+           Case{
+               {crystal + "xend\n", "xgrid\nngrid nx=99999 ny=99999 nz=99999\nxend\n"},
+               {"does not fit in memory", "\nqx_set_grids():\nFailed to set up a grid for FFT \n"}},
+           Case{{crystal + reading() + "\nxend\n", "xgrid\nxend\n",
+                 "xmap\nmapdef generated with amplitude calc phase calc\ngenerate\n"},
+                {"qxstructfact object has not been created yet",
+                 "There is no way to get map coefficients."}},
+       }) {
+    ASSERT_EQ(qx_create_quorix(), ok);
+    std::string output;
+    for (const std::string& text : test.sections) output = section(text).output;
+    std::size_t at = 0;
+    for (const std::string& report : test.reports) {
+      at = output.find(report, at);
+      ASSERT_NE(at, std::string::npos) << report << output;
+    }
+    EXPECT_EQ(output.substr(at + test.reports.back().size()).find_first_not_of(" \n"),
+              std::string::npos)
+        << output;
+  }
 }
 
 }  // namespace
