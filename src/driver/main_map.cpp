@@ -1,14 +1,17 @@
 // quorix-map: 14 arguments in, one CCP4 map out.
 #include "driver/data_directory.h"
 #include "driver/map_arguments.h"
+#include "driver/process.h"
 
 #include <quorix/driver.h>
 
-#include <csignal>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
   if (argc != 15) {
     std::printf(
         "Usage: %s <space_group> <a> <b> <c> <alpha> <beta> <gamma> <reso_high> <reso_low> "
@@ -23,9 +26,18 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is a failed write, reported as such
   qx::point_to_installed_data();
   if (!qx::check_map_arguments(argv[10], argv[14])) return 1;
   return quorix_zenvi_driver2(argv[1], reals, argv[10], argv[11], argv[12], argv[13], argv[14],
                               reals[6], reals[7]);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  qx::set_up_process();
+  const int status = run(argc, argv);
+  if (qx::finish_output() || status != 0) return status;
+  std::fprintf(stderr, "quorix-map: cannot write to standard output: %s\n", std::strerror(errno));
+  return 1;
 }

@@ -28,14 +28,23 @@ class Script {
     std::va_list values;
     va_start(values, format);
     char* line = nullptr;
-    if (vasprintf(&line, format, values) >= 0) lines_[count_++] = line;
+    if (vasprintf(&line, format, values) >= 0) {
+      lines_[count_++] = line;
+    } else {
+      whole_ = false;
+    }
     va_end(values);
   }
-  [[nodiscard]] Status run() const { return qx::run_section_lines(count_, lines_); }
+  // A script that lacks a line would make another map.
+  [[nodiscard]] Status run() const {
+    if (!whole_) return qx::fail("quorix_zenvi_driver2():", "Failed to compose the section. ");
+    return qx::run_section_lines(count_, lines_);
+  }
 
  private:
   char* lines_[8] = {};
   int count_ = 0;
+  bool whole_ = true;
 };
 
 struct MapJob {

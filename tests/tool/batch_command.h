@@ -43,6 +43,11 @@ class Background {
     const std::string data = data_directory().string();
     process_ = fork();
     if (process_ != 0) return;
+    // However the tests were started: under nohup, or behind the shell.
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) (void)std::signal(number, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
     setenv("ZENVI_DATA", data.c_str(), 1);
     for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) close(stream);
     execv(program.c_str(), words.data());

@@ -111,8 +111,16 @@ TEST_F(BatchCommand, aChildThatHangsOrCrashesIsRecorded) {
                               QUORIX_BINARY_DIR + "/bin/quorix' batch large -q -o out";
   const int status = std::system(("bash -c \"" + command + "\"").c_str());
   EXPECT_EQ(WEXITSTATUS(status), 1);
-  EXPECT_EQ(column("reason"), "ended by signal SIGXFSZ|ended by signal SIGXFSZ");
+  const std::string reason = "qx_wr_ccp4_map(): Failed to write map data";
+  EXPECT_EQ(column("reason"), reason + "|" + reason);
   EXPECT_FALSE(std::filesystem::exists("out/x0/.work"));
+  std::vector<pid_t> children;
+  Background crashing({"large", "-o", "crashed", "-j", "2", "--", "--spacing", "0.2"});
+  ASSERT_TRUE(eventually([&] { return (children = crashing.children()).size() == 2; }));
+  for (const pid_t child : children) kill(child, SIGSEGV);
+  EXPECT_EQ(crashing.end(0), 1);
+  EXPECT_EQ(column("reason", "crashed/results.tsv"),
+            "ended by signal SIGSEGV|ended by signal SIGSEGV");
 }
 
 TEST_F(BatchCommand, dataSetsOfAGroupShareAGrid) {

@@ -1,7 +1,9 @@
 // Where an output goes that the engine cannot write itself: standard output, a gzipped file.
 #pragma once
 
-#include <filesystem>
+#include "driver/commands/readable_file.h"
+
+#include <memory>
 #include <string>
 
 namespace qx {
@@ -14,9 +16,6 @@ class OutputPlace {
  public:
   // "-" is standard output only where `dash` says so.
   explicit OutputPlace(const std::string& wanted, bool dash = false);
-  OutputPlace(const OutputPlace&) = delete;
-  OutputPlace& operator=(const OutputPlace&) = delete;
-  ~OutputPlace();
   [[nodiscard]] std::string path() const;
   // To be called when the file is whole; throws CommandError if it does not get where it should.
   void deliver() const;
@@ -24,7 +23,7 @@ class OutputPlace {
  private:
   std::string wanted_;
   bool to_standard_output_;
-  std::filesystem::path folder_;  // of a file in between; empty without
+  std::unique_ptr<TemporaryFile> file_;  // in between; null without
 };
 
 }  // namespace qx

@@ -1,5 +1,6 @@
 #include "driver/commands/readable_file.h"
 
+#include "core/output_file.h"
 #include "driver/commands/sections.h"
 
 #include <algorithm>
@@ -14,7 +15,11 @@
 namespace qx {
 
 TemporaryFile::TemporaryFile() {
-  std::string name = (std::filesystem::temp_directory_path() / "quorix-XXXXXX").string();
+  const std::filesystem::path folder = std::filesystem::temp_directory_path();
+  descriptor_ = open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+  if (descriptor_ >= 0) return;
+  const HeldSignals held;  // a file system where it has a name for a moment
+  std::string name = (folder / "quorix-XXXXXX").string();
   descriptor_ = mkostemp(name.data(), O_CLOEXEC);
   if (descriptor_ < 0) throw CommandError(2, "no temporary file can be made as " + name);
   unlink(name.c_str());
@@ -51,6 +56,7 @@ void check_regular(const std::string& path) {
 void write_all(int descriptor, const char* bytes, std::size_t count) {
   while (count > 0) {
     const ssize_t n = write(descriptor, bytes, count);
+    if (n < 0 && errno == EINTR) continue;
     if (n < 0) throw CommandError(2, std::string("cannot unpack: ") + std::strerror(errno));
     bytes += n;
     count -= static_cast<std::size_t>(n);

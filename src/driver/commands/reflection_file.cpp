@@ -38,6 +38,8 @@ const gemmi::SpaceGroup* group_of(const ReflectionFile& file) {
       const auto* group = gemmi::find_spacegroup_by_ops(gemmi::split_centering_vectors(operators));
       if (group) return group;
     }
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception&) {  // unreadable operators: the name has to do
   }
   return gemmi::find_spacegroup_by_name(file.group_name, file.cell[3], file.cell[5]);

@@ -5,9 +5,12 @@
 
 #include <quorix/engine.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <fcntl.h>
+#include <iostream>
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -43,11 +46,12 @@ namespace {
 
 bool output_is_data = false;
 
-// Standard output goes to `descriptor`; what it was is returned.
+// Standard output goes to `descriptor`; what it was is returned, or -1.
 int divert_output(int descriptor) {
-  const int before = dup(STDOUT_FILENO);
-  dup2(descriptor, STDOUT_FILENO);
-  return before;
+  const int before = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  if (before < 0 || dup2(descriptor, STDOUT_FILENO) >= 0) return before;
+  close(before);
+  return -1;
 }
 
 }  // namespace
@@ -60,38 +64,54 @@ Engine::Engine(bool verbose) : verbose_(verbose) {
 
 Engine::~Engine() { qx_terminate_quorix(); }
 
-void Engine::begin() {
-  deaths_ = qx_get_die_count();
+Engine::Spool::Spool(bool verbose) : deaths_(qx_get_die_count()) {
   std::fflush(stdout);
-  if (verbose_) {
+  std::clearerr(stdout);  // what was lost before is told in the end
+  if (verbose) {
     if (output_is_data) stdout_ = divert_output(STDERR_FILENO);
     return;
   }
   // In memory, as the text is in the end: a file on a disk would be a good part of a short run.
-  spool_ = fdopen(memfd_create("quorix", MFD_CLOEXEC), "w+");
-  if (!spool_) throw CommandError(2, "no temporary file can be made");
-  stdout_ = divert_output(fileno(spool_));
+  const int memory = memfd_create("quorix", MFD_CLOEXEC);
+  file_ = memory < 0 ? nullptr : fdopen(memory, "w+");
+  stdout_ = file_ ? divert_output(fileno(file_)) : -1;
+  if (stdout_ >= 0) return;
+  if (file_) std::fclose(file_);
+  throw CommandError(2, std::string("no temporary file can be made: ") + std::strerror(errno));
 }
 
-std::string Engine::end(bool succeeded) {
+Engine::Spool::~Spool() {
+  (void)restore();
+  if (file_) std::fclose(file_);
+}
+
+bool Engine::Spool::restore() {
+  if (stdout_ < 0) return true;
+  const bool whole = std::fflush(stdout) == 0 && !std::ferror(stdout);
+  dup2(stdout_, STDOUT_FILENO);
+  close(std::exchange(stdout_, -1));
+  return whole;
+}
+
+bool Engine::Spool::died() const { return qx_get_die_count() != deaths_; }
+
+std::string Engine::Spool::text() {
+  if (!restore()) throw CommandError(2, "there is no room for what the engine says");
+  if (!file_) return {};
   std::string text;
-  if (stdout_ >= 0) {
-    std::fflush(stdout);
-    dup2(stdout_, STDOUT_FILENO);
-    close(std::exchange(stdout_, -1));
+  std::rewind(file_);
+  char piece[4096];
+  for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, file_)) > 0;) {
+    text.append(piece, n);
   }
-  if (spool_) {
-    std::rewind(spool_);
-    char piece[4096];
-    for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, spool_)) > 0;) {
-      text.append(piece, n);
-    }
-    std::fclose(std::exchange(spool_, nullptr));
-  }
-  if (succeeded && qx_get_die_count() == deaths_) return text;
+  return text;
+}
+
+std::string Engine::end(bool succeeded, Spool& spool) const {
+  std::string text = spool.text();
+  if (succeeded && !spool.died()) return text;
   if (output_is_data && !verbose_) throw CommandError(1, report_line(text));
-  std::fputs(text.c_str(), output_is_data ? stderr : stdout);
-  std::fflush(stdout);
+  (output_is_data ? std::cerr : std::cout) << text << std::flush;
   throw CommandError(1, "the engine reported a failure");
 }
 

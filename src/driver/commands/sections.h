@@ -60,18 +60,32 @@ class Engine {
   // The same around a direct call of the library that gives a status.
   template <class Work>
   std::string call(Work work) {
-    begin();
-    return end(work() == 0);
+    Spool spool(verbose_);
+    return end(work() == 0, spool);
   }
 
  private:
-  void begin();
-  std::string end(bool succeeded);
+  // What the engine prints meanwhile; standard output itself again when it goes.
+  class Spool {
+   public:
+    explicit Spool(bool verbose);
+    Spool(const Spool&) = delete;
+    Spool& operator=(const Spool&) = delete;
+    ~Spool();
+    // Standard output is itself again. Throws CommandError if anything was lost.
+    std::string text();
+    [[nodiscard]] bool died() const;
+
+   private:
+    bool restore();
+
+    std::FILE* file_ = nullptr;
+    int stdout_ = -1;
+    std::int64_t deaths_;
+  };
+  std::string end(bool succeeded, Spool& spool) const;
 
   bool verbose_;
-  int stdout_ = -1;
-  std::FILE* spool_ = nullptr;
-  std::int64_t deaths_ = 0;
 };
 
 // One line on standard error, renewed every second from the first on, while a long step runs; only

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <iostream>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -92,7 +93,7 @@ void BatchProgress::wipe() const {
 
 void BatchProgress::say(const std::string& line) {
   wipe();
-  std::fprintf(stderr, "%s\n", line.c_str());
+  std::cerr << line << '\n';  // a reason may quote a file's bytes
 }
 
 }  // namespace qx

@@ -1,5 +1,6 @@
 #include "driver/commands/batch/record.h"
 
+#include "core/output_file.h"
 #include "driver/commands/file_kind.h"
 #include "driver/commands/sections.h"
 
@@ -42,9 +43,9 @@ void remove_strays(const fs::path& folder) {
   std::vector<fs::path> strays;
   for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator();
        at.increment(error)) {
-    if (at->path().filename().string().starts_with(".quorix-")) strays.push_back(at->path());
+    if (at->path().filename().string().starts_with(temporary_prefix)) strays.push_back(at->path());
   }
-  for (const fs::path& stray : strays) fs::remove(stray, error);
+  for (const fs::path& stray : strays) (void)remove_stray(stray.c_str());
 }
 
 namespace {

@@ -98,6 +98,8 @@ Json symmetry_info(const qx_ccp4_map& map, const HeaderFacts& facts) {
     json["correlation"] = check.correlation;
     json["largest_difference"] = check.largest;
     json["obeyed"] = check.correlation > 0.99;
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception& error) {
     json["unreadable"] = error.what();
   }

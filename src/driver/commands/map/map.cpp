@@ -301,6 +301,9 @@ void check_options(const MapOptions& options) {
   if (options.scripts && asks_for_gzip(options.output)) {
     throw CommandError(2, "--scripts: viewers read plain maps, not " + options.output);
   }
+  if (options.output == "-" && options.print_sections) {
+    throw CommandError(2, "the sections go to standard output: name a file for the map");
+  }
   if (options.output == "-" && (options.verbose || options.json || options.scripts)) {
     throw CommandError(
         2, "the map itself goes to standard output: --verbose, --json and --scripts cannot");

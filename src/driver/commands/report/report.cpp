@@ -146,6 +146,8 @@ Json grid_operators(const qx_ccp4_map& map, const Json& info) {
     gemmi::Op op;
     try {
       op = read_operator(text);
+    } catch (const std::bad_alloc&) {
+      throw;
     } catch (const std::exception&) {
       return Json::array();  // as the symmetry check tells
     }

@@ -190,6 +190,8 @@ Json completeness_of_map(const qx_ccp4_map& map, const std::vector<std::string>&
   const gemmi::SpaceGroup* group = nullptr;
   try {
     group = group_of(records, map.space_group);
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (const std::exception&) {
     // told below
   }
