@@ -111,7 +111,7 @@ TEST_F(BatchCommand, aChildThatHangsOrCrashesIsRecorded) {
                               QUORIX_BINARY_DIR + "/bin/quorix' batch large -q -o out";
   const int status = std::system(("bash -c \"" + command + "\"").c_str());
   EXPECT_EQ(WEXITSTATUS(status), 1);
-  const std::string reason = "qx_wr_ccp4_map(): Failed to write map data";
+  const std::string reason = "Failed to write map data: is the disk full?";
   EXPECT_EQ(column("reason"), reason + "|" + reason);
   EXPECT_FALSE(std::filesystem::exists("out/x0/.work"));
   std::vector<pid_t> children;
