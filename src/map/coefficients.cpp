@@ -21,8 +21,20 @@ namespace {
 
 constexpr double least_fom = 1e-5;
 
-// Kept: the figure of merit only decides whether a reflection takes part; it never multiplies.
+// Kept: unless a weighted map is asked for, the figure of merit only decides whether a reflection
+// takes part.
 bool takes_part(const float* fom, std::int32_t i) { return !fom || fom[i] >= least_fom; }
+
+double weight_of(const qxmap& map, const float* fom, std::int32_t i) {
+  return map.weighted ? static_cast<double>(fom[i]) : 1.0;
+}
+
+// Null is right only for a map without weights.
+Status take_fom(const char* here, const qxmap& map, const qxrefdata& set, const float*& fom) {
+  fom = set.fom ? set.fom : set.map_fom;
+  if (map.weighted && !fom) return fail(here, "There is no figure of merit defined yet.");
+  return ok;
+}
 
 }  // namespace
 
@@ -42,12 +54,13 @@ Status qx_assemble_input_map_coeff(double* amplitude, double* phase) {
     return fail(here, "There is no input amplitude data defined yet.");
   }
   if (!set->map_coeff_phase) return fail(here, "There is no input phase data defined yet.");
-  const float* fom = set->fom ? set->fom : set->map_fom;
+  const float* fom = nullptr;
+  QX_TRY(take_fom(here, *map, *set, fom));
   for (std::int32_t i = 0; i < set->nreflections; ++i) {
     const double a = set->map_coeff_amplitude[i];
     const double p = set->map_coeff_phase[i];
     const bool used = takes_part(fom, i) && std::isfinite(a) && std::isfinite(p);
-    amplitude[i] = used ? a : 0.0;
+    amplitude[i] = used ? a * weight_of(*map, fom, i) : 0.0;
     phase[i] = used ? p : 0.0;
   }
   return ok;
@@ -92,15 +105,17 @@ Status qx_set_map_coef(double* amplitude, double* phase) {
   if (set != qx_get_qxrefdata()) {
     return fail(here, "The model's structure factors are not those of the reflections of the map.");
   }
+  const float* fom = nullptr;
+  QX_TRY(take_fom(here, *map, *set, fom));
   const std::int32_t n = set->nreflections;
   ModelF f;
   QX_TRY(calculate(n, f));
-  const float* fom = set->fom ? set->fom : set->map_fom;
   for (std::int32_t i = 0; i < n; ++i) {
     const auto at = static_cast<std::size_t>(i);
     const double fo = set->fobs[i];
     const bool used = takes_part(fom, i) && std::isfinite(fo);
-    amplitude[i] = used ? map->u * fo - map->v * std::hypot(f.re[at], f.im[at]) : 0.0;
+    const double observed = used ? map->u * weight_of(*map, fom, i) * fo : 0.0;
+    amplitude[i] = used ? observed - map->v * std::hypot(f.re[at], f.im[at]) : 0.0;
     phase[i] = used ? phase_of(f.re[at], f.im[at]) : 0.0;
   }
   return ok;

@@ -25,6 +25,7 @@ struct qxmap {
   double v = 1.0;  // multiplier of the calculated amplitude
   std::int32_t type = qx::unweighted_map;
   std::int32_t scale = 0;  // 1: divide by the rms
+  bool weighted = false;   // the figure of merit multiplies the observed or input amplitude
   std::int32_t kick = 1;
   std::int32_t seed = 137;
   double kick_length = 0.3;

@@ -120,6 +120,12 @@ Status set_scale(qxmap& map, const char* word) {
   return ok;
 }
 
+Status set_weight(qxmap& map, const char* word) {
+  map.weighted = begins_with(word, "yes");
+  if (map.weighted || begins_with(word, "no")) return ok;
+  return fail(heading, "Unknown value \"%s\" for weight.", word);
+}
+
 // Runs `set` on the value of a key, if the key is there.
 Status with_value(const char* key, qxmap& map, Status (*set)(qxmap&, const char*)) {
   const char* text = "";
@@ -136,6 +142,7 @@ Status parameters(MapSection& section) {
   qxmap& map = *section.map;
   QX_TRY(with_value("type", map, set_type));
   QX_TRY(with_value("scale", map, set_scale));
+  QX_TRY(with_value("weight", map, set_weight));
   QX_TRY(take_number("cushion", map.cushion));
   // u after type: "unweighted" begins with it.
   QX_TRY(take_number("u", map.u));

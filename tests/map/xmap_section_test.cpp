@@ -114,13 +114,15 @@ TEST_F(XmapSection, WrittenAndGeneratedAgainAndReset) {
   EXPECT_LT(qx_get_xmalloc_memory_size(), live - 8 * 24 * 20 * 18 / 1e6);
 }
 
-TEST_F(XmapSection, FigureOfMeritDecidesButNeverMultiplies) {
+TEST_F(XmapSection, FigureOfMeritDecidesAndMultipliesOnlyWhenAsked) {
   qx_get_qxrefdata()->map_fom = floats(0.3F, 0.0F);
   EXPECT_TRUE(section(xmap("generate")).ok);
   EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(5, 0), 1e-9);
   qx_get_qxrefdata()->fom = floats(0.0F, 0.2F);  // goes before the other
   EXPECT_TRUE(section(xmap("generate")).ok);
   EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(0, 3), 1e-9);
+  EXPECT_TRUE(section(xmap("param type unweighted weight yes u 3\ngenerate")).ok);
+  EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], static_cast<double>(0.2F) * wave(0, 3), 1e-9);
 }
 
 TEST_F(XmapSection, ExtentsAndKeys) {
@@ -179,6 +181,9 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"param type fomweight u 1 v 0",
               "\nqx_map_generation_ctrl():\n Unknow map type: fomweight \n"},
         Fault{"param scale maybe", "\n Unknow scale value: maybe \n"},
+        Fault{"param weight maybe", "\nUnknown value \"maybe\" for weight.\n"},
+        Fault{FROM_INPUT "param weight yes\ngenerate",
+              "\nThere is no figure of merit defined yet.\n"},
         Fault{"param u one", "Failed to convert double value"},
         Fault{"mapdef amplitude input",
               "\nUnknown keyword in mapdef command: \"amplitude\"\nThe command line should be:\n"

@@ -312,7 +312,7 @@ TEST_P(MapCommandRefusals, sayWhy) {
 INSTANTIATE_TEST_SUITE_P(
     options, MapCommandRefusals,
     ::testing::Values(
-        Refusal{"weight", {"in.mtz", "out.ccp4", "--weight", "FOM"}, "multiplies no amplitude"},
+        Refusal{"weight", {"in.mtz", "out.ccp4", "--weight", "FOM"}, "could be weighted"},
         Refusal{"noFile", {"none.mtz", "out.ccp4"}, "there is no file none.mtz"},
         Refusal{"folder", {"/", "out.ccp4"}, "/ is no file"},
         Refusal{"noFormat", {"text", "out.ccp4"}, "neither an MTZ nor an mmCIF file"},

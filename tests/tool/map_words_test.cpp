@@ -3,6 +3,7 @@
 #include "tool/map_command.h"
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <zlib.h>
 
@@ -92,6 +93,46 @@ TEST_F(MapWords, oneLabelFindsTheOther) {
   }
   EXPECT_NE(map({"in.mtz", "--f", "Lone"}).errors.find("name it with --phi"), std::string::npos);
   EXPECT_NE(map({"in.mtz", "--phi", "Q"}).errors.find("name it with --f"), std::string::npos);
+}
+
+TEST_F(MapWords, weightsMultiplyMeasuredAmplitudes) {
+  MtzMaker maker = two_columns("FWT", "PHWT");
+  std::vector<float> f, phi, fom, product;
+  for (std::size_t i = 0; i < maker.rows(); ++i) {
+    const auto n = static_cast<float>(i);
+    f.push_back(10.0F + n);
+    phi.push_back(7.0F * n);
+    fom.push_back(i % 5 == 4 ? NAN : 0.25F * static_cast<float>(i % 5));
+    product.push_back(std::isnan(fom.back()) ? 0.0F : fom.back() * f.back());
+  }
+  maker.add("FP", 'F', f).add("PHIB", 'P', phi).add("FOM", 'W', fom);
+  maker.add("MF", 'F', product).add("PHM", 'P', phi).add("SIGF", 'Q', f);
+  make(maker);
+  const Arguments weighted = {"in.mtz", "a.ccp4", "--f", "FP", "--weight", "FOM", "--no-scale"};
+  const auto json = told(weighted).at(0);
+  EXPECT_EQ(json["labels"][1], "PHIB");
+  EXPECT_NE(json["warnings"].dump().find("12 of 62 reflections have no FP or no PHIB or no FOM"),
+            std::string::npos)
+      << json["warnings"];
+  ASSERT_EQ(map({"in.mtz", "b.ccp4", "--f", "MF", "--phi", "PHM", "--no-scale"}).status, 0);
+  EXPECT_TRUE(read_file("a.ccp4").substr(1024) == read_file("b.ccp4").substr(1024));
+  EXPECT_EQ(second_label("a.ccp4"), "Map type: FP/PHIB times FOM");
+  Arguments print = weighted;
+  print.emplace_back("--print-sections");
+  const std::string made = read_file("a.ccp4");
+  ASSERT_EQ(run_program("quorix", {"run", "--force"}, map(print).output).status, 0);
+  EXPECT_TRUE(read_file("a.ccp4") == made);
+
+  for (const auto& [arguments, text] :
+       {std::pair{Arguments{"--f", "FWT", "--weight", "FOM"}, "FWT is weighted already"},
+        std::pair{Arguments{"--f", "FP", "--weight", "SIGF"}, "no weight but a standard deviation"},
+        std::pair{Arguments{"--weight", "FOM"}, "2 amplitudes with a phase could be weighted"}}) {
+    Arguments all = {"in.mtz", "out.ccp4"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const ProgramResult refused = map(all);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.errors.find(text), std::string::npos) << refused.errors;
+  }
 }
 
 TEST_F(MapWords, whatIsNotTakenIsSaid) {

@@ -64,15 +64,27 @@ bool holds(const std::string& text, const char* part) {
          }) != text.end();
 }
 
-// How likely a pair is what a map is wanted of: weighted coefficients before others, those of the
-// model alone last.
+const Convention* convention_of(const std::string& amplitude) {
+  for (const bool difference : {false, true}) {
+    for (const Convention& pair : conventions(difference)) {
+      if (amplitude == pair.amplitude) return &pair;
+    }
+  }
+  return nullptr;
+}
+
+// How likely a pair is what a map is wanted of: weighted coefficients before measured amplitudes,
+// those of the model alone last.
+constexpr int measured_kind = 2;
 int unlikeliness(const MapLabels& pair) {
   const std::string label = pair.amplitude.substr(pair.amplitude.rfind('/') + 1);
   if (holds(label, "2FO") || holds(label, "2MFO") || label == "FWT") return 0;
-  if (holds(label, "FOFC") || holds(label, "WT") || holds(label, "DM")) return 1;
+  if (convention_of(label) || holds(label, "FOFC") || holds(label, "WT") || holds(label, "DM")) {
+    return 1;
+  }
   const bool of_model = holds(label, "MODEL") || holds(label, "CALC") || holds(label, "MASK") ||
                         label == "FC" || label.starts_with("FC_") || label.starts_with("FC-");
-  return of_model ? 3 : 2;
+  return of_model ? 3 : measured_kind;
 }
 
 const MapLabels& example_among(const std::vector<MapLabels>& pairs, const std::string& near) {
@@ -121,15 +133,6 @@ std::string file_name_part(std::string label) {
     if (c == '/' || c == ' ' || c == '"' || c == '#' || c == '!') c = '_';
   }
   return label;
-}
-
-const Convention* convention_of(const std::string& amplitude) {
-  for (const bool difference : {false, true}) {
-    for (const Convention& pair : conventions(difference)) {
-      if (amplitude == pair.amplitude) return &pair;
-    }
-  }
-  return nullptr;
 }
 
 // What a phase may be called beside an amplitude: as in the usual pairs, with PH or PHI before the
@@ -216,6 +219,32 @@ std::string why_no_phase(const FileColumn& column) {
   return is_phase(column) ? std::string() : meaning_of(column.type);
 }
 
+std::string why_no_weight(const FileColumn& column) {
+  const bool can_be = column.type == 'W' || *meaning_of(column.type) == '\0';
+  return can_be ? std::string() : meaning_of(column.type);
+}
+
+void add_weight(const ReflectionFile& file, const std::string& weight, MapLabels& labels) {
+  if (unlikeliness(labels) < measured_kind) {
+    const std::string problem = "--weight " + weight + ": " + labels.amplitude +
+                                " is weighted already, a second weight would spoil it";
+    refuse_labels(file, problem);
+  }
+  const FileColumn* column = only_column(file, weight, labels.amplitude);
+  if (const std::string what = why_no_weight(*column); !what.empty()) {
+    refuse_labels(file, "column " + weight + " is no weight but " + what, labels.amplitude);
+  }
+  labels.weight = weight;
+}
+
+MapLabels measured_labels(const ReflectionFile& file) {
+  std::vector<MapLabels> pairs = label_candidates(file);
+  std::erase_if(pairs, [](const MapLabels& pair) { return unlikeliness(pair) != measured_kind; });
+  if (pairs.size() == 1) return pairs.front();
+  refuse_labels(file, format("%zu amplitudes with a phase could be weighted: name one with --f",
+                             pairs.size()));
+}
+
 MapLabels usual_labels(const ReflectionFile& file, bool difference) {
   for (const Convention& pair : conventions(difference)) {
     if (file.find(pair.amplitude).empty() || file.find(pair.phase).empty()) continue;
@@ -236,7 +265,7 @@ bool is_difference_amplitude(const std::string& name) {
 
 MapLabels given_labels(const ReflectionFile& file, const std::string& amplitude,
                        const std::string& phase) {
-  MapLabels labels = {amplitude, phase, {}};
+  MapLabels labels = {amplitude, phase, {}, {}};
   if (amplitude.empty() || phase.empty()) labels = completed(file, amplitude, phase);
   const FileColumn* f = only_column(file, labels.amplitude, phase);
   const FileColumn* phi = only_column(file, labels.phase, amplitude);
@@ -253,7 +282,8 @@ MapLabels given_labels(const ReflectionFile& file, const std::string& amplitude,
 std::string map_type(const MapLabels& labels) {
   const std::string amplitude = labels.amplitude.substr(labels.amplitude.rfind('/') + 1);
   const Convention* pair = convention_of(amplitude);
-  return pair ? pair->kind + (" (" + pair_text(labels) + ")") : pair_text(labels);
+  const std::string weight = labels.weight.empty() ? "" : " times " + labels.weight;
+  return pair ? pair->kind + (" (" + pair_text(labels) + ")") : pair_text(labels) + weight;
 }
 
 std::vector<std::string> passed_over(const ReflectionFile& file, bool difference) {

@@ -11,6 +11,7 @@ namespace qx {
 struct MapLabels {
   std::string amplitude, phase;  // as in a coid list
   std::string kind;              // of the map, for its file's name
+  std::string weight = {};       // what multiplies the amplitude; empty: nothing
 };
 
 // Amplitude columns with their phases: by name, else by what stands behind them.
@@ -24,6 +25,7 @@ MapLabels usual_labels(const ReflectionFile& file, bool difference);
 // can be one. Types that say nothing are let pass.
 std::string why_no_amplitude(const FileColumn& column);
 std::string why_no_phase(const FileColumn& column);
+std::string why_no_weight(const FileColumn& column);
 
 // True for the usual amplitudes of difference maps; their level is looked at with both signs.
 bool is_difference_amplitude(const std::string& name);
@@ -34,6 +36,13 @@ std::string map_type(const MapLabels& labels);
 // A line each for columns that look like the coefficients of the usual maps and are not taken for
 // them.
 std::vector<std::string> passed_over(const ReflectionFile& file, bool difference);
+
+// Gives the labels a weight, checked: CommandError for coefficients that are weighted already.
+void add_weight(const ReflectionFile& file, const std::string& weight, MapLabels& labels);
+
+// The only amplitude with a phase that is neither weighted nor the model's; CommandError if there
+// is another number of them.
+MapLabels measured_labels(const ReflectionFile& file);
 
 // What the user named, checked; one of the two may be empty and is found by the other. Throws
 // CommandError with the candidates.

@@ -61,8 +61,9 @@ SectionText crystal_section(const MapJob& job) {
     text.line(format("reso %.9g %.9g", job.dmin.value_or(no_high_limit),
                      job.options.dmax.value_or(no_low_limit)));
   }
+  const std::string weight = job.labels.weight.empty() ? "" : " FOM=" + job.labels.weight;
   text.line("read refl mtz file \"" + job.input + "\" coid MAP_COEFFA=" + job.labels.amplitude +
-            " MAP_COEFFP=" + job.labels.phase);
+            " MAP_COEFFP=" + job.labels.phase + weight);
   return text;
 }
 
@@ -93,12 +94,13 @@ SectionText map_section(const MapJob& job) {
   if (!options.plain_header) write += " kind \"" + map_type(job.labels) + "\"";
   if (options.provenance) {
     write += " prov \"" + options.input + "\" columns \"" + job.labels.amplitude + " " +
-             job.labels.phase + "\"";
+             job.labels.phase + (job.labels.weight.empty() ? "" : " " + job.labels.weight) + "\"";
   }
   return SectionText("xmap")
       .line("mapdef generated with amplitude input phase input")
-      .line(format("param type unweighted u 1 v 0 scale %s cushion %g",
-                   options.no_scale ? "no" : "yes", options.cushion))
+      .line(format("param type unweighted u 1 v 0 scale %s cushion %g%s",
+                   options.no_scale ? "no" : "yes", options.cushion,
+                   job.labels.weight.empty() ? "" : " weight yes"))
       .line(extent_line(options.extent))
       .line("generate")
       .line(write);

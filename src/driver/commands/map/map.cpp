@@ -150,8 +150,9 @@ void tell(std::ostream& out, const MapJob& job, const MapReport& report) {
   out << format("cell        %g %g %g A, %g %g %g degrees\n", c[0], c[1], c[2], c[3], c[4], c[5])
       << "group       " << report.group << '\n'
       << format("resolution  %.3f - %.2f A\n", report.high, report.low)
-      << format("reflections %d of %zu used, %s/%s\n", report.used, job.file.rows,
-                job.labels.amplitude.c_str(), job.labels.phase.c_str())
+      << format("reflections %d of %zu used, %s/%s%s\n", report.used, job.file.rows,
+                job.labels.amplitude.c_str(), job.labels.phase.c_str(),
+                job.labels.weight.empty() ? "" : (" times " + job.labels.weight).c_str())
       << format("grid        %d x %d x %d, %.3f x %.3f x %.3f A\n", report.counts[0],
                 report.counts[1], report.counts[2], c[0] / report.counts[0],
                 c[1] / report.counts[1], c[2] / report.counts[2]);
@@ -178,6 +179,7 @@ nlohmann::ordered_json as_json(const MapJob& job, const MapReport& report) {
                                  {"reflections_used", report.used},
                                  {"grid", report.counts},
                                  {"warnings", report.warnings}};
+  if (!job.labels.weight.empty()) json["weight"] = job.labels.weight;
   if (job.options.show_grid) return json;
   json["map"] = report.output;
   json["scaled"] = !job.options.no_scale;
@@ -232,11 +234,8 @@ std::string default_stem(const MapOptions& options) {
 }
 
 // The usual pairs of the kinds that are wanted; `notes` on those that the file has otherwise.
-std::vector<MapLabels> choose_labels(const MapOptions& options, const ReflectionFile& file,
-                                     std::vector<std::string>& notes) {
-  if (!options.amplitude.empty() || !options.phase.empty()) {
-    return {given_labels(file, options.amplitude, options.phase)};
-  }
+std::vector<MapLabels> usual_maps(const MapOptions& options, const ReflectionFile& file,
+                                  std::vector<std::string>& notes) {
   std::vector<MapLabels> chosen;
   std::string pairs;
   for (const bool difference : {false, true}) {
@@ -256,6 +255,16 @@ std::vector<MapLabels> choose_labels(const MapOptions& options, const Reflection
     refuse_labels(file, file.path + " has none of the pairs " + pairs, {}, notes);
   }
   return chosen;
+}
+
+std::vector<MapLabels> choose_labels(const MapOptions& options, const ReflectionFile& file,
+                                     std::vector<std::string>& notes) {
+  const bool named = !options.amplitude.empty() || !options.phase.empty();
+  if (!named && options.weight.empty()) return usual_maps(options, file, notes);
+  MapLabels labels =
+      named ? given_labels(file, options.amplitude, options.phase) : measured_labels(file);
+  if (!options.weight.empty()) add_weight(file, options.weight, labels);
+  return {labels};
 }
 
 void check_extent(const std::vector<std::string>& extent) {
@@ -281,14 +290,6 @@ void check_extent(const std::vector<std::string>& extent) {
 }
 
 void check_options(const MapOptions& options) {
-  if (!options.weight.empty()) {
-    throw CommandError(
-        2,
-        "--weight " + options.weight +
-            ": the engine multiplies no amplitude by a weight, and FWT and its like are weighted "
-            "already: a second weight would spoil them. Make weighted coefficients with the "
-            "program that phased the data, and name them with --f and --phi");
-  }
   check_extent(options.extent);
   if (options.print_sections && options.extent.front() == "model") {
     throw CommandError(2,
@@ -417,7 +418,7 @@ void make_map(const Task& task, std::size_t number, nlohmann::ordered_json& all,
   const std::string& output = task.outputs[number];
   const OutputPlace place(output, true);
   MapJob job = {options, file, labels, file.readable, place.path(), options.dmin};
-  for (const std::string* label : {&labels.amplitude, &labels.phase}) {
+  for (const std::string* label : {&labels.amplitude, &labels.phase, &labels.weight}) {
     check_text("a label", *label, "\n\"#!= ");
   }
   check_text("the space group", map_group(job), "\n\"#!");

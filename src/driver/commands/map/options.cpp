@@ -37,6 +37,8 @@ Examples:
       The density within 5 A of the model's box.
   quorix map *.mtz --prefix maps/
       The maps of many files; "quorix batch" makes them side by side.
+  quorix map phased.mtz --f FP --phi PHIB --weight FOM
+      From measured amplitudes and experimental phases.
   quorix map 1ubq.mtz --print-sections >job.qx
       The text that "quorix run job.qx" turns into the same maps.
 )";
@@ -66,8 +68,10 @@ void add_data_options(CLI::App& command, MapOptions& o) {
       ->type_name("LABEL");
   command.add_flag("--difference", o.difference, "Only the difference map (DELFWT, FOFCWT, FAN)");
   command
-      .add_option("--weight", o.weight,
-                  "Refused, with the reason: the coefficients are weighted already")
+      .add_option(
+          "--weight", o.weight,
+          "Figure of merit that multiplies a measured amplitude (--f, --phi; or the only one "
+          "with a phase); refused for coefficients that are weighted already")
       ->type_name("LABEL");
   command.add_option("--dmin", o.dmin, "High-resolution limit in A")
       ->type_name("A")

@@ -18,12 +18,19 @@ constexpr double phase_tolerance = 1.0;  // degrees
 
 struct Tally {
   std::size_t missing = 0, not_zero = 0, outside = 0, extinct = 0, off_phase = 0;
+  std::size_t odd_weights = 0;
   double largest_extinct = 0.0;
   double largest_off_phase = 0.0;  // degrees
   std::optional<double> f000;
 };
 
 gemmi::UnitCell cell_of(const double* c) { return {c[0], c[1], c[2], c[3], c[4], c[5]}; }
+
+// The weight of every row, 1 without a column.
+std::vector<float> weights_of(const MapJob& job) {
+  if (job.labels.weight.empty()) return std::vector<float>(job.file.rows, 1.0F);
+  return job.file.find(job.labels.weight).front()->values;
+}
 
 // How far, in degrees, the phase is from the two that a centric reflection can have; 0 for others.
 double off_centric_phase(const gemmi::GroupOps& operators, const gemmi::Miller& hkl, double phase) {
@@ -39,6 +46,7 @@ Tally count(const MapJob& job) {
   const ReflectionFile& file = job.file;
   const auto& amplitudes = file.find(job.labels.amplitude).front()->values;
   const auto& phases = file.find(job.labels.phase).front()->values;
+  const std::vector<float> weights = weights_of(job);
   const gemmi::UnitCell cell = cell_of(map_cell(job));
   const gemmi::SpaceGroup* group = known_group(job);
   const gemmi::GroupOps operators = group ? group->operations() : gemmi::GroupOps();
@@ -48,7 +56,8 @@ Tally count(const MapJob& job) {
     if (!file.index(i, at)) continue;
     const gemmi::Miller hkl = {at[0], at[1], at[2]};
     const double f = std::fabs(static_cast<double>(amplitudes[i]));
-    if (!std::isfinite(f) || !std::isfinite(phases[i])) {
+    if (weights[i] < 0.0F || weights[i] > 1.0F) ++tally.odd_weights;
+    if (!std::isfinite(f) || !std::isfinite(phases[i]) || !std::isfinite(weights[i])) {
       ++tally.missing;
       continue;
     }
@@ -157,8 +166,16 @@ void tell_tally(const MapJob& job, const Tally& tally, Lines& lines) {
     lines.emplace_back("F(0,0,0) is not in the file: the map's mean is 0");
   }
   if (tally.missing > 0) {
-    lines.push_back(format("%zu of %zu reflections have no %s or no %s: they count as 0",
-                           tally.missing, job.file.rows, f, job.labels.phase.c_str()));
+    const std::string& weight = job.labels.weight;
+    lines.push_back(format("%zu of %zu reflections have no %s or no %s%s: they count as 0",
+                           tally.missing, job.file.rows, f, job.labels.phase.c_str(),
+                           weight.empty() ? "" : (" or no " + weight).c_str()));
+  }
+  if (tally.odd_weights > 0) {
+    lines.push_back(
+        format("%zu values of %s are no figures of merit, which lie between 0 and 1: "
+               "they are used as they are, negative ones as 0",
+               tally.odd_weights, job.labels.weight.c_str()));
   }
   if (tally.not_zero == 0) {
     lines.push_back(format("every %s is 0: the map is flat, and is not put on an rms scale", f));
