@@ -62,8 +62,9 @@ QX_API std::int32_t qx_read_raw_int(std::FILE* stream, std::int32_t swap, std::i
                                     std::int32_t n);
 QX_API std::int32_t qx_read_raw_float(std::FILE* stream, std::int32_t swap, float* items,
                                       std::int32_t n);
-// The four bytes that tell a machine's number formats; an offset above 0 is gone to first. Reading
-// gives the format codes of integers and of reals (4: little-endian, 1: big-endian).
+// The four bytes that tell a machine's number formats; an offset above 0 is gone to first, by the
+// reader also offset 0. Reading gives the format codes of integers and of reals (4: little-endian,
+// 1: big-endian).
 QX_API qx::Status qx_write_machine_stamp(std::FILE* stream, std::int64_t offset);
 QX_API qx::Status qx_read_machine_stamp(std::FILE* stream, std::int64_t offset,
                                         std::int32_t* int_code, std::int32_t* float_code);

@@ -21,6 +21,22 @@ bool chop_continuation(char* line) noexcept {
   return true;
 }
 
+Word find_setting(const char* line, const char* key) noexcept {
+  Word word = find_key(line, key);
+  if (word.size == 0) return word;
+  const auto* equals = static_cast<const char*>(std::memchr(word.start, '=', word.size));
+  if (!equals) {
+    const Word next = first_word(word.end());
+    if (next.size == 1 && *next.start == '=') equals = next.start;
+  }
+  if (equals) word.size = static_cast<std::size_t>(equals + 1 - word.start);
+  return word;
+}
+
+void warn_without_value(const char* routine, const char* key) {
+  std::printf("%s\nWarning: key %s defined with no value\n", routine, key);
+}
+
 KeyState take_value_after(char* line, Word key, char* value) noexcept {
   value[0] = '\0';
   if (key.size == 0) return KeyState::missing;
@@ -52,14 +68,6 @@ KeyState take_end_after(char* line, Word key, char* value) noexcept {
 
 using qx::KeyState;
 
-namespace {
-
-void warn_without_value(const char* routine, const char* key) {
-  std::printf("%s\nWarning: key %s defined with no value\n", routine, key);
-}
-
-}  // namespace
-
 void qx_chop_first_get_second_word(char* s, char* dst) {
   (void)qx::take_value_after(s, qx::first_word(s), dst);
 }
@@ -77,12 +85,12 @@ std::int32_t qx_chop_key(char* s, const char* key) {
 
 void qx_get_key_value(char* s, const char* key, char* dst) {
   if (qx::take_value_after(s, qx::find_key(s, key), dst) == KeyState::without_value) {
-    warn_without_value("qx_get_key_value():", key);
+    qx::warn_without_value("qx_get_key_value():", key);
   }
 }
 
 void qx_get_key_endof_value(char* s, const char* key, char* dst) {
   if (qx::take_end_after(s, qx::find_key(s, key), dst) == KeyState::without_value) {
-    warn_without_value("qx_get_key_endof_value():", key);
+    qx::warn_without_value("qx_get_key_endof_value():", key);
   }
 }

@@ -44,18 +44,25 @@ Key value_of(const char* heading, const char* key, const char*& text) {
   if (!parser) return key_died;
   text = "";
   if (!parser->command) return absent;
-  qx_get_key_value(parser->command, key, parser->work);
+  const qx::Word word = qx::find_setting(parser->command, key);
+  if (qx::take_value_after(parser->command, word, parser->work) == qx::KeyState::without_value) {
+    qx::warn_without_value("qx_get_key_value():", key);
+  }
   text = parser->work;
   return *text ? found : absent;
 }
 
+bool convert(const char* text, std::int32_t* value) { return qx::read_int(text, *value); }
+bool convert(const char* text, double* value) { return std::sscanf(text, "%lf", value) == 1; }
+bool convert(const char* text, float* value) { return std::sscanf(text, "%f", value) == 1; }
+
 template <class T>
-Key number_of(const char* heading, const char* key, const char* format, T* value,
-              const char* before, const char* between, const char* after) {
+Key number_of(const char* heading, const char* key, T* value, const char* before,
+              const char* between, const char* after) {
   const char* text = nullptr;
   const Key state = value_of(heading, key, text);
   if (state != found) return state;
-  if (std::sscanf(text, format, value) == 1) return found;
+  if (convert(*text == '=' ? text + 1 : text, value)) return found;
   // Kept: the heading names the command-word reader.
   (void)fail("qx_get_quorix_cmd_word():", "%s%s%s%s%s", before, text, between, key, after);
   return key_died;
@@ -77,6 +84,10 @@ Status next_command(char (&word)[5]) {
   QX_TRY(assemble_command(parser));
   note_command_line(*parser);
   qx_get_and_chop_first_word(parser->command, parser->work);
+  if (const char* equals = std::strchr(parser->work, '=')) {
+    std::printf("WARNING: \"%s\" of line %d is not read: leave a blank before the \"=\" \n", equals,
+                parser->command_start_line);
+  }
   shorten(parser->work, word);
   return ok;
 }
@@ -102,8 +113,37 @@ Key take_rest(const char*& text) {
   return *text ? found : absent;
 }
 
+// The rest of the line, without leading blanks and an "=" before it.
+Key take_argument(const char*& text) {
+  const Key state = take_rest(text);
+  if (state != found || *text != '=') return state;
+  text = qx_first_word_char_position(text + 1);
+  return *text ? found : absent;
+}
+
+Key take_argument_word(const char*& text) {
+  Key state = take_word(text);
+  if (state == found && std::strcmp(text, "=") == 0) return take_word(text);
+  if (state == found && *text == '=') ++text;
+  return state;
+}
+
+Status next_choice(char (&word)[5]) {
+  word[0] = '\0';
+  const char* text = nullptr;
+  if (take_argument_word(text) == key_died) return failed;
+  shorten(text, word);
+  return ok;
+}
+
 Key take_value(const char* key, const char*& text) {
-  return value_of("qx_get_quorix_key_string_value():", key, text);
+  const Key state = value_of("qx_get_quorix_key_string_value():", key, text);
+  if (state == found && *text == '=') {
+    std::printf(
+        "WARNING: the value \"%s\" of %s begins with \"=\": is a blank missing behind it? \n", text,
+        key);
+  }
+  return state;
 }
 
 Key take_end(const char* key, const char*& text) {
@@ -111,24 +151,31 @@ Key take_end(const char* key, const char*& text) {
   if (!parser) return key_died;
   text = "";
   if (!parser->command) return absent;
-  qx_get_key_endof_value(parser->command, key, parser->work);
+  const Word word = find_setting(parser->command, key);
+  if (take_end_after(parser->command, word, parser->work) == KeyState::without_value) {
+    warn_without_value("qx_get_key_endof_value():", key);
+  }
   text = parser->work;
   return *text ? found : absent;
 }
 
 Key take_int(const char* key, std::int32_t& value) {
-  return number_of("qx_get_quorix_key_int_value():", key, "%d", &value,
+  return number_of("qx_get_quorix_key_int_value():", key, &value,
                    "Failed to convert int value from string ", " of key ", "\n");
 }
 
 Key take_double(const char* key, double& value) {
-  return number_of("qx_get_quorix_key_double_value():", key, "%lf", &value,
+  return number_of("qx_get_quorix_key_double_value():", key, &value,
                    "Failed to convert double value from string \"", "\" of key \"", "\"\n");
 }
 
 bool take_key(const char* key) {
   const qxparser* parser = ready_parser("qx_does_quorix_key_exist():");
   return parser && parser->command && qx_chop_key(parser->command, key) == 1;
+}
+
+void warn_no_choice(const char* command, const char* word) {
+  std::printf("WARNING: %s takes yes or no, not \"%s\": nothing is changed \n", command, word);
 }
 
 bool begins_with(const char* word, const char* keyword) noexcept {
@@ -173,7 +220,7 @@ Key qx_get_quorix_key_double_value(const char* key, double* value) {
 }
 
 Key qx_get_quorix_key_float_value(const char* key, float* value) {
-  return number_of("qx_get_quorix_key_float_value():", key, "%f", value,
+  return number_of("qx_get_quorix_key_float_value():", key, value,
                    "Failed to convert float value from string \"", "\" of key \"", "\"\n");
 }
 
@@ -208,15 +255,14 @@ namespace {
 
 // 1 a pair, 0 no more words or after a report.
 template <class T>
-std::int32_t pair_of(const char* heading, const char* format, const char* failure, char* dst,
-                     T* value) {
+std::int32_t pair_of(const char* heading, const char* failure, char* dst, T* value) {
   const char* text = nullptr;
   dst[0] = '\0';
   if (word_of(heading, text) != found) return 0;
   std::strcpy(dst, text);
   const Key second = word_of(heading, text);
   if (second == key_died) return 0;
-  if (second == found && std::sscanf(text, format, value) == 1) return 1;
+  if (second == found && convert(text, value)) return 1;
   (void)fail(heading, "%s", failure);
   return 0;
 }
@@ -224,14 +270,14 @@ std::int32_t pair_of(const char* heading, const char* format, const char* failur
 }  // namespace
 
 std::int32_t qx_get_quorix_pair_string_int(char* dst, std::int32_t* value) {
-  return pair_of("qx_get_quorix_pair_string_int():", "%d", "Failed to get pair (string, int) ", dst,
+  return pair_of("qx_get_quorix_pair_string_int():", "Failed to get pair (string, int) ", dst,
                  value);
 }
 
 std::int32_t qx_get_quorix_pair_string_double(char* dst, double* value) {
   float single = 0.0F;  // Kept: the value carries single precision only
-  const std::int32_t state = pair_of("qx_get_quorix_pair_string_double():", "%f",
-                                     "Failed to get pair (string, double) ", dst, &single);
+  const std::int32_t state = pair_of(
+      "qx_get_quorix_pair_string_double():", "Failed to get pair (string, double) ", dst, &single);
   if (state == 1) *value = static_cast<double>(single);
   return state;
 }
@@ -265,10 +311,10 @@ const char* value_after(const char* s, const char* key) {
 }
 
 template <class T>
-std::int32_t scan_after(const char* s, const char* key, const char* format, T* value) {
+std::int32_t scan_after(const char* s, const char* key, T* value) {
   *value = T{};
   const char* text = value_after(s, key);
-  return text && std::sscanf(text, format, value) == 1 ? 1 : 0;
+  return text && convert(text, value) ? 1 : 0;
 }
 
 }  // namespace
@@ -282,7 +328,7 @@ std::int32_t qx_get_key_string_value(const char* s, const char* key, char* dst) 
 }
 
 std::int32_t qx_get_key_double_value(const char* s, const char* key, double* value) {
-  return scan_after(s, key, "%lf", value);
+  return scan_after(s, key, value);
 }
 
 std::int32_t qx_get_key_two_float_value(const char* s, const char* key, float* first,
@@ -293,13 +339,16 @@ std::int32_t qx_get_key_two_float_value(const char* s, const char* key, float* f
 }
 
 std::int32_t qx_get_key_float_value(const char* s, const char* key, float* value) {
-  return scan_after(s, key, "%f", value);
+  return scan_after(s, key, value);
 }
 
 std::int32_t qx_get_key_int_value(const char* s, const char* key, std::int32_t* value) {
-  return scan_after(s, key, "%d", value);
+  return scan_after(s, key, value);
 }
 
 std::int32_t qx_get_key_char_value(const char* s, const char* key, char* value) {
-  return scan_after(s, key, "%c", value);
+  *value = '\0';
+  const char* text = value_after(s, key);
+  if (text) *value = *text;
+  return *value ? 1 : 0;
 }

@@ -2,6 +2,8 @@
 
 #include <quorix/parser.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 namespace qx {
@@ -30,6 +32,15 @@ bool starts_with(const char* s, const char* token) noexcept {
 void copy_word(Word word, char* dst) noexcept {
   std::memmove(dst, word.start, word.size);
   dst[word.size] = '\0';
+}
+
+bool read_int(const char* text, std::int32_t& value) noexcept {
+  char* end = nullptr;
+  errno = 0;
+  const long long number = std::strtoll(text, &end, 10);
+  if (end == text || errno == ERANGE || number < INT32_MIN || number > INT32_MAX) return false;
+  value = static_cast<std::int32_t>(number);
+  return true;
 }
 
 void erase(char* s, const char* from, const char* to) noexcept {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace qx {
 
@@ -36,6 +37,9 @@ Word find_key(const char* s, const char* key) noexcept;
 bool starts_with(const char* s, const char* token) noexcept;
 // Copies a word and ends it.
 void copy_word(Word word, char* dst) noexcept;
+// The integer that a text begins with, as scanf reads it; false if there is none or it does not
+// fit.
+bool read_int(const char* text, std::int32_t& value) noexcept;
 // Takes a stretch out of the text it lies in.
 void erase(char* s, const char* from, const char* to) noexcept;
 

@@ -156,7 +156,7 @@ bool is_end(const char* line) noexcept {
 }
 
 Status read_number(const char* line, const char* value, std::int32_t* number) {
-  if (std::sscanf(value, "%d", number) != 1) {
+  if (!qx::read_int(value, *number)) {
     return fail(here, " Failed to get space group number from line:\n%s", line);
   }
   return ok;

@@ -32,16 +32,41 @@ template <Status (*set)(const char*)>
 Status set_text(Xcry&) {
   const char* text = nullptr;
   if (qx::take_rest(text) == qx::key_died) return failed;
+  if (*text == '=') {
+    std::printf("WARNING: the name \"%s\" is taken with its \"=\" \n", text);
+  }
+  return set(text);
+}
+
+// No group and no operator begins with an "=".
+template <Status (*set)(const char*)>
+Status set_symmetry(Xcry&) {
+  const char* text = nullptr;
+  if (qx::take_argument(text) == qx::key_died) return failed;
   return set(text);
 }
 
 // The rest of the line with commas turned into blanks; null after a report.
 qx::Tagged<char> take_numbers() {
   const char* text = nullptr;
-  if (qx::take_rest(text) == qx::key_died) return {};
+  if (qx::take_argument(text) == qx::key_died) return {};
   qx::Tagged<char> numbers(qx::duplicate_text(text, "qxc_str"));
   if (numbers) qx_replace_comma_with_blank(numbers.get());
   return numbers;
+}
+
+// Reads up to N numbers and gives how many there are; what stands behind them is warned of.
+template <int N>
+int read_numbers(const char* command, const char* text, float (&values)[N]) {
+  int count = 0;
+  for (int used = 0; count < N && std::sscanf(text, "%f%n", &values[count], &used) == 1; ++count) {
+    text += used;
+  }
+  text = qx_first_word_char_position(text);
+  if (*text) {
+    std::printf("WARNING: \"%s\" of the command %s is not read \n", text, command);
+  }
+  return count;
 }
 
 Status read_reflections(Xcry&) {
@@ -53,8 +78,7 @@ Status set_cell(Xcry&) {
   const qx::Tagged<char> text = take_numbers();
   if (!text) return failed;
   float cell[6] = {0, 0, 0, 90, 90, 90};
-  const int count = std::sscanf(text.get(), "%f %f %f %f %f %f\n", &cell[0], &cell[1], &cell[2],
-                                &cell[3], &cell[4], &cell[5]);
+  const int count = read_numbers("cell", text.get(), cell);
   if (count != 3 && count != 6) {
     return fail(texts.heading, " Invalid specification \"%s\" for cell \n", text.get());
   }
@@ -68,7 +92,10 @@ Status set_resolution(Xcry&) {
   const qx::Tagged<char> text = take_numbers();
   if (!text) return failed;
   float read[2] = {0, 99999.0F};
-  if (std::sscanf(text.get(), "%f %f\n", &read[0], &read[1]) < 1) return ok;
+  if (read_numbers("reso", text.get(), read) < 1) {
+    std::printf("WARNING: the command reso names no limit: nothing is changed \n");
+    return ok;
+  }
   float first = read[0] < 0 ? 0.0F : read[0];
   float second = read[1] < 0 ? 0.0F : read[1];
   // Kept: the order is judged by the numbers as read, before negatives became 0.
@@ -80,10 +107,7 @@ Status set_orthogonalisation(Xcry&) {
   const qx::Tagged<char> text = take_numbers();
   if (!text) return failed;
   float m[12];
-  const int count =
-      std::sscanf(text.get(), "%f %f %f %f %f %f %f %f %f %f %f %f\n", &m[0], &m[1], &m[2], &m[3],
-                  &m[4], &m[5], &m[6], &m[7], &m[8], &m[9], &m[10], &m[11]);
-  if (count != 12) {
+  if (read_numbers("orth", text.get(), m) != 12) {
     return fail(texts.heading,
                 " Invalid specification \"%s\" for: \n"
                 " orthogonal framce to fraction frame transformation matrix definition. ",
@@ -99,12 +123,20 @@ struct Cut {
 
 template <std::size_t N>
 Status set_cuts(const Cut (&cuts)[N]) {
+  bool any = false;
   for (const Cut& cut : cuts) {
     double value = 0;
     const qx::Key key = qx::take_double(cut.key, value);
     if (key == qx::key_died) return failed;
-    if (key == qx::found && value > 0) QX_TRY(cut.set(value));
+    if (key == qx::absent) continue;
+    any = true;
+    if (value > 0) {
+      QX_TRY(cut.set(value));
+    } else if (value != 0) {
+      std::printf("WARNING: %s %g is not above 0: nothing is changed \n", cut.key, value);
+    }
   }
+  if (!any) std::printf("WARNING: the command reject names no cut: nothing is changed \n");
   return ok;
 }
 
@@ -117,7 +149,11 @@ constexpr Cut intensity_cuts[] = {{"sigcut", qx_set_qxrefreject_Isig},
 Status set_rejection(Xcry&) {
   if (qx::take_key("amplitude")) return set_cuts(amplitude_cuts);
   if (qx::take_key("intensity")) return set_cuts(intensity_cuts);
-  return qx_exist_quorix() ? ok : failed;
+  if (!qx_exist_quorix()) return failed;
+  std::printf(
+      "WARNING: reject takes \"amplitude\" or \"intensity\" before its cuts: nothing is changed "
+      "\n");
+  return ok;
 }
 
 Status write_reflections(Xcry& state) {
@@ -144,9 +180,9 @@ constexpr qx::Command<Xcry> commands[] = {
     {"XNAM", set_text<qx_set_refdata_crystalname>},
     {"PNAM", set_text<qx_set_refdata_projectname>},
     {"DNAM", set_text<qx_set_refdata_datasetname>},
-    {"SPGN", set_text<qx_set_qxspg_spgname>},
-    {"SYMP", set_text<qx_insert_qxspg_symop_prim>},
-    {"SYMC", set_text<qx_insert_qxspg_symop_cent>},
+    {"SPGN", set_symmetry<qx_set_qxspg_spgname>},
+    {"SYMP", set_symmetry<qx_insert_qxspg_symop_prim>},
+    {"SYMC", set_symmetry<qx_insert_qxspg_symop_cent>},
     {"CELL", set_cell},
     {"RESO", set_resolution},
     {"ORTH", set_orthogonalisation},

@@ -28,7 +28,7 @@ struct NoState {};
 // The number after the command word.
 Status take_number(const char* name, double& value) {
   const char* text = "";
-  if (qx::take_word(text) == qx::key_died) return qx::failed;
+  if (qx::take_argument_word(text) == qx::key_died) return qx::failed;
   if (std::sscanf(text, "%lf", &value) == 1 && std::isfinite(value)) return ok;
   return fail(texts.heading, " Invalid specification for %s: %s ", name, text);
 }
@@ -36,6 +36,7 @@ Status take_number(const char* name, double& value) {
 Status memory(NoState& /*none*/) {
   double megabytes = 0;
   QX_TRY(take_number("memory", megabytes));
+  if (!qx_get_qxgrid()) return fail(texts.heading, "qxgrid object has not been created yet ");
   qxsubgrid* box = qx_get_qxsubgrid();
   if (!box) return fail(texts.heading, "qxsubgrid object has not been created yet.");
   box->memory = std::max(megabytes, 0.0);
@@ -44,9 +45,10 @@ Status memory(NoState& /*none*/) {
 
 Status sine_planes(NoState& /*none*/) {
   char word[5];
-  QX_TRY(qx::next_short_word(word));
+  QX_TRY(qx::next_choice(word));
   if (qx::begins_with(word, "YES")) return qx_set_grid_sincosmem(1);
   if (qx::begins_with(word, "NO")) return qx_set_grid_sincosmem(0);
+  qx::warn_no_choice("sincos", word);
   return ok;
 }
 

@@ -23,6 +23,7 @@ using qx::Status;
 
 namespace {
 
+constexpr double count_slack = 1e-9;  // relative
 constexpr double count_limit = 2147483648.0;
 constexpr double default_spacing = 0.6;  // Angstrom, when nothing else is known
 
@@ -42,10 +43,12 @@ bool all_spacings_set(const qxgrid& grid) {
                       [](double s) { return s == qx::unset; });
 }
 
+// Spacings that were made of the counts lead back to them but for rounding.
 bool counts_agree_with_spacings(const qxgrid& grid, const Edges& edges) {
   for (int axis = 0; axis < 3; ++axis) {
-    const double n = std::trunc(edges.length[axis] / grid.requested_spacing[axis]);
-    if (!(n == static_cast<double>(grid.requested_n[axis]))) return false;
+    const double quotient = edges.length[axis] / grid.requested_spacing[axis];
+    const double n = grid.requested_n[axis];
+    if (std::trunc(quotient) != n && !(std::fabs(quotient - n) <= count_slack * n)) return false;
   }
   return true;
 }

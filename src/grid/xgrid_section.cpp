@@ -34,26 +34,27 @@ Status refuse_second_request(const GridSection& section, const char* after_count
 }
 
 // `yes` or `no` after the command word; anything else changes nothing.
-Status switched(Status (*on)(), Status (*off)()) {
+Status switched(const char* command, Status (*on)(), Status (*off)()) {
   char word[5];
-  QX_TRY(qx::next_short_word(word));
+  QX_TRY(qx::next_choice(word));
   if (qx::begins_with(word, "YES")) return on();
   if (qx::begins_with(word, "NO")) return off();
+  qx::warn_no_choice(command, word);
   return ok;
 }
 
 Status coarse(GridSection& /*section*/) {
-  return switched(qx_set_coarse_grid_flag_on, qx_set_coarse_grid_flag_off);
+  return switched("coarse", qx_set_coarse_grid_flag_on, qx_set_coarse_grid_flag_off);
 }
 
 Status asu_check(GridSection& /*section*/) {
-  return switched(qx_set_asu_check_flag_on, qx_set_asu_check_flag_off);
+  return switched("asucheck", qx_set_asu_check_flag_on, qx_set_asu_check_flag_off);
 }
 
 // The rest of the line, empty if there is none; null after a report.
 const char* rest_of_line() {
   const char* text = "";
-  switch (qx::take_rest(text)) {
+  switch (qx::take_argument(text)) {
     case qx::found:
       return text;
     case qx::absent:

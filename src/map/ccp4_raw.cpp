@@ -91,7 +91,9 @@ Status qx_write_machine_stamp(std::FILE* stream, std::int64_t offset) {
 Status qx_read_machine_stamp(std::FILE* stream, std::int64_t offset, std::int32_t* int_code,
                              std::int32_t* float_code) {
   unsigned char stamp[4];
-  if (!seek_if_positive(stream, offset) || std::fread(stamp, 1, 4, stream) != 4) {
+  const bool there =
+      stream && (offset < 0 || fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0);
+  if (!there || std::fread(stamp, 1, 4, stream) != 4) {
     return fail("qx_read_machine_stamp():", "Failed to get machine stamp");
   }
   *int_code = stamp[1] >> 4;

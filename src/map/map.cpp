@@ -41,11 +41,19 @@ Status drop_contents(qxmap& map) {
   return set ? qx_delete_qxrefdata_obj(set) : ok;
 }
 
+Status check_order(const char* here, double low, double high) {
+  return low <= high ? ok : fail(here, "Invalid map limits %f and %f ", low, high);
+}
+
 // Fractional limits of the box, low and high of x, y, z, for the extents that have them.
 Status limits_of(const char* here, const qxmap& map, double (&limits)[6]) {
   if (map.extent == qx::model_extent) return qx::model_limits(here, map.cushion, limits);
   std::copy_n(map.limits, 6, limits);
   if (map.extent != qx::box_extent) return ok;
+  // The box about the turned one would hide that its limits are in the wrong order.
+  for (int axis = 0; axis < 3; ++axis) {
+    QX_TRY(check_order(here, limits[2 * axis], limits[2 * axis + 1]));
+  }
   const qxcell* cell = qx_get_qxcell();
   if (!cell) return fail(here, "qxcell object has not been created yet ");
   qx::fractional_limits(cell->orth2frac, map.limits, limits);

@@ -48,26 +48,26 @@ Status source_of(const char* what, std::int32_t& source) {
   return ok;
 }
 
-// mapdef generated with amplitude [calc | input] phase [calc | input]
+// The next word of `mapdef`, an empty one for its end; another word is reported.
+Status expect_word(const char* keyword) {
+  const char* word = "";
+  QX_TRY(next_word(word));
+  if (*keyword ? begins_with(word, keyword) : *word == '\0') return ok;
+  return fail(heading,
+              "Unknown keyword in mapdef command: \"%s\"\n"
+              "The command line should be:\n"
+              "mapdef generated with amplitude [calc | input] phase [calc | input]",
+              word);
+}
+
 Status define(MapSection& section) {
-  constexpr const char* opening[2] = {"gene", "with"};
-  for (int position = 0;; ++position) {
-    const char* word = "";
-    QX_TRY(next_word(word));
-    if (position >= 2 && word[0] == '\0') return ok;
-    if (position < 2 && begins_with(word, opening[position])) continue;
-    if (position >= 2 && begins_with(word, "ampl")) {
-      QX_TRY(source_of("amplitude", section.map->amplitude_source));
-    } else if (position >= 2 && begins_with(word, "phas")) {
-      QX_TRY(source_of("phase", section.map->phase_source));
-    } else {
-      return fail(heading,
-                  "Unknown keyword in mapdef command: \"%s\"\n"
-                  "The command line should be:\n"
-                  "mapdef generated with amplitude [calc | input] phase [calc | input]",
-                  word);
-    }
-  }
+  QX_TRY(expect_word("gene"));
+  QX_TRY(expect_word("with"));
+  QX_TRY(expect_word("ampl"));
+  QX_TRY(source_of("amplitude", section.map->amplitude_source));
+  QX_TRY(expect_word("phas"));
+  QX_TRY(source_of("phase", section.map->phase_source));
+  return expect_word("");
 }
 
 Status read_reflections(MapSection& section) {
@@ -177,7 +177,7 @@ Status extent(MapSection& section) {
       {"FRAC", qx::frac_extent}, {"MODE", qx::model_extent},
   };
   char word[5];
-  QX_TRY(qx::next_short_word(word));
+  QX_TRY(qx::next_choice(word));
   for (const auto& [name, value] : extents) {
     if (!begins_with(word, name)) continue;
     section.map->extent = value;
@@ -188,7 +188,22 @@ Status extent(MapSection& section) {
   return fail(heading, "Unknown extent type. ");
 }
 
-Status generate(MapSection& /*section*/) { return qx_generate_map(); }
+// What is set but not built must not pass for done.
+void warn_of_unbuilt(const qxmap& map) {
+  if (map.kick == 2) {
+    std::printf("WARNING: kicked maps are not built yet: one map without kicks is generated \n");
+  }
+  if (map.type != qx::unweighted_map && map.amplitude_source == qx::input_source &&
+      map.phase_source == qx::input_source) {
+    std::printf(
+        "WARNING: weights of input coefficients are not built yet: \"type\" changes nothing \n");
+  }
+}
+
+Status generate(MapSection& section) {
+  warn_of_unbuilt(*section.map);
+  return qx_generate_map();
+}
 
 // The name of the format that `word` begins; null if it is none.
 const char* format_of(const char* word) {

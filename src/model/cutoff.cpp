@@ -112,7 +112,7 @@ Status set_threshold(double ecut) {
 
 Status read_threshold(NoState&) {
   const char* text = nullptr;
-  if (qx::take_rest(text) == qx::key_died) return failed;
+  if (qx::take_argument(text) == qx::key_died) return failed;
   double ecut = 0.0;
   if (std::sscanf(text, "%lf", &ecut) != 1) {
     return fail(texts.heading, "Invalid specification for ecut: %s ", text);

@@ -3,6 +3,7 @@
 #include "core/files_read.h"
 #include "core/object.h"
 #include "core/report.h"
+#include "core/text.h"
 #include "model/formfactor_base.h"
 #include "model/formfactors.h"
 #include "model/type_table.h"
@@ -56,7 +57,7 @@ struct Source {
 Status read_count(Source& source) {
   char line[line_size];
   if (!qx::next_significant_line(source.stream, line, sizeof line) ||
-      std::sscanf(line, "%d", &source.declared) != 1) {
+      !qx::read_int(line, source.declared)) {
     return fail(heading, "Failed to read file %s\n", source.path);
   }
   if (source.declared < 1 || source.declared > most_records) {

@@ -4,6 +4,7 @@
 #include "core/object.h"
 #include "core/section.h"
 #include "core/slot.h"
+#include "core/text.h"
 #include "model/molsys.h"
 #include "model/type_table.h"
 
@@ -243,7 +244,7 @@ Status force_gaussians(NoState&) {
     std::int32_t ngauss = 0;
     const qx::Key second = qx::take_word(text);
     if (second == qx::key_died) return failed;
-    if (second == qx::absent || std::sscanf(text, "%d", &ngauss) != 1) {
+    if (second == qx::absent || !qx::read_int(text, ngauss)) {
       return fail("qx_get_quorix_pair_string_int():", "Failed to get pair (string, int) ");
     }
     QX_TRY(qx_insert_ioafrmfact_aff(type.get(), ngauss));
@@ -252,7 +253,7 @@ Status force_gaussians(NoState&) {
 
 Status set_diffraction(NoState&) {
   const char* text = nullptr;
-  if (qx::take_rest(text) == qx::key_died) return failed;
+  if (qx::take_argument(text) == qx::key_died) return failed;
   const bool neutron = qx::begins_with(text, "NEUTRON");
   if (!neutron && !qx::begins_with(text, "ELECTRON")) {
     return fail(texts.heading, "Invalid specification: %s for diff.", text);

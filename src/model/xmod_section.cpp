@@ -65,9 +65,14 @@ struct MolState {
 
 Status set_hydrogens(MolState& state) {
   const char* text = nullptr;
-  if (qx::take_rest(text) == qx::key_died) return failed;
-  if (qx::begins_with(text, "YES")) state.hydrogens = 1;
-  if (qx::begins_with(text, "NO")) state.hydrogens = 0;
+  if (qx::take_argument(text) == qx::key_died) return failed;
+  if (qx::begins_with(text, "YES")) {
+    state.hydrogens = 1;
+  } else if (qx::begins_with(text, "NO")) {
+    state.hydrogens = 0;
+  } else {
+    qx::warn_no_choice("hydr", text);
+  }
   return ok;
 }
 

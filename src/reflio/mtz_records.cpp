@@ -86,7 +86,8 @@ Status title(qxmtz& mtz, const MtzTokens& t) {
 
 Status ncol(qxmtz& mtz, const MtzTokens& t) {
   if (t.count < 4) return record_fault("Not a valid format on NCOL line \"", t, "\" ");
-  if (!read_count(t.token[1], mtz.ncolumns_declared)) {
+  // A number below 0 is too few columns, as the reader of the file says.
+  if (!read_number(t.token[1], mtz.ncolumns_declared)) {
     return record_fault("Failed to get number of columns from NCOL line ", t);
   }
   if (!read_count(t.token[2], mtz.nreflections)) {

@@ -80,6 +80,65 @@ TEST_F(Parser, keysMatchByPrefixAndTakeTheirValues) {
   EXPECT_EQ(rest(), "\" ") << "the closing quote stays where the key was";
 }
 
+TEST_F(Parser, anEqualsSignMayStandBetweenKeyAndValue) {
+  for (const char* line :
+       {"param percent 10 left", "param percent=10 left", "param percent = 10 left",
+        "param percent= 10 left", "param percent =10 left", "param percentage=10 left"}) {
+    load({line});
+    EXPECT_EQ(command(), "PARA");
+    double value = 0;
+    EXPECT_EQ(take_double("percent", value), found) << line;
+    EXPECT_EQ(value, 10.0) << line;
+    EXPECT_EQ(rest(), "left") << line;
+  }
+  const std::pair<const char*, const char*> names[] = {
+      {"read file=x.mtz mtz", "x.mtz"},     {"read file = x.mtz mtz", "x.mtz"},
+      {"read file=\"a b=c\" mtz", "a b=c"}, {"read file = \"a b\" mtz", "a b"},
+      {"read filename=a=b mtz", "a=b"},     {"read file \"=a\" mtz", "=a"}};
+  for (const auto& [line, name] : names) {
+    load({line});
+    EXPECT_EQ(command(), "READ");
+    const char* text = nullptr;
+    EXPECT_EQ(take_value("file", text), found);
+    EXPECT_STREQ(text, name) << line;
+    EXPECT_NE(rest().find("mtz"), std::string::npos);
+  }
+  for (const char* line : {"read coid A=b C = d", "read coid=A=b C = d", "read coid = A=b C = d"}) {
+    load({line});
+    EXPECT_EQ(command(), "READ");
+    const char* text = nullptr;
+    EXPECT_EQ(take_end("coid", text), found);
+    EXPECT_STREQ(text, "A=b C = d") << line;
+  }
+}
+
+// A text whose meaning is old keeps it, and says how the other is written.
+TEST_F(Parser, warnsOfAnEqualsSignThatIsPartOfAWord) {
+  load({"", "reso=2 50", "read file =x.mtz"}, 1);
+  EXPECT_EQ(captured([] { EXPECT_EQ(command(), "RESO"); }),
+            "WARNING: \"=2\" of line 2 is not read: leave a blank before the \"=\" \n");
+  EXPECT_EQ(rest(), "50");
+  EXPECT_EQ(command(), "READ");
+  const char* text = nullptr;
+  const std::string output = captured([&] { EXPECT_EQ(take_value("file", text), found); });
+  EXPECT_STREQ(text, "=x.mtz");
+  EXPECT_EQ(output.rfind("WARNING: the value \"=x.mtz\" of file begins with \"=\"", 0), 0U);
+}
+
+TEST_F(Parser, integersThatDoNotFitAreReported) {
+  std::int32_t value = 0;
+  for (const char* number : {"2147483648", "-2147483649", "99999999999999999999"}) {
+    ASSERT_EQ(qx_create_quorix(), ok);
+    load({std::string("param seed ") + number});
+    EXPECT_EQ(command(), "PARA");
+    EXPECT_EQ(captured([&] { EXPECT_EQ(take_int("seed", value), key_died); }),
+              "\nqx_get_quorix_cmd_word():\nFailed to convert int value from string " +
+                  std::string(number) + " of key seed\n");
+  }
+  EXPECT_EQ(qx_get_key_int_value("nx=4294967306", "nx", &value), 0);
+  EXPECT_EQ(qx_get_key_int_value("nx=2147483647", "nx", &value), 1);
+}
+
 TEST_F(Parser, aKeyWithoutAValueOnlyWarns) {
   load({"param scale"});
   EXPECT_EQ(command(), "PARA");

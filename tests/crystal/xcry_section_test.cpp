@@ -74,27 +74,44 @@ TEST_F(XcrySection, withoutAFileNothingIsBuilt) {
 TEST_F(XcrySection, numbersAreTakenInEveryWriting) {
   ASSERT_TRUE(xcry("spgn P1\ncell 30, 40 ,50\n").ok);
   EXPECT_EQ(qx_get_qxcell()->gamma, 90.0);
-  ASSERT_TRUE(xcry("cell 30,40,50,90,100.5,90\n").ok);
+  ASSERT_TRUE(xcry("cell = 30,40,50,90,100.5,90\n").ok);
   EXPECT_EQ(qx_get_qxcell()->beta, 100.5);
   const std::vector<std::pair<const char*, std::pair<double, double>>> ranges = {
-      {"reso 2.0\n", {2, 99999}},
-      {"reso 50, 2\n", {2, 50}},
-      {"reso 2 50\n", {2, 50}},
-      {"reso -1 50\n", {0, 50}},
-      {"reso\n", {0, 50}}};  // nothing read: the limits stay
+      {"reso 2.0\n", {2, 99999}},  {"reso 50, 2\n", {2, 50}},
+      {"reso 2 50\n", {2, 50}},    {"reso -1 50\n", {0, 50}},
+      {"reso\n", {0, 50}},  // nothing read: the limits stay
+      {"reso = 2 40\n", {2, 40}},  {"reso =3\n", {3, 99999}},
+      {"reso=2 50\n", {50, 99999}}};  // all of the first word is the command's
   for (const auto& [line, range] : ranges) {
     ASSERT_TRUE(xcry(line).ok) << line;
     EXPECT_EQ(qx_get_qxresol()->high, range.first) << line;
     EXPECT_EQ(qx_get_qxresol()->low, range.second) << line;
   }
-  ASSERT_TRUE(xcry("orth 0.1 0 0 0 0 0.1,0 0 0 0 0.1 0.25\n").ok);
+  ASSERT_TRUE(xcry("orth = 0.1 0 0 0 0 0.1,0 0 0 0 0.1 0.25\n").ok);
   EXPECT_EQ(qx_get_qxcell()->orth2frac[11], 0.25);
+}
+
+TEST_F(XcrySection, aLineThatChangesNothingSaysSo) {
+  const std::pair<const char*, const char*> lines[] = {
+      {"reso\n", "WARNING: the command reso names no limit: nothing is changed \n"},
+      {"reso 2 30 x\n", "WARNING: \"x\" of the command reso is not read \n"},
+      {"reso=2 30\n", "WARNING: \"=2\" of line 4 is not read: "},
+      {"cell 30 40 50 90 90 90 P 1\n", "WARNING: \"P 1\" of the command cell is not read \n"},
+      {"xname = a\n", "WARNING: the name \"= a\" is taken with its \"=\" \n"},
+      {"reject sigcut 3\n", "WARNING: reject takes \"amplitude\" or \"intensity\" before"},
+      {"reject amplitude\n", "WARNING: the command reject names no cut: nothing is changed \n"},
+      {"reject amplitude sigcut=-1\n", "WARNING: sigcut -1 is not above 0: nothing is changed \n"}};
+  for (const auto& [line, warning] : lines) {
+    const SectionResult run = xcry(std::string("spgname = P 21 21 21\ncell 30 40 50\n") + line);
+    EXPECT_TRUE(run.ok) << line << run.output;
+    EXPECT_NE(run.output.find(warning), std::string::npos) << line << run.output;
+  }
 }
 
 TEST_F(XcrySection, namesAndThresholdsReachTheirObjects) {
   ASSERT_TRUE(xcry(std::string(crystal) +
                    "XNAME my crystal\npnam project\ndname set 1\n"
-                   "reject amplitude sigcut 1.5 rmscut 20 minimum 0.5\nreje inten sigcut 2\n")
+                   "reject amplitude sigcut=1.5 rmscut = 20 minimum 0.5\nreje inten sigcut 2\n")
                   .ok);
   EXPECT_STREQ(qx_get_qxrefdata()->crystal_name, "my crystal");
   EXPECT_STREQ(qx_get_qxrefdata()->dataset_name, "set 1");

@@ -21,7 +21,7 @@ class XfftSection : public qx::test::Engine {
 
 TEST_F(XfftSection, GoodRunPrintsTheGridLine) {
   make_grid("160 160 160");
-  const auto result = section("xfft\nmemory 400.000000\nsincos no\nxend\n");
+  const auto result = section("xfft\nmemory = 400.000000\nsincos = no\nxend\n");
   EXPECT_TRUE(result.ok);
   EXPECT_EQ(result.output, "grid: nx= 160 ny= 160 nz= 160 sx= 0.00000 sy= 0.00000 sz= 0.00000\n");
   EXPECT_EQ(qx_get_qxsubgrid()->one_box, 1);
@@ -43,6 +43,10 @@ TEST_F(XfftSection, NegativeValues) {
   EXPECT_TRUE(result.ok);
   EXPECT_EQ(qx_get_qxsubgrid()->memory, 0.0);
   EXPECT_EQ(result.output.find(" WARNING: B0 is set as negative, no effect. \n"), 0U);
+  EXPECT_EQ(
+      section("xfft\nsincos maybe\nxend\n")
+          .output.find("WARNING: sincos takes yes or no, not \"MAYB\": nothing is changed \n"),
+      0U);
 }
 
 struct BadLine {
@@ -71,7 +75,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(XfftSection, NeedsTheGrid) {
   const auto result = section("xfft\nmemory 400\nxend\n");
   EXPECT_FALSE(result.ok);
-  EXPECT_NE(result.output.find("xgrid object has not been created yet"), std::string::npos);
+  EXPECT_NE(result.output.find("\nqx_xfft_ctrl():\nqxgrid object has not been created yet \n"),
+            std::string::npos);
   EXPECT_EQ(qx_exist_quorix(), 0);
 }
 

@@ -90,6 +90,22 @@ TEST_F(GridSection, LaterSectionsWithOtherRequests) {
   EXPECT_EQ(counts(), (std::array<int, 3>{100, 60, 81}));
 }
 
+TEST_F(GridSection, ResolvingTwiceChangesNothing) {
+  qxcell* cell = qx_get_qxcell();
+  std::uint32_t state = 1;
+  const auto below = [&state](std::uint32_t n) { return (state = 1664525U * state + 7) / 64 % n; };
+  for (int i = 0; i < 300; ++i) {
+    (void)qx_new_xgrid();
+    cell->a = 20.0 + below(100000) / 1000.0;
+    cell->b = 20.0 + below(100000) / 997.0;
+    const std::string line = "ngrid nx=" + std::to_string(30 + below(400)) + " ny=75 nz=90";
+    ASSERT_TRUE(section("xgrid\n" + line + "\nxend\n").ok);
+    const auto first = counts();
+    EXPECT_EQ(section("xgrid\nxend\n").output, "") << cell->a << line;
+    EXPECT_EQ(counts(), first);
+  }
+}
+
 TEST_F(GridSection, NewCountsDropWhatHangsOnTheOldOnes) {
   EXPECT_TRUE(section("xgrid\nngrid nx=48 ny=50 nz=60\nxend\n").ok);
   qxasu* asu = qx_get_qxasu();

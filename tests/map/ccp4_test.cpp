@@ -248,6 +248,19 @@ TEST_F(Ccp4, SixAxisOrdersInBothByteOrders) {
   } while (std::next_permutation(axes.begin(), axes.end()));
 }
 
+TEST_F(Ccp4, AStampIsReadWhereItIsSaidToStand) {
+  write_file(scratch_.file("m"), std::string("\x11\x22zzzz\x44\x41", 8));
+  std::FILE* file = std::fopen(scratch_.file("m").c_str(), "rb");
+  ASSERT_EQ(std::fseek(file, 3, SEEK_SET), 0);
+  std::int32_t codes[2] = {};
+  EXPECT_EQ(qx_read_machine_stamp(file, 0, &codes[0], &codes[1]), ok);
+  EXPECT_EQ(codes[0], 2);
+  EXPECT_EQ(codes[1], 1);
+  EXPECT_EQ(qx_read_machine_stamp(file, 4, &codes[0], &codes[1]), ok);
+  EXPECT_EQ(codes[0], 7);
+  std::fclose(file);
+}
+
 TEST_F(Ccp4, SymmetryRecordsSkewAndTrailingBytesAreNoObstacle) {
   std::string bytes = file_with_axes({1, 2, 3});
   put<std::int32_t>(bytes, 24, 160);

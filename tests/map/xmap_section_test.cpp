@@ -159,6 +159,21 @@ TEST_F(XmapSection, ExtentsAndKeys) {
   EXPECT_EQ(qx_get_qxmap()->v, -1.0);
 }
 
+TEST_F(XmapSection, SaysWhatItDoesNotDo) {
+  const std::string kicks =
+      "WARNING: kicked maps are not built yet: one map without kicks is generated \n";
+  const std::string weights =
+      "WARNING: weights of input coefficients are not built yet: \"type\" changes nothing \n";
+  const std::string begin = "begin map generation:\n";
+  const std::string end = "end map generation.\n";
+  EXPECT_EQ(section(xmap("param type unweighted\ngenerate")).output, begin + end);
+  EXPECT_EQ(section(xmap("kick seed = 5 length=0.2\ngenerate")).output, begin + kicks + end);
+  for (const char* type : {"sigmaa", "combined", "expected"}) {
+    EXPECT_EQ(section(xmap(std::string("param type = ") + type + " scale=no\ngenerate")).output,
+              begin + weights + end);
+  }
+}
+
 struct Fault {
   const char* lines;
   const char* text;
@@ -190,7 +205,16 @@ INSTANTIATE_TEST_SUITE_P(
               "mapdef generated with amplitude [calc | input] phase [calc | input]\n"},
         Fault{"mapdef generated with Amplitude Maybe",
               "\nUnknown value \"Maybe\" for amplitude.\n"},
-        Fault{"mapdef generated with phase", "\nUnknown value \"\" for phase.\n"},
+        Fault{"mapdef generated with amplitude calc phase", "\nUnknown value \"\" for phase.\n"},
+        Fault{"mapdef generated with phase calc amplitude calc",
+              "\nUnknown keyword in mapdef command: \"phase\"\n"},
+        Fault{"mapdef generated with amplitude input",
+              "\nUnknown keyword in mapdef command: \"\"\n"},
+        Fault{"mapdef generated with amplitude input phase input amplitude calc",
+              "\nUnknown keyword in mapdef command: \"amplitude\"\n"},
+        Fault{"mapdef", "\nUnknown keyword in mapdef command: \"\"\n"},
+        Fault{FROM_INPUT "extent box xmin=0 xmax=1 ymin=3 ymax=1 zmin=0 zmax=1\ngenerate",
+              "\nInvalid map limits 3.000000 and 1.000000 \n"},
         Fault{"extent", "\nUnknown extent type. \n"},
         Fault{"extent all", "\nUnknown extent type. \n"},
         Fault{"extent box xmin=0 xmax=1 ymin=0 zmin=0 zmax=1", "\nNo ymax for box defined. \n"},

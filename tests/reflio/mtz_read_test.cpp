@@ -170,6 +170,7 @@ TEST_F(MtzRead, malformedRecordsAreReported) {
       {"NCOL", "NCOL 5 -4 0", "Failed to get number of reflection data from NCOL line "},
       {"NCOL", "NCOL 5 99999999999 0", "Failed to get number of reflection data from NCOL line "},
       {"NCOL", "NCOL 5 4 b", "Failed to get number of batches from NCOL line "},
+      {"NCOL", "NCOL -5 4 0", "There are less than 3 columns in the mtz file: "},
       {"NCOL", "NCOL 2 4 0", "There are less than 3 columns in the mtz file: "},
       {"NCOL", "NCOL 4 4 0", "There are more COLU lines than declared \n"},
       {"NCOL", "NCOL 5 5 0", "Failed to read 5 reflection data from file "},
