@@ -64,8 +64,7 @@ def main():
           two)
 
     lengths = []
-    for z in range(1, 104):
-        element = gemmi.Element(z)
+    for element in [gemmi.Element(z) for z in range(1, 104)] + [gemmi.Element('D')]:
         length = element.neutron92.get_coefs()[0]
         if length != 0:
             lengths.append((element.name, length))

@@ -42,7 +42,7 @@ QX_API qx::Status qx_set_qxsyspart(qxsyspart* object);
 QX_API qx::Status qx_set_xmodel_default();
 // Appends one entry of atoms to the model; everything is copied. bu_index: k >= 0 the k-th of
 // b_iso, negative v the ~v-th of u_aniso; an index out of range is reported. Lists may be null when
-// their count is 0.
+// their count is 0. further: 2 for a hydrogen that is deuterium; else of no meaning, and carried.
 QX_API qx::Status qx_add_xmodel_entry(std::int32_t natom, const double* x, const double* y,
                                       const double* z, const std::int32_t* atomic_number,
                                       const std::int32_t* charge, const std::int32_t* further,
@@ -83,6 +83,11 @@ QX_API qx::Status qx_upload_qxatomocc_q(const double* values);
 // Blurring B in Angstrom^2 that is added to every atom's density and taken off its structure
 // factors.
 QX_API qx::Status qx_set_qxatomb_B0(double b0);
+
+// How reports name an atom, by its index in the full system (from 0) in place of a number. The text
+// must last until the next call; null names by number again. Not the root's: it stays in force.
+typedef const char* (*qx_atom_namer)(std::int32_t atom, void* context);
+QX_API void qx_set_atom_namer(qx_atom_namer name, void* context);
 
 // Reads nothing: models come in arrays. The commands that name files are kept for old scripts.
 QX_API qx::Status qx_read_xmodel(const char* format, const char* file);

@@ -2,6 +2,7 @@
 
 #include "core/constants.h"
 #include "core/report.h"
+#include "model/atom_name.h"
 
 #include <quorix/engine.h>
 
@@ -51,8 +52,9 @@ Status iso_terms(const char* heading, const AtomSources& sources, std::int32_t a
                      total, occupancy, out)) {
     return ok;
   }
-  return fail(heading, "The B factor %f of atom %d (%s) leaves no finite density with B0 = %f ", b,
-              atom + 1, sources.system->info.type[atom], sources.atomb->b0);
+  return fail(heading, "The B factor %f of atom %s (%s) leaves no finite density with B0 = %f ", b,
+              name_of_atom(sources.system->to_full[atom], atom + 1).text,
+              sources.system->info.type[atom], sources.atomb->b0);
 }
 
 Status aniso_terms(const char* heading, const AtomSources& sources, std::int32_t atom,
@@ -64,9 +66,10 @@ Status aniso_terms(const char* heading, const AtomSources& sources, std::int32_t
                           sources.base->b[entry][i] + sources.atomb->b0, &out.amplitude[i],
                           out.precision[i]) != 0) {
       return fail(heading,
-                  "The anisotropic tensor of atom %d (%s) is not positive definite: "
+                  "The anisotropic tensor of atom %s (%s) is not positive definite: "
                   "%f %f %f %f %f %f ",
-                  atom + 1, sources.system->info.type[atom], u[0], u[1], u[2], u[3], u[4], u[5]);
+                  name_of_atom(sources.system->to_full[atom], atom + 1).text,
+                  sources.system->info.type[atom], u[0], u[1], u[2], u[3], u[4], u[5]);
     }
   }
   return ok;

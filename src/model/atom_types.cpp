@@ -22,8 +22,10 @@ const char* element_symbol(std::int32_t atomic_number) noexcept {
   return symbols[atomic_number >= 0 && atomic_number <= last_element ? atomic_number : 0];
 }
 
-bool form_type(std::int32_t atomic_number, std::int32_t charge, char (&type)[6]) noexcept {
-  const char* symbol = element_symbol(atomic_number);
+bool form_type(std::int32_t atomic_number, std::int32_t mass, std::int32_t charge,
+               char (&type)[6]) noexcept {
+  const bool deuterium = atomic_number == 1 && mass == deuterium_mass;
+  const char* symbol = deuterium ? "D" : element_symbol(atomic_number);
   const auto size = charge == 0 ? std::snprintf(type, sizeof type, "%s", symbol)
                                 : std::snprintf(type, sizeof type, "%s%+d", symbol, charge);
   return size < static_cast<int>(sizeof type);

@@ -3,6 +3,7 @@
 #include "core/report.h"
 #include "crystal/cell.h"
 #include "grid/grid.h"
+#include "model/atom_name.h"
 #include "model/atom_terms.h"
 
 #include <quorix/cell.h>
@@ -109,8 +110,8 @@ Status position(const Job& job, std::int32_t atom, double (&out)[3]) {
     const double f = m[4 * i] * x + m[4 * i + 1] * y + m[4 * i + 2] * z + m[4 * i + 3];
     out[i] = f - std::floor(f);
     if (!std::isfinite(f)) {
-      return fail(job.heading, "The coordinates of atom %d are not numbers: %f %f %f ", atom + 1, x,
-                  y, z);
+      return fail(job.heading, "The coordinates of atom %s are not numbers: %f %f %f ",
+                  qx::name_of_atom(job.atoms.system->to_full[atom], atom + 1).text, x, y, z);
     }
   }
   return ok;
@@ -215,6 +216,10 @@ Status check_kind(const Job& job, std::int32_t atom, bool aniso) {
 }
 
 Status add_atom(const Job& job, std::int32_t atom, double* scratch) {
+  if (!std::isfinite(job.atoms.atomocc->occupancy[atom])) {
+    return fail(job.heading, "The occupancy of atom %s is not a number ",
+                qx::name_of_atom(job.atoms.system->to_full[atom], atom + 1).text);
+  }
   return qx::is_aniso(job.atoms, atom) ? add_aniso(job, atom) : add_iso(job, atom, scratch);
 }
 

@@ -122,7 +122,10 @@ Status set_cut(const char* heading, double qxradcut::*field, double value) {
 }  // namespace
 
 Status qx_set_elec_den_rad_cutoff(double ecut) {
-  return set_cut("qx_set_elec_den_rad_cutoff():", &qxradcut::ecut, ecut);
+  constexpr const char* heading = "qx_set_elec_den_rad_cutoff():";
+  // Nothing of an atom is above its peak.
+  if (!(ecut < 1.0)) return fail(heading, "invalid cut-off of the density: %f ", ecut);
+  return set_cut(heading, &qxradcut::ecut, ecut);
 }
 Status qx_set_elec_den_rad_uplimit(double limit) {
   constexpr const char* heading = "qx_set_elec_den_rad_uplimit():";

@@ -82,7 +82,7 @@ Status fill_info(AtomInfo& info, std::int32_t i, const AtomArrays& atoms, std::i
   info.vdw_radius[i] = atoms.vdw_radius[from];
   info.n_or_o[i] = number == 7 || number == 8 ? 1 : 0;
   info.neither_n_nor_o[i] = info.n_or_o[i] ? 0 : 1;
-  if (!qx::form_type(number, atoms.charge[from], info.type[i])) {
+  if (!qx::form_type(number, atoms.further[from], atoms.charge[from], info.type[i])) {
     return fail("qx_create_molsys():", "Invalid charge %d of an atom of element %s", info.charge[i],
                 qx::element_symbol(number));
   }

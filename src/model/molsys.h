@@ -18,7 +18,7 @@ struct AtomArrays {
   double* z = nullptr;
   std::int32_t* charge = nullptr;
   std::int32_t* atomic_number = nullptr;
-  std::int32_t* further = nullptr;  // carried, not interpreted
+  std::int32_t* further = nullptr;  // mass number of deuterium; else carried, not interpreted
   std::int32_t* bu_index = nullptr;
   double* b_iso = nullptr;
   double (*u_aniso)[6] = nullptr;

@@ -2,6 +2,7 @@
 #include "core/object.h"
 #include "core/report.h"
 #include "core/text.h"
+#include "model/atom_name.h"
 #include "model/formfactors.h"
 #include "model/molsys.h"
 #include "model/type_table.h"
@@ -51,6 +52,11 @@ Status fetch_tables(Tables& tables) {
   return tables.two ? ok : fail(heading, "qxatformfact2 has not been created yet ");
 }
 
+bool uses_electrons() {
+  const atfrmfactbase* base = qx_get_atfrmfactbase();
+  return base && base->method == qx::electron_diffraction;
+}
+
 }  // namespace
 
 std::int32_t qx_pickup_afrmfactbase_index(const char* type, std::int32_t* ngauss) {
@@ -71,7 +77,11 @@ std::int32_t qx_pickup_afrmfactbase_index(const char* type, std::int32_t* ngauss
   if (qx_get_qxatformfacthash_kv(tables.five, type, &index)) return index;
   char element[8];
   element_of(type, element);
-  return qx_get_qxatformfacthash_kv(tables.five, element, &index) ? index : no_data(5, type);
+  if (qx_get_qxatformfacthash_kv(tables.five, element, &index)) return index;
+  // Electrons do not see the nucleus's mass.
+  const bool isotope = std::strcmp(element, "D") == 0 && uses_electrons();
+  if (isotope && qx_get_qxatformfacthash_kv(tables.five, "H", &index)) return index;
+  return no_data(5, type);
 }
 
 Status qx_make_molformfact() {
@@ -94,8 +104,11 @@ Status qx_make_molformfact() {
   QX_TRY(qx::open_block(pickup->index, n, "pmm_ix"));
   for (std::int32_t i = 0; i < system->natom; ++i) {
     std::int32_t ngauss = 0;
+    const std::int32_t full = system->to_full[i];
     const std::int32_t index = qx_pickup_afrmfactbase_index(system->info.type[i], &ngauss);
-    if (!qx_exist_quorix()) return failed;
+    if (!qx_exist_quorix()) {
+      return fail(name, "Atom %s has no form factor. ", qx::name_of_atom(full, i + 1).text);
+    }
     pickup->ngauss[i] = ngauss;
     pickup->index[i] = index;
   }

@@ -74,6 +74,7 @@ Status qx_delete_qxstructfact() {
   if (!sf) return ok;
   QX_TRY(release_all_sums(sf));
   QX_TRY(release(sf->prefactor));
+  QX_TRY(release(sf->scaling.bins));
   return qx::remove_from(sf, qx_set_qxstructfact);
 }
 
@@ -273,7 +274,7 @@ Status add_operators(const Needs& needs, const qx::Transform& transform, std::in
   QX_TRY(open_turns(grid.nz, turn_cosine, turn_sine));
   for (std::int32_t op = 0; op < needs.group->nops; ++op) {
     PhaseFactors factors = {c.get(), s.get()};
-    if (needs.box->one_box && grid.sine) {
+    if (needs.box->one_box && grid.sine && shift == 0) {
       factors = {grid.cosine[0][op], grid.sine[0][op]};
     } else {
       sub_box_phases(needs, op, shift, turn_cosine.get(), turn_sine.get(), c.get(), s.get());

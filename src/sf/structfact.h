@@ -1,6 +1,8 @@
 // Records of the structure factors.
 #pragma once
 
+#include "sf/scale_fit.h"
+
 #include <quorix/structfact.h>
 
 namespace qx {
@@ -13,6 +15,20 @@ struct PartSums {
   double b = 0.0;  // Angstrom^2: the part counts as scale exp(-b s^2 / 4) F
 };
 
+struct BinAgreement {
+  Agreement work, free;
+};
+
+// What the last scaling found; nothing before one.
+struct ScaleResult {
+  bool done = false;
+  OverallScale scale;
+  bool split = false;    // into a working and a free set
+  Agreement work, free;  // work: of all without a split
+  std::int32_t nbins = 0;
+  BinAgreement* bins = nullptr;
+};
+
 }  // namespace qx
 
 struct qxstructfact {
@@ -22,6 +38,7 @@ struct qxstructfact {
   qx::PartSums separate;        // part number -1
   double* prefactor = nullptr;  // per reflection
   std::int32_t nprefactor = 0;
+  qx::ScaleResult scaling;
 };
 
 struct qxsincostab {

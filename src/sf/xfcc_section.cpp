@@ -96,32 +96,59 @@ double resolution(double s_length) { return s_length > 0.0 ? 1.0 / s_length : 0.
 
 // R and correlation bin by bin, of the working set (or all) and of the free set; the R values go to
 // the cross-validation object as well.
-Status print_bins(qxcross* cross, const qxrefdata* data, const double* fc) {
+Status measure_bins(qxcross* cross, const qxrefdata* data, const double* fc,
+                    qx::ScaleResult& result) {
   qx::Tagged<std::int8_t> is_free;
   QX_TRY(mark_free(cross, data->nreflections, is_free));
-  const bool with_free = cross->nfree > 0 && cross->ntotal == data->nreflections;
-  std::printf(with_free ? "bin #  nreflection  high_res   low_res   RFree       R  CCFree      CC\n"
-                        : "bin #  nreflection  high_res   low_res       R      CC\n");
+  QX_TRY(qx::open_list(result.bins, cross->bins_built, "pxf_bins"));
   for (std::int32_t bin = 0; bin < cross->bins_built; ++bin) {
+    qx::BinAgreement& found = result.bins[bin];
+    found = {};
     if (cross->bin_counts[bin] == 0) continue;
     qx::Tagged<std::int32_t> scratch;
     List list = {};
     QX_TRY(pick(cross, bin, is_free.get(), false, scratch, list));
-    const qx::Agreement work = qx::agreement(list.n, list.members, data->fobs, fc);
+    found.work = qx::agreement(list.n, list.members, data->fobs, fc);
     QX_TRY(pick(cross, bin, is_free.get(), true, scratch, list));
-    const qx::Agreement free = qx::agreement(list.n, list.members, data->fobs, fc);
-    cross->bin_r[bin] = work.r;
-    cross->bin_rfree[bin] = free.r;
-    std::printf("%5d  %11d  %8.3f  %8.3f  ", bin + 1, cross->bin_counts[bin],
-                resolution(cross->bin_ranges[bin][1]), resolution(cross->bin_ranges[bin][0]));
-    if (with_free) {
-      std::printf("%6.3f  %6.3f  %6.3f  %6.3f\n", free.r, work.r, free.correlation,
-                  work.correlation);
-    } else {
-      std::printf("%6.3f  %6.3f\n", work.r, work.correlation);
-    }
+    found.free = qx::agreement(list.n, list.members, data->fobs, fc);
+    cross->bin_r[bin] = found.work.r;
+    cross->bin_rfree[bin] = found.free.r;
   }
+  result.nbins = cross->bins_built;
   return ok;
+}
+
+// A set without a reflection has no R: a 0 would look like the best there is.
+void print_value(const qx::Agreement& set, double value) {
+  if (set.n > 0) {
+    std::printf("  %6.3f", value);
+  } else {
+    std::printf("  %6s", "-");
+  }
+}
+
+void print_bins(const qxcross* cross, const qx::ScaleResult& result, bool with_free) {
+  std::printf(with_free ? "bin #  nreflection  high_res   low_res   RFree       R  CCFree      CC\n"
+                        : "bin #  nreflection  high_res   low_res       R      CC\n");
+  for (std::int32_t bin = 0; bin < result.nbins; ++bin) {
+    if (cross->bin_counts[bin] == 0) continue;
+    const auto& [work, free] = result.bins[bin];
+    std::printf("%5d  %11d  %8.3f  %8.3f", bin + 1, cross->bin_counts[bin],
+                resolution(cross->bin_ranges[bin][1]), resolution(cross->bin_ranges[bin][0]));
+    if (with_free) print_value(free, free.r);
+    print_value(work, work.r);
+    if (with_free) print_value(free, free.correlation);
+    print_value(work, work.correlation);
+    std::printf("\n");
+  }
+}
+
+void print_scaling(const qxcross* cross, const qx::ScaleResult& result) {
+  std::printf("Overall scale of Fc         : k = %.5f  B = %.3f\n", result.scale.k, result.scale.b);
+  print_agreement(result.split ? "Working set" : "All reflections", result.work);
+  const bool with_free = result.split && cross->nfree > 0;
+  if (with_free) print_agreement("Free set", result.free);
+  print_bins(cross, result, with_free);
 }
 
 // Bins over all reflections when no cross-validation section has made any.
@@ -164,13 +191,17 @@ Status qx_scale_model_structure_factor() {
     const double s = data->s_length[i];
     fc[static_cast<std::size_t>(i)] *= scale.k * std::exp(-0.25 * scale.b * s * s);
   }
-  std::printf("Overall scale of Fc         : k = %.5f  B = %.3f\n", scale.k, scale.b);
-  print_agreement(split ? "Working set" : "All reflections",
-                  qx::agreement(work.n, work.members, data->fobs, fc.get()));
-  if (split && cross->nfree > 0) {
-    print_agreement("Free set", qx::agreement(cross->nfree, cross->free, data->fobs, fc.get()));
-  }
-  return print_bins(cross, data, fc.get());
+  qx::ScaleResult& result = sf->scaling;
+  QX_TRY(qx::release(result.bins));
+  result = {};
+  result.scale = scale;
+  result.split = split;
+  result.work = qx::agreement(work.n, work.members, data->fobs, fc.get());
+  if (split) result.free = qx::agreement(cross->nfree, cross->free, data->fobs, fc.get());
+  QX_TRY(measure_bins(cross, data, fc.get(), result));
+  result.done = true;
+  print_scaling(cross, result);
+  return ok;
 }
 
 Status qx_replace_refdata_fc() {

@@ -181,6 +181,8 @@ INSTANTIATE_TEST_SUITE_P(
               "\nqx_init_qxexptab():\ninvalid input argument n = 0 \n"},
         Fault{"negativeStep", [] { return qx_init_qxexptab(10, -0.1); },
               "\nqx_init_qxexptab():\ninvalid input argument h = -0.1"},
+        Fault{"cutOffOfAllDensity", [] { return run_section_text("xcut\necut 1\n") ? ok : failed; },
+              "\nqx_set_elec_den_rad_cutoff():\ninvalid cut-off of the density: 1.000000 \n"},
         Fault{"endlessRadius", [] { return qx_set_elec_den_rad_uplimit(INFINITY); },
               "\nqx_set_elec_den_rad_uplimit():\n"},
         Fault{"unknownWord", [] { return run_section_text("xcut\nfoo\n") ? ok : failed; },

@@ -16,7 +16,9 @@
 #include <quorix/reflections.h>
 #include <quorix/structfact.h>
 
+#include <algorithm>
 #include <cmath>
+#include <map>
 
 namespace qx::test {
 namespace {
@@ -90,6 +92,55 @@ TEST_F(StructureFactors, subBoxesGiveTheSameAsOneBox) {
       EXPECT_LE(vector_r(one_box, engine_sum()), 1e-10) << memory;
     }
   }
+}
+
+// A shift moves the planes of the box: by theorem the same as the density moved along z.
+TEST_F(StructureFactors, aShiftOfTheOneBoxIsHonoured) {
+  set_up_crystal("P 21 21 21", "24 28 33 90 90 90", 2.5, 300);
+  set_up_model(random_atoms(12, true, 6));
+  calculate("1e-3");
+  double*** density = qx_open_qxelecden_box();
+  const qxgrid& grid = *qx_get_qxgrid();
+  const auto plane = static_cast<std::size_t>(grid.nx) * static_cast<std::size_t>(grid.ny);
+  constexpr std::int32_t shift = 5;
+  std::vector<std::complex<double>> sums[2];
+  for (const bool by_hand : {false, true}) {
+    ASSERT_EQ(qx_calc_elec_den_map(0, density), ok);
+    double* block = density[0][0];
+    if (by_hand) {
+      std::rotate(block, block + (grid.nz - shift) * plane, block + grid.nz * plane);
+    }
+    ASSERT_EQ(qx_new_qxstructfact(), ok);
+    ASSERT_EQ(qx_set_pre_factor(), ok);
+    ASSERT_EQ(qx_calc_sf_by_fft_eden(0, 0, by_hand ? 0 : shift, density), ok);
+    sums[by_hand] = engine_sum();
+  }
+  EXPECT_LE(vector_r(sums[1], sums[0]), 1e-6);
+}
+
+// Hydrogen and deuterium against a sum with lengths written out here, half of them shared sites.
+TEST_F(StructureFactors, deuteriumScattersNeutronsAsItself) {
+  auto atoms = random_atoms(30, false, 12);
+  const std::map<int, double> lengths = {{1, -3.739}, {2, 6.671}, {6, 6.646}, {8, 5.803}};
+  std::vector<std::int32_t> mass;
+  std::vector<double> weight;
+  for (std::size_t i = 0; i < atoms.size(); ++i) {
+    atoms[i].charge = 0;
+    atoms[i].atomic_number = i % 3 == 0 ? 6 : i % 3 == 1 ? 8 : 1;
+    mass.push_back(i % 6 == 5 ? 2 : 0);
+    if (atoms[i].atomic_number == 1) atoms[i].occupancy = 0.5;
+    weight.push_back(lengths.at(mass.back() == 2 ? 2 : atoms[i].atomic_number));
+  }
+  set_up_crystal("P 21 21 21", "24 28 33 90 90 90", 2.0, 300);
+  set_up_model(atoms, mass);
+  ASSERT_TRUE(section("xform\ndiff neutron\nxend\n").ok);
+  calculate("1e-6", "4000", "30");
+  EXPECT_LE(vector_r(direct_sum(atoms, weight), engine_sum()), 2e-4);
+  // To X-rays it is hydrogen.
+  ASSERT_TRUE(section("xform\ndiff electron\natmf C 5 O 5\nxend\n").ok);
+  const SectionResult electrons = section("xfcc\ncalc\nxend\n");
+  ASSERT_TRUE(electrons.ok) << electrons.output;
+  EXPECT_LE(vector_r(direct_sum(atoms, false), engine_sum()), 2e-4);
 }
 
 TEST_F(StructureFactors, doNotDependOnTheBlurring) {

@@ -131,11 +131,13 @@ void set_up_crystal(const std::string& group, const std::string& cell, double dm
   });
 }
 
-void set_up_model(const std::vector<TestAtom>& atoms) {
+void set_up_model(const std::vector<TestAtom>& atoms, const std::vector<std::int32_t>& mass) {
   ASSERT_TRUE(section("xmod\nxend\n").ok);
   std::vector<double> x, y, z, b, occupancy, radius;
   std::vector<std::array<double, 6>> u;
   std::vector<std::int32_t> number, charge, index;
+  std::vector<std::int32_t> further = mass;
+  further.resize(atoms.size());
   for (const TestAtom& atom : atoms) {
     const auto position = orthogonal(*qx_get_qxcell(), atom.fractional);
     x.push_back(position[0]);
@@ -155,7 +157,7 @@ void set_up_model(const std::vector<TestAtom>& atoms) {
   }
   ASSERT_EQ(
       qx_add_xmodel_entry(static_cast<std::int32_t>(atoms.size()), x.data(), y.data(), z.data(),
-                          number.data(), charge.data(), charge.data(), index.data(),
+                          number.data(), charge.data(), further.data(), index.data(),
                           static_cast<std::int32_t>(b.size()), static_cast<std::int32_t>(u.size()),
                           b.data(), reinterpret_cast<const double(*)[6]>(u.data()),
                           occupancy.data(), charge.data(), radius.data()),
@@ -163,12 +165,13 @@ void set_up_model(const std::vector<TestAtom>& atoms) {
   ASSERT_TRUE(section("xmol\nhydr yes\nxend\n").ok);
 }
 
-std::vector<Complex> direct_sum(const std::vector<TestAtom>& atoms, bool two_gaussians) {
+namespace {
+
+std::vector<Complex> sum_over(const std::vector<TestAtom>& atoms,
+                              const std::vector<FormFactor>& factors) {
   const qxrefdata& data = *qx_get_qxrefdata();
   const qxspg& group = *qx_get_qxspg();
   const double* m = qx_get_qxcell()->orth2frac;
-  std::vector<FormFactor> factors;
-  for (const TestAtom& atom : atoms) factors.push_back(form_factor_of(atom, two_gaussians));
   std::vector<Complex> sums;
   for (std::int32_t i = 0; i < data.nreflections; ++i) {
     const double hkl[3] = {static_cast<double>(data.h[i]), static_cast<double>(data.k[i]),
@@ -208,6 +211,21 @@ std::vector<Complex> direct_sum(const std::vector<TestAtom>& atoms, bool two_gau
     sums.push_back(sum);
   }
   return sums;
+}
+
+}  // namespace
+
+std::vector<Complex> direct_sum(const std::vector<TestAtom>& atoms, bool two_gaussians) {
+  std::vector<FormFactor> factors;
+  for (const TestAtom& atom : atoms) factors.push_back(form_factor_of(atom, two_gaussians));
+  return sum_over(atoms, factors);
+}
+
+std::vector<Complex> direct_sum(const std::vector<TestAtom>& atoms,
+                                const std::vector<double>& lengths) {
+  std::vector<FormFactor> factors;
+  for (const double length : lengths) factors.push_back({{length}, {0.0}});
+  return sum_over(atoms, factors);
 }
 
 std::vector<Complex> engine_sum() {

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <complex>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -26,13 +27,17 @@ std::vector<TestAtom> random_atoms(int n, bool with_aniso, unsigned seed);
 // of reciprocal space, at most `most` of them chosen at random.
 void set_up_crystal(const std::string& group, const std::string& cell, double dmin, int most);
 
-// Puts the atoms into the engine's model and runs xmod and xmol.
-void set_up_model(const std::vector<TestAtom>& atoms);
+// Puts the atoms into the engine's model and runs xmod and xmol; mass numbers tell deuterium.
+void set_up_model(const std::vector<TestAtom>& atoms, const std::vector<std::int32_t>& mass = {});
 
 // F of every reflection of the data set: the sum over operators and atoms, form factors read from
 // the data files by this code alone.
 std::vector<std::complex<double>> direct_sum(const std::vector<TestAtom>& atoms,
                                              bool two_gaussians = true);
+
+// The same with a constant scattering length for each atom.
+std::vector<std::complex<double>> direct_sum(const std::vector<TestAtom>& atoms,
+                                             const std::vector<double>& lengths);
 
 // What the engine calculated.
 std::vector<std::complex<double>> engine_sum();

@@ -3,6 +3,7 @@
 #include "tool/fcalc_command.h"
 
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 namespace qx::test {
 namespace {
@@ -94,6 +95,87 @@ TEST_F(FcalcData, saysThatThereIsNoFreeSet) {
             std::string::npos)
       << result.errors;
   EXPECT_NE(result.output.find("All reflections"), std::string::npos) << result.output;
+}
+
+// The same reflections in other formats, between limits.
+TEST_F(FcalcData, readsReflectionsAsMapsDo) {
+  const Columns plain = calculated({model, "--hkl", data, "--dmin", "2.5", "--dmax", "8"});
+  const std::string packed = scratch_.file("in.mtz.gz");
+  ASSERT_EQ(std::system(("gzip -c '" + data + "' >'" + packed + "'").c_str()), 0);
+  const Columns unpacked = calculated({model, "--hkl", packed, "--dmin", "2.5", "--dmax", "8"});
+  for (const char* label : {"H", "K", "L", "FC", "PHIC", "FREE"}) {
+    EXPECT_EQ(unpacked.at(label), plain.at(label)) << label;
+  }
+  std::size_t within = 0;
+  for (std::size_t i = 0; i < in_.at("H").size(); ++i) {
+    const double s =
+        std::hypot(in_.at("H")[i] / 50.84, in_.at("K")[i] / 42.77, in_.at("L")[i] / 28.95);
+    if (s >= 1 / 8.0 && s <= 1 / 2.5) ++within;
+  }
+  EXPECT_EQ(plain.at("FC").size(), within);
+  if (find_program("gemmi").empty()) GTEST_SKIP() << "gemmi is not installed";
+  const std::string cif = scratch_.file("in.cif");
+  ASSERT_EQ(std::system(("gemmi mtz2cif '" + data + "' '" + cif + "' >/dev/null 2>&1").c_str()), 0);
+  const ProgramResult result = run({"--hkl", cif});
+  EXPECT_EQ(result.status, 0) << result.errors;
+  EXPECT_NE(agreement(result).find("(298 reflections)"), std::string::npos) << result.output;
+}
+
+TEST_F(FcalcData, uniqueSetBetweenLimits) {
+  const Columns all = calculated({model, "--dmin", "3"});
+  const Columns outer = calculated({model, "--dmin", "3", "--dmax", "6"});
+  const Columns inner = calculated({model, "--dmin", "6"});
+  EXPECT_NEAR(static_cast<double>(outer.at("H").size() + inner.at("H").size()),
+              static_cast<double>(all.at("H").size()), 2.0);
+  const ProgramResult none = fcalc({model, "--dmin", "3", "--dmax", "2", "-o", "x.mtz"});
+  EXPECT_EQ(none.status, 2);
+  EXPECT_NE(none.errors.find("no reflection lies between --dmin 3 and --dmax 2 A"),
+            std::string::npos);
+}
+
+TEST_F(FcalcData, tellsWhatItFoundAsJsonOrNothing) {
+  const ProgramResult quiet = run({"--hkl", data, "-q"});
+  EXPECT_EQ(quiet.output + quiet.errors, "");
+  const ProgramResult lines = run({"--hkl", data});
+  const ProgramResult result = run({"--hkl", data, "--cell", "52", "42.77", "28.95", "90", "90",
+                                    "90", "--map-fofc", scratch_.file("d.ccp4"), "--json"});
+  EXPECT_EQ(result.errors, "");
+  const auto json = nlohmann::json::parse(result.output);
+  EXPECT_EQ(json["atoms"], 660);
+  EXPECT_EQ(json["labels"]["free_reflections"], 305);
+  EXPECT_EQ(json["maps"].size(), 1U);
+  ASSERT_EQ(json["warnings"].size(), 1U);
+  EXPECT_NE(json["warnings"][0].get<std::string>().find("the model's is used"), std::string::npos);
+  const double d = json["resolution"][0];
+  EXPECT_NEAR(json["b0"].get<double>(), 6 * d * d, 1e-3);
+  // The numbers of the lines, of the same crystal.
+  const auto same = nlohmann::json::parse(run({"--hkl", data, "--json"}).output)["scaling"];
+  char text[200];
+  std::snprintf(text, sizeof text,
+                "Free set                    : R = %7.4f  correlation = %7.4f  (%d",
+                same["free"]["r"].get<double>(), same["free"]["correlation"].get<double>(),
+                same["free"]["reflections"].get<int>());
+  EXPECT_NE(lines.output.find(text), std::string::npos) << text;
+  ASSERT_EQ(same["bins"].size(), 10U);
+  std::snprintf(text, sizeof text, "  %6.3f  %6.3f  %6.3f  %6.3f\n",
+                same["bins"][4]["free"]["r"].get<double>(),
+                same["bins"][4]["work"]["r"].get<double>(),
+                same["bins"][4]["free"]["correlation"].get<double>(),
+                same["bins"][4]["work"]["correlation"].get<double>());
+  EXPECT_NE(lines.output.find(text), std::string::npos) << text;
+}
+
+TEST_F(FcalcData, anEngineFailureLeavesStandardOutputToJson) {
+  const std::string heavy = scratch_.file("es.pdb");
+  write_file(heavy, "CRYST1   20.000   20.000   30.000  90.00  90.00 120.00 P 31 2 1      6\n" +
+                        atom_record("Es", 7, {1.0, 2.0, 3.0}));
+  const ProgramResult result =
+      fcalc({heavy, "--dmin", "3", "--json", "-o", scratch_.file("out.mtz")});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.output, "");
+  EXPECT_NE(result.errors.find("atom type \"Es\". Atom A/LIG 7/Es (serial 7) has no form factor."),
+            std::string::npos)
+      << result.errors;
 }
 
 }  // namespace

@@ -240,11 +240,60 @@ TEST_F(FcalcModel, leavesHydrogensOutAndWarnsOfUnknownElements) {
   EXPECT_EQ(read_columns(out()), carbon);
 }
 
-TEST_F(FcalcModel, saysWhichElementHasNoFormFactor) {
-  const std::string heavy = write("es.pdb", crystal + atom("Es", 1, 1.0) + atom("C", 2, 9.0));
-  const ProgramResult result = fcalc({heavy, "--dmin", "3", "-o", out()});
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.output.find("for atom type \"Es"), std::string::npos) << result.output;
+// As the file names it: chain, residue, atom, serial.
+TEST_F(FcalcModel, namesTheAtomThatCannotBeUsed) {
+  struct Case {
+    std::string atom;
+    const char* report;
+    int status;
+  };
+  const std::string carbon = atom("C", 1, 1.0);
+  const Case cases[] = {
+      {atom("Es", 2, 9.0),
+       "for atom type \"Es\" \n\nqx_make_molformfact():\nAtom A/LIG 2/Es (serial 2) has no form",
+       1},
+      {atom_record("N", 2, {9.0, 2.0, 3.0}, -500), "of atom A/LIG 2/N (serial 2) (N) leaves no", 1},
+      {atom("O", 2, 9.0) +
+           "ANISOU    2  O   LIG A   2    -9000   1000   1000      0      0      0       O\n",
+       "tensor of atom A/LIG 2/O (serial 2) (O) is not positive", 1},
+      {atom("X", 2, 9.0), "1 atoms of unknown element take no part, the first of them A/LIG 2/X",
+       0},
+      {atom_record("C", 2, {9.0, 2.0, 3.0}, 999), "1 atoms are so wide that they are cut off", 0}};
+  for (const Case& row : cases) {
+    const std::string file = write("odd.pdb", crystal + carbon + row.atom);
+    const ProgramResult result = fcalc({file, "--dmin", "3", "--ecut", "1e-8", "-o", out()});
+    EXPECT_EQ(result.status, row.status);
+    EXPECT_NE((result.output + result.errors).find(row.report), std::string::npos)
+        << row.report << '\n'
+        << result.output << result.errors;
+  }
+}
+
+// Neutrons see hydrogens without being asked to; deuterium has a length of its own; a site that
+// both share comes as two atoms or as a fraction.
+TEST_F(FcalcModel, neutronsSeeHydrogenAndDeuterium) {
+  if (!gemmi_module()) GTEST_SKIP() << "gemmi's Python module is not installed";
+  std::string text = crystal;
+  for (int i = 0; i < 12; ++i) {
+    const std::array<double, 3> at = {1.0 + 1.7 * i, 2.0 + 0.9 * i * (i % 3), 3.0 + 2.3 * i};
+    const std::array<double, 3> near = {at[0] + 1.0, at[1], at[2]};
+    text += atom_record("C", 3 * i + 1, at) + atom_record("H", 3 * i + 2, near, 25, 0.35) +
+            atom_record("D", 3 * i + 3, near, 25, 0.65);
+  }
+  const std::string half = write("half.pdb", text);
+  ASSERT_EQ(fcalc({half, "--dmin", "2", "--neutron", "-o", out()}).status, 0);
+  EXPECT_EQ(script("'" + half + "' '" + out() + "' 5e-4 neutron"), "");
+  const Columns shared = read_columns(out());
+  EXPECT_NE(calculated({half, "--dmin", "2", "--neutron", "--no-hydrogens"}), shared);
+  const std::string fraction = write("fraction.cif", "");
+  ASSERT_EQ(script("fractions '" + half + "' '" + fraction + "'"), "");
+  const Columns one_row = calculated({fraction, "--dmin", "2", "--neutron"});
+  for (std::size_t i = 0; i < shared.at("FC").size(); ++i) {
+    ASSERT_NEAR(one_row.at("FC")[i], shared.at("FC")[i], 1e-3) << i;
+  }
+  // To X-rays a deuterium is a hydrogen.
+  ASSERT_EQ(fcalc({half, "--dmin", "2", "--hydrogens", "-o", out()}).status, 0);
+  EXPECT_EQ(script("'" + half + "' '" + out() + "' 5e-4 xray"), "");
 }
 
 struct Fault {

@@ -21,15 +21,15 @@ struct Arrays {
   std::vector<double> x, y, z, b_iso, occupancy, vdw_radius, u_aniso;
   std::vector<std::int32_t> atomic_number, charge, further, bu_index, ion;
 
-  void add(const gemmi::Atom& atom) {
+  void add(const gemmi::Atom& atom, double share, bool deuterium) {
     x.push_back(atom.pos.x);
     y.push_back(atom.pos.y);
     z.push_back(atom.pos.z);
     atomic_number.push_back(atom.element.atomic_number());
     charge.push_back(atom.charge);
-    further.push_back(0);
+    further.push_back(deuterium ? 2 : 0);
     ion.push_back(atom.charge != 0 ? 1 : 0);
-    occupancy.push_back(atom.occ);
+    occupancy.push_back(atom.occ * share);
     vdw_radius.push_back(atom.element.vdw_r());
     if (atom.aniso.nonzero()) {
       bu_index.push_back(~static_cast<std::int32_t>(u_aniso.size() / 6));
@@ -44,6 +44,23 @@ struct Arrays {
   }
 };
 
+using Fractions = std::unordered_map<int, double>;
+
+// Sites that hydrogen and deuterium share, where a refinement wrote one row with a fraction for
+// both.
+Fractions deuterium_fractions(gemmi::cif::Document& document) {
+  Fractions fractions;
+  for (gemmi::cif::Block& block : document.blocks) {
+    for (const auto& row : block.find("_atom_site.", {"id", "ccp4_deuterium_fraction"})) {
+      const double fraction = gemmi::cif::as_number(row[1]);
+      if (fraction > 0.0) {
+        fractions[gemmi::string_to_int(row[0], false)] = std::min(fraction, 1.0);
+      }
+    }
+  }
+  return fractions;
+}
+
 template <class Work>
 void for_each_atom(const gemmi::Structure& structure, Work work) {
   for (const gemmi::Chain& chain : structure.models.front().chains) {
@@ -51,6 +68,36 @@ void for_each_atom(const gemmi::Structure& structure, Work work) {
       for (const gemmi::Atom& atom : residue.atoms) work(atom);
     }
   }
+}
+
+// Calls work(atom, share of its occupancy, whether as deuterium) for each atom of the engine's
+// model.
+template <class Work>
+void for_each_entry(const gemmi::Structure& structure, const Fractions& fractions, Work work) {
+  for_each_atom(structure, [&](const gemmi::Atom& atom) {
+    const auto found = atom.element == gemmi::El::H ? fractions.find(atom.serial) : fractions.end();
+    const double deuterium = found == fractions.end() ? 0.0 : found->second;
+    if (deuterium < 1.0) work(atom, 1.0 - deuterium, atom.element == gemmi::El::D);
+    if (deuterium > 0.0) work(atom, deuterium, true);
+  });
+}
+
+std::string name_of(const gemmi::Chain& chain, const gemmi::Residue& residue,
+                    const gemmi::Atom& atom) {
+  std::string text = chain.name + "/" + residue.name + " " + residue.seqid.str() + "/" + atom.name;
+  if (atom.altloc) text += std::string(".") + atom.altloc;
+  return text + format(" (serial %d)", atom.serial);
+}
+
+std::string name_of(const gemmi::Structure& structure, const gemmi::Atom& wanted) {
+  for (const gemmi::Chain& chain : structure.models.front().chains) {
+    for (const gemmi::Residue& residue : chain.residues) {
+      for (const gemmi::Atom& atom : residue.atoms) {
+        if (&atom == &wanted) return name_of(chain, residue, atom);
+      }
+    }
+  }
+  return {};
 }
 
 template <class Test>
@@ -76,7 +123,8 @@ Crystal crystal_of(const gemmi::Structure& structure) {
   return crystal;
 }
 
-gemmi::Structure read_structure(const std::string& path, DefaultValues& defaults) {
+gemmi::Structure read_structure(const std::string& path, DefaultValues& defaults,
+                                Fractions& fractions) {
   std::string text = whole_text(path);
   switch (gemmi::coor_format_from_content(text.data(), text.data() + text.size())) {
     case gemmi::CoorFormat::Pdb:
@@ -85,6 +133,7 @@ gemmi::Structure read_structure(const std::string& path, DefaultValues& defaults
     case gemmi::CoorFormat::Mmcif: {
       auto document = gemmi::cif::read_memory(text.data(), text.size(), path.c_str());
       defaults = check_mmcif_numbers(document, text, path);
+      fractions = deuterium_fractions(document);
       return gemmi::make_structure_from_doc(document, true);
     }
     case gemmi::CoorFormat::Mmjson: {
@@ -113,7 +162,7 @@ std::string pdb_record(const gemmi::Chain& chain, const gemmi::Residue& residue,
 Coordinates::Coordinates(const std::string& path) {
   DefaultValues defaults;
   try {
-    structure_ = std::make_unique<gemmi::Structure>(read_structure(path, defaults));
+    structure_ = std::make_unique<gemmi::Structure>(read_structure(path, defaults, deuterium_));
   } catch (const CommandError&) {
     throw;
   } catch (const std::exception& error) {
@@ -148,14 +197,25 @@ std::size_t Coordinates::atom_count() const {
   return count_atoms(*structure_, [](const gemmi::Atom&) { return true; });
 }
 
-std::size_t Coordinates::unknown_count() const {
-  return count_atoms(*structure_,
-                     [](const gemmi::Atom& atom) { return atom.element.atomic_number() == 0; });
+std::string Coordinates::unknown_atoms() const {
+  const auto unknown = [](const gemmi::Atom& atom) { return atom.element.atomic_number() == 0; };
+  const gemmi::Atom* first = nullptr;
+  for_each_atom(*structure_, [&](const gemmi::Atom& atom) {
+    if (!first && unknown(atom)) first = &atom;
+  });
+  if (!first) return {};
+  return format("%zu atoms of unknown element take no part, the first of them ",
+                count_atoms(*structure_, unknown)) +
+         name_of(*structure_, *first);
 }
 
-std::size_t Coordinates::deuterium_count() const {
-  return count_atoms(*structure_,
-                     [](const gemmi::Atom& atom) { return atom.element == gemmi::El::D; });
+std::string Coordinates::name_of_entry(std::size_t entry) const {
+  std::size_t at = 0;
+  const gemmi::Atom* found = nullptr;
+  for_each_entry(*structure_, deuterium_, [&](const gemmi::Atom& atom, double, bool) {
+    if (at++ == entry) found = &atom;
+  });
+  return found ? name_of(*structure_, *found) : std::string();
 }
 
 // gemmi's own writer of this format needs sources that its Debian package leaves out.
@@ -186,7 +246,10 @@ std::vector<std::array<double, 3>> Coordinates::positions() const {
 
 bool Coordinates::fill_model() const {
   Arrays a;
-  for_each_atom(*structure_, [&](const gemmi::Atom& atom) { a.add(atom); });
+  for_each_entry(*structure_, deuterium_,
+                 [&](const gemmi::Atom& atom, double share, bool deuterium) {
+                   a.add(atom, share, deuterium);
+                 });
   const auto size = [](const auto& list) { return static_cast<std::int32_t>(list.size()); };
   return qx_add_xmodel_entry(size(a.x), a.x.data(), a.y.data(), a.z.data(), a.atomic_number.data(),
                              a.charge.data(), a.further.data(), a.bu_index.data(), size(a.b_iso),
@@ -195,7 +258,7 @@ bool Coordinates::fill_model() const {
                              a.occupancy.data(), a.ion.data(), a.vdw_radius.data()) == ok;
 }
 
-std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin) {
+std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin, double dmax) {
   const gemmi::SpaceGroup* group = gemmi::find_spacegroup_by_name(crystal.space_group);
   if (!group) throw CommandError(2, "unknown space group '" + crystal.space_group + "'");
   const gemmi::UnitCell cell(crystal.cell[0], crystal.cell[1], crystal.cell[2], crystal.cell[3],
@@ -204,7 +267,7 @@ std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin) {
   const double expected = 4.19 * cell.volume / (dmin * dmin * dmin);
   if (expected > 4e8) throw CommandError(2, "too many reflections at the resolution given");
   std::vector<std::int32_t> flat;
-  for (const gemmi::Miller& hkl : gemmi::make_miller_vector(cell, group, dmin)) {
+  for (const gemmi::Miller& hkl : gemmi::make_miller_vector(cell, group, dmin, dmax)) {
     flat.insert(flat.end(), hkl.begin(), hkl.end());
   }
   return flat;

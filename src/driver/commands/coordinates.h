@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace gemmi {
@@ -32,13 +33,16 @@ class Coordinates {
   // What was not taken as it stands in the file, a line each.
   [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }
   [[nodiscard]] std::size_t atom_count() const;
-  // Atoms whose element is not known take no part; neither do deuterium atoms get their own length.
-  [[nodiscard]] std::size_t unknown_count() const;
-  [[nodiscard]] std::size_t deuterium_count() const;
+  // How many atoms of unknown element take no part, and which is the first; empty for none.
+  [[nodiscard]] std::string unknown_atoms() const;
+  // Chain, residue, name and serial as the file has them, of an atom by its place in the model that
+  // was filled.
+  [[nodiscard]] std::string name_of_entry(std::size_t entry) const;
   // As PDB records that a viewer reads, chain names cut short where that format asks for it.
   [[nodiscard]] std::string pdb_text() const;
   [[nodiscard]] std::vector<std::array<double, 3>> positions() const;  // Angstrom
-  // Appends the atoms to the engine's model as one entry; false after a report.
+  // Appends the atoms to the engine's model as one entry; false after a report. A hydrogen with a
+  // fraction of deuterium becomes two.
   [[nodiscard]] bool fill_model() const;
 
  private:
@@ -46,11 +50,12 @@ class Coordinates {
 
   std::unique_ptr<gemmi::Structure> structure_;
   Crystal crystal_;
+  std::unordered_map<int, double> deuterium_;  // fractions by serial number, where a file has them
   std::vector<std::string> warnings_;
 };
 
-// Miller indices of the unique set to dmin, in the standard asymmetric unit; throws CommandError
-// when the space group is not known.
-std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin);
+// Miller indices of the unique set from dmin to dmax (0: without a limit), in the standard
+// asymmetric unit; throws CommandError when the space group is not known.
+std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin, double dmax);
 
 }  // namespace qx

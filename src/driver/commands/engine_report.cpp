@@ -63,16 +63,18 @@ std::string advice_on(const std::string& report) {
 
 std::string report_line(const std::string& printed) {
   std::istringstream in(printed);
-  std::string last;
+  std::string first;  // or the last of the other paragraphs, if there is no report
+  std::string atom;
+  bool found = false;
   for (std::string paragraph; next_paragraph(in, paragraph);) {
     const std::size_t text = end_of_heading(paragraph);
-    last = paragraph;
-    if (text != std::string::npos) {
-      last = paragraph.substr(text);
-      break;
-    }
+    const bool report = text != std::string::npos;
+    if (!found) first = report ? paragraph.substr(text) : paragraph;
+    // The caller of what reported knows which atom it was for.
+    if (found && report && paragraph.compare(text, 5, "Atom ") == 0) atom = paragraph.substr(text);
+    found = found || report;
   }
-  return last + advice_on(last);
+  return first + (atom.empty() ? "" : ". ") + atom + advice_on(first);
 }
 
 }  // namespace qx

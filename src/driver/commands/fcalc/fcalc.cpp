@@ -1,10 +1,11 @@
 // quorix fcalc: structure factors of a model, and maps from them.
 #include "driver/commands/commands.h"
-#include "driver/commands/fcalc/job.h"
+#include "driver/commands/fcalc/report.h"
 #include "driver/commands/output_place.h"
 
 #include <quorix/cross.h>
 #include <quorix/engine.h>
+#include <quorix/model.h>
 #include <quorix/reflection_view.h>
 #include <quorix/reflections.h>
 
@@ -12,11 +13,13 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 namespace qx {
 
-void warn(const FcalcJob& /*job*/, const std::string& text) {
-  std::cerr << "quorix fcalc: warning: " << text << '\n';
+void warn(FcalcJob& job, const std::string& text) {
+  job.warnings.push_back(text);
+  if (!job.options.json) std::cerr << "quorix fcalc: warning: " << text << '\n';
 }
 
 namespace {
@@ -41,7 +44,8 @@ Crystal choose_crystal(const FcalcOptions& options, const Coordinates& coordinat
 // The unique set, when no file gives the indices.
 void make_indices(Engine& engine, const FcalcJob& job) {
   if (!job.options.hkl.empty()) return;
-  const std::vector<std::int32_t> flat = unique_indices(job.crystal, job.options.dmin);
+  const std::vector<std::int32_t> flat =
+      unique_indices(job.crystal, job.options.dmin, job.options.dmax);
   engine.call([&] {
     return qx_set_refdata_indices(static_cast<std::int32_t>(flat.size() / 3), flat.data());
   });
@@ -58,7 +62,9 @@ void set_up_model(Engine& engine, const FcalcJob& job) {
   engine.run(SectionText("xcut").line(format("ecut %.9g", options.ecut)));
   engine.run(SectionText("xmod"));
   engine.call([&] { return job.coordinates.fill_model() ? ok : failed; });
-  engine.run(SectionText("xmol").line(options.hydrogens ? "hydr yes" : "hydr no"));
+  // Neutrons see hydrogens as well as anything else.
+  const bool hydrogens = options.hydrogens == 0 ? options.neutron : options.hydrogens > 0;
+  engine.run(SectionText("xmol").line(hydrogens ? "hydr yes" : "hydr no"));
 }
 
 // Free flags drawn anew: 0 for the free set, 1 for the rest, as the data set keeps them.
@@ -83,9 +89,17 @@ void split(Engine& engine, const FcalcJob& job) {
   if (set) engine.run(SectionText("xcross").line(format("input free_flag %d", set->value)));
 }
 
+// Atoms are cut off at 20 A at most, which the engine says of each.
+void note_wide_atoms(FcalcJob& job, const std::string& printed) {
+  std::size_t n = 0;
+  for (std::size_t at = 0; (at = printed.find("WARNING: atom(", at)) != std::string::npos; ++at)
+    ++n;
+  if (n > 0) warn(job, format("%zu atoms are so wide that they are cut off at 20 A", n));
+}
+
 // Scaling tells how model and observations agree; FC stays on the absolute scale unless asked.
-std::string calculate(Engine& engine, const FcalcJob& job) {
-  engine.run(SectionText("xfcc").line("calc"));
+std::string calculate(Engine& engine, FcalcJob& job) {
+  note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
   if (job.observed.amplitude.empty()) {
     engine.run(SectionText("xfcc").line("replace"));
     return {};
@@ -110,24 +124,43 @@ std::string line_with(const std::string& printed, const std::string& beginning) 
   return printed.substr(at, printed.find('\n', at) + 1 - at);
 }
 
-int run(const FcalcOptions& options) {
-  check_options(options);
-  FcalcJob job{options, Coordinates(options.model), {}, {}, {}, {}};
+// Reports name atoms as the file does, for as long as this lives.
+class NamedAtoms {
+ public:
+  explicit NamedAtoms(const Coordinates& coordinates) : coordinates_(coordinates) {
+    qx_set_atom_namer(name, this);
+  }
+  NamedAtoms(const NamedAtoms&) = delete;
+  NamedAtoms& operator=(const NamedAtoms&) = delete;
+  ~NamedAtoms() { qx_set_atom_namer(nullptr, nullptr); }
+
+ private:
+  static const char* name(std::int32_t atom, void* self) {
+    auto* names = static_cast<NamedAtoms*>(self);
+    names->text_ = names->coordinates_.name_of_entry(static_cast<std::size_t>(atom));
+    return names->text_.empty() ? nullptr : names->text_.c_str();
+  }
+
+  const Coordinates& coordinates_;
+  std::string text_;
+};
+
+void prepare(FcalcJob& job) {
+  const FcalcOptions& options = job.options;
   for (const std::string& line : job.coordinates.warnings()) warn(job, line);
   job.crystal = choose_crystal(options, job.coordinates);
-  if (const auto n = job.coordinates.unknown_count()) {
-    warn(job, format("%zu atoms of unknown element take no part", n));
-  }
-  if (options.neutron && job.coordinates.deuterium_count() > 0) {
-    warn(job, format("%zu deuterium atoms are given the scattering length of hydrogen",
-                     job.coordinates.deuterium_count()));
-  }
-  Progress progress("reading");
+  const std::string unknown = job.coordinates.unknown_atoms();
+  if (!unknown.empty()) warn(job, unknown);
   if (!options.hkl.empty()) find_observed(job);
   const bool maps = !options.map_2fofc.empty() || !options.map_fofc.empty();
   if (maps && job.observed.amplitude.empty()) {
     throw CommandError(2, "maps need observed amplitudes: give --hkl and --labels");
   }
+}
+
+FcalcReport calculate_and_write(FcalcJob& job, Progress& progress) {
+  const FcalcOptions& options = job.options;
+  const NamedAtoms names(job.coordinates);
   Engine engine(options.verbose);
   engine.run(crystal_section(job));
   make_indices(engine, job);
@@ -135,18 +168,39 @@ int run(const FcalcOptions& options) {
   set_up_model(engine, job);
   split(engine, job);
   progress.step("calculating structure factors");
-  const std::string report = calculate(engine, job);
+  FcalcReport report;
+  report.lines = calculate(engine, job);
+  note_results(report);
   progress.step("writing");
   write_map(engine, options.map_2fofc, 2);
   write_map(engine, options.map_fofc, 1);
   const OutputPlace place(options.output);
   const std::string written = engine.run(end_section(job, place.path()));
   place.deliver();
+  report.lines += line_with(written, "Reflections of the input not written");
+  return report;
+}
+
+void tell(const FcalcJob& job, const FcalcReport& report) {
   if (job.observed.free_set) {
     std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
   }
-  std::cout << report << line_with(written, "Reflections of the input not written")
-            << options.output << " written\n";
+  std::cout << report.lines << job.options.output << " written\n";
+}
+
+int run(const FcalcOptions& options) {
+  check_options(options);
+  if (options.json) keep_standard_output_clean();
+  Progress progress("reading");
+  FcalcJob job{options, Coordinates(options.model), {}, {}, {}, {}, {}};
+  prepare(job);
+  const FcalcReport report = calculate_and_write(job, progress);
+  if (options.json) {
+    std::cout << as_json(job, report).dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
+              << '\n';
+  } else if (!options.quiet) {
+    tell(job, report);
+  }
   return 0;
 }
 

@@ -19,7 +19,11 @@ SectionText crystal_section(const FcalcJob& job) {
     for (const double value : crystal.orth2frac) line += format(" %.9g", value);
     text.line(line);
   }
-  if (job.options.dmin > 0.0) text.line(format("reso %.6f 99999", job.options.dmin));
+  if (job.options.dmin > 0.0 || job.options.dmax > 0.0) {
+    constexpr double no_high_limit = 0.01;  // narrowed to the data
+    text.line(format("reso %.6f %.6f", job.options.dmin > 0.0 ? job.options.dmin : no_high_limit,
+                     job.options.dmax > 0.0 ? job.options.dmax : 99999.0));
+  }
   if (!job.options.hkl.empty()) {
     std::string line = "read refl mtz file \"" + job.input + "\" coid H=H";
     const Observed& observed = job.observed;

@@ -20,14 +20,16 @@ struct FcalcOptions {
   std::string model, hkl, output, space_group, map_2fofc, map_fofc;
   std::vector<std::string> labels, free;
   std::vector<double> cell;
-  double dmin = 0.0;
-  double b0 = -1.0;  // chosen by resolution
+  double dmin = 0.0, dmax = 0.0;  // Angstrom; 0: no limit
+  double b0 = -1.0;               // chosen by resolution
   double ecut = 1e-5;
   double fraction = 0.33;
   double memory = 400.0;
   int gaussians = 5;
   std::optional<int> free_value;  // told by the flags
-  bool hydrogens = false, neutron = false, scale = false, force = false, verbose = false;
+  int hydrogens = 0;  // above 0 with, below 0 without them, 0: as the radiation sees them
+  bool neutron = false, scale = false, force = false;
+  bool json = false, quiet = false, verbose = false;
 };
 
 void add_fcalc_options(CLI::App& command, FcalcOptions& options);
@@ -47,10 +49,11 @@ struct FcalcJob {
   Observed observed;
   std::string input;                        // what the sections read as --hkl
   std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
+  std::vector<std::string> warnings;
 };
 
-// One line on standard error.
-void warn(const FcalcJob& job, const std::string& text);
+// One line on standard error; JSON holds the warnings itself.
+void warn(FcalcJob& job, const std::string& text);
 
 // The observations' labels: as given, else the usual ones that the file has; with a warning where
 // they do not look like the model's. Before there is an engine.

@@ -29,13 +29,16 @@ void check_free(const std::vector<std::string>& free) {
 
 constexpr const char* closing = R"(
 Structure factors are calculated by FFT of the atoms' density and written as FC and PHIC, phases in
-degrees: at the reflections of the MTZ file in their order, with F, SIGF and the free flag passed on,
+degrees: at the reflections of the given file in their order, with F, SIGF and the free flag passed on,
 or at the unique set to --dmin. With observations the overall scale, R factor and correlation are
 printed, overall and in resolution bins, of the working and the free set. Maps are of the whole cell,
 scaled by their rms.
 
 The free reflections are those of the rarer of two flags, or of the lowest of many that are about as
 frequent (0 in most files, 1 in those of some programs); a line says which. --free-value decides.
+
+With --neutron hydrogens take part and deuterium scatters with its own length, also where both share
+a site (two atoms, or a row with ccp4_deuterium_fraction).
 
 Examples:
   quorix fcalc 1ubq.pdb --hkl 1ubq.mtz -o fc.mtz --map-2fofc 2fofc.ccp4
@@ -48,14 +51,20 @@ void add_input_options(CLI::App& command, FcalcOptions& o) {
   command.add_option("MODEL", o.model, "Coordinates: PDB or mmCIF, also gzipped")
       ->required()
       ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
-  command.add_option("--hkl", o.hkl, "MTZ file whose reflections are calculated, in its order")
+  command
+      .add_option("--hkl", o.hkl,
+                  "MTZ or structure-factor mmCIF, also gzipped, whose reflections are calculated, "
+                  "in its order")
       ->type_name("FILE")
-      ->check(names_files("mtz"));
+      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
   command.add_option("--labels", o.labels, "Its columns (default: the usual names)")
       ->type_name("F,SIGF,FREE")
       ->delimiter(',')
       ->allow_extra_args(false);  // what follows is the model
   command.add_option("--dmin", o.dmin, "High-resolution limit in A; without --hkl: the unique set")
+      ->type_name("A")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--dmax", o.dmax, "Low-resolution limit in A")
       ->type_name("A")
       ->check(CLI::PositiveNumber);
   command.add_option("--spacegroup", o.space_group, "Space group (default: the model's)")
@@ -83,8 +92,9 @@ void add_method_options(CLI::App& command, FcalcOptions& o) {
       ->type_name("MB")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
-  command.add_flag("--hydrogens", o.hydrogens, "Take hydrogen atoms into account");
-  command.add_flag("--neutron", o.neutron, "Neutron scattering lengths");
+  command.add_flag("--hydrogens,!--no-hydrogens", o.hydrogens,
+                   "Take hydrogen atoms into account or leave them out (default: with neutrons)");
+  command.add_flag("--neutron", o.neutron, "Neutron scattering lengths, deuterium's included");
   command
       .add_option(
           "--gaussians", o.gaussians,
@@ -119,6 +129,8 @@ void add_output_options(CLI::App& command, FcalcOptions& o) {
   command.add_flag("--scale", o.scale, "Put FC on the scale of the observations (k and B)");
   command.add_flag("--force", o.force,
                    "Write over a file that holds something else; never over an input");
+  command.add_flag("--json", o.json, "Tell what was found as JSON, warnings included");
+  command.add_flag("-q,--quiet", o.quiet, "Warnings and errors only");
   command.add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
 }
 
@@ -134,6 +146,10 @@ void add_fcalc_options(CLI::App& command, FcalcOptions& options) {
 void check_options(const FcalcOptions& options) {
   if (options.hkl.empty() && !(options.dmin > 0.0)) {
     throw CommandError(2, "give the reflections: --hkl FILE or --dmin D");
+  }
+  if (options.dmax > 0.0 && options.dmax <= options.dmin) {
+    throw CommandError(2, format("no reflection lies between --dmin %g and --dmax %g A",
+                                 options.dmin, options.dmax));
   }
   if (options.gaussians != 2 && options.gaussians != 5) {
     throw CommandError(2, "--gaussians takes 2 or 5");
