@@ -189,17 +189,18 @@ bool is_whole_cell(const qxmap& map, const GridCounts& n) {
          map.yhigh == n.ny - 1 && map.zhigh == n.nz - 1;
 }
 
-// Scale for a map of the whole cell whose rms is known from its spectrum: the sum of squares over
-// the points is their number times the sum of the squared amplitudes.
+// Scale by the rms of the whole cell, which is known from its spectrum: the sum of squares over the
+// points is their number times the sum of the squared amplitudes.
 double scale_by_spectrum(qxmap& map, const qx::SpectrumExtent& extent, double volume) {
   map.mean = extent.f000 / volume;
-  map.rms = std::sqrt(extent.power) / volume;
+  map.rms = map.cell_rms;
   return map.scale && map.rms > least_rms ? 1.0 / map.rms : 1.0;
 }
 
 // Cuts the box out of the cell, puts it on the scale asked for and installs it.
 Status install_density(qxmap& map, const GridCounts& n, CellArray& cell, bool scaled,
                        qx::MapStatistics statistics) {
+  const qx::MapStatistics of_cell = statistics;
   double*** density = nullptr;
   View3<double> box = cell.view();
   if (is_whole_cell(map, n)) {
@@ -215,8 +216,9 @@ Status install_density(qxmap& map, const GridCounts& n, CellArray& cell, bool sc
   }
   map.density = density;
   if (!scaled) {
-    map.mean = statistics.mean;
-    map.rms = statistics.rms;
+    const qx::MapStatistics& unit = map.scale == qx::cell_scale ? of_cell : statistics;
+    map.mean = unit.mean;
+    map.rms = unit.rms;
     if (map.scale && map.rms > least_rms) qx::scale_values(box, 1.0 / map.rms, statistics);
   }
   map.statistics = statistics;
@@ -229,13 +231,16 @@ Status generate(qxmap& map, const qx::CoefficientList& list, bool add_opposites,
   Spectrum spectrum;
   QX_TRY(spectrum.open(list, add_opposites, n));
   const bool by_half = qx::half_spectrum_fits(spectrum.half());
-  const bool scaled = by_half && add_opposites && is_whole_cell(map, n);
+  const bool by_spectrum = by_half && add_opposites;
+  if (by_spectrum) map.cell_rms = std::sqrt(spectrum.extent.power) / volume;
+  const bool scaled = by_spectrum && (map.scale == qx::cell_scale || is_whole_cell(map, n));
   const double scale = scaled ? scale_by_spectrum(map, spectrum.extent, volume) : 1.0;
   CellArray cell(n, "pgm_emap");
   if (!cell) return failed;
   qx::MapStatistics statistics;
   QX_TRY(by_half ? transform_half(spectrum, scale / volume, cell, statistics)
                  : transform_full(spectrum, scale / volume, n, cell, statistics));
+  if (!by_spectrum) map.cell_rms = statistics.rms;
   return install_density(map, n, cell, scaled, statistics);
 }
 

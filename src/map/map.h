@@ -17,6 +17,7 @@ enum MapExtent : std::int32_t {
   frac_extent,
   model_extent = 6
 };
+enum MapScale : std::int32_t { no_scale = 0, box_scale = 1, cell_scale = 2 };
 enum MapSource : std::int32_t { input_source = 1, calculated_source = 2 };
 }  // namespace qx
 
@@ -24,7 +25,7 @@ struct qxmap {
   double u = 2.0;  // multiplier of the observed amplitude
   double v = 1.0;  // multiplier of the calculated amplitude
   std::int32_t type = qx::unweighted_map;
-  std::int32_t scale = 0;  // 1: divide by the rms
+  std::int32_t scale = 0;  // 1: divide by the rms, 2: by that of the whole cell
   bool weighted = false;   // the figure of merit multiplies the observed or input amplitude
   std::int32_t kick = 1;
   std::int32_t seed = 137;
@@ -35,8 +36,10 @@ struct qxmap {
                       qx::unset, qx::unset, qx::unset};  // xmin xmax ymin ymax zmin zmax
   std::int32_t xlow = 0, xhigh = 0, ylow = 0, yhigh = 0, zlow = 0, zhigh = 0;  // inclusive
   double cushion = 3.0;                                                        // Angstrom
-  double mean = 0.0, rms = 0.0;  // of the box before scaling
-  double*** density = nullptr;   // [z - zlow][y - ylow][x - xlow]
+  // Before scaling: of what the scale is taken from, else of the box.
+  double mean = 0.0, rms = 0.0;
+  double cell_rms = 0.0;        // of the whole cell, before scaling
+  double*** density = nullptr;  // [z - zlow][y - ylow][x - xlow]
   char* path = nullptr;
   // Options of the file to be written; without them it holds neither.
   bool symmetry_records = false;  // the operators, 80 characters each, behind the header

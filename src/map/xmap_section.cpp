@@ -111,9 +111,11 @@ Status set_type(qxmap& map, const char* word) {
 
 Status set_scale(qxmap& map, const char* word) {
   if (begins_with(word, "yes")) {
-    map.scale = 1;
+    map.scale = qx::box_scale;
+  } else if (begins_with(word, "cell")) {
+    map.scale = qx::cell_scale;
   } else if (begins_with(word, "no")) {
-    map.scale = 0;
+    map.scale = qx::no_scale;
   } else {
     return fail(heading, " Unknow scale value: %s ", word);
   }

@@ -125,6 +125,24 @@ TEST_F(XmapSection, FigureOfMeritDecidesAndMultipliesOnlyWhenAsked) {
   EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], static_cast<double>(0.2F) * wave(0, 3), 1e-9);
 }
 
+// On the road by half a spectrum, and on the other, which the index 2 on four points needs.
+TEST_F(XmapSection, OneScaleForTheCellAndItsParts) {
+  for (const std::int32_t nx : {24, 4}) {
+    set_grid({nx, 20, 18});
+    ASSERT_TRUE(section(xmap("param scale yes\ngenerate")).ok);
+    const double rms = qx_get_qxmap()->rms;
+    const double value = qx_get_qxmap()->density[2][3][1];
+    const std::string part = "extent frac xmin=0 xmax=0.5 ymin=0 ymax=0.2 zmin=0 zmax=0.3\n";
+    ASSERT_TRUE(section(xmap(part + "param scale cell\ngenerate")).ok);
+    EXPECT_NEAR(qx_get_qxmap()->density[2][3][1], value, 1e-12);
+    EXPECT_NEAR(qx_get_qxmap()->rms, rms, 1e-12);
+    ASSERT_TRUE(section(xmap(part + "param scale yes\ngenerate")).ok);
+    EXPECT_NEAR(qx_get_qxmap()->cell_rms, rms, 1e-12);
+    EXPECT_GT(std::abs(qx_get_qxmap()->rms - rms), 0.01 * rms);
+    EXPECT_NEAR(qx_get_qxmap()->statistics.rms, 1.0, 1e-12);
+  }
+}
+
 TEST_F(XmapSection, ExtentsAndKeys) {
   qxasu* asu = qx_get_qxasu();
   asu->high[0] = 0.50001;

@@ -69,10 +69,14 @@ TEST_F(BatchCommand, makesTheMapsOfQuorixMapAndTellsWhatItSays) {
   EXPECT_EQ(row["map"], "x/x_2mFo-DFc.ccp4");
   EXPECT_EQ(row["difference_map"], "x/x_mFo-DFc.ccp4");
 
-  const Arguments handed_on = {"in", "-o", "more", "--", "--check", "--provenance", "--scripts"};
+  write_file("m.pdb",
+             "ATOM      1  CA  ALA A   1       1.000   2.000   3.000  1.00 20.00           C  \n");
+  const Arguments handed_on = {"in",           "-o",        "more",     "--",    "--check",
+                               "--provenance", "--scripts", "--extent", "model", "m.pdb"};
   ASSERT_EQ(batch(handed_on).status, 0);
   const std::string script = read_file("more/x/x_coot.py");
-  EXPECT_TRUE(has(script, scratch_.file("more/x/x_mFo-DFc.ccp4"))) << script;
+  EXPECT_TRUE(has(script, "(folder, \"x_mFo-DFc.ccp4\")")) << script;
+  EXPECT_TRUE(has(script, "(folder, \"../../m.pdb\")")) << script;
   EXPECT_TRUE(has(read_file("more/x/result.json"), "largest_deviation_rms"));
 }
 

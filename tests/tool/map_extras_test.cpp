@@ -134,30 +134,101 @@ TEST_F(MapCommand, checkHoldsForPairsOfOppositesAndForbiddenTerms) {
   EXPECT_NE(result.output.find("check       read back"), std::string::npos) << result.output;
 }
 
-TEST_F(MapCommand, scriptsLoadTheMapsInViewers) {
-  const ProgramResult result = map({example, "--scripts"});
+// What the programs are told by the scripts in `folder`, run from somewhere else.
+Json said_by_scripts(const std::string& folder, const std::string& stem) {
+  const std::string start = std::filesystem::absolute(folder).string() + "/" + stem;
+  const std::string command = "cd / && /usr/bin/python3 '" + std::string(QUORIX_SOURCE_DIR) +
+                              "/tests/tool/run_viewer_scripts.py' '" + start + "_coot.py' '" +
+                              start + "_pymol.py' >'" + start + "_said'";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  return Json::parse(read_file(start + "_said"));
+}
+
+TEST_F(MapCommand, scriptsLoadMapsAndModelWhereverTheyAreMoved) {
+  std::filesystem::create_directory("made");
+  std::filesystem::copy(std::string(QUORIX_SOURCE_DIR) + "/examples/1ubq.pdb", "m.pdb");
+  const ProgramResult result =
+      map({example, "m.pdb", "--prefix", "made/", "--extent", "cell", "--scripts"});
   ASSERT_EQ(result.status, 0) << result.errors;
   EXPECT_NE(result.output.find("coot --script 1ubq_coot.py"), std::string::npos);
-  const std::string cxc = read_file("1ubq_chimerax.cxc");
-  const std::string here = std::filesystem::current_path().string();
-  EXPECT_NE(cxc.find("open \"" + here + "/1ubq_2mFo-DFc.ccp4\" format ccp4\n"), std::string::npos);
+  const std::string cxc = read_file("made/1ubq_chimerax.cxc");
+  EXPECT_NE(cxc.find("open \"1ubq_2mFo-DFc.ccp4\" format ccp4\n"), std::string::npos) << cxc;
   EXPECT_NE(cxc.find("volume #2 style mesh step 1 level 3 color green level -3 color red\n"),
             std::string::npos)
       << cxc;
-  const std::string command = "/usr/bin/python3 '" + std::string(QUORIX_SOURCE_DIR) +
-                              "/tests/tool/run_viewer_scripts.py' 1ubq_coot.py 1ubq_pymol.py >said";
-  ASSERT_EQ(std::system(command.c_str()), 0);
-  const Json said = Json::parse(read_file("said"));
-  const std::string main_map = here + "/1ubq_2mFo-DFc.ccp4";
-  const std::string difference = here + "/1ubq_mFo-DFc.ccp4";
-  EXPECT_EQ(said["coot"], Json({{"handle_read_ccp4_map", main_map, 0},
-                                {"set_contour_level_in_sigma", 7, 1.5},
-                                {"handle_read_ccp4_map", difference, 1},
-                                {"set_contour_level_in_sigma", 7, 3.0}}));
-  EXPECT_EQ(said["pymol"].size(), 9U);
-  EXPECT_EQ(said["pymol"][1][1], main_map);
+  std::filesystem::rename("made", "moved");
+  const Json said = said_by_scripts("moved", "1ubq");
+  const std::string there = std::filesystem::absolute("moved").string() + "/";
+  EXPECT_EQ(said["coot"], Json({{"handle_read_ccp4_map", there + "1ubq_2mFo-DFc.ccp4", 0},
+                                {"set_contour_level_absolute", 7, 1.5},
+                                {"handle_read_ccp4_map", there + "1ubq_mFo-DFc.ccp4", 1},
+                                {"set_contour_level_absolute", 7, 3.0},
+                                {"read_pdb", there + "../m.pdb"}}));
+  EXPECT_EQ(said["pymol"].size(), 10U);
+  EXPECT_EQ(said["pymol"][2][1], there + "1ubq_2mFo-DFc.ccp4");
 
   EXPECT_EQ(map({example, "-", "--scripts"}).status, 2);
+}
+
+std::vector<float> values_of(const std::string& path) {
+  const std::string bytes = read_file(path);
+  std::int32_t symmetry = 0;
+  std::memcpy(&symmetry, bytes.data() + 92, 4);
+  const std::size_t start = 1024 + static_cast<std::size_t>(symmetry);
+  std::vector<float> values((bytes.size() - start) / 4);
+  std::memcpy(values.data(), bytes.data() + start, 4 * values.size());
+  return values;
+}
+
+TEST_F(MapCommand, oneScaleForTheCellAndItsParts) {
+  ASSERT_EQ(map({example, "whole.ccp4"}).status, 0);
+  const std::vector<float> whole = values_of("whole.ccp4");
+  const Arguments part = {example, "part.ccp4", "--extent", "frac", "0",      "0.49",
+                          "0",     "0.49",      "0",        "0.49", "--check"};
+  const ProgramResult told = map(part);
+  ASSERT_EQ(told.status, 0) << told.errors;
+  EXPECT_NE(told.output.find("rms 0.51622 e/A^3 of the whole cell, scaled to 1 (0.974 in"),
+            std::string::npos)
+      << told.output;
+  const std::vector<float> box = values_of("part.ccp4");
+  ASSERT_EQ(box.size(), 45U * 36 * 25);
+  for (std::size_t i = 0; i < box.size(); ++i) {
+    const std::size_t x = i % 45;
+    const std::size_t y = i / 45 % 36;
+    ASSERT_EQ(box[i], whole[(i / 45 / 36 * 72 + y) * 90 + x]) << i;
+  }
+  EXPECT_EQ(labels_of("part.ccp4").at(1), "Map type: 2mFo-DFc (FWT/PHWT), in rms of the cell");
+  // In e/A^3 the levels still count in rms of the cell.
+  Arguments raw = part;
+  raw.insert(raw.end(), {"--no-scale", "--scripts"});
+  ASSERT_EQ(map(raw).status, 0);
+  const double level = said_by_scripts(".", "part")["coot"][1][2];
+  EXPECT_NEAR(level, 1.5 * 0.51622, 1e-5);
+}
+
+TEST_F(MapCommand, coversTheAtomsThatAreSelected) {
+  const std::string model = std::string(QUORIX_SOURCE_DIR) + "/examples/1ubq.pdb";
+  const std::string all = read_file(model);
+  std::string five;
+  for (std::size_t at = 0, end = 0; at < all.size(); at = end + 1) {
+    end = all.find('\n', at);
+    const std::string line = all.substr(at, end - at + 1);
+    const int residue = line.starts_with("ATOM") ? std::stoi(line.substr(22, 4)) : 0;
+    if (line.starts_with("CRYST1") || (residue >= 40 && residue <= 44)) five += line;
+  }
+  write_file("five.pdb", five);
+  ASSERT_EQ(map({example, "five.pdb", "a.ccp4"}).status, 0);
+  const ProgramResult result = map({example, model, "b.ccp4", "--select", "A/40-44"});
+  ASSERT_EQ(result.status, 0) << result.errors;
+  EXPECT_NE(result.output.find("atoms       45 of "), std::string::npos) << result.output;
+  EXPECT_TRUE(read_file("a.ccp4") == read_file("b.ccp4"));
+  for (const auto& [selection, text] : {std::pair{"(LIG)", "no atom of "},
+                                        std::pair{"A/x", "--select: Invalid selection syntax"}}) {
+    const ProgramResult refused = map({example, model, "c.ccp4", "--select", selection});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.errors.find(text), std::string::npos) << refused.errors;
+  }
+  EXPECT_EQ(map({example, "c.ccp4", "--select", "A"}).status, 2);
 }
 
 }  // namespace

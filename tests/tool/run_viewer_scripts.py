@@ -28,7 +28,7 @@ def run(path, module=None, names=None):
 
 def main():
     functions = {name: recorder(name, 7) for name in
-                 ('handle_read_ccp4_map', 'set_contour_level_in_sigma', 'read_pdb')}
+                 ('handle_read_ccp4_map', 'set_contour_level_absolute', 'read_pdb')}
     old = run(sys.argv[1], names=functions)
     coot = types.ModuleType('coot')
     for name, function in functions.items():
@@ -39,7 +39,9 @@ def main():
                                    ('set', 'load', 'isomesh', 'color')})
     pymol = types.ModuleType('pymol')
     pymol.cmd = cmd
-    print(json.dumps({'coot': new, 'pymol': run(sys.argv[2], module=pymol)}))
+    path = sys.argv.pop()
+    told = run(path, module=pymol, names={'__script__': path})
+    print(json.dumps({'coot': new, 'pymol': told}))
 
 
 if __name__ == '__main__':

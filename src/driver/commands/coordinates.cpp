@@ -7,10 +7,14 @@
 #include <quorix/engine.h>
 #include <quorix/model.h>
 
+// gemmi's selections print numbers; the printf that it would bundle is not in Debian's package.
+#define USE_STD_SNPRINTF
+
 #include <algorithm>
 #include <gemmi/assembly.hpp>  // for shorten_chain_names
 #include <gemmi/mmread.hpp>    // for coor_format_from_content
 #include <gemmi/reciproc.hpp>  // for make_miller_vector
+#include <gemmi/select.hpp>    // for Selection
 
 namespace qx {
 
@@ -192,6 +196,17 @@ void Coordinates::note_defaults(const std::string& path, const DefaultValues& de
 }
 
 Coordinates::~Coordinates() = default;
+
+void Coordinates::select(const std::string& selection, const std::string& path) {
+  try {
+    gemmi::Selection(selection).remove_not_selected(structure_->models.front());
+  } catch (const std::exception& error) {
+    throw CommandError(
+        2, "--select: " + std::string(error.what()) + "; as in 'A/40-44', '(LIG)', 'B/101/CA,CB'");
+  }
+  if (atom_count() == 0)
+    throw CommandError(2, "no atom of " + path + " is in --select " + selection);
+}
 
 std::size_t Coordinates::atom_count() const {
   return count_atoms(*structure_, [](const gemmi::Atom&) { return true; });

@@ -32,6 +32,9 @@ class Coordinates {
   [[nodiscard]] const Crystal& crystal() const { return crystal_; }
   // What was not taken as it stands in the file, a line each.
   [[nodiscard]] const std::vector<std::string>& warnings() const { return warnings_; }
+  // Leaves the atoms that are selected in gemmi's language; throws CommandError for a text that is
+  // none in it, or that selects no atom.
+  void select(const std::string& selection, const std::string& path);
   [[nodiscard]] std::size_t atom_count() const;
   // How many atoms of unknown element take no part, and which is the first; empty for none.
   [[nodiscard]] std::string unknown_atoms() const;

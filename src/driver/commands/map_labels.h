@@ -30,6 +30,9 @@ std::string why_no_weight(const FileColumn& column);
 // True for the usual amplitudes of difference maps; their level is looked at with both signs.
 bool is_difference_amplitude(const std::string& name);
 
+// Stands in the label of a map that is a part of the cell and scaled by the rms of the whole.
+constexpr const char* cell_scale_mark = ", in rms of the cell";
+
 // What a map of these coefficients is, for its label: "2mFo-DFc (FWT/PHWT)", or the labels alone.
 std::string map_type(const MapLabels& labels);
 

@@ -9,7 +9,7 @@ namespace qx {
 struct ViewedMap {
   std::string path;
   bool difference;
-  double rms;  // of the density in the file, about zero
+  double rms;  // in the file's units: what levels are counted in
 };
 
 struct ViewerScript {
@@ -19,11 +19,10 @@ struct ViewerScript {
 
 // Levels, in rms about zero: that at which a map is drawn, for difference maps both signs.
 double sensible_level(bool difference);
-// Paths are made absolute, so that the scripts run from anywhere; `model` may be empty. The names
-// of the files begin with `stem`.
-std::vector<ViewerScript> viewer_scripts(const std::string& stem,
-                                         const std::vector<ViewedMap>& maps,
-                                         const std::string& model);
+// Paths are those from `folder`, where the scripts are to stand; `model` may be empty. The names of
+// the files begin with `stem`. Levels are absolute: programs differ in what they take for an rms.
+std::vector<ViewerScript> viewer_scripts(const std::string& stem, std::vector<ViewedMap> maps,
+                                         const std::string& model, const std::string& folder);
 // Writes them into `folder`; throws CommandError if that fails.
 void write_scripts(const std::string& folder, const std::vector<ViewerScript>& scripts);
 

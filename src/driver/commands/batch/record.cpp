@@ -104,12 +104,13 @@ std::vector<fs::path> files_in(const fs::path& folder) {
   return files;
 }
 
-// Scripts name the maps by their paths, which change when the maps are moved.
-void move_names(const fs::path& path, const std::string& from, const std::string& to) {
+// Scripts name what lies outside their folder from there, and move one folder up.
+void move_names_up(const fs::path& path) {
+  constexpr std::string_view from = "\"../";
   std::ifstream file(path, std::ios::binary);
   std::string text{std::istreambuf_iterator<char>(file), {}};
-  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size()) {
-    text.replace(at, from.size(), to);
+  for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos; ++at) {
+    text.replace(at, from.size(), "\"");
   }
   write_whole(path, text);
 }
@@ -222,7 +223,7 @@ std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) co
   const std::vector<fs::path> made = files_in(work());
   Json files = Json::array();
   for (const fs::path& path : made) {
-    if (path.extension() != ".ccp4") move_names(path, "/.work/" + set_.name, "/" + set_.name);
+    if (path.extension() != ".ccp4") move_names_up(path);
     const std::string name = path.filename().string();
     files.push_back({{"file", name}, {"size", fs::file_size(path)}});
     std::string doubt = doubt_of_file(work(), files.back());

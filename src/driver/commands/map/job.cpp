@@ -1,5 +1,6 @@
 #include "driver/commands/map/job.h"
 
+#include <cstring>
 #include <gemmi/symmetry.hpp>  // for find_spacegroup_by_name
 
 namespace qx {
@@ -85,22 +86,37 @@ SectionText fft_section(const MapOptions& options) {
   return SectionText("xfft").line(format("memory %f", options.memory));
 }
 
+namespace {
+
+// One scale everywhere: a part of the map is in units of the whole.
+const char* scale_word(const MapOptions& options) {
+  if (options.no_scale) return "no";
+  return options.extent.front() == "cell" ? "yes" : "cell";
+}
+
+// What label 2 says: readers of a part cannot tell its scale from its values.
+std::string kind_text(const MapJob& job) {
+  const bool by_cell = std::strcmp(scale_word(job.options), "cell") == 0;
+  return map_type(job.labels) + (by_cell ? cell_scale_mark : "");
+}
+
+}  // namespace
+
 SectionText map_section(const MapJob& job) {
   const MapOptions& options = job.options;
   std::string write = "write ccp4 file \"" + job.output + "\"";
   if (!options.plain_header) {
     write += options.symmetry ? " symm yes origin zero" : " origin zero";
   }
-  if (!options.plain_header) write += " kind \"" + map_type(job.labels) + "\"";
+  if (!options.plain_header) write += " kind \"" + kind_text(job) + "\"";
   if (options.provenance) {
     write += " prov \"" + options.input + "\" columns \"" + job.labels.amplitude + " " +
              job.labels.phase + (job.labels.weight.empty() ? "" : " " + job.labels.weight) + "\"";
   }
   return SectionText("xmap")
       .line("mapdef generated with amplitude input phase input")
-      .line(format("param type unweighted u 1 v 0 scale %s cushion %g%s",
-                   options.no_scale ? "no" : "yes", options.cushion,
-                   job.labels.weight.empty() ? "" : " weight yes"))
+      .line(format("param type unweighted u 1 v 0 scale %s cushion %g%s", scale_word(options),
+                   options.cushion, job.labels.weight.empty() ? "" : " weight yes"))
       .line(extent_line(options.extent))
       .line("generate")
       .line(write);

@@ -18,7 +18,7 @@ struct MapOptions {
   std::string input;               // the first on the line, then one at a time
   std::vector<std::string> files;  // what follows it there
   std::string output, model;       // what that holds
-  std::string prefix, amplitude, phase, weight, space_group;
+  std::string prefix, amplitude, phase, weight, space_group, selection;
   std::vector<double> cell;
   std::vector<int> counts;           // of the grid
   std::vector<std::string> extent;   // empty: the model if there is one, else the cell

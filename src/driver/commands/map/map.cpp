@@ -36,8 +36,11 @@ struct MapReport {
   std::string group, output;
   double high = 0.0, low = 0.0;
   std::int32_t used = 0, dropped = 0;
+  std::size_t atoms = 0;  // that the map lies around
   std::int32_t counts[3] = {};
-  double mean = 0.0, rms = 0.0;  // before scaling, e/A^3
+  // Before scaling, e/A^3: of what the scale is taken from, and of the whole cell.
+  double mean = 0.0, rms = 0.0, cell_rms = 0.0;
+  double rms_in_file = 0.0;
   std::optional<MapCheck> check;
   std::vector<std::string> warnings;
 
@@ -133,7 +136,10 @@ void note_crystal(const MapJob& job, MapReport& report) {
 
 // The atoms whose surroundings are wanted.
 void add_model(Engine& engine, const MapJob& job, MapReport& report) {
-  const Coordinates coordinates(job.options.extent.at(1));
+  const std::string& path = job.options.extent.at(1);
+  Coordinates coordinates(path);
+  if (!job.options.selection.empty()) coordinates.select(job.options.selection, path);
+  report.atoms = coordinates.atom_count();
   for (const std::string& line : coordinates.warnings()) warn(job, report, line);
   for (const std::string& line :
        crystal_differences(coordinates.crystal(), known_group(job), map_cell(job),
@@ -157,11 +163,19 @@ void tell(std::ostream& out, const MapJob& job, const MapReport& report) {
                 report.counts[1], report.counts[2], c[0] / report.counts[0],
                 c[1] / report.counts[1], c[2] / report.counts[2]);
   if (job.options.show_grid) return;
+  if (!job.options.selection.empty()) {
+    out << format("atoms       %zu of %s, selected by %s\n", report.atoms,
+                  job.options.extent.at(1).c_str(), job.options.selection.c_str());
+  }
   out << format("map         rms %.5f e/A^3", report.rms);
+  const bool by_cell = !job.options.no_scale && job.options.extent.front() != "cell";
+  if (by_cell) out << " of the whole cell";
   if (std::fabs(report.deviation() - report.rms) > 1e-5 * report.rms) {
     out << format(" about zero, %.5f about the mean %.5f", report.deviation(), report.mean);
   }
-  out << (job.options.no_scale ? ", not scaled: " : ", scaled to 1: ") << report.output << '\n';
+  out << (job.options.no_scale ? ", not scaled" : ", scaled to 1");
+  if (by_cell) out << format(" (%.3f in the map)", report.rms_in_file);
+  out << ": " << report.output << '\n';
   if (report.check) {
     out << format("check       read back, within %.1e rms of a direct sum at %d points\n",
                   report.check->largest, report.check->points);
@@ -181,11 +195,14 @@ nlohmann::ordered_json as_json(const MapJob& job, const MapReport& report) {
                                  {"warnings", report.warnings}};
   if (!job.labels.weight.empty()) json["weight"] = job.labels.weight;
   if (job.options.show_grid) return json;
+  if (report.atoms > 0) json["atoms"] = report.atoms;
   json["map"] = report.output;
   json["scaled"] = !job.options.no_scale;
   json["mean"] = report.mean;
   json["rms_about_zero"] = report.rms;
   json["rms_about_mean"] = report.deviation();
+  json["rms_of_cell"] = report.cell_rms;
+  json["rms_in_file"] = report.rms_in_file;
   if (report.check) {
     json["check"] = {{"points", report.check->points},
                      {"largest_deviation_rms", report.check->largest}};
@@ -201,6 +218,8 @@ void generate(Engine& engine, const MapJob& job, MapReport& report) {
   if (!map) throw CommandError(1, "the engine has no map");
   report.mean = map->mean;
   report.rms = map->rms;
+  report.cell_rms = map->cell_rms;
+  report.rms_in_file = map->statistics.rms;
   if (job.options.check) {
     report.check = check_map(engine, job.output);
     if (!report.check->passed()) {
@@ -296,6 +315,9 @@ void check_options(const MapOptions& options) {
                        "atoms are given to the engine in arrays: --extent model has no text of "
                        "sections to print");
   }
+  if (!options.selection.empty() && options.extent.front() != "model") {
+    throw CommandError(2, "--select chooses among the atoms of a model: name one");
+  }
   if (!options.prefix.empty() && !options.output.empty()) {
     throw CommandError(2, "--prefix is for maps without a name: leave out it or " + options.output);
   }
@@ -328,8 +350,9 @@ std::string viewer_stem(const Task& task) {
 
 void show_in_viewers(const Task& task, const std::vector<ViewedMap>& maps) {
   const MapOptions& options = task.options;
-  const auto scripts = viewer_scripts(viewer_stem(task), maps, options.model);
-  write_scripts(std::filesystem::path(maps.front().path).parent_path().string(), scripts);
+  const std::string folder = std::filesystem::path(maps.front().path).parent_path().string();
+  const auto scripts = viewer_scripts(viewer_stem(task), maps, options.model, folder);
+  write_scripts(folder, scripts);
   if (options.quiet || options.json) return;
   for (const ViewerScript& script : scripts) {
     std::cout << format("%-11s ", script.program.c_str()) << script.command << '\n';
@@ -403,7 +426,7 @@ void check_outputs_of(const std::vector<Task>& tasks) {
     }
     if (!options.scripts) continue;
     const auto folder = std::filesystem::path(task.outputs.front()).parent_path();
-    for (const ViewerScript& script : viewer_scripts(viewer_stem(task), {}, {})) {
+    for (const ViewerScript& script : viewer_scripts(viewer_stem(task), {}, {}, {})) {
       outputs.push_back({(folder / script.file).string(), FileKind::script});
     }
   }
@@ -439,8 +462,8 @@ void make_map(const Task& task, std::size_t number, nlohmann::ordered_json& all,
     generate(*engine, job, report);
     place.deliver();
   }
-  viewed.push_back(
-      {output, is_difference_amplitude(labels.amplitude), options.no_scale ? report.rms : 1.0});
+  viewed.push_back({output, is_difference_amplitude(labels.amplitude),
+                    options.no_scale ? report.cell_rms : 1.0});
   if (output != "-") all.push_back(as_json(job, report));
   if (!options.quiet && !options.json) tell(output == "-" ? std::cerr : std::cout, job, report);
 }

@@ -35,6 +35,8 @@ Examples:
       The difference map, in e/A^3.
   quorix map 1ubq.mtz 1ubq.pdb around.ccp4 --cushion 5
       The density within 5 A of the model's box.
+  quorix map 1ubq.mtz 1ubq.pdb --select 40-44
+      The density around five residues.
   quorix map *.mtz --prefix maps/
       The maps of many files; "quorix batch" makes them side by side.
   quorix map phased.mtz --f FP --phi PHIB --weight FOM
@@ -113,6 +115,11 @@ void add_grid_options(CLI::App& command, MapOptions& o) {
       ->type_name("KIND [VALUES]")
       ->check(proposes("cell asu box frac model"))
       ->expected(1, 7);
+  command
+      .add_option("--select", o.selection,
+                  "Atoms of the model that the map covers, in gemmi's selection syntax: A/40-44, "
+                  "(LIG), B/101/CA,CB")
+      ->type_name("SEL");
   command.add_option("--cushion", o.cushion, "Margin around a model in A")
       ->type_name("A")
       ->check(CLI::NonNegativeNumber)
@@ -124,7 +131,8 @@ void add_grid_options(CLI::App& command, MapOptions& o) {
 }
 
 void add_output_options(CLI::App& command, MapOptions& o) {
-  command.add_flag("--no-scale", o.no_scale, "e/A^3 instead of an rms of 1");
+  command.add_flag("--no-scale", o.no_scale,
+                   "e/A^3 instead of an rms of 1 (that of the whole cell, also in a part of it)");
   command.add_flag("--symmetry-records,!--no-symmetry-records", o.symmetry,
                    "Write the group's operators behind the header (default), or leave them out");
   command.add_flag("--plain-header", o.plain_header,

@@ -81,6 +81,10 @@ std::string label_with(const Json& info, const std::string& heading) {
   return {};
 }
 
+bool scaled_by_cell(const Json& info) {
+  return label_with(info, "Map type: ").ends_with(cell_scale_mark);
+}
+
 // What one unit of the map is in e/A^3, as far as the map tells.
 Json scale_of(const Json& info, double rms) {
   const std::string density = label_with(info, "Density: ");
@@ -88,6 +92,12 @@ Json scale_of(const Json& info, double rms) {
   if (std::regex_search(density, match, std::regex("scaled to rms 1 from ([-+.0-9eE]+) e/A"))) {
     const double factor = std::strtod(match[1].str().c_str(), nullptr);
     return {{"factor", factor}, {"text", format("rms 1 in the file is %.5g e/Å³", factor)}};
+  }
+  if (density.empty() && scaled_by_cell(info)) {
+    return {{"factor", nullptr},
+            {"text",
+             "in rms of the whole cell; what that is in e/Å³ the file does not say (quorix map "
+             "--provenance writes it)"}};
   }
   if (density.empty() && std::fabs(rms - 1.0) < 1e-3) {
     return {{"factor", nullptr},
@@ -267,7 +277,7 @@ void check_outputs_of(const Options& options) {
   const std::filesystem::path folder(options.folder);
   const std::string stem = stem_of(options.map);
   std::vector<Output> outputs = {{(folder / (stem + ".html")).string(), FileKind::page}};
-  for (const ViewerScript& script : viewer_scripts(stem, {}, {})) {
+  for (const ViewerScript& script : viewer_scripts(stem, {}, {}, {})) {
     outputs.push_back({(folder / script.file).string(), FileKind::script});
   }
   check_outputs({options.map, options.model, options.data}, outputs, options.force);
@@ -281,9 +291,11 @@ int run(const Options& options) {
   std::error_code error;
   std::filesystem::create_directories(options.folder, error);
   const std::string stem = stem_of(options.map);
-  const double rms = page["map"]["statistics"]["recomputed"]["rms_about_zero"].get<double>();
-  const auto scripts =
-      viewer_scripts(stem, {{options.map, page["difference"].get<bool>(), rms}}, options.model);
+  const double rms = scaled_by_cell(page["map"])
+                         ? 1.0
+                         : page["map"]["statistics"]["recomputed"]["rms_about_zero"].get<double>();
+  const auto scripts = viewer_scripts(stem, {{options.map, page["difference"].get<bool>(), rms}},
+                                      options.model, options.folder);
   page["scripts"] = Json::array();
   for (const ViewerScript& script : scripts) {
     page["scripts"].push_back(
