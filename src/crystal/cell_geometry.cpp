@@ -3,6 +3,7 @@
 #include "core/constants.h"
 #include "crystal/matrix.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace qx {
@@ -70,6 +71,23 @@ void metric_tensor(const double edges[3], const double cosines[3], double out[9]
   out[1] = out[3] = e[0] * e[1] * cosines[2];
   out[2] = out[6] = e[0] * e[2] * cosines[1];
   out[5] = out[7] = e[1] * e[2] * cosines[0];
+}
+
+double metric_misfit(const double metric[9], const double rotation[9]) noexcept {
+  double largest = 0.0;
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) {
+      double moved = 0.0;
+      for (int k = 0; k < 3; ++k) {
+        for (int l = 0; l < 3; ++l) {
+          moved += rotation[3 * k + i] * metric[3 * k + l] * rotation[3 * l + j];
+        }
+      }
+      const double scale = std::sqrt(metric[4 * i] * metric[4 * j]);
+      largest = std::max(largest, std::fabs(moved - metric[3 * i + j]) / scale);
+    }
+  }
+  return largest;
 }
 
 ReciprocalCell reciprocal_cell(const double edges[3], const CellAngles& angles,

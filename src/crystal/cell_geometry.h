@@ -24,6 +24,9 @@ bool invert_affine(const double affine[16], double out[16]) noexcept;
 
 // G of edges and the cosines of the angles between them.
 void metric_tensor(const double edges[3], const double cosines[3], double out[9]) noexcept;
+// How far a rotation on fractional coordinates is from leaving lengths and angles alone: the
+// largest element of R^T G R - G, relative to the edges it belongs to.
+double metric_misfit(const double metric[9], const double rotation[9]) noexcept;
 
 struct ReciprocalCell {
   double edges[3];    // 1/Angstrom

@@ -5,14 +5,18 @@
 #include "core/refsys.h"
 #include "core/report.h"
 #include "core/slot.h"
+#include "crystal/cell.h"
+#include "crystal/cell_geometry.h"
+#include "crystal/matrix.h"
+#include "crystal/spacegroup.h"
 
 #include <quorix/asu.h>
-#include <quorix/cell.h>
 #include <quorix/engine.h>
 #include <quorix/reflections.h>
-#include <quorix/spacegroup.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 using qx::fail;
 using qx::ok;
@@ -126,9 +130,37 @@ Status qx_set_qxrefreject_Irms(double cut) {
   return set_cut("qx_set_qxrefreject_Irms():", &qxrefreject::i_rms, cut);
 }
 
+namespace {
+
+// Cells are given to some decimals: 0.2 per cent of an edge, or a tenth of a degree.
+constexpr double metric_slack = 2e-3;
+
+// Mates about axes that the cell does not have make maps that look like others and are wrong.
+Status warn_of_metric() {
+  const qxcell* cell = qx_get_qxcell();
+  const qxspg* spg = cell ? qx_get_qxspg() : nullptr;
+  if (!spg) return qx::failed;
+  double worst = 0.0;
+  for (std::int32_t i = 0; i < spg->nops; ++i) {
+    double rotation[9];
+    qx::rotation_of(spg->ops[i], rotation);
+    worst = std::max(worst, qx::metric_misfit(cell->metric, rotation));
+  }
+  if (worst <= metric_slack) return ok;
+  std::printf(
+      "WARNING: the cell %g %g %g %g %g %g does not have the symmetry of the space group %s: what "
+      "follows is wrong \n",
+      cell->a, cell->b, cell->c, cell->alpha, cell->beta, cell->gamma,
+      spg->full_name ? spg->full_name : "by its operators");
+  return ok;
+}
+
+}  // namespace
+
 Status qx_run_xcry_checker() {
   QX_TRY(qx_run_qxcell_checker());
   QX_TRY(qx_run_qxresol_checker());
   QX_TRY(qx_run_qxspg_checker());
+  QX_TRY(warn_of_metric());
   return qx_run_qxrefdata_checker();
 }

@@ -141,6 +141,33 @@ bool is_group(const FullOperators& full) noexcept {
 
 namespace {
 
+bool is_digit(char c) noexcept { return c >= '0' && c <= '9'; }
+
+}  // namespace
+
+void plain_group_name(char* name) noexcept {
+  char* to = name;
+  for (const char* from = name; *from; ++from) {
+    if (*from == '_') continue;
+    // Other parentheses tell settings apart.
+    const bool bracketed = *from == '(' && is_digit(from[1]) && from[2] == ')';
+    if (bracketed) ++from;
+    *to++ = *from;
+    if (bracketed) ++from;
+  }
+  *to = '\0';
+}
+
+std::int32_t group_number(const char* name) noexcept {
+  std::int32_t number = 0;
+  while (*name == ' ') ++name;
+  for (; is_digit(*name) && number <= 230; ++name) number = 10 * number + (*name - '0');
+  while (*name == ' ') ++name;
+  return *name == '\0' && number <= 230 ? number : 0;
+}
+
+namespace {
+
 constexpr const char* here = "qx_set_spg_guts():";
 constexpr std::size_t line_size = 132;
 

@@ -66,6 +66,12 @@ bool same_group(const FullOperators& a, const FullOperators& b) noexcept;
 // True when every product is one of the operators and none is there twice.
 bool is_group(const FullOperators& full) noexcept;
 
+// Screw axes as some write them, 2_1 and 2(1), as the names of the database have them: 21. In
+// place.
+void plain_group_name(char* name) noexcept;
+// 1 to 230 for a name that is such a number, else 0.
+std::int32_t group_number(const char* name) noexcept;
+
 struct GroupRequest {
   std::int32_t number = 0;  // one of the three is given
   const char* name = nullptr;

@@ -170,12 +170,16 @@ Status no_object() {
   return fail("qx_set_spg_guts():", " The space group object has not been created yet ");
 }
 
-Status by_text(const char* file, const qx::GroupRequest& request) {
+Status by_text(const char* file, std::int32_t id, const char* name) {
   qxspg* spg = qx_get_qxspg();
   if (!spg) return no_object();
+  const qx::Tagged<char> plain(qx::duplicate_text(name ? name : "", "psb_name"));
+  if (!plain) return failed;
+  qx::plain_group_name(plain.get());
+  if (id == 0) id = qx::group_number(plain.get());
   qx::GroupRecord record;
   bool found = false;
-  QX_TRY(qx::find_group(file, request, record, &found));
+  QX_TRY(qx::find_group(file, {id, id != 0 ? nullptr : plain.get(), nullptr}, record, &found));
   if (!found) return fail("qx_set_spg_guts():", " Failed to get proper space group. ");
   return fill_group(record, *spg);
 }
@@ -252,7 +256,7 @@ Status qx_set_spg_by_symoper_mats(const char* file, std::int32_t ncent, const do
 // each rotation is primitive.
 Status qx_set_spg_guts(const char* file, std::int32_t id, const char* name, std::int32_t nmats,
                        const double (*mats)[16], const std::int32_t (*denominators)[3]) {
-  if (id != 0 || name) return by_text(file, {id, id != 0 ? nullptr : name, nullptr});
+  if (id != 0 || name) return by_text(file, id, name);
   qx::GroupRecord own;
   for (std::int32_t i = 0; i < nmats; ++i) {
     const std::int32_t* row_denominators = denominators ? denominators[i] : nullptr;

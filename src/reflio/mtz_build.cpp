@@ -3,6 +3,8 @@
 #include "crystal/columns.h"
 #include "crystal/crystal.h"
 #include "crystal/reflection_filter.h"
+#include "crystal/spacegroup.h"
+#include "crystal/symop.h"
 #include "reflio/mtz.h"
 #include "reflio/mtz_words.h"
 
@@ -244,6 +246,56 @@ Status fill(qxrefdata& refdata, const qxmtz& mtz, const Chosen& chosen,
   return ok;
 }
 
+// Whether the file's constants are those of the section, which count: some decimals are typed.
+void warn_of_other_cell(const qxmtz& mtz, const qxcell& cell) {
+  const double own[6] = {cell.a, cell.b, cell.c, cell.alpha, cell.beta, cell.gamma};
+  constexpr double slack[6] = {1e-3, 1e-3, 1e-3, 0.1, 0.1, 0.1};  // edges relative, degrees
+  const double* file = mtz.cell;
+  bool same = true;
+  for (int i = 0; i < 6; ++i) {
+    if (!mtz.has_cell || !(file[i] > 0)) return;
+    same = same && std::fabs(file[i] - own[i]) <= slack[i] * (i < 3 ? own[i] : 1.0);
+  }
+  if (same) return;
+  std::printf(
+      "WARNING: the MTZ file has the cell %g %g %g %g %g %g, which is not that of the section: the "
+      "section's is used \n",
+      file[0], file[1], file[2], file[3], file[4], file[5]);
+}
+
+bool has_operator(const qxspg& spg, const double op[16]) {
+  for (std::int32_t i = 0; i < spg.nops; ++i) {
+    if (qx::same_operator(spg.ops[i], op)) return true;
+  }
+  return false;
+}
+
+// By operators where the file has them: one group has many names, and one number many settings.
+bool has_same_group(const qxmtz& mtz, const qxspg& spg) {
+  if (mtz.symops.count == 0) {
+    // Thousands tell other settings, which a file may name by the plain number.
+    return mtz.spacegroup_number == 0 || spg.spg_id == 0 ||
+           mtz.spacegroup_number % 1000 == spg.spg_id % 1000;
+  }
+  for (const qx::MtzLine& line : mtz.symops) {
+    double op[16];
+    int denominators[3];
+    if (qx::parse_operator(line.text, op, denominators).size > 0) return true;  // nothing to hold
+    qx::normalize_translations(op);
+    if (!has_operator(spg, op)) return false;
+  }
+  return mtz.symops.count == spg.nops;
+}
+
+void warn_of_other_group(const qxmtz& mtz, const qxspg& spg) {
+  if (spg.nops < 1 || has_same_group(mtz, spg)) return;
+  std::printf(
+      "WARNING: the MTZ file is of the space group %s, whose operators are not those of the "
+      "section: "
+      "the section's are used \n",
+      mtz.spacegroup_name[0] ? mtz.spacegroup_name : "?");
+}
+
 }  // namespace
 
 Status qx_build_qxrefdata_mtz(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply) {
@@ -253,9 +305,13 @@ Status qx_build_qxrefdata_mtz(qxrefdata* refdata, const qxrefreject* reject, std
   if (!resol) return fail(heading, "qxresol has not been created yet.");
   const qxcell* cell = qx_get_qxcell();
   if (!cell) return fail(heading, "qxcell object has not been created yet ");
+  const qxspg* spg = qx_get_qxspg();
+  if (!spg) return fail(heading, " The qxspg object has not been created yet ");
   const qx::RejectionRules rules = rules_of(*reject, apply != 0, *resol, *cell);
   Chosen chosen;
   QX_TRY(choose(*refdata, *mtz, chosen));
+  warn_of_other_cell(*mtz, *cell);
+  warn_of_other_group(*mtz, *spg);
   QX_TRY(record_cuts(rules));
   QX_TRY(qx::clear_reflections(*refdata));
   QX_TRY(adopt_names(*refdata, *mtz, chosen));

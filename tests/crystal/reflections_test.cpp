@@ -23,7 +23,10 @@ class Reflections : public Engine {
   // Runs a crystal section over the file; the cell is 10 x 20 x 30 Angstrom unless told otherwise.
   SectionResult build(const MtzMaker& file, const std::string& coids,
                       const std::string& more = "") {
-    write_file(scratch_.file("in.mtz"), file.bytes());
+    MtzMaker same_group = file;
+    same_group.symmetry = "4 4 P 19 'P 21 21 21' PG222";
+    same_group.operators = {"x,y,z", "-x,y+1/2,-z+1/2", "x+1/2,-y+1/2,-z", "-x+1/2,-y,z+1/2"};
+    write_file(scratch_.file("in.mtz"), same_group.bytes());
     return section("xcry\nspgname P 21 21 21\ncell 10 20 30\n" + more + "read refl mtz file \"" +
                    scratch_.file("in.mtz") + "\" coid " + coids + "\nxend\n");
   }

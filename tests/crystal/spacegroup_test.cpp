@@ -62,6 +62,15 @@ TEST_F(SpaceGroup, spellingsOfFilesSelectTheSameGroup) {
       {"P n n n", "Pnnn:1"},
       {"F d 3 m", "Fd-3m:1"},
       {"C m c e", "Cmca"},
+      {"P 2_1 2_1 2_1", "P212121"},
+      {"P2(1)2(1)2(1)", "P212121"},
+      {"P 4(3) 2(1) 2", "P43212"},
+      {"P6_122", "P6122"},
+      {"C 2 2 21 (a)", "C2221a"},  // parentheses of another kind
+      {"19", "P212121"},
+      {"5", "C2"},
+      {" 146 ", "H3"},
+      {"230", "Ia-3d"},
   };
   for (const auto& [spelling, short_name] : cases) {
     EXPECT_STREQ(select(spelling).short_name, short_name) << spelling;

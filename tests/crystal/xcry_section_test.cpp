@@ -18,7 +18,7 @@ class XcrySection : public Engine {
  protected:
   void SetUp() override {
     Engine::SetUp();
-    MtzMaker file(half_sphere(2, 2, 2));
+    MtzMaker file = of_this_crystal(MtzMaker(half_sphere(2, 2, 2)));
     std::vector<float> serial(file.rows());
     for (std::size_t i = 0; i < serial.size(); ++i) serial[i] = static_cast<float>(i + 1);
     file.add("FWT", 'F', serial).add("PHWT", 'P', serial).add("FREE", 'I', {0, 1, 2});
@@ -31,6 +31,7 @@ class XcrySection : public Engine {
   [[nodiscard]] std::string read_line(const std::string& coids) const {
     return "read refl mtz file \"" + path() + "\" coid " + coids + "\n";
   }
+  static MtzMaker of_this_crystal(MtzMaker file);
   [[nodiscard]] std::string out() const { return scratch_.file("out.mtz"); }
 
   static SectionResult xcry(const std::string& lines) {
@@ -43,6 +44,14 @@ class XcrySection : public Engine {
 };
 
 constexpr const char* crystal = "spgn P 21 21 21\ncell 30 40 50\n";
+
+// The operators in another order, the group under another name.
+MtzMaker XcrySection::of_this_crystal(MtzMaker file) {
+  file.cell = "30.0 40.0 50.0 90.0 90.0 90.0";
+  file.symmetry = "4 4 P 19 'P212121' PG222";
+  file.operators = {"X,  Y,  Z", "-X,1/2+Y,1/2-Z", "1/2+X,1/2-Y,-Z", "1/2-X,-Y,1/2+Z"};
+  return file;
+}
 
 TEST_F(XcrySection, aGoodRunPrintsCountsAndLimits) {
   const SectionResult run =
@@ -60,6 +69,63 @@ TEST_F(XcrySection, aGoodRunPrintsCountsAndLimits) {
             "High resolution :   10.818\n"
             "Low resolution  :   50.000\n"
             "end x-ray and crystal data settings:\n");
+}
+
+// One line each, on what contradicts the section; the same crystal in other words is none.
+TEST_F(XcrySection, otherCellsAndGroupsAreWarnedOf) {
+  const std::string other_cell = "WARNING: the MTZ file has the cell 30 40 51 90 90 90, which";
+  const std::string other_group = "WARNING: the MTZ file is of the space group ";
+  const std::string no_metric =
+      "WARNING: the cell 30 40 50 90 90 90 does not have the symmetry of ";
+  struct Case {
+    std::string cell, symmetry;
+    std::vector<std::string> operators;
+    std::string group, warning;
+  };
+  const std::vector<std::string> p21 = {"x,y,z", "-x,y+1/2,-z"};
+  const Case cases[] = {
+      {"30.02 40 50 90 90.05 90", "2 2 P 4 'P2(1)' PG2", p21, "P 1 21 1", ""},
+      {"30 40 51 90 90 90", "2 2 P 4 'P 1 21 1' PG2", p21, "P 1 21 1", other_cell},
+      {"0 0 0 90 90 90", "2 2 P 4 'P 1 21 1' PG2", p21, "4", ""},
+      {"30 40 50 90 90 90", "2 2 P 4 'P 1 21 1' PG2", p21, "P 2", other_group + "P 1 21 1, "},
+      {"30 40 50 90 90 90", "2 2 P 4 'P 1 21 1' PG2", p21, "P 1 1 21", other_group},
+      {"30 40 50 90 90 90", "2 2 P 4 'P 1 21 1' PG2", p21, "P 1", other_group},
+      {"30 40 50 90 90 90", "0 0 P 18 'P 21 21 2' PG222", {}, "P 2 21 21", ""},
+      {"30 40 50 90 90 90", "0 0 P 19 'P 21 21 21' PG222", {}, "P 2 21 21", other_group},
+      {"30 40 50 90 90 90", "0 0 P 75 'P 4' PG4", {}, "P 4", no_metric + "the space group P 4: "}};
+  for (const Case& test : cases) {
+    MtzMaker file(half_sphere(2, 2, 2));
+    file.cell = test.cell;
+    file.symmetry = test.symmetry;
+    file.operators = test.operators;
+    write_file(path(), file.bytes());
+    ASSERT_EQ(qx_create_quorix(), ok);
+    const SectionResult run = xcry("spgn " + test.group + "\ncell 30 40 50\n" + read_line("FC=FC"));
+    ASSERT_TRUE(run.ok) << run.output;
+    const auto lines = [&](const std::string& text) {
+      int n = 0;
+      for (std::size_t at = 0; (at = run.output.find(text, at)) != std::string::npos; ++at) ++n;
+      return n;
+    };
+    EXPECT_EQ(lines("WARNING"), test.warning.empty() ? 0 : 1) << test.group << run.output;
+    if (test.warning.empty()) continue;
+    EXPECT_EQ(lines(test.warning), 1) << test.group << run.output;
+  }
+  ASSERT_EQ(qx_create_quorix(), ok);
+  for (const char* group : {"R 3 :R", "P 3 2 1", "P 1", "I 4 3 2"}) {
+    const std::string cell =
+        group[0] == 'P' && group[2] == '3' ? "40 40 60 90 90 120" : "40 40 40 80.25 80.25 80.25";
+    ASSERT_EQ(qx_create_quorix(), ok);
+    const bool fits = group[0] != 'I';
+    EXPECT_EQ(xcry(std::string("spgn ") + group + "\ncell " + cell + "\n")
+                      .output.find("WARNING: the cell ") == std::string::npos,
+              fits)
+        << group;
+  }
+  ASSERT_EQ(qx_create_quorix(), ok);
+  EXPECT_NE(xcry("spgn R 3\ncell 40 40 40 80.25 80.25 80.25\n")
+                .output.find("of the space group R 3 :H: "),
+            std::string::npos);
 }
 
 TEST_F(XcrySection, withoutAFileNothingIsBuilt) {

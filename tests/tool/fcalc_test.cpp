@@ -223,6 +223,12 @@ TEST_F(FcalcModel, takesCellAndGroupFromTheOptionsOrTheFile) {
   const Columns from_options = calculated({bare, "--dmin", "3", "--spacegroup", "P 31 2 1",
                                            "--cell", "20", "20", "30", "90", "90", "120"});
   EXPECT_EQ(from_options, from_file);
+  for (const char* group : {"152", "P3(1)21", "P 3_1 2 1", "p3121"}) {
+    EXPECT_EQ(calculated({bare, "--dmin", "3", "--spacegroup", group, "--cell", "20", "20", "30",
+                          "90", "90", "120"}),
+              from_file)
+        << group;
+  }
   EXPECT_NE(calculated({full, "--dmin", "3", "--spacegroup", "P 32 2 1"}).at("FC"),
             from_file.at("FC"));
 }

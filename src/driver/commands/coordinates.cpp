@@ -1,6 +1,7 @@
 #include "driver/commands/coordinates.h"
 
 #include "driver/commands/coordinate_text.h"
+#include "driver/commands/group_name.h"
 #include "driver/commands/readable_file.h"
 #include "driver/commands/sections.h"
 
@@ -274,7 +275,7 @@ bool Coordinates::fill_model() const {
 }
 
 std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin, double dmax) {
-  const gemmi::SpaceGroup* group = gemmi::find_spacegroup_by_name(crystal.space_group);
+  const gemmi::SpaceGroup* group = find_space_group(crystal.space_group);
   if (!group) throw CommandError(2, "unknown space group '" + crystal.space_group + "'");
   const gemmi::UnitCell cell(crystal.cell[0], crystal.cell[1], crystal.cell[2], crystal.cell[3],
                              crystal.cell[4], crystal.cell[5]);

@@ -1,10 +1,11 @@
 #include "driver/commands/model_and_data.h"
 
+#include "driver/commands/group_name.h"
 #include "driver/commands/sections.h"
 
 #include <algorithm>
 #include <cmath>
-#include <gemmi/symmetry.hpp>  // for find_spacegroup_by_name
+#include <gemmi/symmetry.hpp>  // for SpaceGroup
 
 namespace qx {
 
@@ -23,8 +24,7 @@ std::vector<std::string> crystal_differences(const Crystal& model, const gemmi::
   std::vector<std::string> lines;
   const double* own = model.cell;
   if (!(own[0] > 0.0)) return lines;
-  const gemmi::SpaceGroup* model_group =
-      gemmi::find_spacegroup_by_name(model.space_group, own[3], own[5]);
+  const gemmi::SpaceGroup* model_group = find_space_group(model.space_group, own[3], own[5]);
   if (group && model_group && !group->operations().is_same_as(model_group->operations())) {
     lines.push_back("the model is in " + model_group->xhm() + ", the reflections are in " +
                     group->xhm() + ": " + consequence);

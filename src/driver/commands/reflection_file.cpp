@@ -1,6 +1,7 @@
 #include "driver/commands/reflection_file.h"
 
 #include "crystal/reflections.h"
+#include "driver/commands/group_name.h"
 #include "driver/commands/sections.h"
 #include "reflio/mtz.h"
 
@@ -42,7 +43,7 @@ const gemmi::SpaceGroup* group_of(const ReflectionFile& file) {
     throw;
   } catch (const std::exception&) {  // unreadable operators: the name has to do
   }
-  return gemmi::find_spacegroup_by_name(file.group_name, file.cell[3], file.cell[5]);
+  return find_space_group(file.group_name, file.cell[3], file.cell[5]);
 }
 
 std::vector<float> values_of(const qxmtz& mtz, const MtzColumn& column) {

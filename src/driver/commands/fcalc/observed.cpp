@@ -1,10 +1,10 @@
 // The observations: which columns of the reflection file they are, and whether they can be the
 // model's.
 #include "driver/commands/fcalc/job.h"
+#include "driver/commands/group_name.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/model_and_data.h"
 
-#include <gemmi/symmetry.hpp>  // for find_spacegroup_by_name
 #include <initializer_list>
 
 namespace qx {
@@ -79,7 +79,7 @@ void find_observed(FcalcJob& job) {
     warn(job, line);
   }
   const gemmi::SpaceGroup* group =
-      gemmi::find_spacegroup_by_name(crystal.space_group, crystal.cell[3], crystal.cell[5]);
+      find_space_group(crystal.space_group, crystal.cell[3], crystal.cell[5]);
   const std::string extinct =
       extinct_line(file, group, job.observed.amplitude, "their FC is 0; is the group right?");
   if (!extinct.empty()) warn(job, extinct);

@@ -67,7 +67,9 @@ void add_input_options(CLI::App& command, FcalcOptions& o) {
   command.add_option("--dmax", o.dmax, "Low-resolution limit in A")
       ->type_name("A")
       ->check(CLI::PositiveNumber);
-  command.add_option("--spacegroup", o.space_group, "Space group (default: the model's)")
+  command
+      .add_option("--spacegroup", o.space_group,
+                  "Space group, a name or a number (default: the model's)")
       ->type_name("NAME");
   command.add_option("--cell", o.cell, "Unit cell in A and degrees (default: the model's)")
       ->type_name("A B C ALPHA BETA GAMMA")

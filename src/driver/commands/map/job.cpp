@@ -1,7 +1,8 @@
 #include "driver/commands/map/job.h"
 
+#include "driver/commands/group_name.h"
+
 #include <cstring>
-#include <gemmi/symmetry.hpp>  // for find_spacegroup_by_name
 
 namespace qx {
 
@@ -13,7 +14,7 @@ std::string map_group(const MapJob& job) {
 
 const gemmi::SpaceGroup* known_group(const MapJob& job) {
   if (job.options.space_group.empty()) return job.file.group;
-  return gemmi::find_spacegroup_by_name(job.options.space_group);
+  return find_space_group(job.options.space_group);
 }
 
 const double* map_cell(const MapJob& job) {
