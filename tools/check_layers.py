@@ -6,7 +6,8 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-LAYERS = ['core', 'crystal', 'reflio', 'grid', 'fft', 'model', 'sf', 'map', 'driver']
+LAYERS = ['core', 'stats', 'crystal', 'reflio', 'grid', 'fft', 'model', 'sf', 'solvent', 'scaling', 'map',
+          'sections', 'driver']
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')
 
 

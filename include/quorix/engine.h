@@ -95,6 +95,9 @@ QX_API std::int32_t qx_get_qxverbsys_verb_hkl();
 QX_API std::int32_t qx_get_qxverbsys_verb_debug();
 QX_API std::int32_t qx_get_qxverbsys_verb_mem();
 QX_API std::int32_t qx_get_qxverbsys_verb_binr();
+QX_API std::int32_t qx_get_qxverbsys_verb_ls();
+QX_API std::int32_t qx_get_qxverbsys_verb_ml();
+QX_API std::int32_t qx_get_qxverbsys_verb_cpu();
 QX_API qx::Status qx_set_qxverbsys_verb_mtz(std::int32_t level);
 QX_API qx::Status qx_set_qxverbsys_verb_hkl(std::int32_t level);
 QX_API qx::Status qx_set_qxverbsys_verb_debug(std::int32_t level);
@@ -107,6 +110,12 @@ QX_API qx::Status qx_set_hv_data_reject_rms(double cut);
 QX_API qx::Status qx_set_hv_data_reject_amplitude(double cut);
 QX_API qx::Status qx_set_hv_rfree_nrefl(std::int32_t count);
 QX_API qx::Status qx_set_hv_rfree_percent(double fraction);
+QX_API qx::Status qx_set_hv_r_work(double r);
+QX_API qx::Status qx_set_hv_r_free(double r);
+QX_API qx::Status qx_set_hv_k_sol(double k);
+QX_API qx::Status qx_set_hv_b_sol(double b);
+QX_API qx::Status qx_set_hv_wilson_b(double b);
+QX_API qx::Status qx_set_hv_fom(double fom);
 
 // Path of a data file: the name itself if readable, else $ZENVI_DATA/xray/<name>. The caller frees
 // the text with xfree. Null after a report when neither is readable.

@@ -19,6 +19,8 @@
 #include <quorix/parser.h>
 #include <quorix/reflection_view.h>
 #include <quorix/reflections.h>
+#include <quorix/scaling.h>
+#include <quorix/solvent.h>
 #include <quorix/spacegroup.h>
 #include <quorix/structfact.h>
 #include <quorix/version.h>

@@ -35,3 +35,9 @@ Status qx_set_hv_rfree_nrefl(std::int32_t count) { return keep(&qxharvest::free_
 Status qx_set_hv_rfree_percent(double fraction) {
   return keep(&qxharvest::free_fraction, fraction);
 }
+Status qx_set_hv_r_work(double r) { return keep(&qxharvest::r_work, r); }
+Status qx_set_hv_r_free(double r) { return keep(&qxharvest::r_free, r); }
+Status qx_set_hv_k_sol(double k) { return keep(&qxharvest::k_sol, k); }
+Status qx_set_hv_b_sol(double b) { return keep(&qxharvest::b_sol, b); }
+Status qx_set_hv_wilson_b(double b) { return keep(&qxharvest::wilson_b, b); }
+Status qx_set_hv_fom(double fom) { return keep(&qxharvest::fom, fom); }

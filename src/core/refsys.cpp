@@ -11,6 +11,7 @@
 #include <quorix/fft.h>
 #include <quorix/grid.h>
 #include <quorix/map.h>
+#include <quorix/scaling.h>
 #include <quorix/structfact.h>
 
 using qx::ok;
@@ -21,6 +22,8 @@ Status qx_new_refsys() { return qx::create_in(qx_delete_refsys, qx_set_refsys, "
 Status qx_delete_refsys() {
   refsys* system = qx_get_refsys();
   if (!system) return ok;
+  if (system->ml) QX_TRY(qx_delete_qxml());
+  if (system->scale) QX_TRY(qx_delete_qxscale());
   if (system->structfact) QX_TRY(qx_delete_qxstructfact());
   if (system->sincostab) QX_TRY(qx_delete_qxsincostab());
   if (system->density) QX_TRY(qx_delete_qxelecden());

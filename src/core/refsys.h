@@ -9,6 +9,8 @@ struct qxcross;
 struct qxelecden;
 struct qxstructfact;
 struct qxsincostab;
+struct qxscale;
+struct qxml;
 
 struct refsys {
   qxxcry* crystal = nullptr;
@@ -19,4 +21,6 @@ struct refsys {
   qxelecden* density = nullptr;
   qxstructfact* structfact = nullptr;
   qxsincostab* sincostab = nullptr;
+  qxscale* scale = nullptr;
+  qxml* ml = nullptr;
 };

@@ -4,13 +4,9 @@
 using qx::failed;
 using qx::Status;
 
-Status qx_xrfactor_ctrl() { return failed; }
 Status qx_syspart_ctrl() { return failed; }
 Status qx_target_ctrl() { return failed; }
 Status qx_water_ctrl() { return failed; }
 Status qx_fofomap_generation_ctrl() { return failed; }
 Status qx_wilson_ctrl() { return failed; }
-Status qx_xoverall_ctrl() { return failed; }
-Status qx_xbulk_ctrl() { return failed; }
-Status qx_xmlf_ctrl() { return failed; }
 Status qx_xomit_ctrl() { return failed; }

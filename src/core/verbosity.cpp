@@ -77,6 +77,9 @@ Status qx_new_qxverbsys() {
 }
 Status qx_delete_qxverbsys() { return qx::remove_from(qx_get_qxverbsys(), qx_set_qxverbsys); }
 
+std::int32_t qx_get_qxverbsys_verb_ls() { return read_switch(&qxverbsys::ls); }
+std::int32_t qx_get_qxverbsys_verb_ml() { return read_switch(&qxverbsys::ml); }
+std::int32_t qx_get_qxverbsys_verb_cpu() { return read_switch(&qxverbsys::cpu); }
 std::int32_t qx_get_qxverbsys_verb_mtz() { return read_switch(&qxverbsys::mtz); }
 std::int32_t qx_get_qxverbsys_verb_hkl() { return read_switch(&qxverbsys::hkl); }
 std::int32_t qx_get_qxverbsys_verb_debug() { return read_switch(&qxverbsys::debug); }

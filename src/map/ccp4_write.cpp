@@ -1,6 +1,5 @@
 // Writing the box of the map as a CCP4 file.
-#include "core/files_read.h"
-#include "core/output_file.h"
+#include "core/open_output.h"
 #include "core/report.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
@@ -8,7 +7,7 @@
 #include "crystal/symop.h"
 #include "grid/grid.h"
 #include "map/box.h"
-#include "map/ccp4_header.h"
+#include "map/ccp4_file.h"
 #include "map/map.h"
 #include "map/provenance.h"
 
@@ -48,17 +47,12 @@ Ccp4Header header_of(const qxmap& map, const qx::MapStatistics& statistics, cons
                                   map.zhigh - map.zlow + 1};
   const std::int32_t starts[3] = {map.xlow, map.ylow, map.zlow};
   const std::int32_t intervals[3] = {grid.nx, grid.ny, grid.nz};
-  const double edges[6] = {cell.a, cell.b, cell.c, cell.alpha, cell.beta, cell.gamma};
   std::copy_n(counts, 3, header.counts);
   std::copy_n(starts, 3, header.starts);
   std::copy_n(intervals, 3, header.intervals);
-  std::transform(edges, edges + 6, header.cell, [](double x) { return static_cast<float>(x); });
   header.mode = 2;
-  // The search for the extremes starts from these limits.
-  header.minimum = static_cast<float>(std::min(extreme, statistics.minimum));
-  header.maximum = static_cast<float>(std::max(-extreme, statistics.maximum));
-  header.mean = static_cast<float>(statistics.mean);
-  header.rms = static_cast<float>(statistics.rms);
+  qx::set_cell(header, cell);
+  qx::set_statistics(header, statistics);
   header.space_group = spg.spg_id;
   if (map.symmetry_records) header.symmetry_bytes = record_size * spg.nops;
   if (map.zero_origin) std::fill_n(header.access + 16, 8, '\0');
@@ -93,43 +87,43 @@ bool write_item(std::FILE* stream, const unsigned char* record, const Ccp4Item& 
   return qx_write_raw_char(stream, reinterpret_cast<const char*>(bytes), item.count) == item.count;
 }
 
-Status fail_label(const char* label) {
+Status fail_label(const char* heading, const char* label) {
   int length = 80;
   while (length > 0 && label[length - 1] == ' ') --length;
-  if (length == 0) return fail(here, "Failed to write empty string ");
-  return fail(here, "Failed to write map label: %.*s", length, label);
+  if (length == 0) return fail(heading, "Failed to write empty string ");
+  return fail(heading, "Failed to write map label: %.*s", length, label);
 }
 
-Status write_header(std::FILE* stream, const Ccp4Header& header) {
+Status write_header(const char* heading, std::FILE* stream, const Ccp4Header& header) {
   const auto* record = reinterpret_cast<const unsigned char*>(&header);
   for (const Ccp4Item& item : qx::ccp4_items()) {
     if (write_item(stream, record, item)) continue;
     if (item.kind == ItemKind::stamp) return qx::failed;
-    if (item.write_text) return fail(here, "%s", item.write_text);
-    return fail_label(reinterpret_cast<const char*>(record) + item.offset);
+    if (item.write_text) return fail(heading, "%s", item.write_text);
+    return fail_label(heading, reinterpret_cast<const char*>(record) + item.offset);
   }
   return ok;
 }
 
 // One operator a record, in the upper case that the oldest readers expect.
-Status write_symmetry(std::FILE* stream, const qxspg& spg) {
+Status write_symmetry(const char* heading, std::FILE* stream, const qxspg& spg) {
   for (std::int32_t i = 0; i < spg.nops; ++i) {
     char text[qx::operator_text_size];
     if (!qx::format_operator(spg.ops[i], text)) {
-      return fail(here, "Failed to write symmetry operations ");
+      return fail(heading, "Failed to write symmetry operations ");
     }
     char record[record_size];
     std::fill_n(record, record_size, ' ');
     std::transform(text, text + std::strlen(text), record,
                    [](char c) { return static_cast<char>(std::toupper(c)); });
     if (qx_write_raw_char(stream, record, record_size) != record_size) {
-      return fail(here, "Failed to write symmetry operations ");
+      return fail(heading, "Failed to write symmetry operations ");
     }
   }
   return ok;
 }
 
-Status write_sections(std::FILE* stream, qx::View3<const double> box) {
+Status write_sections(const char* heading, std::FILE* stream, qx::View3<const double> box) {
   const std::ptrdiff_t section = box.n1 * box.n2;
   const std::ptrdiff_t together = std::clamp<std::ptrdiff_t>(buffer_values / section, 1, box.n0);
   const qx::Tagged<float> buffer(static_cast<std::size_t>(section * together), "pwcm_et");
@@ -140,13 +134,43 @@ Status write_sections(std::FILE* stream, qx::View3<const double> box) {
     float* target = buffer.get();
     for (std::size_t i = 0; i < count; ++i) target[i] = static_cast<float>(source[i]);
     if (std::fwrite(target, sizeof(float), count, stream) != count) {
-      return fail(here, "Failed to write map data ");
+      return fail(heading, "Failed to write map data ");
     }
   }
   return ok;
 }
 
 }  // namespace
+
+namespace qx {
+
+Status write_ccp4(const char* heading, const char* path, const Ccp4Header& header,
+                  const qxspg* symmetry, View3<const double> box) {
+  OutputFile file;
+  QX_TRY(open_output(heading, path, file));
+  // Each item goes out by itself, so that a fault is reported under its own name.
+  std::setvbuf(file.stream(), nullptr, _IONBF, 0);
+  QX_TRY(write_header(heading, file.stream(), header));
+  if (symmetry) QX_TRY(write_symmetry(heading, file.stream(), *symmetry));
+  QX_TRY(write_sections(heading, file.stream(), box));
+  if (!file.commit()) return fail(heading, "Failed to write map data ");
+  return ok;
+}
+
+void set_cell(Ccp4Header& header, const qxcell& cell) {
+  const double edges[6] = {cell.a, cell.b, cell.c, cell.alpha, cell.beta, cell.gamma};
+  std::transform(edges, edges + 6, header.cell, [](double x) { return static_cast<float>(x); });
+}
+
+void set_statistics(Ccp4Header& header, const MapStatistics& statistics) {
+  // The search for the extremes starts from these limits.
+  header.minimum = static_cast<float>(std::min(extreme, statistics.minimum));
+  header.maximum = static_cast<float>(std::max(-extreme, statistics.maximum));
+  header.mean = static_cast<float>(statistics.mean);
+  header.rms = static_cast<float>(statistics.rms);
+}
+
+}  // namespace qx
 
 Status qx_wr_ccp4_map() {
   const qxcell* cell = qx_get_qxcell();
@@ -164,18 +188,7 @@ Status qx_wr_ccp4_map() {
     map->statistics_known = true;
   }
   const char* path = map->path ? map->path : "";
-  if (qx::is_file_read(path)) {
-    return fail(here, "The file \"%s\" has been read in this job: write to another one. ", path);
-  }
-  qx::OutputFile file;
-  if (!file.open(path)) return fail(here, "Failed to open file \"%s\" ", path);
-  // Each item goes out by itself, so that a fault is reported under its own name.
-  std::setvbuf(file.stream(), nullptr, _IONBF, 0);
   Ccp4Header header = header_of(*map, map->statistics, *cell, *grid, *spg);
   if (map->input) QX_TRY(qx::add_provenance(*map, *grid, *spg, header));
-  QX_TRY(write_header(file.stream(), header));
-  if (map->symmetry_records) QX_TRY(write_symmetry(file.stream(), *spg));
-  QX_TRY(write_sections(file.stream(), box));
-  if (!file.commit()) return fail(here, "Failed to write map data ");
-  return ok;
+  return qx::write_ccp4(here, path, header, map->symmetry_records ? spg : nullptr, box);
 }

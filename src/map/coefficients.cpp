@@ -4,10 +4,14 @@
 #include "core/report.h"
 #include "core/tagged.h"
 #include "crystal/reflections.h"
+#include "map/kick.h"
+#include "scaling/coefficients.h"
+#include "scaling/scale.h"
 
 #include <quorix/engine.h>
 #include <quorix/model.h>
 #include <quorix/reflections.h>
+#include <quorix/scaling.h>
 #include <quorix/structfact.h>
 
 #include <cmath>
@@ -68,11 +72,6 @@ Status qx_assemble_input_map_coeff(double* amplitude, double* phase) {
 
 namespace {
 
-struct ModelF {
-  qx::Tagged<double> re;
-  qx::Tagged<double> im;
-};
-
 // A zero F has phase 0; phases in [0, 360).
 double phase_of(double re, double im) {
   if (re == 0.0 && im == 0.0) return 0.0;
@@ -80,24 +79,71 @@ double phase_of(double re, double im) {
   return phase < 0.0 ? phase + 360.0 : phase;
 }
 
-Status calculate(std::int32_t n, ModelF& f) {
-  f.re = qx::Tagged<double>(static_cast<std::size_t>(n), "pmc_re");
-  if (!f.re) return failed;
-  f.im = qx::Tagged<double>(static_cast<std::size_t>(n), "pmc_im");
-  if (!f.im) return failed;
+// Scaled structure factors of the model where a scale has been fitted, else the parts' sum.
+Status calculate(const qxrefdata& data, qx::ComplexF& f) {
+  QX_TRY(qx::open_f(data.nreflections, f));
+  const qxscale* scale = qx_get_qxscale();
+  if (!qx_exist_quorix()) return failed;
+  if (scale && scale->fitted && scale->nref == data.nreflections) {
+    return qx_calc_total_structure_factor(f.re.get(), f.im.get());
+  }
   return qx_calc_model_structure_factor(f.re.get(), f.im.get());
+}
+
+// u |Fo| - v |Fc| with the phase of Fc; a reflection that was not observed takes no part.
+void plain_differences(const qxmap& map, const qxrefdata& data, const qx::ComplexF& f,
+                       const float* fom, double* amplitude, double* phase) {
+  for (std::int32_t i = 0; i < data.nreflections; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    const double fo = data.fobs[i];
+    const bool used = takes_part(fom, i) && std::isfinite(fo);
+    const double observed = used ? map.u * weight_of(map, fom, i) * fo : 0.0;
+    amplitude[i] = used ? observed - map.v * f.amplitude(i) : 0.0;
+    phase[i] = used ? phase_of(f.re[at], f.im[at]) : 0.0;
+  }
+}
+
+qx::CoefficientKind kind_of(std::int32_t type) {
+  if (type == qx::combined_map) return qx::CoefficientKind::combined;
+  return type == qx::expected_map ? qx::CoefficientKind::expected : qx::CoefficientKind::sigmaa;
+}
+
+// What the weighted kinds rest on, in the order in which it is missed.
+Status check_weighted(const char* here) {
+  const qxml* ml = qx_get_qxml();
+  if (!qx_exist_quorix()) return failed;
+  if (!ml) return fail(here, "qxml object has not been created yet.");
+  const qxscale* scale = qx_get_qxscale();
+  if (!qx_exist_quorix()) return failed;
+  if (!scale) return fail(here, "qxscale object has not been created ");
+  return ok;
+}
+
+// The figure of merit is part of these coefficients: one near 0 drops nothing here, since what was
+// not observed has none and counts as D F.
+Status weighted(const char* here, const qxmap& map, const qxrefdata& data, const qx::ComplexF& f,
+                double* amplitude, double* phase) {
+  const qxml* ml = qx_get_qxml();
+  if (!ml) return failed;
+  const qx::CoefficientChoice choice = {kind_of(map.type), map.u, map.v, ml->fill_free};
+  qx::ComplexF out;
+  QX_TRY(qx::weighted_coefficients(here, choice, data, f, out));
+  for (std::int32_t i = 0; i < data.nreflections; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    amplitude[i] = out.amplitude(i);
+    phase[i] = phase_of(out.re[at], out.im[at]);
+  }
+  return ok;
 }
 
 }  // namespace
 
-// u |Fo| - v |Fc| with the phase of Fc; a reflection that was not observed takes no part. The
-// weighted kinds end at the first object that they miss.
 Status qx_set_map_coef(double* amplitude, double* phase) {
   constexpr auto here = "qx_set_map_coef():";
   const qxmap* map = qx_get_qxmap();
   if (!map) return fail(here, "qxmap object has not been created yet.");
   if (!qx_get_qxstructfact()) return fail(here, "qxstructfact object has not been created yet ");
-  if (map->type != qx::unweighted_map) return fail(here, "qxml object has not been created yet.");
+  if (map->type != qx::unweighted_map) QX_TRY(check_weighted(here));
   if (!qx_get_molsys()) return fail(here, "molsys object has not been created yet ");
   const qxrefdata* set = qx::map_refdata();
   if (!set) return failed;
@@ -105,19 +151,12 @@ Status qx_set_map_coef(double* amplitude, double* phase) {
   if (set != qx_get_qxrefdata()) {
     return fail(here, "The model's structure factors are not those of the reflections of the map.");
   }
+  qx::ComplexF f;
+  QX_TRY(calculate(*set, f));
+  if (map->type != qx::unweighted_map) return weighted(here, *map, *set, f, amplitude, phase);
   const float* fom = nullptr;
   QX_TRY(take_fom(here, *map, *set, fom));
-  const std::int32_t n = set->nreflections;
-  ModelF f;
-  QX_TRY(calculate(n, f));
-  for (std::int32_t i = 0; i < n; ++i) {
-    const auto at = static_cast<std::size_t>(i);
-    const double fo = set->fobs[i];
-    const bool used = takes_part(fom, i) && std::isfinite(fo);
-    const double observed = used ? map->u * weight_of(*map, fom, i) * fo : 0.0;
-    amplitude[i] = used ? observed - map->v * std::hypot(f.re[at], f.im[at]) : 0.0;
-    phase[i] = used ? phase_of(f.re[at], f.im[at]) : 0.0;
-  }
+  plain_differences(*map, *set, f, fom, amplitude, phase);
   return ok;
 }
 
@@ -127,6 +166,7 @@ Status map_coefficients(const qxmap& map, double* amplitude, double* phase) {
   if (map.amplitude_source == input_source || map.phase_source == input_source) {
     return qx_assemble_input_map_coeff(amplitude, phase);
   }
+  if (map.kick == kicked) return kicked_coefficients(map, amplitude, phase);
   if (qx_set_map_coef(amplitude, phase) == ok) return ok;
   return fail("qx_generate_map():", "There is no way to get map coefficients.");
 }

@@ -19,6 +19,7 @@ enum MapExtent : std::int32_t {
 };
 enum MapScale : std::int32_t { no_scale = 0, box_scale = 1, cell_scale = 2 };
 enum MapSource : std::int32_t { input_source = 1, calculated_source = 2 };
+enum MapKick : std::int32_t { not_kicked = 1, kicked = 2 };
 }  // namespace qx
 
 struct qxmap {

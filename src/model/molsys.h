@@ -97,6 +97,7 @@ struct qxsyspart {
 struct xmolformfact;
 struct qxradcut;
 struct qxexptab;
+struct qxsolvent;
 
 struct xmolsys {
   qxmodel* model = nullptr;
@@ -107,4 +108,5 @@ struct xmolsys {
   ::xmolformfact* formfact = nullptr;
   qxradcut* radcut = nullptr;
   qxexptab* exptab = nullptr;
+  qxsolvent* solvent = nullptr;
 };

@@ -7,6 +7,7 @@
 #include <quorix/density.h>
 #include <quorix/engine.h>
 #include <quorix/formfactors.h>
+#include <quorix/solvent.h>
 
 using qx::create_in;
 using qx::install;
@@ -20,12 +21,14 @@ Status qx_new_xmolsys() {
   QX_TRY(create_in(qx_delete_xmolsys, qx_set_xmolsys, "pnp_xmolsys"));
   QX_TRY(qx_new_qxmodel());
   QX_TRY(qx_new_qxatomb());
+  QX_TRY(qx_new_qxsolvent());
   return qx_new_xmolformfact();
 }
 
 Status qx_delete_xmolsys() {
   xmolsys* container = qx_get_xmolsys();
   if (!container) return ok;
+  QX_TRY(qx_delete_qxsolvent());
   QX_TRY(qx_delete_qxradcut());
   QX_TRY(qx_delete_qxexptab());
   QX_TRY(qx_delete_xmolformfact());

@@ -1,0 +1,61 @@
+// Scale of a model with bulk solvent to the observed amplitudes, how well they agree, and how far
+// the model can be trusted. Amplitudes on the scale of the observations, resolutions d in Angstrom.
+#pragma once
+
+#include <quorix/api.h>
+
+struct qxscale;
+struct qxml;
+
+// How a model's amplitudes agree with the observed ones.
+struct qx_agreement {
+  std::int32_t n;      // observed reflections
+  double r;            // sum |Fo - F| / sum Fo; 0 without reflections
+  double correlation;  // linear, of Fo and F
+};
+
+extern "C" {
+
+// Getters give null without a report when absent; creating replaces.
+QX_API qx::Status qx_new_qxscale();
+QX_API qx::Status qx_delete_qxscale();
+QX_API qxscale* qx_get_qxscale();
+QX_API qx::Status qx_set_qxscale(qxscale* object);
+QX_API qx::Status qx_new_qxml();
+QX_API qx::Status qx_delete_qxml();
+QX_API qxml* qx_get_qxml();
+QX_API qx::Status qx_set_qxml(qxml* object);
+
+// Fits the scale to the observed reflections of the working set (all of them, with a warning, when
+// there is no split): k exp(-s^T B s / 4) |Fc + k_mask F_mask|. Needs structure factors of the
+// atoms; makes the solvent's when they are missing. Reports an empty set and amplitudes that are
+// zero throughout. Replaces an earlier fit.
+QX_API qx::Status qx_fit_overall_scale();
+// The fit as text: scale, solvent, and the bins where it has any.
+QX_API qx::Status qx_print_overall_scale();
+// F of the model on the scale of the observations, k_tot (Fc + k_mask F_mask), one element per
+// reflection of the data set. Reports when no scale has been fitted to this data set.
+QX_API qx::Status qx_calc_total_structure_factor(double* re, double* im);
+// k_tot of every reflection.
+QX_API qx::Status qx_calc_total_scale(double* k_tot);
+
+// R and correlation of the scaled model within high <= d <= low (0 and 99999: all), overall and by
+// bin; the bins' R go to the cross-validation object, the overall ones to the harvest record.
+QX_API qx::Status qx_calc_rfactor(double high, double low);
+// The last result of qx_calc_rfactor: of the working set (all, without a split) and the free set.
+QX_API qx::Status qx_get_rfactor(qx_agreement* work, qx_agreement* free);
+QX_API qx::Status qx_print_rfactor();
+// Scale, solvent and R factors, overall and by bin, as a JSON file.
+QX_API qx::Status qx_write_rfactor_json(const char* path);
+
+// Fits sigmaA as a function of resolution, by maximum likelihood over the free set (the working set,
+// with a warning, when fewer than 300 of its reflections are observed), and gives every reflection
+// its figure of merit, D and variance. Needs a fitted scale. Replaces an earlier fit.
+QX_API qx::Status qx_estimate_likelihood();
+// sigmaA, D, figure of merit by resolution as text.
+QX_API qx::Status qx_print_likelihood();
+// Puts figures of merit, map coefficients (2mFo-DFc as MAP_COEFFA and MAP_COEFFP, mFo-DFc as
+// MAP_COEFF and MAP_PHASE), k_tot (MAP_SCALE) and 1/v (WT) into the data set's columns.
+QX_API qx::Status qx_replace_refdata_ml();
+
+}  // extern "C"

@@ -1,0 +1,186 @@
+#include "scaling/coefficients.h"
+
+#include "core/constants.h"
+#include "core/cross_record.h"
+#include "core/report.h"
+#include "crystal/reflections.h"
+#include "scaling/likelihood.h"
+#include "scaling/scale.h"
+#include "stats/likelihood.h"
+#include "stats/phase_probability.h"
+
+#include <quorix/engine.h>
+#include <quorix/reflections.h>
+#include <quorix/scaling.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr double radian = qx::pi / 180.0;
+
+}  // namespace
+
+namespace qx {
+
+namespace {
+
+bool has_phases(const qxrefdata& data) { return (data.hla && data.hlb) || (data.phib && data.fom); }
+
+// What the data say about a phase, apart from the model; nothing where a value is missing.
+HendricksonLattman phases_of_data(const qxrefdata& data, std::int32_t i, bool centric) {
+  HendricksonLattman p;
+  if (data.hla && data.hlb) {
+    p = {data.hla[i], data.hlb[i], data.hlc ? data.hlc[i] : 0.0F, data.hld ? data.hld[i] : 0.0F};
+  } else {
+    p = unimodal(data.phib[i] * radian, data.fom[i], centric);
+  }
+  const bool known =
+      std::isfinite(p.a) && std::isfinite(p.b) && std::isfinite(p.c) && std::isfinite(p.d);
+  return known ? p : HendricksonLattman{};
+}
+
+struct Term {
+  double re, im;
+};
+
+// m exp(i phase) of model and data together.
+Term combined_merit(const qxrefdata& data, std::int32_t i, const Conditional& c, double phase) {
+  const HendricksonLattman p = unimodal_with(phase, c.x()) + phases_of_data(data, i, c.centric);
+  const PhaseCentroid at = c.centric ? centric_centroid(p, phase) : centroid(p);
+  return {at.re, at.im};
+}
+
+Term coefficient(const CoefficientChoice& choice, const qxrefdata& data, std::int32_t i,
+                 const ComplexF& f, const LikelihoodValues& values, bool observed) {
+  const auto at = static_cast<std::size_t>(i);
+  const double amplitude = f.amplitude(i);
+  const double df = values.d[at] * amplitude;
+  const Term unit =
+      amplitude > 0.0 ? Term{f.re[at] / amplitude, f.im[at] / amplitude} : Term{1.0, 0.0};
+  const bool expected = choice.kind == CoefficientKind::expected;
+  const double u = expected ? 1.0 : choice.u;
+  const double v = expected ? 0.0 : choice.v;
+  if (!observed) {
+    const double part = unobserved_term(u, v) * df;
+    return {part * unit.re, part * unit.im};
+  }
+  const bool centric = data.centric[i] != 0;
+  const MapTerms terms = map_terms(u, v, centric);
+  const auto fo = static_cast<double>(data.fobs[i]);
+  Term merit = {values.fom[at] * unit.re, values.fom[at] * unit.im};
+  if (choice.kind == CoefficientKind::combined) {
+    const Conditional c = {fo, df, values.variance[at], centric};
+    merit = combined_merit(data, i, c, std::atan2(unit.im, unit.re));
+  }
+  return {terms.a * fo * merit.re - terms.b * df * unit.re,
+          terms.a * fo * merit.im - terms.b * df * unit.im};
+}
+
+}  // namespace
+
+Status mark_free_set(const qxrefdata& data, Tagged<std::uint8_t>& is_free) {
+  is_free = Tagged<std::uint8_t>(
+      allocate_zeroed<std::uint8_t>(static_cast<std::size_t>(data.nreflections), "pwc_free"));
+  if (!is_free) return failed;
+  const qxcross* cross = qx_get_qxcross();
+  if (!qx_exist_quorix()) return failed;
+  if (!cross || cross->ntotal != data.nreflections) return ok;
+  for (std::int32_t i = 0; i < cross->nfree; ++i) {
+    is_free[static_cast<std::size_t>(cross->free[i])] = 1;
+  }
+  return ok;
+}
+
+Status weighted_coefficients(const char* heading, const CoefficientChoice& choice,
+                             const qxrefdata& data, const ComplexF& f, ComplexF& out) {
+  if (!data.fobs) return fail(heading, "There is no observed amplitude data defined yet.");
+  if (choice.kind == CoefficientKind::combined && !has_phases(data)) {
+    return fail(heading, "There are no phases to combine with: HLA and HLB, or PHIB and FOM.");
+  }
+  LikelihoodValues values;
+  QX_TRY(likelihood_values(heading, data, f, values));
+  QX_TRY(open_f(data.nreflections, out));
+  Tagged<std::uint8_t> is_free;
+  QX_TRY(mark_free_set(data, is_free));
+  for (std::int32_t i = 0; i < data.nreflections; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    const bool observed = is_observed(data, i) && !(choice.fill_free && is_free[at]);
+    const Term term = coefficient(choice, data, i, f, values, observed);
+    out.re[at] = term.re;
+    out.im[at] = term.im;
+  }
+  return ok;
+}
+
+}  // namespace qx
+
+namespace {
+
+using qx::ComplexF;
+using qx::failed;
+using qx::ok;
+using qx::Status;
+
+Status open_column(float*& column, std::int32_t n) {
+  return column ? ok : qx::open_block(column, static_cast<std::size_t>(n), "prm_col");
+}
+
+// Amplitude and phase in degrees, [0, 360).
+void to_polar(double re, double im, float& amplitude, float& phase) {
+  amplitude = static_cast<float>(std::hypot(re, im));
+  double degrees = re == 0.0 && im == 0.0 ? 0.0 : std::atan2(im, re) / radian;
+  if (degrees < 0.0) degrees += 360.0;
+  phase = static_cast<float>(degrees);
+  if (phase >= 360.0F) phase = 0.0F;
+}
+
+void put(const ComplexF& f, std::int32_t n, float* amplitude, float* phase) {
+  for (std::int32_t i = 0; i < n; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    to_polar(f.re[at], f.im[at], amplitude[i], phase[i]);
+  }
+}
+
+}  // namespace
+
+Status qx_replace_refdata_ml() {
+  constexpr const char* here = "qx_replace_refdata_ml():";
+  qxrefdata* data = qx_get_qxrefdata();
+  if (!qx_exist_quorix()) return failed;
+  if (!data) return qx::fail(here, "qxrefdata object has not been created yet.");
+  const qxml* ml = qx_get_qxml();
+  if (!qx_exist_quorix()) return failed;
+  if (!ml) return qx::fail(here, "qxml object has not been created yet.");
+  const bool fill_free = ml->fill_free;
+  const std::int32_t n = data->nreflections;
+  ComplexF f;
+  QX_TRY(qx::open_f(n, f));
+  QX_TRY(qx_calc_total_structure_factor(f.re.get(), f.im.get()));
+  qx::LikelihoodValues values;
+  QX_TRY(qx::likelihood_values(here, *data, f, values));
+  qx::Tagged<double> k_tot(static_cast<std::size_t>(n), "prm_k");
+  if (!k_tot) return failed;
+  QX_TRY(qx_calc_total_scale(k_tot.get()));
+  ComplexF full;
+  QX_TRY(qx::weighted_coefficients(here, {qx::CoefficientKind::sigmaa, 2.0, 1.0, fill_free}, *data,
+                                   f, full));
+  ComplexF difference;
+  QX_TRY(qx::weighted_coefficients(here, {qx::CoefficientKind::sigmaa, 1.0, 1.0, fill_free}, *data,
+                                   f, difference));
+  for (float** column :
+       {&data->fom, &data->map_fom, &data->map_coeff_amplitude, &data->map_coeff_phase,
+        &data->map_coeff, &data->map_phase, &data->map_scale, &data->wt}) {
+    QX_TRY(open_column(*column, n));
+  }
+  put(full, n, data->map_coeff_amplitude, data->map_coeff_phase);
+  put(difference, n, data->map_coeff, data->map_phase);
+  for (std::int32_t i = 0; i < n; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    data->fom[i] = data->map_fom[i] = static_cast<float>(values.fom[at]);
+    data->map_scale[i] = static_cast<float>(k_tot[at]);
+    data->wt[i] = static_cast<float>(1.0 / values.variance[at]);
+  }
+  return ok;
+}

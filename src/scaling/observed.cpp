@@ -1,0 +1,90 @@
+#include "scaling/observed.h"
+
+#include "core/cross_record.h"
+#include "core/report.h"
+#include "crystal/cell.h"
+#include "crystal/reflections.h"
+
+#include <quorix/cell.h>
+#include <quorix/engine.h>
+
+#include <cmath>
+#include <numeric>
+
+namespace qx {
+
+namespace {
+
+// The members of a list that were observed, in its order.
+Status pick(const qxrefdata& data, std::int32_t n, const std::int32_t* list,
+            Tagged<std::int32_t>& out, std::int32_t& count) {
+  count = 0;
+  if (n < 1) return ok;
+  out = Tagged<std::int32_t>(static_cast<std::size_t>(n), "pso_list");
+  if (!out) return failed;
+  for (std::int32_t i = 0; i < n; ++i) {
+    if (is_observed(data, list[i])) out[static_cast<std::size_t>(count++)] = list[i];
+  }
+  return ok;
+}
+
+Status pick_all(const qxrefdata& data, Observed& observed) {
+  Tagged<std::int32_t> all(static_cast<std::size_t>(data.nreflections), "pso_all");
+  if (!all) return failed;
+  std::iota(all.get(), all.get() + data.nreflections, 0);
+  return pick(data, data.nreflections, all.get(), observed.work, observed.nwork);
+}
+
+}  // namespace
+
+bool is_observed(const qxrefdata& data, std::int32_t i) {
+  return std::isfinite(data.fobs[i]) && data.fobs[i] > 0.0F;
+}
+
+Status select_observed(const char* heading, const qxrefdata& data, Observed& observed) {
+  if (!data.fobs) return fail(heading, "There are no observed amplitudes to scale to.");
+  if (data.nreflections < 1) return fail(heading, "There is no reflection to scale to.");
+  const qxcross* cross = qx_get_qxcross();
+  if (!qx_exist_quorix()) return failed;
+  observed.split = cross && cross->ntotal == data.nreflections && cross->nwork > 0;
+  if (observed.split) {
+    QX_TRY(pick(data, cross->nwork, cross->work, observed.work, observed.nwork));
+    QX_TRY(pick(data, cross->nfree, cross->free, observed.free, observed.nfree));
+  } else {
+    QX_TRY(pick_all(data, observed));
+  }
+  if (observed.nwork > 0) return ok;
+  return fail(heading, "None of the %d reflections of the working set was observed.",
+              observed.split ? cross->nwork : data.nreflections);
+}
+
+double ComplexF::amplitude(std::int32_t i) const {
+  const auto at = static_cast<std::size_t>(i);
+  return std::hypot(re[at], im[at]);
+}
+
+Status open_f(std::int32_t n, ComplexF& f) {
+  f.re = Tagged<double>(static_cast<std::size_t>(n), "pso_re");
+  if (!f.re) return failed;
+  f.im = Tagged<double>(static_cast<std::size_t>(n), "pso_im");
+  return f.im ? ok : failed;
+}
+
+Status scattering_vectors(const char* heading, const qxrefdata& data, Tagged<double[3]>& s) {
+  const qxcell* cell = qx_get_qxcell();
+  if (!cell) {
+    return qx_exist_quorix() ? fail(heading, "qxcell object has not been created yet ") : failed;
+  }
+  s = Tagged<double[3]>(static_cast<std::size_t>(data.nreflections), "pso_s");
+  if (!s) return failed;
+  const double(&m)[9] = cell->standard_orth2frac;
+  for (std::int32_t i = 0; i < data.nreflections; ++i) {
+    const double h[3] = {static_cast<double>(data.h[i]), static_cast<double>(data.k[i]),
+                         static_cast<double>(data.l[i])};
+    double(&out)[3] = s[static_cast<std::size_t>(i)];
+    for (int j = 0; j < 3; ++j) out[j] = h[0] * m[j] + h[1] * m[3 + j] + h[2] * m[6 + j];
+  }
+  return ok;
+}
+
+}  // namespace qx

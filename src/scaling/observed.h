@@ -1,0 +1,32 @@
+// Which reflections were observed, and the arrays that every fit over them wants.
+#pragma once
+
+#include "core/tagged.h"
+
+struct qxrefdata;
+
+namespace qx {
+
+// Indices of observed reflections (Fo a number above 0), as the cross-validation splits them; all
+// of them are working ones when no split of this data set exists.
+struct Observed {
+  Tagged<std::int32_t> work, free;
+  std::int32_t nwork = 0, nfree = 0;
+  bool split = false;
+};
+// Reports under `heading` when the data set has no amplitudes or none was observed.
+Status select_observed(const char* heading, const qxrefdata& data, Observed& observed);
+
+bool is_observed(const qxrefdata& data, std::int32_t i);
+
+// Structure factors, one per reflection of the data set.
+struct ComplexF {
+  Tagged<double> re, im;
+  [[nodiscard]] double amplitude(std::int32_t i) const;
+};
+Status open_f(std::int32_t n, ComplexF& f);
+
+// Cartesian scattering vectors of all reflections, 1/Angstrom, a along x and b in the x-y plane.
+Status scattering_vectors(const char* heading, const qxrefdata& data, Tagged<double[3]>& s);
+
+}  // namespace qx

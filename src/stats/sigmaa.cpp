@@ -1,0 +1,208 @@
+#include "stats/sigmaa.h"
+
+#include "stats/likelihood.h"
+#include "stats/quasi_newton.h"
+#include "stats/scale_bins.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qx {
+
+namespace {
+
+constexpr int curve_members = 80;  // reflections of a point of the curves, at least
+constexpr double least_log = -690.0;
+
+// A likelihood that wants sigmaA at 1 (a model without errors) must not run away.
+constexpr double wall = 8.0;
+constexpr double wall_strength = 10.0;
+
+double logistic(double p) noexcept { return 1.0 / (1.0 + std::exp(-p)); }
+
+double safe_log(double x) noexcept { return x > 0.0 ? std::log(x) : least_log; }
+
+// ---- curves of <Fo^2 / epsilon> and <F^2 / epsilon>: means of groups of equal count
+
+void order_by_resolution(const SigmaaData& data, std::int32_t* order) noexcept {
+  for (std::int32_t i = 0; i < data.n; ++i) order[i] = i;
+  std::sort(order, order + data.n, [&](std::int32_t a, std::int32_t b) {
+    return data.s2[a] != data.s2[b] ? data.s2[a] < data.s2[b] : a < b;
+  });
+}
+
+void add_point(const SigmaaData& data, const std::int32_t* first, const std::int32_t* last,
+               SigmaaModel& model) noexcept {
+  double s2 = 0.0, fo = 0.0, f = 0.0;
+  for (const std::int32_t* i = first; i != last; ++i) {
+    s2 += data.s2[*i];
+    fo += data.fo[*i] * data.fo[*i] / data.epsilon[*i];
+    f += data.f[*i] * data.f[*i] / data.epsilon[*i];
+  }
+  const auto count = static_cast<double>(last - first);
+  const int at = model.ncurve++;
+  model.curve_s2[at] = s2 / count;
+  model.curve_fo[at] = safe_log(fo / count);
+  model.curve_f[at] = safe_log(f / count);
+}
+
+void draw_curves(const SigmaaData& data, std::int32_t* order, SigmaaModel& model) noexcept {
+  order_by_resolution(data, order);
+  const int groups = std::clamp(data.n / curve_members, 1, SigmaaModel::most_curve);
+  std::int64_t start = 0;
+  for (int group = 1; group <= groups; ++group) {
+    const std::int64_t end = std::int64_t{data.n} * group / groups;
+    add_point(data, order + start, order + end, model);
+    start = end;
+  }
+}
+
+struct Means {
+  double fo, f;
+  [[nodiscard]] double ratio() const noexcept { return std::sqrt(fo / f); }
+};
+
+Means means_at(const SigmaaModel& model, double s2) noexcept {
+  const double log_fo = interpolate(model.ncurve, model.curve_s2, model.curve_fo, s2);
+  const double log_f = interpolate(model.ncurve, model.curve_s2, model.curve_f, s2);
+  return {std::exp(log_fo), std::exp(log_f)};
+}
+
+// ---- likelihood over the reflections used, packed into the scratch
+
+struct Used {
+  double fo, f, epsilon, errors, mean_fo, ratio, weight;  // weight of the node above
+  std::int32_t node;
+  std::int32_t centric;
+};
+constexpr std::size_t doubles_each = sizeof(Used) / sizeof(double);
+static_assert(sizeof(Used) % sizeof(double) == 0);
+
+int node_count(std::int32_t used, int nodes) noexcept {
+  if (nodes < 1) nodes = static_cast<int>(used / 100);
+  return std::clamp(nodes, 1, SigmaaModel::most_nodes);
+}
+
+// Equal steps of s^2 over the whole range; of bins, their middles.
+void place_nodes(const SigmaaData& data, int nodes, SigmaaModel& model) noexcept {
+  const auto [low, high] = std::minmax_element(data.s2, data.s2 + data.n);
+  model.nnodes = nodes;
+  const bool bins = model.mode == binned_likelihood;
+  const double step = (*high - *low) / (bins ? nodes : std::max(nodes - 1, 1));
+  for (int i = 0; i < nodes; ++i) model.node_s2[i] = *low + (bins ? i + 0.5 : i) * step;
+  std::fill_n(model.p, nodes, 2.0);
+}
+
+// The nodes on both sides of a reflection, or the nearest alone where bins are asked for.
+Between position(const SigmaaModel& model, double s2) noexcept {
+  Between at = between(model.nnodes, model.node_s2, s2);
+  if (model.mode == binned_likelihood) {
+    if (at.t >= 0.5) ++at.i;
+    at.t = 0.0;
+  }
+  return at;
+}
+
+std::int32_t pack(const SigmaaData& data, const SigmaaModel& model, Used* out) noexcept {
+  std::int32_t n = 0;
+  for (std::int32_t i = 0; i < data.n; ++i) {
+    if (!data.used[i]) continue;
+    const Between at = position(model, data.s2[i]);
+    const Means means = means_at(model, data.s2[i]);
+    const bool centric = data.centric[i] != 0;
+    const double sigma = data.sigma ? data.sigma[i] : 0.0;
+    out[n++] = {data.fo[i],
+                data.f[i],
+                data.epsilon[i],
+                (centric ? 1.0 : 2.0) * sigma * sigma,
+                means.fo,
+                means.ratio(),
+                at.t,
+                at.i,
+                centric ? 1 : 0};
+  }
+  return n;
+}
+
+// -log P of one reflection; the derivative by p at its place goes to the nodes.
+double add_reflection(const Used& r, const double* p, double* gradient) noexcept {
+  const double at =
+      r.weight > 0.0 ? (1.0 - r.weight) * p[r.node] + r.weight * p[r.node + 1] : p[r.node];
+  const double sigmaa = logistic(at);
+  const double s = (1.0 - sigmaa * sigmaa) * r.mean_fo;
+  const Conditional c = {r.fo, sigmaa * r.ratio * r.f, r.epsilon * s + r.errors, r.centric != 0};
+  const double m = c.fom();
+  const double by_sigmaa =
+      c.by_df(m) * r.ratio * r.f - c.by_v(m) * r.epsilon * 2.0 * sigmaa * r.mean_fo;
+  const double by_p = by_sigmaa * sigmaa * (1.0 - sigmaa);
+  gradient[r.node] += (1.0 - r.weight) * by_p;
+  if (r.weight > 0.0) gradient[r.node + 1] += r.weight * by_p;
+  return c.minus_log();
+}
+
+// Sum of squared second differences, for the continuous form, and the wall on both sides.
+double add_penalty(const SigmaaModel& model, const double* p, double* gradient) noexcept {
+  double penalty = 0.0;
+  const int n = model.nnodes;
+  for (int i = 0; i + 2 < n && model.mode == continuous_likelihood; ++i) {
+    const double d = p[i] - 2.0 * p[i + 1] + p[i + 2];
+    penalty += d * d;
+    gradient[i] += 2.0 * d;
+    gradient[i + 1] -= 4.0 * d;
+    gradient[i + 2] += 2.0 * d;
+  }
+  for (int i = 0; i < n; ++i) {
+    const double beyond = std::fabs(p[i]) - wall;
+    if (beyond <= 0.0) continue;
+    penalty += wall_strength * beyond * beyond;
+    gradient[i] += std::copysign(2.0 * wall_strength * beyond, p[i]);
+  }
+  return penalty;
+}
+
+}  // namespace
+
+SigmaaAt sigmaa_at(const SigmaaModel& model, double s2) noexcept {
+  const auto at_p = [&](double place, double p) noexcept -> SigmaaAt {
+    const double sigmaa = logistic(p);
+    const Means means = means_at(model, place);
+    return {sigmaa, sigmaa * means.ratio(), (1.0 - sigmaa * sigmaa) * means.fo};
+  };
+  if (model.mode == continuous_likelihood || model.nnodes < 2) {
+    return at_p(s2, interpolate(model.nnodes, model.node_s2, model.p, s2));
+  }
+  const Between at = between(model.nnodes, model.node_s2, s2);
+  const SigmaaAt low = at_p(model.node_s2[at.i], model.p[at.i]);
+  const SigmaaAt high = at_p(model.node_s2[at.i + 1], model.p[at.i + 1]);
+  const auto mix = [&](double a, double b) noexcept { return (1.0 - at.t) * a + at.t * b; };
+  return {mix(low.sigmaa, high.sigmaa), mix(low.d, high.d), mix(low.s, high.s)};
+}
+
+std::size_t sigmaa_scratch_size(std::int32_t n) noexcept {
+  return (doubles_each + 1) * static_cast<std::size_t>(n);
+}
+
+SigmaaFit fit_sigmaa(const SigmaaData& data, LikelihoodMode mode, int nodes,
+                     double* scratch) noexcept {
+  SigmaaFit result;
+  SigmaaModel& model = result.model;
+  model.mode = mode;
+  auto* order = reinterpret_cast<std::int32_t*>(scratch);
+  draw_curves(data, order, model);
+  auto* used = reinterpret_cast<Used*>(scratch + data.n);
+  const auto count = static_cast<std::int32_t>(std::count(data.used, data.used + data.n, 1));
+  place_nodes(data, node_count(count, nodes), model);
+  const std::int32_t n = pack(data, model, used);
+  const MinimumEnd end =
+      minimise(model.nnodes, model.p, 100, 1e-9, [&](const double* p, double* gradient) noexcept {
+        std::fill_n(gradient, model.nnodes, 0.0);
+        double sum = add_penalty(model, p, gradient);
+        for (std::int32_t i = 0; i < n; ++i) sum += add_reflection(used[i], p, gradient);
+        return sum;
+      });
+  result.mean_minus_log = n > 0 ? end.value / n : 0.0;
+  result.steps = end.steps;
+  return result;
+}
+
+}  // namespace qx
