@@ -24,3 +24,4 @@
 #include <quorix/spacegroup.h>
 #include <quorix/structfact.h>
 #include <quorix/version.h>
+#include <quorix/wilson.h>

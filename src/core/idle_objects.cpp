@@ -12,9 +12,6 @@ struct qxminimizer {
 struct qxminparm {
   std::int32_t idle = 0;
 };
-struct qxwilson {
-  std::int32_t idle = 0;
-};
 struct qxtimerfactory {
   std::int32_t idle = 0;
 };
@@ -30,7 +27,6 @@ Status qx_new_qxminimizer() {
 Status qx_new_qxminparm() {
   return create_in(qx_delete_qxminparm, qx_set_qxminparm, "pnp_minparm");
 }
-Status qx_new_qxwilson() { return create_in(qx_delete_qxwilson, qx_set_qxwilson, "pnp_wilson"); }
 // Kept: the root neither creates nor deletes one; what is left of it goes with the tagged memory.
 Status qx_new_qxtimerfactory() {
   return create_in(qx_delete_qxtimerfactory, qx_set_qxtimerfactory, "pnp_timer");
@@ -42,4 +38,3 @@ Status qx_delete_qxminparm() { return remove_from(qx_get_qxminparm(), qx_set_qxm
 Status qx_delete_qxtimerfactory() {
   return remove_from(qx_get_qxtimerfactory(), qx_set_qxtimerfactory);
 }
-Status qx_delete_qxwilson() { return remove_from(qx_get_qxwilson(), qx_set_qxwilson); }

@@ -8,5 +8,4 @@ Status qx_syspart_ctrl() { return failed; }
 Status qx_target_ctrl() { return failed; }
 Status qx_water_ctrl() { return failed; }
 Status qx_fofomap_generation_ctrl() { return failed; }
-Status qx_wilson_ctrl() { return failed; }
 Status qx_xomit_ctrl() { return failed; }

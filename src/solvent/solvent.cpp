@@ -184,7 +184,7 @@ Status mark_atoms(const Needs& needs, const qx::MaskGrid& grid, std::uint8_t* ma
     if (!(radius > 0.0) || radius > largest_radius) {
       return fail(here, "Atom %d has no van der Waals radius: %f ", i + 1, radius);
     }
-    double at[3];
+    double at[3] = {};
     QX_TRY(fractional(needs, i, at));
     for (std::int32_t op = 0; op < needs.group->nops; ++op) {
       double copy[3];

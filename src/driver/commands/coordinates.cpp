@@ -21,6 +21,25 @@ namespace qx {
 
 namespace {
 
+// Radii for the bulk solvent's mask, Angstrom: those of atoms with their hydrogens (united atoms),
+// which are not marked themselves.
+double solvent_radius(const gemmi::Element& element) {
+  switch (element.elem) {
+    case gemmi::El::C:
+      return 1.775;
+    case gemmi::El::N:
+      return 1.5;
+    case gemmi::El::O:
+      return 1.45;
+    case gemmi::El::S:
+      return 1.8;
+    case gemmi::El::P:
+      return 1.9;
+    default:
+      return element.vdw_r();
+  }
+}
+
 // The model's arrays, atom by atom.
 struct Arrays {
   std::vector<double> x, y, z, b_iso, occupancy, vdw_radius, u_aniso;
@@ -35,7 +54,7 @@ struct Arrays {
     further.push_back(deuterium ? 2 : 0);
     ion.push_back(atom.charge != 0 ? 1 : 0);
     occupancy.push_back(atom.occ * share);
-    vdw_radius.push_back(atom.element.vdw_r());
+    vdw_radius.push_back(solvent_radius(atom.element));
     if (atom.aniso.nonzero()) {
       bu_index.push_back(~static_cast<std::int32_t>(u_aniso.size() / 6));
       for (const float u : {atom.aniso.u11, atom.aniso.u22, atom.aniso.u33, atom.aniso.u12,

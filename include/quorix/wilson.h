@@ -1,0 +1,42 @@
+// Wilson statistics of the observations: scale and B, moments, twinning, amplitudes from
+// intensities. Intensities are IOBS, else IMEAN, else the squares of FOBS.
+#pragma once
+
+#include <quorix/api.h>
+
+// Results of the routines below; counts are 0 for what has not been calculated.
+struct qx_wilson_view {
+  std::int32_t nbins;  // of the plot's line
+  double k, b;         // F = k F(absolute); Angstrom^2
+  double correlation;  // of the line
+  std::int32_t nacentric, ncentric;
+  double z2_acentric, z2_centric;  // <Z^2>: 2 and 3 untwinned
+  double e_acentric, e_centric;    // <E>: 0.886 and 0.798
+  std::int32_t npairs;
+  double mean_l, mean_l2;  // <|L|> 0.5, <L^2> 0.333 untwinned; 0.375, 0.2 perfectly twinned
+  std::int32_t namplitudes, nleft_out;
+};
+
+extern "C" {
+
+// Number of bins (1 to 200) and the resolution range of the line, Angstrom (high 0: the data's).
+QX_API qx::Status qx_set_qxwilson_nbin(std::int32_t nbin);
+QX_API qx::Status qx_set_qxwilson_range(double high, double low);
+
+// The line through ln(<F^2 / epsilon> / sum f^2) over s^2 / 2 (Wilson, Nature 150, 152, 1942). The
+// sum runs over the model's atoms, or over an average protein in half the cell when there is none
+// (then k means little). Reports fewer than two bins with intensities.
+QX_API qx::Status qx_calc_wilson_plot();
+// Moments of intensities normalised in bins, acentric and centric (Wilson, Acta Cryst. 2, 318,
+// 1949).
+QX_API qx::Status qx_calc_wilson_moments();
+// The L test over neighbours two steps apart (Padilla & Yeates, Acta Cryst. D59, 1124, 2003).
+QX_API qx::Status qx_calc_wilson_twin();
+// Amplitudes and their errors from the intensities (French & Wilson, Acta Cryst. A34, 517, 1978)
+// into FOBS and SIGF, replacing them; missing where an intensity or its error is, or the error 0.
+// Reports a data set without intensities or their errors.
+QX_API qx::Status qx_calc_wilson_amplitudes();
+QX_API qx::Status qx_get_wilson_view(qx_wilson_view* view);
+QX_API qx::Status qx_print_wilson();
+
+}  // extern "C"
