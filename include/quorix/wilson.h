@@ -30,7 +30,8 @@ QX_API qx::Status qx_calc_wilson_plot();
 // Moments of intensities normalised in bins, acentric and centric (Wilson, Acta Cryst. 2, 318,
 // 1949).
 QX_API qx::Status qx_calc_wilson_moments();
-// The L test over neighbours two steps apart (Padilla & Yeates, Acta Cryst. D59, 1124, 2003).
+// The L test over neighbours two steps apart on each axis (Padilla & Yeates, Acta Cryst. D59, 1124,
+// 2003).
 QX_API qx::Status qx_calc_wilson_twin();
 // Amplitudes and their errors from the intensities (French & Wilson, Acta Cryst. A34, 517, 1978)
 // into FOBS and SIGF, replacing them; missing where an intensity or its error is, or the error 0.

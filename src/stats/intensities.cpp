@@ -32,7 +32,7 @@ bool before(const LReflection& a, const LReflection& b) noexcept {
 }  // namespace
 
 LTest l_test(std::int32_t n, LReflection* reflections) noexcept {
-  constexpr int steps[3][3] = {{2, 0, 0}, {0, 2, 0}, {0, 0, 2}};
+  constexpr int steps[4][3] = {{2, 2, 2}, {2, 2, -2}, {2, -2, 2}, {2, -2, -2}};
   LReflection* end = reflections + n;
   std::sort(reflections, end, before);
   LTest test;

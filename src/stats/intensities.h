@@ -16,8 +16,8 @@ struct Moments {
 Moments moments(std::int32_t n, const double* z) noexcept;
 
 // Padilla & Yeates, Acta Cryst. D59, 1124, 2003: L = (I1 - I2) / (I1 + I2) of acentric reflections
-// two steps apart along one axis. <|L|> is 0.5 and <L^2> 0.333 untwinned, 0.375 and 0.2 perfectly
-// twinned.
+// two steps apart on each axis (pseudo-translations spare these pairs). <|L|> is 0.5 and <L^2>
+// 0.333 untwinned, 0.375 and 0.2 perfectly twinned.
 struct LTest {
   std::int32_t n = 0;
   double mean_l = 0.0, mean_l2 = 0.0;
