@@ -6,7 +6,7 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-LAYERS = ['core', 'stats', 'crystal', 'reflio', 'grid', 'fft', 'model', 'sf', 'solvent', 'scaling', 'map',
+LAYERS = ['core', 'stats', 'crystal', 'reflio', 'grid', 'fft', 'model', 'sf', 'solvent', 'scaling', 'refine', 'map',
           'sections', 'driver']
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')
 

@@ -60,6 +60,8 @@ QX_API qx::Status qx_remove_elec_den_from_omit_region(const double box[6], doubl
 // Derivatives of sum over the grid of map x (density of one anisotropic atom) by x, y, z
 // (Angstrom), U11 U22 U33 U12 U13 U23 and the occupancy.
 QX_API qx::Status qx_calc_geden_atom_aniso(std::int32_t atom, double*** map, double gradient[10]);
+// The same of an isotropic atom: by x, y, z (Angstrom), B (Angstrom^2) and the occupancy.
+QX_API qx::Status qx_calc_geden_atom_iso(std::int32_t atom, double*** map, double gradient[5]);
 QX_API qx::Status qx_calc_subg_geden_atom_aniso(std::int32_t atom, std::int32_t shift,
                                                 double*** map, double gradient[10]);
 

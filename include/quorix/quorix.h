@@ -23,5 +23,6 @@
 #include <quorix/solvent.h>
 #include <quorix/spacegroup.h>
 #include <quorix/structfact.h>
+#include <quorix/target.h>
 #include <quorix/version.h>
 #include <quorix/wilson.h>

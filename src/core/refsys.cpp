@@ -13,6 +13,7 @@
 #include <quorix/map.h>
 #include <quorix/scaling.h>
 #include <quorix/structfact.h>
+#include <quorix/target.h>
 
 using qx::ok;
 using qx::Status;
@@ -22,6 +23,7 @@ Status qx_new_refsys() { return qx::create_in(qx_delete_refsys, qx_set_refsys, "
 Status qx_delete_refsys() {
   refsys* system = qx_get_refsys();
   if (!system) return ok;
+  if (system->target) QX_TRY(qx_delete_qxtargetfunc());
   if (system->ml) QX_TRY(qx_delete_qxml());
   if (system->scale) QX_TRY(qx_delete_qxscale());
   if (system->structfact) QX_TRY(qx_delete_qxstructfact());

@@ -11,6 +11,7 @@ struct qxstructfact;
 struct qxsincostab;
 struct qxscale;
 struct qxml;
+struct qxtargetfunc;
 
 struct refsys {
   qxxcry* crystal = nullptr;
@@ -23,4 +24,5 @@ struct refsys {
   qxsincostab* sincostab = nullptr;
   qxscale* scale = nullptr;
   qxml* ml = nullptr;
+  qxtargetfunc* target = nullptr;
 };

@@ -5,6 +5,7 @@
 #include "grid/grid.h"
 #include "model/atom_name.h"
 #include "model/atom_terms.h"
+#include "model/gradient.h"
 
 #include <quorix/cell.h>
 #include <quorix/engine.h>
@@ -385,6 +386,33 @@ Status gradient_of(const char* heading, Box box, std::int32_t atom, std::int32_t
 }
 
 }  // namespace
+
+Status qx_calc_geden_atom_iso(std::int32_t atom, double*** map, double gradient[5]) {
+  Job job;
+  QX_TRY(prepare(job, "qx_calc_geden_atom_iso():", Box::full, 0, map));
+  QX_TRY(check_kind(job, atom, false));
+  double centre[3];
+  QX_TRY(position(job, atom, centre));
+  qx::Gaussians terms;
+  QX_TRY(qx::iso_terms(job.heading, job.atoms, atom,
+                       job.atoms.atomb->b_iso[job.atoms.atomb->index[atom]], 1.0, terms));
+  const double radius = job.cut->radius[atom];
+  double moments[qx::most_gaussians][5] = {};
+  for_each_copy(job, centre, radius, [&](const double(&copy)[3]) {
+    qx::moments_iso(job.grid, terms, copy, radius, moments);
+  });
+  double values[5];
+  qx::iso_gradient(terms, moments, values);
+  const double occupancy = job.atoms.atomocc->occupancy[atom];
+  // Derivatives in the standard frame to the frame of the coordinates.
+  for (int i = 0; i < 3; ++i) {
+    gradient[i] = 0.0;
+    for (int j = 0; j < 3; ++j) gradient[i] += occupancy * job.cell->q[3 * j + i] * values[j];
+  }
+  gradient[3] = occupancy * values[3];
+  gradient[4] = values[4];
+  return ok;
+}
 
 Status qx_calc_geden_atom_aniso(std::int32_t atom, double*** map, double gradient[10]) {
   return gradient_of("qx_calc_geden_atom_aniso():", Box::full, atom, 0, map, gradient);
