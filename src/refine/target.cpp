@@ -2,7 +2,7 @@
 #include "refine/target.h"
 
 #include "core/object.h"
-#include "core/output_file.h"
+#include "core/open_output.h"
 #include "core/refsys.h"
 #include "core/report.h"
 #include "core/slot.h"
@@ -215,7 +215,7 @@ Status qx_write_target_gradient(const char* path) {
   if (!qx_exist_quorix()) return failed;
   if (!gradient) return fail(heading, "The gradient has not been calculated yet.");
   qx::OutputFile file;
-  if (!file.open(path)) return fail(heading, "Failed to open file \"%s\" ", path);
+  QX_TRY(qx::open_output(heading, path, file));
   std::fprintf(file.stream(), "# atom dT/dx dT/dy dT/dz dT/dB dT/dU11 U22 U33 U12 U13 U23 dT/dq\n");
   for (std::int32_t i = 0; i < natom; ++i) {
     const qx_atom_gradient& g = gradient[i];
