@@ -11,14 +11,15 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-ENGINE = [path for layer in ('core', 'crystal', 'reflio', 'grid', 'fft', 'model', 'sf', 'map')
+ENGINE = [path for layer in ('core', 'stats', 'crystal', 'reflio', 'grid', 'fft', 'model', 'sf', 'solvent', 'scaling',
+                              'refine', 'map', 'sections')
           for path in sorted((ROOT / 'src' / layer).glob('*.[ch]*'))] + sorted((ROOT / 'src/driver').glob('section_job.cpp'))
 STRING = r'"(?:[^"\\\n]|\\.)*"'
 TABLE = re.compile(r'Command<\w+> (\w+)\[\] =\s*\{(.*?)\};', re.S)
 # Calls whose texts are the engine's ordinary output, labels of files, or for the compiler.
 OUTPUT = re.compile(r'(?:printf|add_label|set_label|static_assert|fputs)\(\s*(?:\w+(?:\[\w+\])?,\s*){0,3}$')
 # The same by their beginnings: tables, labels, lines of files without a lower-case letter.
-NO_REPORT = re.compile(r'bin #|Working set|All reflections|Free set|From Quorix|Map type|by its operators|'
+NO_REPORT = re.compile(r'bin #|node #|# atom|(?:Acentric|Centric) moments|atoms of the model|an average protein|Working set|All reflections|Free set|From Quorix|Map type|by its operators|'
                        r'tagged memory|Symmetric operation matrix|Inverse matrix|[^a-z]*$')
 # Reports that go out by themselves, not through the one routine for them.
 WARNING = re.compile(r'(?:\.\.\. )?(?:warning|failed|xmalloc|xfree|the requested|free a null|try to)', re.I)

@@ -76,7 +76,9 @@ Status calculate_factors() {
   const double scale = before->parts[0].scale;
   const double b = before->parts[0].b;
   QX_TRY(qx_calc_system_struct_factor());
-  PartSums& part = qx_get_qxstructfact()->parts[0];
+  qxstructfact* after = qx_get_qxstructfact();
+  if (!after) return failed;
+  PartSums& part = after->parts[0];
   part.scale = scale;
   part.b = b;
   return ok;
@@ -144,7 +146,9 @@ Status kicked_coefficients(const qxmap& map, double* amplitude, double* phase) {
   }
   kicker.restore(*system);
   QX_TRY(calculate_factors());
-  if (weighted) *qx_get_qxml() = saved;
+  qxml* likelihood = qx_get_qxml();
+  if (!qx_exist_quorix()) return failed;
+  if (weighted && likelihood) *likelihood = saved;
   mean_polar(n, map.kick_average, sum, amplitude, phase);
   return ok;
 }

@@ -43,6 +43,7 @@ Status qx_write_solvent_mask(const char* path) {
   if (!found) return fail(here, " qxsolvent object has not been created yet ");
   if (!found->mask) QX_TRY(qx_make_solvent_mask());
   const qxsolvent* solvent = qx_get_qxsolvent();
+  if (!solvent) return failed;
   const qxcell* cell = qx_get_qxcell();
   if (!qx_exist_quorix()) return failed;
   if (!cell) return fail(here, "qxcell object has not been created yet ");

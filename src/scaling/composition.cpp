@@ -91,7 +91,8 @@ Status count(const char* heading, Composition& composition, bool& from_model,
   if (!cell) return fail(heading, "qxcell object has not been created yet ");
   const molsys* system = qx_get_molsys();
   if (!qx_exist_quorix()) return failed;
-  const qxatomocc* occupancies = qx_get_qxatomocc();
+  const qxatomocc* occupancies = nullptr;
+  if (system) occupancies = qx_get_qxatomocc();
   if (!qx_exist_quorix()) return failed;
   lattice_points = std::max(group->centring.count, 1);
   from_model = system && occupancies && system->natom > 0;

@@ -205,10 +205,13 @@ Status qx_estimate_likelihood() {
   QX_TRY(level_factors(*data, c, mean));
   Packed packed;
   QX_TRY(pack(*data, *settings, observed, f, c.get(), packed));
-  qxml* ml = qx_get_qxml();
-  QX_TRY(check(packed, ml->used));
+  std::int32_t used = 0;
+  QX_TRY(check(packed, used));
   const Tagged<double> scratch(qx::sigmaa_scratch_size(packed.data.n), "pel_scratch");
   if (!scratch) return failed;
+  qxml* ml = qx_get_qxml();
+  if (!ml) return failed;
+  ml->used = used;
   ml->fit = qx::fit_sigmaa(packed.data, ml->mode, ml->nodes, scratch.get());
   ml->mean_scale = mean;
   ml->nref = data->nreflections;

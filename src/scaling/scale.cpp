@@ -159,7 +159,8 @@ Status fit(const Needs& needs, const qx::ScaleData& data) {
       qx::invariant_tensors(needs.group->nops, rotations.get(), !needs.scale->anisotropic);
   const Tagged<double> scratch(qx::scale_scratch_size(data.n), "pfs_scratch");
   if (!scratch) return failed;
-  needs.scale->fit = qx::fit_model_scale(data, settings, scratch.get());
+  const qx::ScaleFit result = qx::fit_model_scale(data, settings, scratch.get());
+  needs.scale->fit = result;
   needs.scale->nref = needs.data->nreflections;
   needs.scale->fitted = true;
   needs.scale->compared = false;

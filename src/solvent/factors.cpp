@@ -101,6 +101,7 @@ Status qx_calc_solvent_structure_factor() {
   }
   if (!found->mask) QX_TRY(qx_make_solvent_mask());
   qxsolvent* solvent = qx_get_qxsolvent();
+  if (!solvent) return failed;
   const qxcell* cell = qx_get_qxcell();
   if (!cell)
     return qx_exist_quorix() ? fail(here, "qxcell object has not been created yet ") : failed;

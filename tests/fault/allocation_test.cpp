@@ -1,13 +1,17 @@
 // Every allocation of a run fails once: each time one chain of reports, no engine left behind, no
 // broken file in the place of a good one.
 #include "core/memory_system.h"
+#include "core/tagged.h"
+#include "crystal/reflections.h"
 #include "support/engine.h"
 #include "support/mtz_maker.h"
 #include "support/random_model.h"
 
 #include <quorix/driver.h>
 #include <quorix/engine.h>
+#include <quorix/reflections.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 
@@ -135,6 +139,47 @@ TEST(Allocations, ofAModelRunFailOneByOne) {
       },
       1);
   EXPECT_GT(n, 200);
+}
+
+TEST(Allocations, ofMapsFromAmplitudesAndAModelFailOneByOne) {
+  setenv("ZENVI_DATA", data_directory().c_str(), 1);
+  ASSERT_EQ(qx_create_quorix(), ok);
+  const auto atoms = random_atoms(30, true, 1);
+  const ScratchDirectory scratch;
+  const std::string out = " file \"" + scratch.file("out") + "\"\n";
+  const std::string texts[] = {"xcross\nparam percent 20\nxend\n",
+                               "xbulk\nmask\nwrite ccp4" + out + "xend\n",
+                               "xoverall\nparam solvent bins\nscale\nprint\nxend\n",
+                               "xrfactor\ncalc\nprint\njson" + out + "xend\n",
+                               "xmlf\nestimate\nreplace\nprint\nxend\n",
+                               "xmap\nparam type sigmaa\nkick naverage 1\ngenerate\nxend\n",
+                               "xtarget\ncalc\ngradient" + out + "xend\n",
+                               "xwilson\nplot\nmoments\ntwin\nprint\nxend\n"};
+  const int n = fail_each(
+      [&] {
+        countdown = 1 << 30;
+        if (qx_create_quorix() != ok) return false;
+        set_up_crystal("P 21 21 21", "12 14 16 90 90 90", 2.5, 200);
+        set_up_model(atoms);
+        for (const char* text : {"xgrid\nfrac 0.33\nxend\n", "xfft\nmemory 400\nxend\n",
+                                 "xcut\necut 0.01\nxend\n", "xfcc\ncalc\nreplace\nxend\n"}) {
+          if (!run_section_text(text)) return false;
+        }
+        qxrefdata& data = *qx_get_qxrefdata();
+        const auto count = static_cast<std::size_t>(data.nreflections);
+        if (open_block(data.fobs, count, "test_f") != ok) return false;
+        std::copy_n(data.fc, count, data.fobs);
+        static int failing_at = 0;
+        countdown = failing_at++;
+        for (const std::string& text : texts) {
+          if (!run_section_text(text)) return false;
+        }
+        countdown = 1 << 30;
+        qx_terminate_quorix();
+        return true;
+      },
+      1);
+  EXPECT_GT(n, 300);
 }
 
 }  // namespace

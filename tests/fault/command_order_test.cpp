@@ -72,7 +72,12 @@ class CommandOrder : public ::testing::Test {
         {"xcross", {"", "param percent 10 seed 3 NBIN 4", "input", "input free_flag 1"}},
         {"xverbose", {"", "param verb_mem 1"}},
         {"xter", {"", "write refl mtz" + out}},
-        {"xrfactor", {""}},
+        {"xrfactor", {"", "calc", "print", "json" + out}},
+        {"xbulk", {"", "param probe 1", "mask", "write ccp4" + out}},
+        {"xoverall", {"", "param solvent exp", "scale", "print"}},
+        {"xmlf", {"", "param nodes 3", "estimate", "replace", "print"}},
+        {"xwilson", {"", "param nbin 5", "plot", "moments", "twin", "amplitudes", "print"}},
+        {"xtarget", {"", "param type ls", "calc", "gradient" + out, "check 1"}},
         {"xomit", {""}},
     };
   }
