@@ -14,7 +14,21 @@ struct qx_agreement {
   double correlation;  // linear, of Fo and F
 };
 
+// The fitted scale and, behind it, the likelihood; 0 for what has not been calculated.
+struct qx_scale_view {
+  std::int32_t solvent;  // 0 none, 1 exponential, 2 bins, 3 smooth
+  double k, b[6];        // Cartesian, 11 22 33 12 13 23, Angstrom^2
+  double k_sol, b_sol, fraction;
+  std::int32_t nbins;
+  const double *centre, *k_mask, *k_iso;  // by bin: s^2, both scales
+  std::int32_t likelihood_used;           // reflections that sigmaA was estimated from
+  double mean_fom;                        // over the observed reflections
+};
+
 extern "C" {
+
+// Of the data set's last fit; reports when there is none.
+QX_API qx::Status qx_get_scale_view(qx_scale_view* view);
 
 // Getters give null without a report when absent; creating replaces.
 QX_API qx::Status qx_new_qxscale();
@@ -48,9 +62,9 @@ QX_API qx::Status qx_print_rfactor();
 // Scale, solvent and R factors, overall and by bin, as a JSON file.
 QX_API qx::Status qx_write_rfactor_json(const char* path);
 
-// Fits sigmaA as a function of resolution, by maximum likelihood over the free set (the working set,
-// with a warning, when fewer than 300 of its reflections are observed), and gives every reflection
-// its figure of merit, D and variance. Needs a fitted scale. Replaces an earlier fit.
+// Fits sigmaA as a function of resolution, by maximum likelihood over the free set (the working
+// set, with a warning, when fewer than 300 of its reflections are observed), and gives every
+// reflection its figure of merit, D and variance. Needs a fitted scale. Replaces an earlier fit.
 QX_API qx::Status qx_estimate_likelihood();
 // sigmaA, D, figure of merit by resolution as text.
 QX_API qx::Status qx_print_likelihood();

@@ -127,22 +127,6 @@ Status open_column(float*& column, std::int32_t n) {
   return column ? ok : qx::open_block(column, static_cast<std::size_t>(n), "prm_col");
 }
 
-// Amplitude and phase in degrees, [0, 360).
-void to_polar(double re, double im, float& amplitude, float& phase) {
-  amplitude = static_cast<float>(std::hypot(re, im));
-  double degrees = re == 0.0 && im == 0.0 ? 0.0 : std::atan2(im, re) / radian;
-  if (degrees < 0.0) degrees += 360.0;
-  phase = static_cast<float>(degrees);
-  if (phase >= 360.0F) phase = 0.0F;
-}
-
-void put(const ComplexF& f, std::int32_t n, float* amplitude, float* phase) {
-  for (std::int32_t i = 0; i < n; ++i) {
-    const auto at = static_cast<std::size_t>(i);
-    to_polar(f.re[at], f.im[at], amplitude[i], phase[i]);
-  }
-}
-
 }  // namespace
 
 Status qx_replace_refdata_ml() {
@@ -174,8 +158,8 @@ Status qx_replace_refdata_ml() {
         &data->map_coeff, &data->map_phase, &data->map_scale, &data->wt}) {
     QX_TRY(open_column(*column, n));
   }
-  put(full, n, data->map_coeff_amplitude, data->map_coeff_phase);
-  put(difference, n, data->map_coeff, data->map_phase);
+  qx::put_polar(full, n, data->map_coeff_amplitude, data->map_coeff_phase);
+  qx::put_polar(difference, n, data->map_coeff, data->map_phase);
   for (std::int32_t i = 0; i < n; ++i) {
     const auto at = static_cast<std::size_t>(i);
     data->fom[i] = data->map_fom[i] = static_cast<float>(values.fom[at]);

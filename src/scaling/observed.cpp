@@ -1,5 +1,6 @@
 #include "scaling/observed.h"
 
+#include "core/constants.h"
 #include "core/cross_record.h"
 #include "core/report.h"
 #include "crystal/cell.h"
@@ -68,6 +69,18 @@ Status open_f(std::int32_t n, ComplexF& f) {
   if (!f.re) return failed;
   f.im = Tagged<double>(static_cast<std::size_t>(n), "pso_im");
   return f.im ? ok : failed;
+}
+
+void put_polar(const ComplexF& f, std::int32_t n, float* amplitude, float* phase) {
+  for (std::int32_t i = 0; i < n; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    const bool zero = f.re[at] == 0.0 && f.im[at] == 0.0;
+    double degrees = zero ? 0.0 : std::atan2(f.im[at], f.re[at]) * 180.0 / pi;
+    if (degrees < 0.0) degrees += 360.0;
+    amplitude[i] = static_cast<float>(f.amplitude(i));
+    phase[i] = static_cast<float>(degrees);
+    if (phase[i] >= 360.0F) phase[i] = 0.0F;
+  }
 }
 
 Status scattering_vectors(const char* heading, const qxrefdata& data, Tagged<double[3]>& s) {

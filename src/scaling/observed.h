@@ -25,6 +25,8 @@ struct ComplexF {
   [[nodiscard]] double amplitude(std::int32_t i) const;
 };
 Status open_f(std::int32_t n, ComplexF& f);
+// Amplitudes, and phases in degrees in [0, 360); the phase of 0 is 0.
+void put_polar(const ComplexF& f, std::int32_t n, float* amplitude, float* phase);
 
 // Cartesian scattering vectors of all reflections, 1/Angstrom, a along x and b in the x-y plane.
 Status scattering_vectors(const char* heading, const qxrefdata& data, Tagged<double[3]>& s);

@@ -251,6 +251,23 @@ Status qx_print_overall_scale() {
   return ok;
 }
 
+Status qx_get_scale_view(qx_scale_view* view) {
+  const qxscale* scale = nullptr;
+  const qxrefdata* data = nullptr;
+  QX_TRY(fetch_fitted("qx_get_scale_view():", scale, data));
+  const qxml* ml = qx_get_qxml();
+  if (!qx_exist_quorix()) return failed;
+  const qx::ScaleModel& m = scale->fit.model;
+  *view = {m.mode,  m.k,      {},       m.k_sol, m.b_sol, fraction,
+           m.nbins, m.centre, m.k_mask, m.k_iso, 0,       0.0};
+  std::copy_n(m.b, 6, view->b);
+  if (ml && ml->fitted) {
+    view->likelihood_used = ml->used;
+    view->mean_fom = ml->mean_fom;
+  }
+  return ok;
+}
+
 Status qx_calc_total_structure_factor(double* re, double* im) {
   constexpr const char* heading = "qx_calc_total_structure_factor():";
   const qxscale* scale = nullptr;

@@ -50,8 +50,9 @@ Status write(NoState& /*none*/) {
   if (!qx::begins_with(word, "ccp4")) return fail(texts.heading, "Unknown map format: %s", word);
   const char* path = "";
   QX_TRY(qx::take_file(texts.heading, "Undefined map file name. ", path));
-  const qx::Tagged<char> name(qx::duplicate_text(path, "pxb_file"));
-  return name ? qx_write_solvent_mask(name.get()) : failed;
+  const auto name = qx::Tagged<char>(qx::duplicate_text(path, "pxb_file"));
+  if (!name) return failed;
+  return qx_write_solvent_mask(name.get());
 }
 
 Status finish(NoState& /*none*/) { return ok; }

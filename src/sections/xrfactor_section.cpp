@@ -30,8 +30,9 @@ Status print(NoState& /*none*/) { return qx_print_rfactor(); }
 Status json(NoState& /*none*/) {
   const char* path = "";
   QX_TRY(qx::take_file(texts.heading, "There is no file name for the R factors.", path));
-  const qx::Tagged<char> name(qx::duplicate_text(path, "pxr_file"));
-  return name ? qx_write_rfactor_json(name.get()) : failed;
+  const auto name = qx::Tagged<char>(qx::duplicate_text(path, "pxr_file"));
+  if (!name) return failed;
+  return qx_write_rfactor_json(name.get());
 }
 
 Status finish(NoState& /*none*/) { return ok; }

@@ -43,8 +43,9 @@ Status gradient(NoState& /*none*/) {
   const char* path = "";
   const qx::Key state = qx::take_value("file", path);
   if (state != qx::found) return state == qx::key_died ? failed : ok;
-  const qx::Tagged<char> name(qx::duplicate_text(path, "pxt_file"));
-  return name ? qx_write_target_gradient(name.get()) : failed;
+  const auto name = qx::Tagged<char>(qx::duplicate_text(path, "pxt_file"));
+  if (!name) return failed;
+  return qx_write_target_gradient(name.get());
 }
 
 Status check(NoState& /*none*/) {

@@ -1,4 +1,5 @@
-// The structure-factor section: calculate, scale to the observations, put into the data set.
+// Scaling the atoms' structure factors alone to the observations: k and B, agreement overall and by
+// bin.
 #include "core/constants.h"
 #include "core/cross_record.h"
 #include "core/object.h"
@@ -201,50 +202,5 @@ Status qx_scale_model_structure_factor() {
   QX_TRY(measure_bins(cross, data, fc.get(), result));
   result.done = true;
   print_scaling(cross, result);
-  return ok;
-}
-
-Status qx_replace_refdata_fc() {
-  qxrefdata* data = qx_get_qxrefdata();
-  if (!data) return fail("qx_replace_refdata_fc():", "qxrefdata object has not been created yet.");
-  const std::int32_t n = data->nreflections;
-  if (n < 1) return ok;
-  ModelF f;
-  QX_TRY(calculate_model(n, f));
-  for (float** column : {&data->fc, &data->phic}) {
-    if (*column) continue;
-    QX_TRY(qx::open_block(*column, static_cast<std::size_t>(n), "prf_fc"));
-  }
-  for (std::int32_t i = 0; i < n; ++i) {
-    const auto at = static_cast<std::size_t>(i);
-    double phase = std::atan2(f.im[at], f.re[at]) * 180.0 / qx::pi;
-    if (phase < 0.0) phase += 360.0;
-    data->fc[i] = static_cast<float>(f.amplitude(i));
-    data->phic[i] = static_cast<float>(phase);
-    if (data->phic[i] >= 360.0F) data->phic[i] = 0.0F;
-  }
-  return ok;
-}
-
-namespace {
-
-constexpr qx::SectionTexts texts = {"qx_xfc_ctrl():", "Failed to get quorix command. ",
-                                    "*** Unknow xfc task: ", " ***"};
-
-struct NoState {};
-
-Status calculate(NoState&) { return qx_calc_system_struct_factor(); }
-Status scale(NoState&) { return qx_scale_model_structure_factor(); }
-Status replace(NoState&) { return qx_replace_refdata_fc(); }
-Status finish(NoState&) { return ok; }
-
-constexpr qx::Command<NoState> commands[] = {
-    {"CALC", calculate}, {"SCAL", scale}, {"REPL", replace}, {"XEND", finish, true}};
-
-}  // namespace
-
-Status qx_xfc_ctrl() {
-  NoState none;
-  (void)qx::run_section(texts, commands, none);
   return ok;
 }
