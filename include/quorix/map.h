@@ -19,7 +19,15 @@ struct qx_ccp4_map {
   std::int32_t space_group;
 };
 
+// Of the box of the last map, before scaling by its rms; e/A^3.
+struct qx_map_statistics_view {
+  double mean, rms;  // rms about zero
+};
+
 extern "C" {
+
+// 1 and the statistics, or 0 when no map has been generated.
+QX_API std::int32_t qx_get_map_statistics(qx_map_statistics_view* view);
 
 // The map with its settings at their defaults; creating replaces, deleting frees density, path and
 // the private reflection set.

@@ -25,7 +25,17 @@ struct qx_scale_view {
   double mean_fom;                        // over the observed reflections
 };
 
+// A resolution bin of the last R factors: both sets together, d in Angstrom.
+struct qx_rfactor_bin {
+  std::int32_t n;
+  double high, low, r_work, r_free;
+};
+
 extern "C" {
+
+// 1 and the bin, or 0 when there is none of that number.
+QX_API std::int32_t qx_get_rfactor_bin_count();
+QX_API std::int32_t qx_get_rfactor_bin(std::int32_t bin, qx_rfactor_bin* out);
 
 // Of the data set's last fit; reports when there is none.
 QX_API qx::Status qx_get_scale_view(qx_scale_view* view);

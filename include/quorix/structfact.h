@@ -35,9 +35,9 @@ QX_API qx::Status qx_calc_model_structure_factor(double* re, double* im);
 // Least-squares k and B between |Fo| and k exp(-B s^2 / 4) |Fc| over the working set (all
 // reflections without one); they become part 0's scale.
 QX_API qx::Status qx_scale_model_structure_factor();
-// Puts |F| and phase (degrees, [0, 360)) of the model into the data set's FC and PHIC columns: on the
-// scale of the observations, solvent included, when an overall scale has been fitted (its solvent's
-// part then goes to FPART and PHIP), else as the parts' sum.
+// Puts |F| and phase (degrees, [0, 360)) of the model into the data set's FC and PHIC columns: on
+// the scale of the observations, solvent included, when an overall scale has been fitted (its
+// solvent's part then goes to FPART and PHIP), else as the parts' sum.
 QX_API qx::Status qx_replace_refdata_fc();
 // The same of the parts' sum alone.
 QX_API qx::Status qx_replace_refdata_atoms();

@@ -184,3 +184,10 @@ Status drop_density(qxmap& map) {
 }
 
 }  // namespace qx
+
+std::int32_t qx_get_map_statistics(qx_map_statistics_view* view) {
+  const qxmap* map = qx_get_qxmap();
+  if (!map || !map->density) return 0;
+  *view = {map->mean, map->rms};
+  return 1;
+}

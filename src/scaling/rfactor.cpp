@@ -142,6 +142,20 @@ Status qx_get_rfactor(qx_agreement* work, qx_agreement* free) {
   return ok;
 }
 
+std::int32_t qx_get_rfactor_bin_count() {
+  const qxcross* cross = qx_get_qxcross();
+  return cross ? cross->bins_built : 0;
+}
+
+std::int32_t qx_get_rfactor_bin(std::int32_t bin, qx_rfactor_bin* out) {
+  const qxcross* cross = qx_get_qxcross();
+  if (!cross || bin < 0 || bin >= cross->bins_built) return 0;
+  *out = {cross->bin_counts[bin], 1.0 / std::max(cross->bin_ranges[bin][1], 1e-6),
+          1.0 / std::max(cross->bin_ranges[bin][0], 1e-6), cross->bin_r[bin],
+          cross->bin_rfree[bin]};
+  return 1;
+}
+
 Status qx_print_rfactor() {
   const qxscale* scale = nullptr;
   QX_TRY(fetch_compared("qx_print_rfactor():", scale));

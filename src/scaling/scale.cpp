@@ -255,6 +255,7 @@ Status qx_get_scale_view(qx_scale_view* view) {
   const qxscale* scale = nullptr;
   const qxrefdata* data = nullptr;
   QX_TRY(fetch_fitted("qx_get_scale_view():", scale, data));
+  const double fraction = qx_get_solvent_fraction();
   const qxml* ml = qx_get_qxml();
   if (!qx_exist_quorix()) return failed;
   const qx::ScaleModel& m = scale->fit.model;

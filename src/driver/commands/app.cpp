@@ -52,6 +52,8 @@ void build_app(CLI::App& app, int& status) {
   add_info(app, status);
   add_run(app, status);
   add_fcalc(app, status);
+  add_maps(app, status);
+  add_validate(app, status);
   add_report(app, status);
   add_batch(app, status);
   for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {

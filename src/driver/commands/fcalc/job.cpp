@@ -29,6 +29,8 @@ SectionText crystal_section(const FcalcJob& job) {
     const Observed& observed = job.observed;
     if (!observed.amplitude.empty()) line += " FOBS=" + observed.amplitude;
     if (!observed.sigma.empty()) line += " SIGF=" + observed.sigma;
+    if (!observed.intensity.empty()) line += " IOBS=" + observed.intensity;
+    if (!observed.intensity_sigma.empty()) line += " SIGI=" + observed.intensity_sigma;
     if (!observed.free.empty()) line += " TEST=" + observed.free;
     text.line(line);
   }

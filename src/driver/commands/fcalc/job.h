@@ -17,6 +17,7 @@ class App;
 namespace qx {
 
 struct FcalcOptions {
+  std::string command = "fcalc";  // as its warnings name it
   std::string model, hkl, output, space_group, map_2fofc, map_fofc;
   std::vector<std::string> labels, free;
   std::vector<double> cell;
@@ -39,7 +40,8 @@ void check_options(const FcalcOptions& options);
 // Labels of the observations in the reflection file; empty where it has none.
 struct Observed {
   std::string amplitude, sigma, free;
-  std::optional<FreeSet> free_set = {};  // none: the column marks none
+  std::string intensity = {}, intensity_sigma = {};  // looked for where there is no amplitude
+  std::optional<FreeSet> free_set = {};              // none: the column marks none
 };
 
 struct FcalcJob {

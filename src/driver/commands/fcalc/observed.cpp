@@ -30,7 +30,7 @@ Observed given_labels(const std::vector<std::string>& labels, const ReflectionFi
     }
     throw CommandError(2, file.path + " has no column " + labels[i]);
   };
-  Observed observed = {at(0), at(1), at(2), {}};
+  Observed observed = {at(0), at(1), at(2)};
   if (!observed.amplitude.empty()) {
     const FileColumn& column = *file.find(observed.amplitude).front();
     const std::string not_one = why_no_amplitude(column);
@@ -43,10 +43,15 @@ Observed given_labels(const std::vector<std::string>& labels, const ReflectionFi
 
 Observed usual_observations(const ReflectionFile& file) {
   const FileColumn* free = usual_free_column(file);
-  return {label_among(file, 'F', {"FP", "F", "FOBS", "F-obs", "F-obs-filtered", "FOSC"}),
-          label_among(file, 'Q', {"SIGFP", "SIGF", "SIGFOBS", "SIGF-obs", "SIGF-obs-filtered"}),
-          free ? free->label : "",
-          {}};
+  Observed observed = {
+      label_among(file, 'F', {"FP", "F", "FOBS", "F-obs", "F-obs-filtered", "FOSC"}),
+      label_among(file, 'Q', {"SIGFP", "SIGF", "SIGFOBS", "SIGF-obs", "SIGF-obs-filtered"}),
+      free ? free->label : ""};
+  if (!observed.amplitude.empty()) return observed;
+  observed.intensity = label_among(file, 'J', {"IMEAN", "I", "IOBS", "I-obs", "IP", "Iobs"});
+  observed.intensity_sigma =
+      label_among(file, 'Q', {"SIGIMEAN", "SIGI", "SIGIOBS", "SIGI-obs", "SIGIP", "SIGIobs"});
+  return observed;
 }
 
 // The value that marks the free set, unless a new one is drawn.

@@ -1,0 +1,55 @@
+// quorix maps and quorix validate: a model against measured amplitudes.
+#pragma once
+
+#include "driver/commands/fcalc/job.h"
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace qx {
+
+struct MapsOptions {
+  FcalcOptions base;
+  std::string prefix;   // of CCP4 maps; empty: none
+  std::string solvent;  // empty: by the number of reflections
+  std::string mode = "continuous";
+  std::string free_reflections = "use";
+  std::string hydrogens = "yes";
+  int kick = 0;  // sets of coefficients that the CCP4 maps are the mean of
+  bool all = false, scripts = false;
+};
+
+void add_maps_options(CLI::App& command, MapsOptions& options);
+void add_validate_options(CLI::App& command, MapsOptions& options);
+// Throws CommandError for values that no section is to see; fills what the base asks for.
+void check_options(MapsOptions& options);
+
+SectionText scale_section(const MapsOptions& options);
+SectionText likelihood_section(const MapsOptions& options);
+SectionText weighted_map_section(const MapsOptions& options, const std::string& path,
+                                 bool difference);
+// The last section: the engine is gone after it.
+SectionText coefficients_section(const FcalcJob& job, const MapsOptions& options,
+                                 const std::string& path);
+
+struct WrittenMap {
+  std::string path;
+  bool difference;
+  double rms;  // e/A^3, of the whole cell
+};
+
+struct MapsReport {
+  std::string lines;  // as the engine prints them
+  std::vector<WrittenMap> maps;
+  double seconds = 0.0;
+};
+
+// R factors, scale, solvent and likelihood, from the engine while it is there.
+nlohmann::ordered_json numbers_of_engine();
+
+}  // namespace qx

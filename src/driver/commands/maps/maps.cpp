@@ -1,0 +1,195 @@
+// quorix maps: map coefficients from amplitudes and a model. quorix validate: how well they agree.
+#include "driver/commands/commands.h"
+#include "driver/commands/fcalc/setup.h"
+#include "driver/commands/maps/job.h"
+#include "driver/commands/output_place.h"
+#include "driver/commands/viewer_scripts.h"
+
+#include <quorix/engine.h>
+#include <quorix/map.h>
+#include <quorix/scaling.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace qx {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+Json agreement_json(const qx_agreement& a) {
+  if (a.n < 1) return nullptr;
+  return {{"reflections", a.n}, {"r", a.r}, {"correlation", a.correlation}};
+}
+
+Json scale_json(const qx_scale_view& view) {
+  constexpr const char* modes[] = {"none", "exp", "bins", "smooth"};
+  Json bins = Json::array();
+  for (std::int32_t i = 0; i < view.nbins; ++i) {
+    bins.push_back({{"d", 1.0 / std::sqrt(view.centre[i])},
+                    {"k_mask", view.k_mask[i]},
+                    {"k_iso", view.k_iso[i]}});
+  }
+  return {{"k", view.k},
+          {"b_cart", std::vector<double>(view.b, view.b + 6)},
+          {"solvent",
+           {{"mode", modes[view.solvent]},
+            {"k_sol", view.k_sol},
+            {"b_sol", view.b_sol},
+            {"fraction", view.fraction}}},
+          {"bins", bins}};
+}
+
+double rms_of_map() {
+  qx_map_statistics_view view = {};
+  return qx_get_map_statistics(&view) == 1 ? view.rms : 0.0;
+}
+
+void write_map(Engine& engine, const MapsOptions& options, const std::string& path, bool difference,
+               MapsReport& report) {
+  if (path.empty()) return;
+  const OutputPlace place(path);
+  engine.run(weighted_map_section(options, place.path(), difference));
+  place.deliver();
+  report.maps.push_back({path, difference, rms_of_map()});
+}
+
+void write_scripts_of(const MapsOptions& options, const MapsReport& report) {
+  if (!options.scripts) return;
+  std::vector<ViewedMap> viewed;
+  for (const WrittenMap& map : report.maps) viewed.push_back({map.path, map.difference, map.rms});
+  const std::filesystem::path prefix = options.prefix;
+  const std::string folder = prefix.has_parent_path() ? prefix.parent_path().string() : ".";
+  write_scripts(folder, viewer_scripts(prefix.filename().string(), viewed, options.base.model));
+}
+
+// Amplitudes, structure factors, solvent, scale, R factors.
+void calculate(Engine& engine, FcalcJob& job, const MapsOptions& options, MapsReport& report) {
+  set_up(engine, job);
+  if (job.observed.amplitude.empty()) {
+    report.lines += engine.run(SectionText("xwilson").line("amplitudes"));
+  }
+  note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
+  if (options.solvent != "none") report.lines += engine.run(SectionText("xbulk").line("mask"));
+  report.lines += engine.run(scale_section(options));
+  report.lines += engine.run(SectionText("xrfactor").line("calc").line("print"));
+}
+
+void prepare_with_data(FcalcJob& job) {
+  prepare(job);
+  if (job.observed.amplitude.empty() && job.observed.intensity.empty()) {
+    throw CommandError(2, job.options.hkl +
+                              " has neither amplitudes nor intensities under a usual name: give "
+                              "--labels F,SIGF,FREE");
+  }
+}
+
+void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& report) {
+  if (job.observed.free_set) {
+    std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
+  }
+  std::cout << report.lines;
+  for (const WrittenMap& map : report.maps) {
+    std::cout << format("%s written, rms %.4f e/A^3\n", map.path.c_str(), map.rms);
+  }
+  if (!options.base.output.empty()) std::cout << options.base.output << " written\n";
+}
+
+void tell_json(const FcalcJob& job, const MapsOptions& options, const MapsReport& report,
+               Json numbers) {
+  Json json = {{"model", options.base.model}, {"data", options.base.hkl}};
+  json.update(numbers);
+  for (const WrittenMap& map : report.maps) {
+    json["maps"].push_back({{"file", map.path}, {"difference", map.difference}, {"rms", map.rms}});
+  }
+  if (!options.base.output.empty()) json["output"] = options.base.output;
+  json["seconds"] = report.seconds;
+  json["warnings"] = job.warnings;
+  std::cout << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+int run(MapsOptions& options, bool maps) {
+  options.base.command = maps ? "maps" : "validate";
+  check_options(options);
+  if (options.base.json) keep_standard_output_clean();
+  const auto start = std::chrono::steady_clock::now();
+  Progress progress("reading");
+  FcalcJob job{options.base, Coordinates(options.base.model), {}, {}, {}, {}, {}};
+  prepare_with_data(job);
+  const NamedAtoms names(job.coordinates);
+  Engine engine(options.base.verbose);
+  MapsReport report;
+  progress.step("calculating structure factors");
+  calculate(engine, job, options, report);
+  report.lines += engine.run(likelihood_section(options));
+  Json numbers;
+  engine.call([&] {
+    numbers = numbers_of_engine();
+    return ok;
+  });
+  if (maps) {
+    progress.step("writing");
+    engine.run(SectionText("xfcc").line("replace"));
+    write_map(engine, options, options.base.map_2fofc, false, report);
+    write_map(engine, options, options.base.map_fofc, true, report);
+    const OutputPlace place(options.base.output);
+    engine.run(coefficients_section(job, options, place.path()));
+    place.deliver();
+    write_scripts_of(options, report);
+  }
+  report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  if (options.base.json) {
+    tell_json(job, options, report, numbers);
+  } else if (!options.base.quiet) {
+    tell(job, options, report);
+  }
+  return 0;
+}
+
+}  // namespace
+
+nlohmann::ordered_json numbers_of_engine() {
+  qx_scale_view view = {};
+  qx_agreement work = {};
+  qx_agreement free = {};
+  if (qx_get_scale_view(&view) != ok || qx_get_rfactor(&work, &free) != ok) return nullptr;
+  Json json = {{"scale", scale_json(view)},
+               {"r", {{"work", agreement_json(work)}, {"free", agreement_json(free)}}}};
+  Json bins = Json::array();
+  for (std::int32_t i = 0; i < qx_get_rfactor_bin_count(); ++i) {
+    qx_rfactor_bin bin = {};
+    if (qx_get_rfactor_bin(i, &bin) != 1 || bin.n == 0) continue;
+    Json row = {
+        {"resolution", {bin.high, bin.low}}, {"reflections", bin.n}, {"r_work", bin.r_work}};
+    if (free.n > 0) row["r_free"] = bin.r_free;
+    bins.push_back(row);
+  }
+  json["r"]["bins"] = bins;
+  json["likelihood"] = {{"reflections", view.likelihood_used}};
+  json["fom"] = view.mean_fom;
+  return json;
+}
+
+void add_maps(CLI::App& app, int& status) {
+  auto options = std::make_shared<MapsOptions>();
+  CLI::App* command =
+      app.add_subcommand("maps", "Map coefficients from measured amplitudes and a model");
+  add_maps_options(*command, *options);
+  command->callback([options, &status] { status = run(*options, true); });
+}
+
+void add_validate(CLI::App& app, int& status) {
+  auto options = std::make_shared<MapsOptions>();
+  CLI::App* command =
+      app.add_subcommand("validate", "R factors and more of a model against measured amplitudes");
+  add_validate_options(*command, *options);
+  command->callback([options, &status] { status = run(*options, false); });
+}
+
+}  // namespace qx

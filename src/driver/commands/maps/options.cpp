@@ -1,0 +1,144 @@
+// The command lines of quorix maps and quorix validate.
+#include "driver/commands/maps/job.h"
+#include "driver/commands/option_facts.h"
+#include "driver/commands/output_guard.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+namespace qx {
+
+namespace {
+
+constexpr const char* maps_closing = R"(
+The model's structure factors are put on the scale of the observations with flat bulk solvent and an
+anisotropic B, fitted to the working set; sigmaA comes from the free set. OUT.mtz holds, beside what was
+read:
+  FC_ALL PHIC_ALL   the scaled model with its solvent
+  FWT PHWT          2mFo-DFc, where nothing was observed DFc
+  DELFWT PHDELWT    mFo-DFc, of acentric reflections twice that
+  FOM               m
+A data file with intensities only is turned into amplitudes first.
+
+Examples:
+  quorix maps 1ubq.pdb 1ubq.mtz -o maps.mtz --maps 1ubq
+      Coefficients, and both maps as CCP4 files.
+)";
+
+constexpr const char* validate_closing = R"(
+R factors, scale, bulk solvent and figures of merit of a model against measured amplitudes, overall and
+by resolution.
+
+Examples:
+  quorix validate 1ubq.pdb 1ubq.mtz
+)";
+
+void add_input(CLI::App& command, MapsOptions& o) {
+  FcalcOptions& base = o.base;
+  command.add_option("MODEL", base.model, "Coordinates: PDB or mmCIF, also gzipped")
+      ->required()
+      ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
+  command.add_option("DATA", base.hkl, "Reflections: MTZ or structure-factor mmCIF, also gzipped")
+      ->required()
+      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
+  command.add_option("--labels", base.labels, "Columns of the data (default: the usual names)")
+      ->type_name("F,SIGF,FREE")
+      ->delimiter(',')
+      ->allow_extra_args(false);
+  command
+      .add_option("--free-value", base.free_value,
+                  "Flag of the free reflections (default: told by how often each value occurs)")
+      ->type_name("N");
+  command.add_option("--dmin", base.dmin, "High-resolution limit in A")
+      ->type_name("A")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--dmax", base.dmax, "Low-resolution limit in A")
+      ->type_name("A")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--spacegroup", base.space_group, "Space group (default: the model's)")
+      ->type_name("NAME");
+  command.add_option("--cell", base.cell, "Unit cell in A and degrees (default: the model's)")
+      ->type_name("A B C ALPHA BETA GAMMA")
+      ->expected(6);
+}
+
+void add_method(CLI::App& command, MapsOptions& o) {
+  command
+      .add_option("--solvent", o.solvent,
+                  "Form of the bulk solvent's scale: bins, exp, smooth or none (default: bins from "
+                  "2000 working reflections on, else exp)")
+      ->check(CLI::IsMember({"bins", "exp", "smooth", "none"}))
+      ->check(proposes("bins exp smooth none"));
+  command.add_option("--mode", o.mode, "sigmaA as a continuous curve or in bins")
+      ->check(CLI::IsMember({"continuous", "binned"}))
+      ->check(proposes("continuous binned"))
+      ->capture_default_str();
+  command.add_option("--hydrogens", o.hydrogens, "Whether the model's hydrogens scatter")
+      ->check(CLI::IsMember({"yes", "no"}))
+      ->check(proposes("yes no"))
+      ->capture_default_str();
+  command.add_flag("--neutron", o.base.neutron, "Neutron scattering lengths");
+  command.add_flag("--json", o.base.json, "Tell what was found as JSON, warnings included");
+  command.add_flag("-q,--quiet", o.base.quiet, "Warnings and errors only");
+  command.add_flag("-v,--verbose", o.base.verbose, "Show everything the engine prints");
+}
+
+}  // namespace
+
+void add_maps_options(CLI::App& command, MapsOptions& o) {
+  command.footer(maps_closing);
+  add_input(command, o);
+  command.add_option("-o,--output", o.base.output, "MTZ file to write")
+      ->type_name("FILE")
+      ->required()
+      ->check(names_files("mtz"));
+  command
+      .add_option("--maps", o.prefix,
+                  "Write both maps as CCP4 files too: PREFIX_2mFo-DFc.ccp4, PREFIX_mFo-DFc.ccp4")
+      ->type_name("PREFIX");
+  command.add_flag("--scripts", o.scripts,
+                   "With --maps: scripts for Coot, PyMOL and ChimeraX beside them");
+  command.add_flag("--all", o.all, "Write KTOT, WT, FSOLV and PHISOLV too");
+  command
+      .add_option(
+          "--free", o.free_reflections,
+          "use: reflections of the free set enter the maps; fill: they count as not observed")
+      ->check(CLI::IsMember({"use", "fill"}))
+      ->check(proposes("use fill"))
+      ->capture_default_str();
+  command
+      .add_option(
+          "--kick", o.kick,
+          "CCP4 maps are the mean of N, each from atoms displaced by 0.3 A; weakens bias less "
+          "than an omit map")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000));
+  add_method(command, o);
+  command.add_flag("--force", o.base.force,
+                   "Write over a file that holds something else; never over an input");
+}
+
+void add_validate_options(CLI::App& command, MapsOptions& o) {
+  command.footer(validate_closing);
+  add_input(command, o);
+  add_method(command, o);
+}
+
+void check_options(MapsOptions& options) {
+  FcalcOptions& base = options.base;
+  base.hydrogens = options.hydrogens == "yes" ? 1 : -1;
+  if (options.scripts && options.prefix.empty()) {
+    throw CommandError(2, "--scripts belong to maps: give --maps PREFIX as well");
+  }
+  if (options.kick > 0 && options.prefix.empty()) {
+    throw CommandError(2, "--kick is for CCP4 maps: give --maps PREFIX as well");
+  }
+  check_text("a prefix", options.prefix, "\n\"#!");
+  if (!options.prefix.empty()) {
+    base.map_2fofc = options.prefix + "_2mFo-DFc.ccp4";
+    base.map_fofc = options.prefix + "_mFo-DFc.ccp4";
+  }
+  check_options(static_cast<const FcalcOptions&>(base));
+}
+
+}  // namespace qx

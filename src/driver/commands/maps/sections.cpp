@@ -1,0 +1,50 @@
+// The sections that the options come to.
+#include "driver/commands/maps/job.h"
+
+namespace qx {
+
+SectionText scale_section(const MapsOptions& options) {
+  SectionText text("xoverall");
+  if (!options.solvent.empty()) text.line("param solvent " + options.solvent);
+  return text.line("scale").line("print");
+}
+
+SectionText likelihood_section(const MapsOptions& options) {
+  return SectionText("xmlf")
+      .line("param mode " + options.mode +
+            (options.free_reflections == "fill" ? " test fill" : " test keep"))
+      .line("estimate")
+      .line("print")
+      .line("replace");
+}
+
+SectionText weighted_map_section(const MapsOptions& options, const std::string& path,
+                                 bool difference) {
+  SectionText text("xmap");
+  text.line("mapdef generated with amplitude calc phase calc")
+      .line(format("param type sigmaa u %d v 1 scale no", difference ? 1 : 2));
+  if (options.kick > 0) text.line(format("kick length 0.3 naverage %d", options.kick));
+  return text.line("extent unit")
+      .line("generate")
+      .line("write ccp4 file \"" + path + "\" symm yes origin zero");
+}
+
+SectionText coefficients_section(const FcalcJob& job, const MapsOptions& options,
+                                 const std::string& path) {
+  const Observed& observed = job.observed;
+  std::string line = "write refl mtz file \"" + path +
+                     "\" coid FOBS=" + (observed.amplitude.empty() ? "FP" : observed.amplitude);
+  if (observed.amplitude.empty()) {
+    line += " SIGF=SIGFP";
+  } else if (!observed.sigma.empty()) {
+    line += " SIGF=" + observed.sigma;
+  }
+  if (!observed.free.empty()) line += " TEST=" + observed.free;
+  line +=
+      " FC=FC_ALL PHIC=PHIC_ALL MAP_COEFFA=FWT MAP_COEFFP=PHWT MAP_COEFF=DELFWT MAP_PHASE=PHDELWT"
+      " FOM=FOM";
+  if (options.all) line += " MAP_SCALE=KTOT WT=WT FPART=FSOLV PHIP=PHISOLV";
+  return SectionText("xter").line(line);
+}
+
+}  // namespace qx
