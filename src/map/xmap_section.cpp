@@ -190,20 +190,23 @@ Status extent(MapSection& section) {
   return fail(heading, "Unknown extent type. ");
 }
 
-// What is set but not built must not pass for done.
-void warn_of_unbuilt(const qxmap& map) {
-  if (map.kick == 2) {
-    std::printf("WARNING: kicked maps are not built yet: one map without kicks is generated \n");
-  }
-  if (map.type != qx::unweighted_map && map.amplitude_source == qx::input_source &&
-      map.phase_source == qx::input_source) {
+// What is set but changes nothing must not pass for done.
+void warn_of_idle(const qxmap& map) {
+  if (map.amplitude_source != qx::input_source && map.phase_source != qx::input_source) return;
+  if (map.kick == qx::kicked) {
     std::printf(
-        "WARNING: weights of input coefficients are not built yet: \"type\" changes nothing \n");
+        "WARNING: kicks displace the atoms of a model: the map of input coefficients has none \n");
+  }
+  if (map.type != qx::unweighted_map) {
+    std::printf(
+        "WARNING: weights belong to maps of a model: of input coefficients \"type\" changes "
+        "nothing "
+        "\n");
   }
 }
 
 Status generate(MapSection& section) {
-  warn_of_unbuilt(*section.map);
+  warn_of_idle(*section.map);
   return qx_generate_map();
 }
 

@@ -179,9 +179,10 @@ TEST_F(XmapSection, ExtentsAndKeys) {
 
 TEST_F(XmapSection, SaysWhatItDoesNotDo) {
   const std::string kicks =
-      "WARNING: kicked maps are not built yet: one map without kicks is generated \n";
+      "WARNING: kicks displace the atoms of a model: the map of input coefficients has none \n";
   const std::string weights =
-      "WARNING: weights of input coefficients are not built yet: \"type\" changes nothing \n";
+      "WARNING: weights belong to maps of a model: of input coefficients \"type\" changes nothing "
+      "\n";
   const std::string begin = "begin map generation:\n";
   const std::string end = "end map generation.\n";
   EXPECT_EQ(section(xmap("param type unweighted\ngenerate")).output, begin + end);
