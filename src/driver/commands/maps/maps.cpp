@@ -65,8 +65,9 @@ void write_scripts_of(const MapsOptions& options, const MapsReport& report) {
   std::vector<ViewedMap> viewed;
   for (const WrittenMap& map : report.maps) viewed.push_back({map.path, map.difference, map.rms});
   const std::filesystem::path prefix = options.prefix;
-  const std::string folder = prefix.has_parent_path() ? prefix.parent_path().string() : ".";
-  write_scripts(folder, viewer_scripts(prefix.filename().string(), viewed, options.base.model));
+  const std::string folder = prefix.parent_path().string();
+  write_scripts(folder,
+                viewer_scripts(prefix.filename().string(), viewed, options.base.model, folder));
 }
 
 // Amplitudes, structure factors, solvent, scale, R factors.
