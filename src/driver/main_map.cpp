@@ -4,6 +4,7 @@
 #include "driver/process.h"
 
 #include <quorix/driver.h>
+#include <quorix/version.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -11,13 +12,38 @@
 
 namespace {
 
+// Behind the line of usage.
+constexpr const char* arguments_told =
+    "\nMakes a map of the whole cell from two columns of an MTZ file, scaled to an rms of 1.\n\n"
+    "  <space_group>      name or number: 'P 21 21 21', P212121, 'R 3 :H', 19\n"
+    "  <a>                cell edges in A\n"
+    "  <b>\n"
+    "  <c>\n"
+    "  <alpha>            cell angles in degrees\n"
+    "  <beta>\n"
+    "  <gamma>\n"
+    "  <reso_high>        high-resolution limit in A; 0: 1.0\n"
+    "  <reso_low>         low-resolution limit in A; 0: 50.0\n"
+    "  <reflection_file>  MTZ file\n"
+    "  <map_ampl_label>   column of amplitudes\n"
+    "  <map_phase_label>  column of phases in degrees\n"
+    "  <fom_label>        '': coefficients are taken as they are\n"
+    "  <map_file>         CCP4 map to write\n\n"
+    "\"quorix map\" finds most of them in the file; \"man quorix-map\" tells more.\n";
+
 int run(int argc, char** argv) {
+  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+    std::puts("quorix-map " QUORIX_VERSION);
+    return 0;
+  }
   if (argc != 15) {
     std::printf(
         "Usage: %s <space_group> <a> <b> <c> <alpha> <beta> <gamma> <reso_high> <reso_low> "
         "<reflection_file> <map_ampl_label> <map_phase_label> <fom_label> <map_file>\n",
         argc > 0 ? argv[0] : "quorix-map");
-    return argc == 2 && std::strcmp(argv[1], "--help") == 0 ? 0 : 1;
+    if (argc != 2 || std::strcmp(argv[1], "--help") != 0) return 1;
+    std::fputs(arguments_told, stdout);
+    return 0;
   }
   double reals[8];
   for (int k = 0; k < 8; ++k) {

@@ -14,7 +14,10 @@ export CMAKE_PREFIX_PATH=$prefix
 cmake -S tests/package/outside -B "$scratch/outside" -G Ninja >/dev/null
 cmake --build "$scratch/outside" >/dev/null
 library=$(dirname "$(find "$prefix" -name libquorix.so)")
-for kind in quorix quorix_static; do "$scratch/outside/outside_$kind"; done
+# The shared library finds its data beside itself; a program with the static one is told where they are.
+unset ZENVI_DATA
+"$scratch/outside/outside_quorix"
+ZENVI_DATA=$prefix/share/quorix "$scratch/outside/outside_quorix_static"
 
 export PKG_CONFIG_PATH=$library/pkgconfig
 # shellcheck disable=SC2046

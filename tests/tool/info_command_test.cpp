@@ -124,10 +124,31 @@ TEST_F(InfoOfAMap, saysWhatItsHeaderAndItsDensitySay) {
   const Json found = json["statistics"]["recomputed"];
   EXPECT_EQ(found["maximum"], static_cast<double>(highest));
   EXPECT_NEAR(found["rms_about_zero"], std::sqrt(squares / (90 * 72 * 48)), 1e-9);
-  EXPECT_EQ(json["statistics"]["word_55"], "rms, the mean is 0");
+  EXPECT_EQ(json["statistics"]["word_55"], "rms, about zero and about the mean alike");
   EXPECT_EQ(json["symmetry"]["obeyed"], true);
   EXPECT_GT(json["symmetry"]["correlation"], 0.999999);
   EXPECT_LT(json["symmetry"]["largest_difference"], 1e-4);
+}
+
+TEST_F(InfoOfAMap, tellsWhatWord55IsAlsoWhenTheMeanIsSmall) {
+  double squares = 0;
+  for (std::size_t at = data_; at < bytes_.size(); at += 4) {
+    float value = 0;
+    std::memcpy(&value, bytes_.data() + at, 4);
+    value -= 0.0126F;
+    squares += static_cast<double>(value) * static_cast<double>(value);
+    std::memcpy(bytes_.data() + at, &value, 4);
+  }
+  const double about_zero = std::sqrt(squares / (90 * 72 * 48));
+  const double about_mean = std::sqrt(about_zero * about_zero - 0.0126 * 0.0126);
+  for (const auto& [word, said] :
+       {std::pair{about_zero, "rms about zero"}, std::pair{about_mean, "deviation about the mean"},
+        std::pair{2.0, "neither rms nor deviation of this density"}}) {
+    const auto single = static_cast<float>(word);
+    std::memcpy(bytes_.data() + 216, &single, 4);
+    write_file(scratch_.file("shifted"), bytes_);
+    EXPECT_EQ(info(scratch_.file("shifted"))["statistics"]["word_55"], said);
+  }
 }
 
 TEST_F(InfoOfAMap, isTheSameSwappedAndPacked) {

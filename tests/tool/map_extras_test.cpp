@@ -144,6 +144,21 @@ Json said_by_scripts(const std::string& folder, const std::string& stem) {
   return Json::parse(read_file(start + "_said"));
 }
 
+TEST_F(MapCommand, takesAGroupThatNobodyNamesByItsOperators) {
+  MtzMaker maker({{1, 2, 3}, {3, 1, 2}, {0, 0, 2}, {2, 0, 1}, {4, 2, 1}});
+  maker.add("FWT", 'F', {10, 20, 30, 50, 40}).add("PHWT", 'P', {30, 60, 71, 110, 20});
+  maker.symmetry = "4 2 P 0 'odd' PG2";
+  maker.operators = {"x,y,z", "-x+1/4,-y,z+1/2", "x+1/2,y+1/2,z", "-x+3/4,-y+1/2,z+1/2"};
+  make(maker);
+  const ProgramResult result = map({"in.mtz", "out.ccp4", "--check", "--spacing", "1"});
+  EXPECT_EQ(result.status, 0) << result.errors << result.output;
+  EXPECT_NE(result.output.find("group       odd, by its operators\n"), std::string::npos)
+      << result.output;
+  std::int32_t bytes = 0;
+  std::memcpy(&bytes, read_file("out.ccp4").data() + 92, 4);
+  EXPECT_EQ(bytes, 4 * 80);
+}
+
 TEST_F(MapCommand, scriptsLoadMapsAndModelWhereverTheyAreMoved) {
   std::filesystem::create_directory("made");
   std::filesystem::copy(std::string(QUORIX_SOURCE_DIR) + "/examples/1ubq.pdb", "m.pdb");

@@ -42,8 +42,8 @@ TEST_F(MapCommandWarnings, coefficientsThatAreOdd) {
   maker.add("FWT", 'F', f).add("PHWT", 'P', std::vector<float>(indices.size(), 30.0F));
   make(maker);
   // 3000 electrons in 6000 cubic Angstrom.
-  expect_warning({},
-                 "F(0,0,0) = 3000 is left out: the map's mean is 0, the absolute density is 0.5");
+  expect_warning(
+      {}, "F(0,0,0) = 3000 is left out: the mean over the cell is 0, the absolute density is 0.5");
   expect_warning({}, "1 of " + std::to_string(indices.size()) + " reflections have no FWT");
   maker.symmetry = "4 4 P 19 'P 21 21 21' PG222";
   maker.operators = {"X,Y,Z", "1/2-X,-Y,1/2+Z", "1/2+X,1/2-Y,-Z", "-X,1/2+Y,1/2-Z"};

@@ -4,12 +4,13 @@
 #include <cstdio>
 
 namespace {
-const char section[2][1024] = {"xverbose\n", "xend\n"};
-}
+// The space group is looked up in the library's data.
+const char section[4][1024] = {"xcry\n", "spgname P 21\n", "cell 20 30 40 90 100 90\n", "xend\n"};
+}  // namespace
 
 int main() {
   if (qx_create_quorix() != qx::ok) return 1;
-  qx_run_section_job(2, section[0]);
+  qx_run_section_job(4, section[0]);
   const bool alive = qx_exist_quorix() && qx_get_die_count() == 0;
   std::printf("quorix %s %s\n", QUORIX_VERSION, alive ? "runs" : "died");
   qx_terminate_quorix();

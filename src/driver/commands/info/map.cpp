@@ -78,11 +78,14 @@ std::string coverage(const qx_ccp4_map& map) {
 // Word 55 is one of two things.
 std::string rms_text(double said, double about_zero, double about_mean) {
   const double slack = 1e-4 * (about_zero + 1e-30);
-  const bool zero = std::fabs(said - about_zero) < slack;
-  const bool mean = std::fabs(said - about_mean) < slack;
-  if (zero && mean) return "rms, the mean is 0";
-  if (zero) return "rms about zero";
-  if (mean) return "deviation about the mean";
+  const double from_zero = std::fabs(said - about_zero);
+  const double from_mean = std::fabs(said - about_mean);
+  if (std::min(from_zero, from_mean) < slack) {
+    // More than the digits of the header tell apart.
+    const bool alike = std::fabs(about_zero - about_mean) < 1e-6 * about_zero;
+    if (alike) return "rms, about zero and about the mean alike";
+    return from_zero < from_mean ? "rms about zero" : "deviation about the mean";
+  }
   return "neither rms nor deviation of this density";
 }
 

@@ -3,6 +3,7 @@
 #include "driver/commands/group_name.h"
 
 #include <cstring>
+#include <gemmi/symmetry.hpp>  // for split_centering_vectors
 
 namespace qx {
 
@@ -33,7 +34,15 @@ void add_group(const MapJob& job, SectionText& text) {
     text.line("spgname " + name);
     return;
   }
-  for (const std::string& symmetry : job.file.operators) text.line("symp " + symmetry);
+  std::vector<gemmi::Op> operators;
+  for (const std::string& line : job.file.operators)
+    operators.push_back(gemmi::parse_triplet(line));
+  gemmi::GroupOps group = gemmi::split_centering_vectors(operators);
+  if (group.cen_ops.empty()) group.cen_ops.push_back(gemmi::Op::identity().tran);
+  for (const gemmi::Op& op : group.sym_ops) text.line("symp " + op.triplet());
+  for (const gemmi::Op::Tran& shift : group.cen_ops) {
+    text.line("symc " + gemmi::Op{gemmi::Op::identity().rot, shift}.triplet());
+  }
 }
 
 std::string limits_line(const std::string& kind, const std::vector<std::string>& values) {

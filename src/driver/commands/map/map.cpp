@@ -115,6 +115,7 @@ void note_crystal(const MapJob& job, MapReport& report) {
   const qxresol* resol = spg ? qx_get_qxresol() : nullptr;
   if (!resol) throw CommandError(1, "the engine has no crystal");
   report.group = spg->full_name ? spg->full_name : map_group(job);
+  if (report.group.empty()) report.group = job.file.group_name + ", by its operators";
   report.high = resol->high;
   report.low = resol->low;
   report.used = reflections_used();

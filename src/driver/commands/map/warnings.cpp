@@ -159,11 +159,11 @@ void tell_tally(const MapJob& job, const Tally& tally, Lines& lines) {
   const char* f = job.labels.amplitude.c_str();
   if (tally.f000) {
     lines.push_back(
-        format("F(0,0,0) = %g is left out: the map's mean is 0, the absolute density "
+        format("F(0,0,0) = %g is left out: the mean over the cell is 0, the absolute density "
                "is %.5f e/A^3 higher",
                *tally.f000, *tally.f000 / cell_of(map_cell(job)).volume));
   } else if (job.options.verbose) {
-    lines.emplace_back("F(0,0,0) is not in the file: the map's mean is 0");
+    lines.emplace_back("F(0,0,0) is not in the file: the mean over the cell is 0");
   }
   if (tally.missing > 0) {
     const std::string& weight = job.labels.weight;
