@@ -55,8 +55,8 @@ Status select_observed(const char* heading, const qxrefdata& data, Observed& obs
     QX_TRY(pick_all(data, observed));
   }
   if (observed.nwork > 0) return ok;
-  return fail(heading, "None of the %d reflections of the working set was observed.",
-              observed.split ? cross->nwork : data.nreflections);
+  const std::int32_t asked = observed.split ? cross->nwork : data.nreflections;
+  return fail(heading, "None of the %d reflections of the working set was observed.", asked);
 }
 
 double ComplexF::amplitude(std::int32_t i) const {

@@ -4,7 +4,6 @@
 #include <quorix/engine.h>
 #include <quorix/structfact.h>
 
-using qx::failed;
 using qx::ok;
 using qx::Status;
 

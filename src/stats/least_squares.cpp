@@ -51,7 +51,7 @@ bool solve_damped(const NormalEquations& equations, double damping, double* x) n
     a[i][i] = 1.0 + damping;
     x[i] = -equations.gradient[i] * scale[i];
   }
-  Square l;
+  Square l = {};
   if (!factorise(n, a, l)) return false;
   substitute(n, l, x);
   for (int i = 0; i < n; ++i) x[i] *= scale[i];
