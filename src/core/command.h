@@ -27,6 +27,8 @@ Status next_choice(char (&word)[5]);
 // "=" may stand between the two, with or without blanks. `absent` without such a word; a key
 // without a value is warned about and counts as absent.
 Key take_value(const char* key, const char*& text);
+// As take_value, of a name that may be coded.
+Key take_name(const char* key, const char*& text);
 // Everything after the first word that begins with `key`.
 Key take_end(const char* key, const char*& text);
 // Numbers after a key, as take_value; an unreadable one is reported.

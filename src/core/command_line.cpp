@@ -1,5 +1,7 @@
 #include "core/command_line.h"
 
+#include "core/name_code.h"
+
 #include <quorix/parser.h>
 
 #include <cstdio>
@@ -52,6 +54,13 @@ KeyState take_value_after(char* line, Word key, char* value) noexcept {
   }
   copy_word(taken, value);
   erase(line, key.start, taken.end());
+  return KeyState::taken;
+}
+
+KeyState take_name_after(char* line, Word key, char* name) noexcept {
+  const char* start = key.size > 0 ? first_word(key.end()).start : "";
+  if (!opens_name_code(start)) return take_value_after(line, key, name);
+  erase(line, key.start, decode_name(start, name));
   return KeyState::taken;
 }
 

@@ -20,6 +20,8 @@ enum class KeyState { missing, without_value, taken };
 // Takes the value of a word of the line: the next word, or what stands between double quotes, of
 // which the closing one stays where the key was. Key word and value leave the line.
 KeyState take_value_after(char* line, Word key, char* value) noexcept;
+// The same of a name, which may be coded; then nothing of it stays in the line.
+KeyState take_name_after(char* line, Word key, char* name) noexcept;
 // Takes everything after a word; the line is cut at the word.
 KeyState take_end_after(char* line, Word key, char* value) noexcept;
 void warn_without_value(const char* routine, const char* key);

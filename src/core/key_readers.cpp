@@ -2,6 +2,7 @@
 // given string.
 #include "core/command.h"
 #include "core/command_line.h"
+#include "core/name_code.h"
 #include "core/parser_record.h"
 #include "core/report.h"
 
@@ -144,6 +145,18 @@ Key take_value(const char* key, const char*& text) {
         key);
   }
   return state;
+}
+
+Key take_name(const char* key, const char*& text) {
+  const qxparser* parser = ready_parser("qx_get_quorix_key_string_value():");
+  if (!parser) return key_died;
+  const Word word = parser->command ? find_setting(parser->command, key) : Word();
+  if (word.size == 0 || !opens_name_code(first_word(word.end()).start)) {
+    return take_value(key, text);
+  }
+  (void)take_name_after(parser->command, word, parser->work);
+  text = parser->work;
+  return *text ? found : absent;
 }
 
 Key take_end(const char* key, const char*& text) {

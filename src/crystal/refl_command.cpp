@@ -1,5 +1,6 @@
 // The commands `read refl` and `write refl`: format word, file, column assignments.
 #include "core/command.h"
+#include "core/name_code.h"
 #include "core/report.h"
 #include "core/tagged.h"
 #include "crystal/columns.h"
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 using qx::fail;
 using qx::failed;
@@ -65,7 +67,7 @@ const Format* take_format(const char* heading) {
 }
 
 Status take_file(const char* heading, const char*& name) {
-  const qx::Key key = qx::take_value("file", name);
+  const qx::Key key = qx::take_name("file", name);
   if (key == qx::found && *name) return ok;
   return key == qx::key_died ? failed : fail(heading, " Failed to get reflection data file name. ");
 }
@@ -86,6 +88,21 @@ Status keep_label(const char* name, std::size_t length, qx::Tagged<char>& label)
   return ok;
 }
 
+// A label, which may be coded; `at` is moved behind it.
+Status take_label(const char*& at, qx::Tagged<char>& label) {
+  if (!qx::opens_name_code(at)) {
+    const std::size_t length = std::strcspn(at, " ");
+    QX_TRY(keep_label(at, length, label));
+    at += length;
+    return ok;
+  }
+  qx::Tagged<char> name(std::strlen(at) + 1, "prrc_lab");
+  if (!name) return failed;
+  at = qx::decode_name(at, name.get());
+  label = std::move(name);
+  return ok;
+}
+
 // "FOBS=F SIGF = SIGF TEST": labels by identifier, empty where no name follows.
 Status parse_coids(const char* heading, const char* text, Labels& labels) {
   for (const char* at = skip_blanks(text); *at; at = skip_blanks(at)) {
@@ -95,13 +112,12 @@ Status parse_coids(const char* heading, const char* text, Labels& labels) {
       return fail(heading, " Invalid COID value: %.*s \n", static_cast<int>(length), at);
     }
     at = skip_blanks(at + length);
-    std::size_t name_length = 0;
     if (*at == '=') {
       at = skip_blanks(at + 1);
-      name_length = std::strcspn(at, " ");
+      QX_TRY(take_label(at, labels[column->number]));
+    } else {
+      QX_TRY(keep_label(at, 0, labels[column->number]));
     }
-    QX_TRY(keep_label(at, name_length, labels[column->number]));
-    at += name_length;
   }
   return ok;
 }

@@ -3,8 +3,8 @@
 
 namespace qx {
 
-// False, after a line on standard output, if the map would take the place of its own reflections or
-// of a file that is no map.
+// False, after a line on standard output, if a path holds what the script would lose, or if the map
+// would take the place of its own reflections or of a file that is no map.
 bool check_map_arguments(const char* reflection_file, const char* map_file);
 
 }  // namespace qx

@@ -1,4 +1,5 @@
 // The map run: arguments to five sections, line by line.
+#include "core/name_code.h"
 #include "core/report.h"
 #include "driver/section_job.h"
 
@@ -13,6 +14,10 @@
 using qx::Status;
 
 namespace {
+
+Status no_memory() {
+  return qx::fail("quorix_zenvi_driver2():", "Failed to compose the section. ");
+}
 
 // The lines of one section, each as long as its values make it.
 class Script {
@@ -37,7 +42,7 @@ class Script {
   }
   // A script that lacks a line would make another map.
   [[nodiscard]] Status run() const {
-    if (!whole_) return qx::fail("quorix_zenvi_driver2():", "Failed to compose the section. ");
+    if (!whole_) return no_memory();
     return qx::run_section_lines(count_, lines_);
   }
 
@@ -45,6 +50,28 @@ class Script {
   char* lines_[8] = {};
   int count_ = 0;
   bool whole_ = true;
+};
+
+// A label as the script carries it: as it is, unless the line would lose its end or the next line.
+class ScriptLabel {
+ public:
+  explicit ScriptLabel(const char* label) : text_(label) {
+    const std::size_t size = std::strlen(label);
+    const bool goes_on = size > 0 && std::strchr("-&", label[size - 1]);
+    if (!goes_on && !std::strpbrk(label, "#!") && !qx::opens_name_code(label)) return;
+    code_ = static_cast<char*>(std::malloc(qx::coded_size(label)));
+    if (code_) qx::code_name(label, code_);
+    text_ = code_;
+  }
+  ScriptLabel(const ScriptLabel&) = delete;
+  ScriptLabel& operator=(const ScriptLabel&) = delete;
+  ~ScriptLabel() { std::free(code_); }
+  // Null without memory.
+  [[nodiscard]] const char* text() const { return text_; }
+
+ private:
+  const char* text_;
+  char* code_ = nullptr;
 };
 
 struct MapJob {
@@ -59,6 +86,10 @@ struct MapJob {
 };
 
 Status run_crystal(const MapJob& job) {
+  const ScriptLabel amplitude(job.ampl_label);
+  const ScriptLabel phase(job.phase_label);
+  const ScriptLabel fom(job.fom_label ? job.fom_label : "");
+  if (!amplitude.text() || !phase.text() || !fom.text()) return no_memory();
   Script script;
   script.add("xcry\n");
   script.add("spgname %s\n", job.space_group);
@@ -67,10 +98,10 @@ Status run_crystal(const MapJob& job) {
   script.add("reso %f %f\n", job.reso_high, job.reso_low);
   if (job.fom_label) {
     script.add("read refl mtz file \"%s\" coid MAP_COEFFA=%s MAP_COEFFP=%s FOM=%s\n",
-               job.reflection_file, job.ampl_label, job.phase_label, job.fom_label);
+               job.reflection_file, amplitude.text(), phase.text(), fom.text());
   } else {
     script.add("read refl mtz file \"%s\" coid MAP_COEFFA=%s MAP_COEFFP=%s\n", job.reflection_file,
-               job.ampl_label, job.phase_label);
+               amplitude.text(), phase.text());
   }
   script.add("xend\n");
   return script.run();

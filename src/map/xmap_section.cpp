@@ -233,7 +233,7 @@ Status take_option(const char* key, const char* on, const char* off, bool& optio
 // A text that the map's labels may carry.
 Status take_label(const char* key, char*& label) {
   const char* text = "";
-  const qx::Key state = qx::take_value(key, text);
+  const qx::Key state = qx::take_name(key, text);
   if (state == qx::key_died) return failed;
   QX_TRY(qx::release(label));
   return state == qx::absent ? ok : qx::open_text(label, text, "pgm_lab");
@@ -258,7 +258,7 @@ Status write(MapSection& section) {
     return fail(heading, "Has not declared to write formated or unformated map file.");
   }
   const char* path = "";
-  QX_TRY(text_of(qx::take_value("file", path), path));
+  QX_TRY(text_of(qx::take_name("file", path), path));
   if (path[0] == '\0') return fail(heading, "Undefined map file name. ");
   char* copy = qx::duplicate_text(path, "pgm_file");
   if (!copy) return failed;

@@ -349,7 +349,7 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"noAtoms", {"$", "--dmin", "2"}, 2, "holds no atom"},
         Fault{"onlyHydrogens", {"^", "--dmin", "2"}, 1, "There is no atom defined"},
         Fault{"unknownLabel", {model, "--hkl", data, "--labels", "FX"}, 2, "has no column FX"},
-        Fault{"labelThatIsAComment", {model, "--hkl", data, "--labels", "F#"}, 2, "a label"},
+        Fault{"labelThatIsAComment", {model, "--hkl", data, "--labels", "F#"}, 2, "no column F#"},
         Fault{"mapsWithoutData", {model, "--dmin", "2", "--map-fofc", "x"}, 2, "maps need"},
         Fault{"freeWord", {model, "--dmin", "2", "--free", "some"}, 2, "--free takes"},
         Fault{"freeSeed", {model, "--dmin", "2", "--free", "5,0"}, 2, "--free takes"},

@@ -316,7 +316,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"noFile", {"none.mtz", "out.ccp4"}, "there is no file none.mtz"},
         Refusal{"folder", {"/", "out.ccp4"}, "/ is no file"},
         Refusal{"noFormat", {"text", "out.ccp4"}, "neither an MTZ nor an mmCIF file"},
-        Refusal{"quotedName", {"in.mtz", "a#out.ccp4"}, "a file name must not hold"},
+        Refusal{"group", {"in.mtz", "out.ccp4", "--spacegroup", "P 1 #2"}, "must not hold #"},
         Refusal{"extent", {"in.mtz", "out.ccp4", "--extent", "sphere"}, "not 'sphere'"},
         Refusal{"swallowed", {"in.mtz", "--extent", "asu", "out.ccp4"}, "takes 0 values, not 1"},
         Refusal{"limit",

@@ -65,6 +65,7 @@ TEST_P(OutputGuardRefusals, leaveEverythingAsItWas) {
   write_file("twice.qx", job("in.mtz", "new.ccp4") + job("in.mtz", "new.ccp4"));
   fs::create_directory("other");
   fs::copy("b.mtz", "other/in.mtz");
+  write_file("mine_coot.py", "mine");
   fs::create_directory("out");
   fs::create_directory("out/in");
   write_file("out/in/log.txt", "mine");
@@ -101,6 +102,12 @@ INSTANTIATE_TEST_SUITE_P(
              {"fcalc", "m.pdb", "--hkl", "in.mtz", "-o", "o", "--map-fofc", "folder/../o"},
              "would be written twice"},
         Case{"fcalcForeign", {"fcalc", "m.pdb", "--dmin", "4", "-o", "notes.txt"}, "say --force"},
+        Case{"mapsModel",
+             {"maps", "m.pdb", "in.mtz", "--force", "-o", "m.pdb"},
+             "m.pdb is an input"},
+        Case{"mapsScript",
+             {"maps", "m.pdb", "in.mtz", "-o", "o.mtz", "--maps", "mine", "--scripts"},
+             "mine_coot.py is there"},
         Case{"runOverInput", {"run", "over.qx", "--force"}, "link.mtz is an input"},
         Case{"runOverItself", {"run", "job.qx"}, "job.qx is an input"},
         Case{"runForeign", {"run", "text.qx"}, "notes.txt is there"},

@@ -27,7 +27,7 @@ bool word_is(const char*& at, const char* word) {
 std::string file_named_in(const std::string& command) {
   std::string line = command;
   std::string value(line.size() + 1, '\0');
-  (void)take_value_after(line.data(), find_setting(line.c_str(), "file"), value.data());
+  (void)take_name_after(line.data(), find_setting(line.c_str(), "file"), value.data());
   value.resize(value.find('\0'));
   return value;
 }

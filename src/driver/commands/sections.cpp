@@ -1,5 +1,6 @@
 #include "driver/commands/sections.h"
 
+#include "core/name_code.h"
 #include "driver/commands/engine_report.h"
 #include "driver/section_job.h"
 
@@ -30,10 +31,36 @@ std::string format(const char* pattern, ...) {
   return text;
 }
 
-void check_text(const std::string& what, const std::string& text, const char* refused) {
-  if (text.find_first_of(refused) != std::string::npos) {
-    throw CommandError(2, what + " must not hold any of " + (refused + 1) + ": " + text);
+void check_text(const std::string& what, const std::string& text) {
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) {
+      throw CommandError(2, what + format(" must not hold a control character (byte %u)", byte));
+    }
+    if (std::strchr("\"#!", c)) throw CommandError(2, what + " must not hold " + c + ": " + text);
   }
+  if (text.ends_with('-') || text.ends_with('&')) {
+    throw CommandError(2, what + " must not end in " + text.back() + ": " + text);
+  }
+}
+
+namespace {
+
+std::string coded(const std::string& name) {
+  std::string code(coded_size(name.c_str()), '\0');
+  code_name(name.c_str(), code.data());
+  code.resize(std::strlen(code.c_str()));
+  return code;
+}
+
+}  // namespace
+
+std::string quoted_name(const std::string& name) {
+  return needs_code_in_quotes(name.c_str()) ? coded(name) : '"' + name + '"';
+}
+
+std::string name_as_word(const std::string& name) {
+  return needs_code_as_word(name.c_str()) ? coded(name) : name;
 }
 
 std::vector<std::string> SectionText::lines() const {

@@ -23,9 +23,13 @@ class CommandError : public std::runtime_error {
 
 std::string format(const char* pattern, ...) __attribute__((format(printf, 1, 2)));
 
-// Texts that go into a section's line: CommandError for one that holds any of `refused`, what would
-// end the line first, then what would end the text or begin a comment.
-void check_text(const std::string& what, const std::string& text, const char* refused);
+// Throws CommandError for a text that no section's line can carry, and names what stands in the
+// way.
+void check_text(const std::string& what, const std::string& text);
+
+// A name as a section's line carries it, whatever bytes it holds: between quotes, or a word.
+std::string quoted_name(const std::string& name);
+std::string name_as_word(const std::string& name);
 
 // The lines of one section.
 class SectionText {

@@ -128,6 +128,14 @@ std::vector<ViewerScript> viewer_scripts(const std::string& stem, std::vector<Vi
           {"ChimeraX", chimerax, "chimerax " + chimerax, chimerax_script(maps, atoms)}};
 }
 
+std::vector<Output> script_outputs(const std::string& stem, const std::string& folder) {
+  std::vector<Output> outputs;
+  for (const ViewerScript& script : viewer_scripts(stem, {}, {}, folder)) {
+    outputs.push_back({(std::filesystem::path(folder) / script.file).string(), FileKind::script});
+  }
+  return outputs;
+}
+
 void write_scripts(const std::string& folder, const std::vector<ViewerScript>& scripts) {
   for (const ViewerScript& script : scripts) {
     write_whole(std::filesystem::path(folder) / script.file, script.text);

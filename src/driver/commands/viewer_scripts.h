@@ -1,6 +1,8 @@
 // Scripts that load maps at a sensible level in the programs people look at them with.
 #pragma once
 
+#include "driver/commands/output_guard.h"
+
 #include <string>
 #include <vector>
 
@@ -23,6 +25,8 @@ double sensible_level(bool difference);
 // the files begin with `stem`. Levels are absolute: programs differ in what they take for an rms.
 std::vector<ViewerScript> viewer_scripts(const std::string& stem, std::vector<ViewedMap> maps,
                                          const std::string& model, const std::string& folder);
+// The files that they will be.
+std::vector<Output> script_outputs(const std::string& stem, const std::string& folder);
 // Writes them into `folder`; throws CommandError if that fails.
 void write_scripts(const std::string& folder, const std::vector<ViewerScript>& scripts);
 

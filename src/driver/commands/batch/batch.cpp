@@ -308,7 +308,6 @@ class Batch {
 };
 
 int run(const BatchOptions& options) {
-  check_text("the output folder", options.output, "\n\"#!");
   check_map_options(options);
   const BatchInputs inputs = find_data_sets(options.inputs, options.output);
   for (const std::string& note : inputs.notes) std::cerr << "quorix batch: " << note << '\n';

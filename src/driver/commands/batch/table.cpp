@@ -2,6 +2,8 @@
 
 #include "driver/commands/sections.h"
 
+#include <cctype>
+
 namespace qx {
 
 namespace {
@@ -45,7 +47,11 @@ std::string escaped(const std::string& text) {
         out += "\\\\";
         break;
       default:
-        out += c;
+        if (std::iscntrl(static_cast<unsigned char>(c))) {
+          out += format("\\x%02x", static_cast<unsigned>(c));  // a terminal would obey it
+        } else {
+          out += c;
+        }
     }
   }
   return out;

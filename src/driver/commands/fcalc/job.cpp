@@ -25,13 +25,14 @@ SectionText crystal_section(const FcalcJob& job) {
                      job.options.dmax > 0.0 ? job.options.dmax : 99999.0));
   }
   if (!job.options.hkl.empty()) {
-    std::string line = "read refl mtz file \"" + job.input + "\" coid H=H";
+    std::string line = "read refl mtz file " + quoted_name(job.input) + " coid H=H";
     const Observed& observed = job.observed;
-    if (!observed.amplitude.empty()) line += " FOBS=" + observed.amplitude;
-    if (!observed.sigma.empty()) line += " SIGF=" + observed.sigma;
-    if (!observed.intensity.empty()) line += " IOBS=" + observed.intensity;
-    if (!observed.intensity_sigma.empty()) line += " SIGI=" + observed.intensity_sigma;
-    if (!observed.free.empty()) line += " TEST=" + observed.free;
+    if (!observed.amplitude.empty()) line += " FOBS=" + name_as_word(observed.amplitude);
+    if (!observed.sigma.empty()) line += " SIGF=" + name_as_word(observed.sigma);
+    if (!observed.intensity.empty()) line += " IOBS=" + name_as_word(observed.intensity);
+    if (!observed.intensity_sigma.empty())
+      line += " SIGI=" + name_as_word(observed.intensity_sigma);
+    if (!observed.free.empty()) line += " TEST=" + name_as_word(observed.free);
     text.line(line);
   }
   return text;
@@ -73,17 +74,17 @@ SectionText map_section(const std::string& path, int u) {
       .line(format("param type unweighted u %d v 1 scale yes", u))
       .line("extent unit")
       .line("generate")
-      .line("write ccp4 file \"" + path + "\" symm yes origin zero");
+      .line("write ccp4 file " + quoted_name(path) + " symm yes origin zero");
 }
 
 SectionText end_section(const FcalcJob& job, const std::string& path) {
-  std::string line = "write refl mtz file \"" + path + "\" coid FC=FC PHIC=PHIC";
-  if (!job.observed.amplitude.empty()) line += " FOBS=" + job.observed.amplitude;
-  if (!job.observed.sigma.empty()) line += " SIGF=" + job.observed.sigma;
+  std::string line = "write refl mtz file " + quoted_name(path) + " coid FC=FC PHIC=PHIC";
+  if (!job.observed.amplitude.empty()) line += " FOBS=" + name_as_word(job.observed.amplitude);
+  if (!job.observed.sigma.empty()) line += " SIGF=" + name_as_word(job.observed.sigma);
   if (!job.options.free.empty()) {
     line += " TEST=FREE";
   } else if (!job.observed.free.empty()) {
-    line += " TEST=" + job.observed.free;
+    line += " TEST=" + name_as_word(job.observed.free);
   }
   return SectionText("xter").line(line);
 }

@@ -72,9 +72,11 @@ SectionText crystal_section(const MapJob& job) {
     text.line(format("reso %.9g %.9g", job.dmin.value_or(no_high_limit),
                      job.options.dmax.value_or(no_low_limit)));
   }
-  const std::string weight = job.labels.weight.empty() ? "" : " FOM=" + job.labels.weight;
-  text.line("read refl mtz file \"" + job.input + "\" coid MAP_COEFFA=" + job.labels.amplitude +
-            " MAP_COEFFP=" + job.labels.phase + weight);
+  const std::string weight =
+      job.labels.weight.empty() ? "" : " FOM=" + name_as_word(job.labels.weight);
+  text.line("read refl mtz file " + quoted_name(job.input) +
+            " coid MAP_COEFFA=" + name_as_word(job.labels.amplitude) +
+            " MAP_COEFFP=" + name_as_word(job.labels.phase) + weight);
   return text;
 }
 
@@ -114,14 +116,15 @@ std::string kind_text(const MapJob& job) {
 
 SectionText map_section(const MapJob& job) {
   const MapOptions& options = job.options;
-  std::string write = "write ccp4 file \"" + job.output + "\"";
+  std::string write = "write ccp4 file " + quoted_name(job.output);
   if (!options.plain_header) {
     write += options.symmetry ? " symm yes origin zero" : " origin zero";
   }
-  if (!options.plain_header) write += " kind \"" + kind_text(job) + "\"";
+  if (!options.plain_header) write += " kind " + quoted_name(kind_text(job));
   if (options.provenance) {
-    write += " prov \"" + options.input + "\" columns \"" + job.labels.amplitude + " " +
-             job.labels.phase + (job.labels.weight.empty() ? "" : " " + job.labels.weight) + "\"";
+    write += " prov " + quoted_name(options.input) + " columns " +
+             quoted_name(job.labels.amplitude + " " + job.labels.phase +
+                         (job.labels.weight.empty() ? "" : " " + job.labels.weight));
   }
   return SectionText("xmap")
       .line("mapdef generated with amplitude input phase input")

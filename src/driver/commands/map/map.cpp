@@ -361,9 +361,6 @@ void show_in_viewers(const Task& task, const std::vector<ViewedMap>& maps) {
 }
 
 Task plan(const MapOptions& options) {
-  for (const std::string* path : {&options.input, &options.output, &options.prefix}) {
-    check_text("a file name", *path, "\n\"#!");
-  }
   Task task = {options, read_reflections(options.input, options.verbose), {}, {}, {}};
   task.labels = choose_labels(options, *task.file, task.notes);
   for (const MapLabels& labels : task.labels) {
@@ -427,9 +424,8 @@ void check_outputs_of(const std::vector<Task>& tasks) {
     }
     if (!options.scripts) continue;
     const auto folder = std::filesystem::path(task.outputs.front()).parent_path();
-    for (const ViewerScript& script : viewer_scripts(viewer_stem(task), {}, {}, {})) {
-      outputs.push_back({(folder / script.file).string(), FileKind::script});
-    }
+    const std::vector<Output> scripts = script_outputs(viewer_stem(task), folder.string());
+    outputs.insert(outputs.end(), scripts.begin(), scripts.end());
   }
   check_outputs(inputs, outputs, options.force);
 }
@@ -442,10 +438,7 @@ void make_map(const Task& task, std::size_t number, nlohmann::ordered_json& all,
   const std::string& output = task.outputs[number];
   const OutputPlace place(output, true);
   MapJob job = {options, file, labels, file.readable, place.path(), options.dmin};
-  for (const std::string* label : {&labels.amplitude, &labels.phase, &labels.weight}) {
-    check_text("a label", *label, "\n\"#!= ");
-  }
-  check_text("the space group", map_group(job), "\n\"#!");
+  check_text("the space group", map_group(job));
   MapReport report;
   report.output = output;
   if (number == 0) {

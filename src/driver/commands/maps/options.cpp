@@ -2,9 +2,11 @@
 #include "driver/commands/maps/job.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/output_guard.h"
+#include "driver/commands/viewer_scripts.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
 
 namespace qx {
 
@@ -133,12 +135,16 @@ void check_options(MapsOptions& options) {
   if (options.kick > 0 && options.prefix.empty()) {
     throw CommandError(2, "--kick is for CCP4 maps: give --maps PREFIX as well");
   }
-  check_text("a prefix", options.prefix, "\n\"#!");
   if (!options.prefix.empty()) {
     base.map_2fofc = options.prefix + "_2mFo-DFc.ccp4";
     base.map_fofc = options.prefix + "_mFo-DFc.ccp4";
   }
   check_options(static_cast<const FcalcOptions&>(base));
+  if (!options.scripts) return;
+  const std::filesystem::path prefix = options.prefix;
+  check_outputs({base.model, base.hkl},
+                script_outputs(prefix.filename().string(), prefix.parent_path().string()),
+                base.force);
 }
 
 }  // namespace qx

@@ -26,20 +26,20 @@ SectionText weighted_map_section(const MapsOptions& options, const std::string& 
   if (options.kick > 0) text.line(format("kick length 0.3 naverage %d", options.kick));
   return text.line("extent unit")
       .line("generate")
-      .line("write ccp4 file \"" + path + "\" symm yes origin zero");
+      .line("write ccp4 file " + quoted_name(path) + " symm yes origin zero");
 }
 
 SectionText coefficients_section(const FcalcJob& job, const MapsOptions& options,
                                  const std::string& path) {
   const Observed& observed = job.observed;
-  std::string line = "write refl mtz file \"" + path +
-                     "\" coid FOBS=" + (observed.amplitude.empty() ? "FP" : observed.amplitude);
+  std::string line = "write refl mtz file " + quoted_name(path) + " coid FOBS=" +
+                     (observed.amplitude.empty() ? "FP" : name_as_word(observed.amplitude));
   if (observed.amplitude.empty()) {
     line += " SIGF=SIGFP";
   } else if (!observed.sigma.empty()) {
-    line += " SIGF=" + observed.sigma;
+    line += " SIGF=" + name_as_word(observed.sigma);
   }
-  if (!observed.free.empty()) line += " TEST=" + observed.free;
+  if (!observed.free.empty()) line += " TEST=" + name_as_word(observed.free);
   line +=
       " FC=FC_ALL PHIC=PHIC_ALL MAP_COEFFA=FWT MAP_COEFFP=PHWT MAP_COEFF=DELFWT MAP_PHASE=PHDELWT"
       " FOM=FOM";

@@ -276,10 +276,8 @@ void write_page(const std::filesystem::path& path, const Json& page) {
 void check_outputs_of(const Options& options) {
   const std::filesystem::path folder(options.folder);
   const std::string stem = stem_of(options.map);
-  std::vector<Output> outputs = {{(folder / (stem + ".html")).string(), FileKind::page}};
-  for (const ViewerScript& script : viewer_scripts(stem, {}, {}, {})) {
-    outputs.push_back({(folder / script.file).string(), FileKind::script});
-  }
+  std::vector<Output> outputs = script_outputs(stem, options.folder);
+  outputs.push_back({(folder / (stem + ".html")).string(), FileKind::page});
   check_outputs({options.map, options.model, options.data}, outputs, options.force);
 }
 
