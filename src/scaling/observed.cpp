@@ -48,14 +48,15 @@ Status select_observed(const char* heading, const qxrefdata& data, Observed& obs
   const qxcross* cross = qx_get_qxcross();
   if (!qx_exist_quorix()) return failed;
   observed.split = cross && cross->ntotal == data.nreflections && cross->nwork > 0;
+  std::int32_t asked = data.nreflections;
   if (observed.split) {
+    asked = cross->nwork;
     QX_TRY(pick(data, cross->nwork, cross->work, observed.work, observed.nwork));
     QX_TRY(pick(data, cross->nfree, cross->free, observed.free, observed.nfree));
   } else {
     QX_TRY(pick_all(data, observed));
   }
   if (observed.nwork > 0) return ok;
-  const std::int32_t asked = observed.split ? cross->nwork : data.nreflections;
   return fail(heading, "None of the %d reflections of the working set was observed.", asked);
 }
 
