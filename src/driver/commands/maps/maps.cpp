@@ -103,7 +103,7 @@ void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& rep
 }
 
 void tell_json(const FcalcJob& job, const MapsOptions& options, const MapsReport& report,
-               Json numbers) {
+               const Json& numbers) {
   Json json = {{"model", options.base.model}, {"data", options.base.hkl}};
   json.update(numbers);
   for (const WrittenMap& map : report.maps) {
