@@ -37,6 +37,12 @@ __attribute__((destructor)) static void tell_count(void) {
   close(file);
 }
 
+/* As the real ones leave a stream behind. */
+static void mark_failed(FILE* stream) {
+  stream->_flags |= 0x20; /* _IO_ERR_SEEN of glibc */
+  errno = ENOSPC;
+}
+
 static int fails(const char* what) { return strcmp(what, kind) == 0 && counted++ == failing; }
 
 #define REAL(type, name, ...)                     \
@@ -87,14 +93,16 @@ ssize_t write(int file, const void* bytes, size_t size) {
 }
 size_t fwrite(const void* bytes, size_t size, size_t count, FILE* stream) {
   REAL(size_t, fwrite, const void*, size_t, size_t, FILE*);
-  if (!fails("write")) return real(bytes, size, count, stream);
-  errno = ENOSPC;
-  return count / 2;
+  /* A stream without a descriptor writes through write() in the end, which fails by itself. */
+  if (fileno(stream) < 0 || !fails("write")) return real(bytes, size, count, stream);
+  const size_t written = real(bytes, size, count / 2, stream);
+  mark_failed(stream);
+  return written;
 }
 int fflush(FILE* stream) {
   REAL(int, fflush, FILE*);
-  if (!fails("write")) return real(stream);
-  errno = ENOSPC;
+  if (!stream || fileno(stream) < 0 || !fails("write")) return real(stream);
+  mark_failed(stream);
   return EOF;
 }
 int fclose(FILE* stream) {

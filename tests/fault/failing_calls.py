@@ -5,11 +5,14 @@ there, and nothing else is left behind.
 Usage: failing_calls.py BIN_FOLDER PRELOAD_LIBRARY SOURCE_FOLDER [EVERY]; EVERY: of each kind about how many
 n are tried (default 60; 0: all)."""
 import os
+import re
 import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
+# The history of an MTZ file tells when it was written.
+DATE = re.compile(rb'From Quorix [0-9/]+ [0-9:]+')
 KINDS = ('malloc', 'open', 'write', 'close', 'rename')
 
 
@@ -21,7 +24,7 @@ def jobs(bin_folder, source):
             'with amplitude input phase input\ngenerate\nwrite ccp4 file "out"\nxend\nxter\nxend\n')
     yield 'quorix-map', [bin_folder / 'quorix-map', 'P 21 21 21', *'50.84 42.77 28.95 90 90 90 4 50'.split(), mtz, 'FWT',
                          'PHWT', '', 'out'], None, ['out']
-    yield 'map', [bin_folder / 'quorix', 'map', mtz, '--f', 'FWT', '--dmin', '4', '-o', 'out.ccp4'], None, ['out.ccp4']
+    yield 'map', [bin_folder / 'quorix', 'map', mtz, 'out.ccp4', '--dmin', '4'], None, ['out.ccp4']
     yield 'fcalc', [bin_folder / 'quorix', 'fcalc', pdb, '--dmin', '6', '-o', 'out.mtz'], None, ['out.mtz']
     yield 'info', [bin_folder / 'quorix', 'info', mtz], None, []
     yield 'run', [bin_folder / 'quorix', 'run', '-'], text.encode(), ['out']
@@ -35,7 +38,9 @@ class Run:
             done = subprocess.run([str(w) for w in words], cwd=folder, env=environment, input=given, timeout=120,
                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
             self.status, self.said = done.returncode, done.stdout
-            self.files = {p.name: p.read_bytes() for p in Path(folder).iterdir()}
+            # Without memory before main there is nobody to tell it.
+            self.told_memory = b'std::bad_alloc' in done.stderr
+            self.files = {p.name: DATE.sub(b'', p.read_bytes()) for p in Path(folder).iterdir()}
 
 
 def disturbed(kind, n, library, base):
@@ -49,7 +54,7 @@ def count_calls(kind, words, given, outputs, library, base):
 
 
 def complaint(run, good, outputs):
-    if run.status < 0:
+    if run.status < 0 and not run.told_memory:
         return f'ended by signal {-run.status}'
     if run.status == 0 and (run.files != good.files or run.said != good.said):
         return 'status 0, but not what an undisturbed run gives'
