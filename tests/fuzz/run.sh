@@ -24,7 +24,7 @@ one() {
   local target=$1 corpus=$folder/corpus/$1 log=$folder/$1.log
   mkdir -p "$corpus"
   QUORIX_FUZZ_TARGET=$target ASAN_OPTIONS=allocator_may_return_null=1:detect_leaks=0 \
-    "$folder/tests/fuzz/fuzz_all" -max_total_time="$seconds_each" -max_len=65536 -timeout=20 -rss_limit_mb=4096 \
+    "$folder/tests/fuzz/fuzz_all" -seed=1 -max_total_time="$seconds_each" -max_len=65536 -timeout=20 -rss_limit_mb=4096 \
     -malloc_limit_mb=1024 -artifact_prefix="$PWD/$folder/found/$target-" -print_final_stats=1 \
     "$PWD/$corpus" "$PWD/tests/fuzz/corpus/$target" >"$log" 2>&1
   local status=$?
