@@ -3,6 +3,7 @@
 
     bench/fcalc_run.py --quorix build/bin/quorix                 paired runs, medians of the ratios
     bench/fcalc_run.py --quorix build/bin/quorix --accuracy 20000   accuracy and time by --ecut
+    bench/fcalc_run.py --quorix build/bin/quorix --budgets 200000   memory and time by --memory, P 1
 
 Models are copies of examples/1ubq.pdb, each turned at random, side by side in one asymmetric unit of
 P 21 21 21 (or P 1). Both programs write an MTZ of the unique set to 2 A; before they are timed, their
@@ -12,6 +13,7 @@ clock and processor seconds; runs alternate, ratios are medians over pairs. Need
 python3-numpy and the program gemmi.
 """
 import argparse
+import json
 import os
 import resource
 import statistics
@@ -163,6 +165,24 @@ class Runs:
                   f'{median_of(times[ecut, more], 1):.3f} s processor')
 
 
+    def budgets(self, natoms):
+        model = self.folder / 'model.cif'
+        print(f'{write_model(model, natoms, "P 1")} atoms, P 1, {self.options.dmin} A')
+        rows = {megabytes: [] for megabytes in (4000, 400, 200, 50, 10)}
+        for _ in range(self.options.pairs):
+            for megabytes, times in rows.items():
+                out, command = self.ours(model, '--memory', str(megabytes))
+                times.append(timed(command, self.environment))
+        for megabytes, times in rows.items():
+            out, command = self.ours(model, '--memory', str(megabytes), '--json')
+            found = json.loads(subprocess.run(command, check=True, env=self.environment,
+                                              capture_output=True).stdout)
+            ratio = statistics.median(a[1] / b[1] for a, b in zip(times, rows[4000]))
+            print(f'  {megabytes:5d} MB  {found["boxes"]:3d} boxes  peak {found["program_megabytes"]:.0f} MB, '
+                  f'engine {found["engine_megabytes"]:.0f} MB  {median_of(times, 1):.2f} s processor, '
+                  f'{ratio:.2f} times one box')
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument('--quorix', required=True)
@@ -170,11 +190,14 @@ def main():
     parser.add_argument('--group', default='P 21 21 21')
     parser.add_argument('--atoms', type=int, nargs='+', default=[2000, 20000])
     parser.add_argument('--accuracy', type=int)
+    parser.add_argument('--budgets', type=int)
     parser.add_argument('--dmin', type=float, default=2.0)
     options = parser.parse_args()
     with tempfile.TemporaryDirectory() as folder:
         runs = Runs(options, folder)
-        if options.accuracy:
+        if options.budgets:
+            runs.budgets(options.budgets)
+        elif options.accuracy:
             runs.accuracy(options.accuracy, options.group)
         else:
             for natoms in options.atoms:

@@ -4,6 +4,7 @@
 #include "grid/grid.h"
 #include "grid/grid_size.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace qx {
@@ -19,7 +20,29 @@ int exponent_of(std::int32_t n, std::int32_t prime) noexcept {
   return exponent;
 }
 
+// The smallest divisor of nz from `least` on.
+std::int32_t divisor_from(std::int32_t nz, std::int32_t least) noexcept {
+  std::int32_t boxes = std::max(least, 1);
+  while (boxes < nz && nz % boxes != 0) ++boxes;
+  return std::min(boxes, nz);
+}
+
+// The fewest boxes of which one holds at most `room` of `whole`.
+std::int32_t fewest_boxes(std::int32_t nz, double whole, double room) noexcept {
+  if (!(room > 0.0) || whole / room > nz) return nz;
+  return divisor_from(nz, static_cast<std::int32_t>(std::ceil(whole / room)));
+}
+
 }  // namespace
+
+std::int32_t boxes_under_budget(std::int32_t nx, std::int32_t ny, std::int32_t nz, double budget,
+                                double held) noexcept {
+  constexpr std::int32_t cheap = 4;
+  const double whole = 8e-6 * nx * ny * nz;
+  const std::int32_t alone = fewest_boxes(nz, whole, budget);
+  const std::int32_t with_all = fewest_boxes(nz, whole, budget - held);
+  return std::max(alone, std::min(with_all, divisor_from(nz, cheap)));
+}
 
 BoxSplit split_grid(std::int32_t nx, std::int32_t ny, std::int32_t nz, double megabytes,
                     std::int32_t& boxes, std::int32_t& planes) noexcept {
@@ -56,6 +79,16 @@ BoxSplit split_grid(std::int32_t nx, std::int32_t ny, std::int32_t nz, double me
 
 }  // namespace qx
 
+void qx::set_boxes(qxsubgrid& box, const qxgrid& grid, std::int32_t boxes) noexcept {
+  box.boxes[0] = 1;
+  box.boxes[1] = 1;
+  box.boxes[2] = boxes;
+  box.points[0] = grid.nx;
+  box.points[1] = grid.ny;
+  box.points[2] = grid.nz / boxes;
+  box.one_box = boxes == 1 ? 1 : 0;
+}
+
 using qx::fail;
 using qx::ok;
 using qx::Status;
@@ -77,12 +110,6 @@ Status qx_run_qxsubgrid_checker() {
     case qx::BoxSplit::split:
       break;
   }
-  box->boxes[0] = 1;
-  box->boxes[1] = 1;
-  box->boxes[2] = boxes;
-  box->points[0] = grid->nx;
-  box->points[1] = grid->ny;
-  box->points[2] = planes;
-  box->one_box = boxes == 1 ? 1 : 0;
+  qx::set_boxes(*box, *grid, boxes);
   return ok;
 }

@@ -35,17 +35,17 @@ class Comb {
       memory += reach_ + 1;
       values_[i] = memory;
       memory += 2 * reach_ + 1;
-      // T[m+1] = T[m] w^(2m+1), w = exp(-E s^2)
-      const double w = std::exp(-exponents[i] * step * step);
-      double ratio = w;
-      double t = 1.0;
-      used_[i] = 0;
-      for (std::int32_t m = 0; m <= reach_; ++m) {
-        steps_[i][m] = t;
-        if (t > smallest_step) used_[i] = m;
-        t *= ratio;
-        ratio *= w * w;
-      }
+      used_[i] = fill_steps(exponents[i], step, steps_[i]);
+    }
+  }
+
+  // The same Gaussians and steps as another comb, whose tables are shared.
+  void prepare_like(const Comb& other, double*& memory) noexcept {
+    *this = other;
+    filled_ = false;
+    for (std::int32_t i = 0; i < n_; ++i) {
+      values_[i] = memory;
+      memory += 2 * reach_ + 1;
     }
   }
 
@@ -72,6 +72,23 @@ class Comb {
  private:
   // Where T falls below this, a sharp Gaussian is nothing and exp(-2 E s x0)^m may be infinite.
   static constexpr double smallest_step = 1e-290;
+
+  // T[m+1] = T[m] w^(2m+1), w = exp(-E s^2); the last m that counts.
+  [[nodiscard]] std::int32_t fill_steps(double exponent, double step,
+                                        double* __restrict__ steps) const noexcept {
+    const double w = std::exp(-exponent * step * step);
+    const double change = w * w;
+    double ratio = w;
+    double t = 1.0;
+    for (std::int32_t m = 0; m <= reach_; ++m) {
+      steps[m] = t;
+      t *= ratio;
+      ratio *= change;
+    }
+    std::int32_t used = reach_;
+    while (used > 0 && !(steps[used] > smallest_step)) --used;
+    return used;
+  }
 
   void fill(double exponent, const double* steps, std::int32_t used,
             double* values) const noexcept {
@@ -103,7 +120,8 @@ class Comb {
 class RowCombs {
  public:
   void prepare(const Gaussians& atom, double radius, double step, double*& memory) noexcept {
-    for (Comb& comb : combs_) comb.prepare(atom.n, atom.exponent, radius, step, memory);
+    combs_[0].prepare(atom.n, atom.exponent, radius, step, memory);
+    combs_[1].prepare_like(combs_[0], memory);
   }
   const Comb& at(double offset) noexcept {
     if (std::fabs(offset - offset_) < 1e-11) return combs_[last_];
@@ -157,6 +175,8 @@ std::size_t spread_scratch_size(const SpreadGrid& grid, double radius) noexcept 
 
 void spread_iso(const SpreadGrid& grid, const Gaussians& atom, const double centre[3],
                 double radius, double* scratch) noexcept {
+  const IndexRange planes = planes_within(grid, centre, radius);
+  if (planes.last < planes.first) return;  // between the planes of a sub-box
   RowCombs along_x;
   Comb along_y;
   along_x.prepare(atom, radius, grid.ax, scratch);

@@ -24,6 +24,14 @@ inline IndexRange indices_within(double half, double steps_per_length, double of
   return range;
 }
 
+// The planes of the box that cut the sphere.
+inline IndexRange planes_within(const SpreadGrid& grid, const double centre[3],
+                                double radius) noexcept {
+  const double gz = centre[2] * grid.nz;
+  return indices_within(radius, 1.0 / (grid.cz * grid.z_step), (grid.z_first - gz) * grid.cz,
+                        grid.nplanes);
+}
+
 // A row: coordinates relative to the centre, x = ix * ax + x_offset, in Angstrom.
 struct SphereRow {
   std::int32_t plane, iz, iy;
@@ -42,8 +50,7 @@ void for_each_row(const SpreadGrid& grid, const double centre[3], double radius,
   const double radius_squared = radius * radius;
   const double per_x = 1.0 / grid.ax;
   const double per_y = 1.0 / grid.by;
-  const IndexRange planes = indices_within(radius, 1.0 / (grid.cz * grid.z_step),
-                                           (grid.z_first - gz) * grid.cz, grid.nplanes);
+  const IndexRange planes = planes_within(grid, centre, radius);
   for (std::int32_t plane = planes.first; plane <= planes.last; ++plane) {
     const std::int32_t iz = grid.z_first + plane * grid.z_step;
     const double dz = iz - gz;

@@ -5,15 +5,13 @@
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
-#include "crystal/spacegroup.h"
 #include "fft/transform_half.h"
 #include "grid/grid.h"
-#include "sf/structfact.h"
+#include "sf/fft_route.h"
 
 #include <quorix/cell.h>
 #include <quorix/engine.h>
 #include <quorix/grid.h>
-#include <quorix/spacegroup.h>
 #include <quorix/structfact.h>
 
 #include <algorithm>
@@ -26,9 +24,14 @@ namespace {
 
 struct Needs {
   const qxgrid* grid = nullptr;
-  const qxspg* group = nullptr;
+  Tagged<MateOperator> operators;
+  std::int32_t nops = 0;
   const qxcell* cell = nullptr;
   const qxstructfact* sf = nullptr;
+
+  [[nodiscard]] Mate mate(std::int32_t op, const qxrefdata& data, std::int32_t i) const {
+    return mate_of(operators[static_cast<std::size_t>(op)], data.h[i], data.k[i], data.l[i]);
+  }
 };
 
 Status fetch(const char* heading, const qxrefdata& data, Needs& needs) {
@@ -37,23 +40,24 @@ Status fetch(const char* heading, const qxrefdata& data, Needs& needs) {
   if (!needs.grid || needs.grid->nx < 1) {
     return fail(heading, "qxgrid object has not been created yet.");
   }
-  needs.group = qx_get_qxspg();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.group) return fail(heading, "qxspg object has not been created yet.");
+  QX_TRY(fetch_operators(heading, needs.operators, needs.nops));
   needs.cell = qx_get_qxcell();
   if (!qx_exist_quorix()) return failed;
   if (!needs.cell) return fail(heading, "qxcell object has not been created yet.");
   needs.sf = qx_get_qxstructfact();
   if (!qx_exist_quorix()) return failed;
   if (!needs.sf) return fail(heading, "qxstructfact object has not been created yet.");
-  if (needs.sf->nprefactor != data.nreflections || !needs.grid->ref_ix ||
-      needs.grid->ref_count != data.nreflections || needs.grid->ref_nops != needs.group->nops) {
+  if (needs.sf->nprefactor != data.nreflections) {
     return fail(heading, "The structure factors have not been calculated for these reflections.");
   }
   return ok;
 }
 
-std::int32_t signed_index(std::int32_t i, std::int32_t n) { return 2 * i > n ? i - n : i; }
+// The index in the grid's period that is nearest to 0.
+std::int32_t signed_index(std::int64_t index, std::int32_t n) {
+  const std::int32_t i = wrapped(index, n);
+  return 2 * i > n ? i - n : i;
+}
 
 // Where the terms of a spectrum lie, h >= 0.
 struct Extent {
@@ -73,13 +77,14 @@ Status measure(const char* heading, const Needs& needs, const qxrefdata& data, E
   if (!extent.columns) return failed;
   HalfSpectrum& half = extent.half;
   half = {grid.nx, grid.ny, grid.nz, 0, 0, 0, extent.columns.get()};
-  for (std::int32_t op = 0; op < needs.group->nops; ++op) {
+  for (std::int32_t op = 0; op < needs.nops; ++op) {
     for (std::int32_t i = 0; i < data.nreflections; ++i) {
-      const std::int32_t h = signed_index(grid.ref_ix[op][i], grid.nx);
-      const std::int32_t k = signed_index(grid.ref_iy[op][i], grid.ny);
+      const Mate mate = needs.mate(op, data, i);
+      const std::int32_t h = signed_index(mate.h, grid.nx);
+      const std::int32_t k = signed_index(mate.k, grid.ny);
       half.hmax = std::max(half.hmax, std::abs(h));
       half.kmax = std::max(half.kmax, std::abs(k));
-      half.lmax = std::max(half.lmax, std::abs(signed_index(grid.ref_iz[op][i], grid.nz)));
+      half.lmax = std::max(half.lmax, std::abs(signed_index(mate.l, grid.nz)));
       mark(extent, grid.ny, h < 0 ? -k : k, std::abs(h));
       if (h == 0) mark(extent, grid.ny, -k, 0);
     }
@@ -114,16 +119,18 @@ void add_operator(const Needs& needs, const qxrefdata& data, std::int32_t op, co
   const double ratio = needs.cell->volume / (needs.cell->a * needs.cell->b * needs.cell->c);
   for (std::int32_t i = 0; i < data.nreflections; ++i) {
     if (by_re[i] == 0.0 && by_im[i] == 0.0) continue;
-    const double angle = two_pi * grid.ref_shift[op][i];
+    const MateOperator& symmetry = needs.operators[static_cast<std::size_t>(op)];
+    const double angle = two_pi * (data.h[i] * symmetry.t[0] + data.k[i] * symmetry.t[1] +
+                                   data.l[i] * symmetry.t[2]);
     const double c = std::cos(angle);
     const double s = std::sin(angle);
     const double factor = needs.sf->prefactor[i] * ratio;
     // conj(g) exp(2 pi i h.t)
     const double re = factor * (by_re[i] * c + by_im[i] * s);
     const double im = factor * (by_re[i] * s - by_im[i] * c);
-    spectrum.add_real(signed_index(grid.ref_ix[op][i], grid.nx),
-                      signed_index(grid.ref_iy[op][i], grid.ny),
-                      signed_index(grid.ref_iz[op][i], grid.nz), re, im);
+    const Mate mate = needs.mate(op, data, i);
+    spectrum.add_real(signed_index(mate.h, grid.nx), signed_index(mate.k, grid.ny),
+                      signed_index(mate.l, grid.nz), re, im);
   }
 }
 
@@ -137,7 +144,7 @@ Status gradient_map(const char* heading, const qxrefdata& data, const double* by
   QX_TRY(measure(heading, needs, data, extent));
   clear_half_spectrum(extent.half, block);
   const Spectrum spectrum = {extent.half, block};
-  for (std::int32_t op = 0; op < needs.group->nops; ++op) {
+  for (std::int32_t op = 0; op < needs.nops; ++op) {
     add_operator(needs, data, op, by_re, by_im, spectrum);
   }
   return inverse_half_3d(extent.half, block, nullptr);

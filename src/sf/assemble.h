@@ -15,18 +15,6 @@ struct Transform {
   const double* im;
 };
 
-// Grid indices of one operator's rotated reflections, each in [0, n).
-struct MateIndices {
-  std::int32_t nref;
-  const std::int32_t* ix;
-  const std::int32_t* iy;
-  const std::int32_t* iz;
-};
-
-// Adds (c + i s) F(mate) to the sums; c and s are the operator's phase factors per reflection.
-void add_mates(const Transform& transform, const MateIndices& mates, const double* c,
-               const double* s, double* sum_re, double* sum_im) noexcept;
-
 // A look-up of sine and cosine of 2 pi x, x in cycles, cut to the entry below.
 struct SinCosTable {
   std::int32_t n;
@@ -42,11 +30,55 @@ struct SinCosTable {
   }
 };
 
-// Cosines and sines of k/24 cycles.
-struct TwentyFourths {
-  static constexpr std::int32_t n = 24;
-  double cosine[n], sine[n];
-  TwentyFourths() noexcept;
+// An operator as it acts on indices: the mate of h is the row vector h r, and its phase h.t.
+struct MateOperator {
+  std::int32_t r[3][3];
+  double t[3];          // cycles
+  std::int32_t t24[3];  // the same in 24ths
+  bool in_24ths;        // true but for operators that a user made up
+  bool translates;
 };
+
+// `op` in row-major order of 4, its rotation rounded.
+MateOperator mate_operator(const double (&op)[16]) noexcept;
+
+// The rotated index.
+struct Mate {
+  std::int64_t h, k, l;
+};
+inline Mate mate_of(const MateOperator& op, std::int64_t h, std::int64_t k,
+                    std::int64_t l) noexcept {
+  return {h * op.r[0][0] + k * op.r[1][0] + l * op.r[2][0],
+          h * op.r[0][1] + k * op.r[1][1] + l * op.r[2][1],
+          h * op.r[0][2] + k * op.r[1][2] + l * op.r[2][2]};
+}
+
+// An index brought into [0, n).
+inline std::int32_t wrapped(std::int64_t index, std::int32_t n) noexcept {
+  if (index >= n || index <= -n) index %= n;
+  return static_cast<std::int32_t>(index < 0 ? index + n : index);
+}
+
+// What a box of every n-th plane makes of an l (by l mod nz, the planes of the cell): the row of
+// its transform, and the turn exp(2 pi i l shift / nz) when `shift` is its first plane.
+struct PlaneTurn {
+  double cosine, sine;
+  std::int32_t row;
+};
+struct BoxPlanes {
+  std::int32_t nz;
+  bool turned;  // the shift is not 0
+  const PlaneTurn* of_l;
+};
+
+struct Indices {
+  std::int32_t n;
+  const std::int32_t *h, *k, *l;
+};
+
+// Adds what the operator's mates of all reflections have in the transform.
+void add_mates(const Transform& transform, const MateOperator& op, const BoxPlanes& planes,
+               const SinCosTable& table, const Indices& reflections, double* sum_re,
+               double* sum_im) noexcept;
 
 }  // namespace qx

@@ -46,3 +46,12 @@ struct qxsincostab {
   double* sine = nullptr;
   double* cosine = nullptr;
 };
+
+namespace qx {
+
+Status release_all_sums(qxstructfact* sf);
+// Zeroed arrays for the part (-1: the separate pair) if it has none; sums of another number of
+// reflections go.
+Status open_sums(qxstructfact* sf, std::int32_t part, std::int32_t nref);
+
+}  // namespace qx

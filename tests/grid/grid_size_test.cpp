@@ -74,6 +74,8 @@ INSTANTIATE_TEST_SUITE_P(
         Split{{160, 160, 160}, 400.0, whole, 1, 160}, Split{{160, 160, 160}, 196.0, split, 2, 80},
         // 32 planes fit: 160 -> 80 -> 40 -> 20 is the first below.
         Split{{160, 160, 160}, 40.0, split, 8, 20},
+        // 40 planes fit, and 40 planes are not fewer; nor is the budget that is just needed enough.
+        Split{{160, 160, 160}, 49.2, split, 8, 20}, Split{{10, 10, 10}, 0.048, split, 2, 5},
         // No factor 2 left after 45 = 3 3 5: by 3 first.
         Split{{100, 100, 45}, 10.0, split, 3, 15},
         // 4 planes fit, fewer than the 5 that a split by 5 needs: every plane by itself.
@@ -82,5 +84,28 @@ INSTANTIATE_TEST_SUITE_P(
         Split{{10, 10, 14}, 0.0, bad_grid, 1, 14}, Split{{10, 10, 1}, 0.0, no_factor, 1, 1},
         // 2^32 bytes count as none.
         Split{{1024, 1024, 512}, 0.5, whole, 1, 512}));
+
+// One array of a box: alone within the budget whatever it takes, with all else in at most four.
+TEST(BoxesUnderBudget, holdWhatOneArrayNeeds) {
+  struct Row {
+    std::int32_t n[3];
+    double budget, held;
+    std::int32_t boxes;
+  };
+  constexpr double big = 216.0;  // MB of 300 x 300 x 300
+  const Row rows[] = {{{300, 300, 300}, 400, 100, 1},        {{300, 300, 300}, big + 100, 100, 1},
+                      {{300, 300, 300}, big + 99.9, 100, 2}, {{300, 300, 300}, 400, 215, 2},
+                      {{300, 300, 300}, 400, 320, 3},        {{300, 300, 300}, 400, 350, 4},
+                      {{300, 300, 300}, 400, 399, 4},        {{300, 300, 300}, 400, 1e6, 4},
+                      {{300, 300, 300}, 50, 250, 5},         {{300, 300, 300}, 43.2, 250, 5},
+                      {{300, 300, 300}, 43.1, 250, 6},       {{300, 300, 300}, 10, 250, 25},
+                      {{300, 300, 300}, 0.5, 0, 300},        {{300, 300, 300}, 0, 0, 300},
+                      {{300, 300, 225}, 400, 399, 5},        {{10, 10, 1}, 0, 0, 1},
+                      {{2000, 2000, 2000}, 64000, 0, 1},     {{2000, 2000, 2000}, 32000, 0, 2}};
+  for (const Row& row : rows) {
+    EXPECT_EQ(qx::boxes_under_budget(row.n[0], row.n[1], row.n[2], row.budget, row.held), row.boxes)
+        << row.n[2] << " planes, " << row.budget << " MB, held " << row.held;
+  }
+}
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <utility>
 
 namespace qx::test {
 namespace {
@@ -86,12 +87,33 @@ TEST_F(StructureFactors, subBoxesGiveTheSameAsOneBox) {
   calculate("1e-3");
   const auto one_box = engine_sum();
   for (const char* sincos : {"yes", "no"}) {
-    for (const char* memory : {"1.9", "0.7", "0"}) {
+    for (const auto& [memory, boxes] :
+         {std::pair("4.5", 4), std::pair("0.1", 16), std::pair("0", 64)}) {
       calculate("1e-3", memory, "20", sincos);
-      EXPECT_FALSE(qx_get_qxsubgrid()->one_box);
+      EXPECT_EQ(qx_get_qxsubgrid()->boxes[2], boxes) << memory;
       EXPECT_LE(vector_r(one_box, engine_sum()), 1e-10) << memory;
     }
   }
+}
+
+// What the road holds decides: one array, not six, beside the rest.
+TEST_F(StructureFactors, stayWithinTheBudgetInAsFewBoxesAsWillDo) {
+  const auto peak = [](const std::string& memory, std::int32_t boxes) {
+    qx_terminate_quorix();
+    EXPECT_EQ(qx_create_quorix(), ok);
+    set_up_crystal("P 1", "60 61 62 90 95 90", 2.0, 9000);
+    set_up_model(random_atoms(300, true, 5));
+    calculate("1e-3", memory);
+    EXPECT_EQ(qx_get_qxsubgrid()->boxes[2], boxes) << memory;
+    return qx_get_max_memory_size();
+  };
+  constexpr double array = 8e-6 * 96 * 96 * 96;
+  const double whole = peak("4000", 1);
+  for (const auto& [share, boxes] : {std::pair(0.45, 2), std::pair(0.6, 3), std::pair(0.7, 4)}) {
+    const double budget = whole - share * array;
+    EXPECT_LE(peak(std::to_string(budget), boxes), budget + 0.1);
+  }
+  EXPECT_LE(peak("3", 4), whole - 0.7 * array);
 }
 
 // A shift moves the planes of the box: by theorem the same as the density moved along z.

@@ -5,6 +5,7 @@
 #include "driver/commands/output_place.h"
 
 #include <quorix/cross.h>
+#include <quorix/density.h>
 #include <quorix/engine.h>
 #include <quorix/model.h>
 #include <quorix/reflection_view.h>
@@ -77,6 +78,12 @@ FcalcReport calculate_and_write(FcalcJob& job, Progress& progress) {
 void tell(const FcalcJob& job, const FcalcReport& report) {
   if (job.observed.free_set) {
     std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
+  }
+  if (job.options.verbose) {
+    std::cout << format(
+        "Memory                      : density in boxes of %.1f MB (%d), the engine's "
+        "peak %.1f MB, the program's %.1f MB\n",
+        report.box_megabytes, report.boxes, report.engine_megabytes, report.program_megabytes);
   }
   std::cout << report.lines << job.options.output << " written\n";
 }

@@ -40,16 +40,22 @@ SectionText crystal_section(const FcalcJob& job) {
 
 namespace {
 
+double high_resolution() {
+  const qxresol* limits = qx_get_qxresol();
+  return limits ? limits->high : 0.0;
+}
+
 // Blurring that keeps the sampling error small: sharp atoms on a coarse grid would alias. More than
 // this makes the atoms' spheres large for nothing; 4.5 d^2 leaves 1.5e-3 of sharp nuclei at 4 A.
 double suitable_b0(const FcalcOptions& options) {
   if (options.b0 >= 0.0) return options.b0;
-  const qxresol* resol = qx_get_qxresol();
-  const double d = resol ? resol->high : 0.0;
+  const double d = high_resolution();
   return std::max(2.0, 6.0 * d * d);
 }
 
 }  // namespace
+
+double widest_radius() { return std::max(20.0, 2.5 * high_resolution()); }
 
 SectionText fft_section(const FcalcOptions& options) {
   return SectionText("xfft")

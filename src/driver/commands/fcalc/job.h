@@ -64,6 +64,8 @@ void find_observed(FcalcJob& job);
 SectionText crystal_section(const FcalcJob& job);
 SectionText fft_section(const FcalcOptions& options);
 SectionText formfactor_section(const FcalcOptions& options);
+// Angstrom; atoms are cut off there at the latest. Blurring makes them as wide as the resolution.
+double widest_radius();
 SectionText map_section(const std::string& path, int u);
 // The last section: the engine is gone after it.
 SectionText end_section(const FcalcJob& job, const std::string& path);

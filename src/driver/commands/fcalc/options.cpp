@@ -89,8 +89,10 @@ void add_method_options(CLI::App& command, FcalcOptions& o) {
       ->check(CLI::Range(0.05, 0.5))
       ->capture_default_str();
   command
-      .add_option("--memory", o.memory,
-                  "Memory budget of the grid in MB; a larger one is worked on in parts")
+      .add_option(
+          "--memory", o.memory,
+          "Memory budget in MB; a grid that does not fit in with atoms and reflections is worked "
+          "on in up to four parts, or as many as fit by themselves")
       ->type_name("MB")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();

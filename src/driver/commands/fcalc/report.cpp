@@ -8,9 +8,11 @@
 #include "sf/structfact.h"
 
 #include <quorix/engine.h>
+#include <quorix/memory.h>
 #include <quorix/reflection_view.h>
 
 #include <nlohmann/json.hpp>
+#include <sys/resource.h>
 
 namespace qx {
 
@@ -86,6 +88,13 @@ void note_results(FcalcReport& report) {
   }
   if (const qxsubgrid* boxes = qx_get_qxsubgrid()) {
     report.boxes = boxes->one_box ? 1 : boxes->boxes[2];
+    const double points = 1.0 * report.counts[0] * report.counts[1] * report.counts[2];
+    report.box_megabytes = 8e-6 * points / report.boxes;
+    report.engine_megabytes = qx_get_max_memory_size();
+    rusage usage = {};
+    if (getrusage(RUSAGE_SELF, &usage) == 0) {
+      report.program_megabytes = 1.024e-3 * static_cast<double>(usage.ru_maxrss);
+    }
   }
   if (const molsys* system = qx_get_molsys()) report.atoms = system->natom;
   if (const qxatomb* blurring = qx_get_qxatomb()) report.b0 = blurring->b0;
@@ -107,6 +116,9 @@ nlohmann::ordered_json as_json(const FcalcJob& job, const FcalcReport& report) {
                                  {"reflections", report.reflections},
                                  {"grid", report.counts},
                                  {"boxes", report.boxes},
+                                 {"box_megabytes", report.box_megabytes},
+                                 {"engine_megabytes", report.engine_megabytes},
+                                 {"program_megabytes", report.program_megabytes},
                                  {"b0", report.b0}};
   if (!options.hkl.empty()) {
     json["hkl"] = options.hkl;

@@ -30,7 +30,9 @@ struct FcalcReport {
   double high = 0.0, low = 0.0;  // Angstrom
   std::int32_t reflections = 0, atoms = 0, boxes = 1;
   std::int32_t counts[3] = {};
-  double b0 = 0.0;  // Angstrom^2
+  double b0 = 0.0;                                         // Angstrom^2
+  double box_megabytes = 0.0;                              // of a box of the grid
+  double engine_megabytes = 0.0, program_megabytes = 0.0;  // at their peaks
   std::optional<FcalcScaling> scaling;
   std::string lines;  // what the engine prints of the above, for the user as it is
 };

@@ -2,6 +2,7 @@
 #include "driver/commands/fcalc/setup.h"
 
 #include <quorix/cross.h>
+#include <quorix/density.h>
 #include <quorix/engine.h>
 #include <quorix/model.h>
 #include <quorix/reflection_view.h>
@@ -56,11 +57,13 @@ void set_up_model(Engine& engine, const FcalcJob& job) {
   const FcalcOptions& options = job.options;
   engine.run(formfactor_section(options));
   engine.run(SectionText("xcut").line(format("ecut %.9g", options.ecut)));
+  engine.call([] { return qx_set_elec_den_rad_uplimit(widest_radius()); });
   engine.run(SectionText("xmod"));
   engine.call([&] { return job.coordinates.fill_model() ? ok : failed; });
   // Neutrons see hydrogens as well as anything else.
   const bool hydrogens = options.hydrogens == 0 ? options.neutron : options.hydrogens > 0;
   engine.run(SectionText("xmol").line(hydrogens ? "hydr yes" : "hydr no"));
+  engine.call([] { return qx_set_xmodel_default(); });  // the system has what is needed of it
 }
 
 // Free flags drawn anew: 0 for the free set, 1 for the rest, as the data set keeps them.
@@ -104,12 +107,14 @@ void set_up(Engine& engine, FcalcJob& job) {
   split(engine, job);
 }
 
-// Atoms are cut off at 20 A at most, which the engine says of each.
+// Of each atom that is wider than the widest radius the engine says so.
 void note_wide_atoms(FcalcJob& job, const std::string& printed) {
   std::size_t n = 0;
   for (std::size_t at = 0; (at = printed.find("WARNING: atom(", at)) != std::string::npos; ++at)
     ++n;
-  if (n > 0) warn(job, format("%zu atoms are so wide that they are cut off at 20 A", n));
+  if (n > 0) {
+    warn(job, format("%zu atoms are so wide that they are cut off at %g A", n, widest_radius()));
+  }
 }
 
 NamedAtoms::NamedAtoms(const Coordinates& coordinates) : coordinates_(coordinates) {

@@ -1,0 +1,176 @@
+#include "model/density_job.h"
+
+#include "core/report.h"
+#include "crystal/cell.h"
+#include "grid/grid.h"
+#include "model/atom_name.h"
+
+#include <quorix/cell.h>
+#include <quorix/engine.h>
+#include <quorix/grid.h>
+
+namespace qx {
+
+namespace {
+
+// The cell by the standard orthogonalisation, whatever frame the coordinates are in: distances are
+// the same.
+Status lay_out(DensityJob& job, Box box, std::int32_t shift, double*** density) {
+  const qxgrid* grid = qx_get_qxgrid();
+  if (!grid || grid->nx < 1) return fail(job.heading, "qxgrid object has not been created yet.");
+  const qxsubgrid* subgrid = qx_get_qxsubgrid();
+  if (!subgrid) return fail(job.heading, "qxsubgrid object has not been created yet.");
+  const double(&f)[9] = job.cell->standard_frac2orth;
+  SpreadGrid& out = job.grid;
+  out = {grid->nx,
+         grid->ny,
+         grid->nz,
+         0,
+         1,
+         grid->nz,
+         f[0] / grid->nx,
+         f[1] / grid->ny,
+         f[4] / grid->ny,
+         f[2] / grid->nz,
+         f[5] / grid->nz,
+         f[8] / grid->nz,
+         nullptr};
+  if (box == Box::sub) {
+    out.z_first = shift;
+    out.z_step = subgrid->boxes[2];
+    out.nplanes = subgrid->points[2];
+    if (shift < 0 || shift >= out.z_step) return fail(job.heading, "Invalid sub-box %d ", shift);
+  }
+  if (!density || !density[0])
+    return fail(job.heading, "qxelecden object has not been created yet.");
+  out.data = density[0][0];
+  return ok;
+}
+
+// A cell a hundred times smaller than an atom is no cell; its lattice copies would never end.
+Status check_reach(const DensityJob& job) {
+  constexpr double most_cells = 100.0;
+  const qxrecicell& r = *job.reciprocal;
+  const double cells = job.cut->largest * std::max({r.a, r.b, r.c});
+  if (cells <= most_cells) return ok;
+  return fail(job.heading, "The cut-off radius %f reaches over %g unit cells ", job.cut->largest,
+              cells);
+}
+
+}  // namespace
+
+Status prepare_job(DensityJob& job, const char* heading, Box box, std::int32_t shift,
+                   double*** density) {
+  job.heading = heading;
+  QX_TRY(fetch_sources(heading, job.atoms));
+  const qxexptab* table = qx_get_qxexptab();
+  if (!table) return fail(heading, "qxexptab object has not been created yet.");
+  job.cut = qx_get_qxradcut();
+  if (!job.cut || job.cut->natom != job.atoms.system->natom || job.cut->natom < 1) {
+    return fail(heading, "qxradcut object has not been created yet.");
+  }
+  job.cell = qx_get_qxcell();
+  if (!job.cell || !(job.cell->volume > 0.0)) {
+    return fail(heading, " qxcell object has not been created yet ");
+  }
+  job.reciprocal = qx_get_qxrecicell();
+  if (!job.reciprocal) return fail(heading, " qxrecicell object has not been created yet ");
+  QX_TRY(check_reach(job));
+  return lay_out(job, box, shift, density);
+}
+
+Status position(const DensityJob& job, std::int32_t atom, double (&out)[3]) {
+  const double(&m)[16] = job.cell->orth2frac;
+  const double x = job.atoms.system->x[atom];
+  const double y = job.atoms.system->y[atom];
+  const double z = job.atoms.system->z[atom];
+  for (int i = 0; i < 3; ++i) {
+    const double f = m[4 * i] * x + m[4 * i + 1] * y + m[4 * i + 2] * z + m[4 * i + 3];
+    out[i] = f - std::floor(f);
+    if (!std::isfinite(f)) {
+      return fail(job.heading, "The coordinates of atom %s are not numbers: %f %f %f ",
+                  name_of_atom(job.atoms.system->to_full[atom], atom + 1).text, x, y, z);
+    }
+  }
+  return ok;
+}
+
+Copies copies_of(const DensityJob& job, const double (&centre)[3], double radius) {
+  const double margin[3] = {radius * job.reciprocal->a, radius * job.reciprocal->b,
+                            radius * job.reciprocal->c};
+  Copies n;
+  for (int i = 0; i < 3; ++i) {
+    n.low[i] = static_cast<int>(std::ceil(-margin[i] - centre[i]));
+    n.high[i] = static_cast<int>(std::floor(1.0 + margin[i] - centre[i]));
+  }
+  return n;
+}
+
+void standard_tensor(const DensityJob& job, std::int32_t atom, double (&out)[6]) {
+  const auto& u = tensor_of(job.atoms, atom);
+  for (int i = 0; i < 6; ++i) {
+    out[i] = 0.0;
+    for (int j = 0; j < 6; ++j) out[i] += job.cell->q_inverse_tensor[6 * i + j] * u[j];
+  }
+}
+
+Status check_kind(const DensityJob& job, std::int32_t atom, bool aniso) {
+  if (atom < 0 || atom >= job.atoms.system->natom) {
+    return fail(job.heading, "There is no atom %d.\n", atom);
+  }
+  if (is_aniso(job.atoms, atom) == aniso) return ok;
+  return aniso ? fail(job.heading, "This is an isotropic atom %d.\n", atom)
+               : fail(job.heading, "This is an anisotropic atom %d.\n", atom);
+}
+
+Status open_scratch(const DensityJob& job, Tagged<double>& scratch) {
+  scratch = Tagged<double>(spread_scratch_size(job.grid, job.cut->largest), "pce_comb");
+  return scratch ? ok : failed;
+}
+
+namespace {
+
+Status add_iso(const DensityJob& job, std::int32_t atom, const double (&centre)[3],
+               double* scratch) {
+  Gaussians terms;
+  QX_TRY(iso_terms(job.heading, job.atoms, atom,
+                   job.atoms.atomb->b_iso[job.atoms.atomb->index[atom]],
+                   job.sign * job.atoms.atomocc->occupancy[atom], terms));
+  const double radius = job.cut->radius[atom];
+  for_each_copy(job, centre, radius, [&](const double(&copy)[3]) {
+    spread_iso(job.grid, terms, copy, radius, scratch);
+  });
+  return ok;
+}
+
+Status add_aniso(const DensityJob& job, std::int32_t atom, const double (&centre)[3]) {
+  double u[6];
+  standard_tensor(job, atom, u);
+  AnisoGaussians terms;
+  QX_TRY(aniso_terms(job.heading, job.atoms, atom, u, job.sign * job.atoms.atomocc->occupancy[atom],
+                     terms));
+  const double radius = job.cut->radius[atom];
+  for_each_copy(job, centre, radius,
+                [&](const double(&copy)[3]) { spread_aniso(job.grid, terms, copy, radius); });
+  return ok;
+}
+
+}  // namespace
+
+Status spread_atom(const DensityJob& job, std::int32_t atom, const double (&centre)[3],
+                   double* scratch) {
+  if (!std::isfinite(job.atoms.atomocc->occupancy[atom])) {
+    return fail(job.heading, "The occupancy of atom %s is not a number ",
+                name_of_atom(job.atoms.system->to_full[atom], atom + 1).text);
+  }
+  return is_aniso(job.atoms, atom) ? add_aniso(job, atom, centre)
+                                   : add_iso(job, atom, centre, scratch);
+}
+
+Status spread_atom(const DensityJob& job, std::int32_t atom, double* scratch) {
+  double centre[3];
+  QX_TRY(position(job, atom, centre));
+  return spread_atom(job, atom, centre, scratch);
+}
+
+}  // namespace qx

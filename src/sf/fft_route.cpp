@@ -1,0 +1,170 @@
+#include "sf/fft_route.h"
+
+#include "core/constants.h"
+#include "core/object.h"
+#include "core/report.h"
+#include "crystal/reflections.h"
+#include "crystal/spacegroup.h"
+#include "fft/transform_half.h"
+#include "grid/grid.h"
+
+#include <quorix/density.h>
+#include <quorix/engine.h>
+#include <quorix/fft.h>
+#include <quorix/grid.h>
+#include <quorix/memory.h>
+#include <quorix/reflections.h>
+#include <quorix/spacegroup.h>
+
+#include <algorithm>
+#include <cmath>
+
+namespace qx {
+
+namespace {
+
+Status fetch_table(SinCosTable& table) {
+  if (!qx_get_qxsincostab()) QX_TRY(qx_new_qxsincostab());
+  const qxsincostab* object = qx_get_qxsincostab();
+  if (!object) return failed;
+  if (!object->sine) QX_TRY(qx_init_qxsincostab());
+  table = {qxsincostab::n, object->sine, object->cosine};
+  return ok;
+}
+
+template <class Work>
+void for_each_mate(const FftRoute& route, Work work) {
+  const qxgrid& grid = *route.grid;
+  const qxrefdata& data = *route.data;
+  for (std::int32_t op = 0; op < route.nops; ++op) {
+    const MateOperator& r = route.operators[static_cast<std::size_t>(op)];
+    for (std::int32_t i = 0; i < data.nreflections; ++i) {
+      const Mate mate = mate_of(r, data.h[i], data.k[i], data.l[i]);
+      work(wrapped(mate.h, grid.nx), wrapped(mate.k, grid.ny));
+    }
+  }
+}
+
+// How many h of each k any mate, or its Friedel opposite, lies at.
+Status count_columns(FftRoute& route) {
+  const qxgrid& grid = *route.grid;
+  route.columns = Tagged<std::int32_t>(static_cast<std::size_t>(grid.ny), "pcs_columns");
+  if (!route.columns) return failed;
+  std::int32_t* columns = route.columns.get();
+  std::fill_n(columns, grid.ny, 0);
+  for_each_mate(route, [&](std::int32_t ix, std::int32_t iy) {
+    const bool stored = 2 * ix <= grid.nx;
+    std::int32_t& count = columns[stored || iy == 0 ? iy : grid.ny - iy];
+    count = std::max(count, (stored ? ix : grid.nx - ix) + 1);
+  });
+  route.hmax = std::max(0, *std::max_element(columns, columns + grid.ny) - 1);
+  return ok;
+}
+
+Status plan_planes(std::int32_t nz, std::int32_t planes, std::int32_t shift,
+                   Tagged<PlaneTurn>& of_l) {
+  of_l = Tagged<PlaneTurn>(static_cast<std::size_t>(nz), "pcs_turn");
+  if (!of_l) return failed;
+  const std::int64_t first = wrapped(shift, nz);
+  for (std::int32_t l = 0; l < nz; ++l) {
+    const double angle = two_pi * static_cast<double>(l * first % nz) / nz;
+    of_l[static_cast<std::size_t>(l)] = {std::cos(angle), std::sin(angle), l % planes};
+  }
+  return ok;
+}
+
+Status add_operators(const FftRoute& route, const Transform& transform, std::int32_t shift,
+                     PartSums& sums) {
+  const qxrefdata& data = *route.data;
+  const std::int32_t nz = route.grid->nz;
+  Tagged<PlaneTurn> of_l;
+  QX_TRY(plan_planes(nz, transform.nz, shift, of_l));
+  const BoxPlanes planes = {nz, wrapped(shift, nz) != 0, of_l.get()};
+  const Indices reflections = {data.nreflections, data.h, data.k, data.l};
+  for (std::int32_t op = 0; op < route.nops; ++op) {
+    add_mates(transform, route.operators[static_cast<std::size_t>(op)], planes, route.table,
+              reflections, sums.re, sums.im);
+  }
+  return ok;
+}
+
+// The general way: the whole spectrum in two further arrays.
+Status add_whole(const FftRoute& route, std::int32_t planes, std::int32_t shift, double*** density,
+                 PartSums& sums) {
+  const qxgrid& grid = *route.grid;
+  double*** re = xopen_3d_double(planes, grid.ny, grid.nx, "pcs_fr");
+  if (!re) return failed;
+  double*** im = xopen_3d_double(planes, grid.ny, grid.nx, "pcs_fi");
+  if (!im) return failed;
+  QX_TRY(qx_forward_rfft_3D(planes, grid.ny, grid.nx, density, re, im));
+  QX_TRY(add_operators(route, {grid.nx, grid.ny, planes, -1, re[0][0], im[0][0]}, shift, sums));
+  QX_TRY(xfree_3d_double(re));
+  return xfree_3d_double(im);
+}
+
+}  // namespace
+
+Status fetch_operators(const char* heading, Tagged<MateOperator>& operators, std::int32_t& n) {
+  const qxspg* group = qx_get_qxspg();
+  if (!group) return fail(heading, "qxspg object has not been created yet.");
+  n = group->nops;
+  if (n < 1) return ok;
+  operators = Tagged<MateOperator>(static_cast<std::size_t>(n), "pcs_ops");
+  if (!operators) return failed;
+  for (std::int32_t i = 0; i < n; ++i) {
+    operators[static_cast<std::size_t>(i)] = mate_operator(group->ops[i]);
+  }
+  return ok;
+}
+
+bool FftRoute::in_place() const { return 2 * (std::int64_t{hmax} + 1) <= grid->nx; }
+
+Status prepare_route(const char* heading, FftRoute& route) {
+  route.data = qx_get_qxrefdata();
+  if (!route.data) return fail(heading, "qxrefdata object has not been created yet.");
+  route.grid = qx_get_qxgrid();
+  if (!route.grid || route.grid->nx < 1) {
+    return fail(heading, "qxgrid object has not been created yet.");
+  }
+  QX_TRY(fetch_operators(heading, route.operators, route.nops));
+  QX_TRY(fetch_table(route.table));
+  return count_columns(route);
+}
+
+Status add_box(const FftRoute& route, std::int32_t planes, std::int32_t shift, double*** density,
+               PartSums& sums) {
+  if (!route.in_place()) return add_whole(route, planes, shift, density, sums);
+  const qxgrid& grid = *route.grid;
+  double* block = density[0][0];
+  QX_TRY(forward_half_3d({grid.nx, grid.ny, planes, route.hmax, route.columns.get()}, block));
+  return add_operators(route, {grid.nx, grid.ny, planes, route.hmax, block, nullptr}, shift, sums);
+}
+
+}  // namespace qx
+
+using qx::fail;
+using qx::failed;
+using qx::ok;
+using qx::PartSums;
+using qx::Status;
+
+Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t /*set*/, std::int32_t shift,
+                              double*** density) {
+  constexpr const char* heading = "qx_calc_sf_by_fft_eden():";
+  const qxsubgrid* box = qx_get_qxsubgrid();
+  if (!box) return fail(heading, "qxsubgrid object has not been created yet.");
+  const qxrefdata* data = qx_get_qxrefdata();
+  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  if (!qx_get_qxelecden()) return fail(heading, "qxelecden object has not been created yet.");
+  qx::FftRoute route;
+  QX_TRY(qx::prepare_route(heading, route));
+  qxstructfact* sf = qx_get_qxstructfact();
+  if (!sf) return fail(heading, "qxstructfact object has not been created yet.");
+  if (part < -1 || part >= qxstructfact::nparts) {
+    return fail(heading, "There is no part %d of the system.", part);
+  }
+  if (data->nreflections < 1) return ok;
+  QX_TRY(qx::open_sums(sf, part, data->nreflections));
+  const std::int32_t planes = box->one_box ? route.grid->nz : box->points[2];
+  return qx::add_box(route, planes, shift, density, part < 0 ? sf->separate : sf->parts[part]);
+}
