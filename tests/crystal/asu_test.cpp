@@ -51,6 +51,16 @@ class Asu : public Engine {
   std::filesystem::path home_;
 };
 
+TEST_F(Asu, limitsOfEachAxisAreItsOwn) {
+  set_up("P 1", 40, 60, 80);
+  ASSERT_EQ(qx_set_qxasu_limit(0.0F, 0.5F, 0.0F, 0.25F, 0.0F, 0.75F), ok);
+  ASSERT_EQ(qx_set_qxasu_int_limit(), ok);
+  const qxasu& asu = *qx_get_qxasu();
+  EXPECT_EQ(asu.grid_high[0], 21);
+  EXPECT_EQ(asu.grid_high[1], 16);
+  EXPECT_EQ(asu.grid_high[2], 61);
+}
+
 TEST_F(Asu, p1IsItsOwnAsymmetricUnit) {
   set_up("P 1", 4, 5, 6);
   ASSERT_EQ(qx_build_ASU(), ok);

@@ -7,6 +7,7 @@
 #include <quorix/asu.h>
 #include <quorix/crystal.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <random>
 
@@ -74,6 +75,21 @@ TEST_F(SpaceGroup, spellingsOfFilesSelectTheSameGroup) {
   };
   for (const auto& [spelling, short_name] : cases) {
     EXPECT_STREQ(select(spelling).short_name, short_name) << spelling;
+  }
+}
+
+TEST_F(SpaceGroup, centringMultipliesEveryOperator) {
+  const qxspg& c2 = select("C 1 2 1");
+  ASSERT_EQ(c2.nops, 4);
+  EXPECT_EQ(select("F 4 3 2").nops, 96);
+  const qxspg& again = select("C 1 2 1");
+  // The second half is the first moved by (1/2, 1/2, 0).
+  for (int op = 0; op < 2; ++op) {
+    for (int i = 0; i < 16; ++i) {
+      double moved = again.ops[op][i];
+      if (i == 3 || i == 7) moved = std::fmod(moved + 0.5, 1.0);
+      EXPECT_DOUBLE_EQ(again.ops[op + 2][i], moved) << op << " " << i;
+    }
   }
 }
 

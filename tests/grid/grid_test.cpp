@@ -135,6 +135,9 @@ TEST_F(GridSection, CoarseGrid) {
   EXPECT_EQ(std::vector<int>(grid->coarse_n, grid->coarse_n + 3), (std::vector<int>{120, 72, 90}));
   EXPECT_EQ(grid->coarse_in_use, 1);
   EXPECT_DOUBLE_EQ(grid->coarse_spacing[2], 80.5 / 90);
+  set->hmax = 75;  // 151 points at least, where 150 would do for all but the last index
+  EXPECT_TRUE(section("xgrid\nxend\n").ok);
+  EXPECT_EQ(qx_get_qxgrid()->coarse_n[0], 160);
   set->hmax = 99;  // 199 points at least: too close to the fine grid
   EXPECT_TRUE(section("xgrid\nxend\n").ok);
   EXPECT_EQ(qx_get_qxgrid()->coarse_n[0], 200);

@@ -125,6 +125,12 @@ TEST_F(XmapSection, FigureOfMeritDecidesAndMultipliesOnlyWhenAsked) {
   EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], static_cast<double>(0.2F) * wave(0, 3), 1e-9);
 }
 
+TEST_F(XmapSection, FigureOfMeritCountsFromATenThousandthOfAPercentOn) {
+  qx_get_qxrefdata()->fom = floats(0.95e-5F, 1.05e-5F);
+  EXPECT_TRUE(section(xmap("generate")).ok);
+  EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(0, 3), 1e-9);
+}
+
 // On the road by half a spectrum, and on the other, which the index 2 on four points needs.
 TEST_F(XmapSection, OneScaleForTheCellAndItsParts) {
   for (const std::int32_t nx : {24, 4}) {

@@ -3,6 +3,9 @@
 #include "support/engine.h"
 #include "support/mtz_maker.h"
 
+#include <cstdlib>
+#include <cstring>
+
 namespace qx::test {
 namespace {
 
@@ -29,6 +32,27 @@ class MtzColumns : public Engine {
 
   qxrefdata* refdata_ = nullptr;
 };
+
+// Indices are stored as reals: what a conversion has left a little short is still the index.
+TEST(MtzIndices, areRounded) {
+  setenv("ZENVI_DATA", data_directory().c_str(), 1);
+  ASSERT_EQ(qx_create_quorix(), ok);
+  MtzMaker maker({{2, -3, 4}, {1, 1, 1}});
+  maker.add("F", 'F', {5, 6});
+  std::string bytes = maker.bytes();
+  const float indices[3] = {1.9999F, -2.9999F, 4.0001F};
+  std::memcpy(bytes.data() + 80, indices, sizeof indices);
+  const ScratchDirectory scratch;
+  write_file(scratch.file("a.mtz"), bytes);
+  ASSERT_TRUE(section("xcry\nspgname P 1\ncell 10 20 30\nread refl mtz file \"" +
+                      scratch.file("a.mtz") + "\" coid FOBS=F\nxend\n")
+                  .ok);
+  const qxrefdata& data = *qx_get_qxrefdata();
+  EXPECT_EQ(data.h[0], 2);
+  EXPECT_EQ(data.k[0], -3);
+  EXPECT_EQ(data.l[0], 4);
+  qx_terminate_quorix();
+}
 
 TEST_F(MtzColumns, areFoundByLabelOrByPath) {
   EXPECT_EQ(position("H"), 0);

@@ -1,5 +1,6 @@
 // quorix-map as a user meets it: arguments, statuses, output, the map by byte offset.
 #include "support/engine.h"
+#include "support/mtz_maker.h"
 #include "support/program.h"
 
 #include <quorix/version.h>
@@ -112,6 +113,21 @@ TEST(MapTool, makesAMapAndTellsWhatItDid) {
   EXPECT_EQ(*std::max_element(density.begin(), density.end()), word<float>(map, 21));
   EXPECT_NEAR(sum / static_cast<double>(points), word<float>(map, 22), 1e-6);
   EXPECT_NEAR(std::sqrt(squares / static_cast<double>(points)), 1.0, 1e-6);
+}
+
+TEST(MapTool, aResolutionOfZeroIsOneAngstrom) {
+  const ScratchDirectory scratch;
+  // d = 10 / h: from h = 11 on beyond 1 A.
+  MtzMaker maker({{3, 0, 0}, {9, 0, 0}, {10, 0, 0}, {11, 0, 0}, {12, 0, 0}});
+  maker.cell = "10 10 10 90 90 90";
+  maker.add("FWT", 'F', {1, 2, 3, 4, 5}).add("PHWT", 'P', {0, 0, 0, 0, 0});
+  write_file(scratch.file("in.mtz"), maker.bytes());
+  const ProgramResult result = run_program(
+      "quorix-map", {"P 1", "10", "10", "10", "90", "90", "90", "0", "0", scratch.file("in.mtz"),
+                     "FWT", "PHWT", "", scratch.file("out.ccp4")});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.output.find("Total number of reflections used     : 3 "), std::string::npos)
+      << result.output;
 }
 
 TEST(MapTool, aFigureOfMeritEndsTheRunWithoutAMap) {
