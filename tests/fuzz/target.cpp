@@ -131,7 +131,7 @@ void operators(Bytes input) {
   const std::string text(input.begin(), input.end());
   double op[16];
   int denominators[3];
-  if (parse_operator(text.c_str(), op, denominators) .size == 0) {
+  if (parse_operator(text.c_str(), op, denominators).size == 0) {
     char out[operator_text_size];
     (void)format_operator(op, out);
     double inverse[16];
