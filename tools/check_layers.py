@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """Checks who includes whom: a file may include private headers of its own folder or of folders below
-it, public headers include nothing of ours but public headers, and kernel headers only kernels."""
+it, public headers include nothing of ours but public headers, and kernel headers only kernels. And a type's
+name stands for one type: two of a name outside unnamed namespaces share their functions, sizes included, and
+no compiler says so."""
 import re
 import sys
 from pathlib import Path
@@ -8,6 +10,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 LAYERS = ['core', 'stats', 'crystal', 'reflio', 'grid', 'fft', 'model', 'sf', 'solvent', 'scaling', 'refine', 'map',
           'sections', 'driver']
+TYPE = re.compile(r'^(?:struct|class|enum class|enum|union)\s+(\w+)\b(?!.*;\s*(//.*)?$)(?!\s*<)')
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')
 
 
@@ -23,7 +26,33 @@ def is_kernel(path):
     return any(line.startswith('// K.') for line in lines[:3])
 
 
+def shared_types(path):
+    """Types that are defined outside unnamed namespaces, by the layout that clang-format gives."""
+    unnamed = False
+    template = False
+    for number, line in enumerate(path.read_text().splitlines(), 1):
+        if line == 'namespace {':
+            unnamed = True
+        elif line.startswith('}  // namespace'):
+            unnamed = False
+        match = TYPE.match(line)
+        if match and not unnamed and not template:
+            yield number, match.group(1)
+        template = line.startswith('template')
+
+
+def double_types():
+    seen = {}
+    for path in sorted((ROOT / 'src').rglob('*.cpp')) + sorted((ROOT / 'src').rglob('*.h')):
+        for number, name in shared_types(path):
+            where = f'{path.relative_to(ROOT)}:{number}'
+            if name in seen:
+                yield f'{where}: {name} is a type of {seen[name]} already'
+            seen[name] = where
+
+
 def complaints():
+    yield from double_types()
     for path in sorted((ROOT / 'src').rglob('*.[ch]pp')) + sorted((ROOT / 'src').rglob('*.h')):
         own = path.relative_to(ROOT / 'src').parts[0]
         for number, quote, name in includes(path):

@@ -24,12 +24,12 @@ namespace {
 
 struct Needs {
   const qxgrid* grid = nullptr;
-  Tagged<MateOperator> operators;
+  Tagged<IndexOperator> operators;
   std::int32_t nops = 0;
   const qxcell* cell = nullptr;
   const qxstructfact* sf = nullptr;
 
-  [[nodiscard]] Mate mate(std::int32_t op, const qxrefdata& data, std::int32_t i) const {
+  [[nodiscard]] RotatedIndex mate(std::int32_t op, const qxrefdata& data, std::int32_t i) const {
     return mate_of(operators[static_cast<std::size_t>(op)], data.h[i], data.k[i], data.l[i]);
   }
 };
@@ -79,7 +79,7 @@ Status measure(const char* heading, const Needs& needs, const qxrefdata& data, E
   half = {grid.nx, grid.ny, grid.nz, 0, 0, 0, extent.columns.get()};
   for (std::int32_t op = 0; op < needs.nops; ++op) {
     for (std::int32_t i = 0; i < data.nreflections; ++i) {
-      const Mate mate = needs.mate(op, data, i);
+      const RotatedIndex mate = needs.mate(op, data, i);
       const std::int32_t h = signed_index(mate.h, grid.nx);
       const std::int32_t k = signed_index(mate.k, grid.ny);
       half.hmax = std::max(half.hmax, std::abs(h));
@@ -119,7 +119,7 @@ void add_operator(const Needs& needs, const qxrefdata& data, std::int32_t op, co
   const double ratio = needs.cell->volume / (needs.cell->a * needs.cell->b * needs.cell->c);
   for (std::int32_t i = 0; i < data.nreflections; ++i) {
     if (by_re[i] == 0.0 && by_im[i] == 0.0) continue;
-    const MateOperator& symmetry = needs.operators[static_cast<std::size_t>(op)];
+    const IndexOperator& symmetry = needs.operators[static_cast<std::size_t>(op)];
     const double angle = two_pi * (data.h[i] * symmetry.t[0] + data.k[i] * symmetry.t[1] +
                                    data.l[i] * symmetry.t[2]);
     const double c = std::cos(angle);
@@ -128,7 +128,7 @@ void add_operator(const Needs& needs, const qxrefdata& data, std::int32_t op, co
     // conj(g) exp(2 pi i h.t)
     const double re = factor * (by_re[i] * c + by_im[i] * s);
     const double im = factor * (by_re[i] * s - by_im[i] * c);
-    const Mate mate = needs.mate(op, data, i);
+    const RotatedIndex mate = needs.mate(op, data, i);
     spectrum.add_real(signed_index(mate.h, grid.nx), signed_index(mate.k, grid.ny),
                       signed_index(mate.l, grid.nz), re, im);
   }

@@ -49,7 +49,7 @@ Value half(const Transform& t, std::int32_t ix, std::int32_t iy, std::int32_t iz
   return {row[ix], stored ? im : -im};
 }
 
-Value translation_phase(const MateOperator& op, const SinCosTable& table, std::int64_t h,
+Value translation_phase(const IndexOperator& op, const SinCosTable& table, std::int64_t h,
                         std::int64_t k, std::int64_t l) noexcept {
   static const TwentyFourths exact;
   if (op.in_24ths) {
@@ -67,14 +67,14 @@ Value translation_phase(const MateOperator& op, const SinCosTable& table, std::i
 
 // The sums over one operator, without the factors that are 1.
 template <bool translated, bool turned, class Sample>
-void add(const Transform& t, const MateOperator& op, const BoxPlanes& planes,
-         const SinCosTable& table, const Indices& reflections, double* sum_re, double* sum_im,
+void add(const Transform& t, const IndexOperator& op, const BoxPlanes& planes,
+         const SinCosTable& table, const MillerIndices& reflections, double* sum_re, double* sum_im,
          Sample sample) noexcept {
   for (std::int32_t i = 0; i < reflections.n; ++i) {
     const std::int64_t h = reflections.h[i];
     const std::int64_t k = reflections.k[i];
     const std::int64_t l = reflections.l[i];
-    const Mate mate = mate_of(op, h, k, l);
+    const RotatedIndex mate = mate_of(op, h, k, l);
     const PlaneTurn& turn = planes.of_l[wrapped(mate.l, planes.nz)];
     Value f = sample(t, wrapped(mate.h, t.nx), wrapped(mate.k, t.ny), turn.row);
     if (turned) f = f * Value{turn.cosine, turn.sine};
@@ -85,8 +85,8 @@ void add(const Transform& t, const MateOperator& op, const BoxPlanes& planes,
 }
 
 template <class Sample>
-void add(const Transform& t, const MateOperator& op, const BoxPlanes& planes,
-         const SinCosTable& table, const Indices& reflections, double* sum_re, double* sum_im,
+void add(const Transform& t, const IndexOperator& op, const BoxPlanes& planes,
+         const SinCosTable& table, const MillerIndices& reflections, double* sum_re, double* sum_im,
          Sample sample) noexcept {
   const auto which = op.translates
                          ? planes.turned ? add<true, true, Sample> : add<true, false, Sample>
@@ -97,8 +97,8 @@ void add(const Transform& t, const MateOperator& op, const BoxPlanes& planes,
 
 }  // namespace
 
-MateOperator mate_operator(const double (&op)[16]) noexcept {
-  MateOperator out = {};
+IndexOperator index_operator(const double (&op)[16]) noexcept {
+  IndexOperator out = {};
   out.in_24ths = true;
   for (int i = 0; i < 3; ++i) {
     for (int j = 0; j < 3; ++j) {
@@ -113,8 +113,8 @@ MateOperator mate_operator(const double (&op)[16]) noexcept {
   return out;
 }
 
-void add_mates(const Transform& transform, const MateOperator& op, const BoxPlanes& planes,
-               const SinCosTable& table, const Indices& reflections, double* sum_re,
+void add_mates(const Transform& transform, const IndexOperator& op, const BoxPlanes& planes,
+               const SinCosTable& table, const MillerIndices& reflections, double* sum_re,
                double* sum_im) noexcept {
   if (transform.hmax < 0) {
     add(transform, op, planes, table, reflections, sum_re, sum_im, whole);

@@ -31,7 +31,7 @@ struct SinCosTable {
 };
 
 // An operator as it acts on indices: the mate of h is the row vector h r, and its phase h.t.
-struct MateOperator {
+struct IndexOperator {
   std::int32_t r[3][3];
   double t[3];          // cycles
   std::int32_t t24[3];  // the same in 24ths
@@ -40,14 +40,14 @@ struct MateOperator {
 };
 
 // `op` in row-major order of 4, its rotation rounded.
-MateOperator mate_operator(const double (&op)[16]) noexcept;
+IndexOperator index_operator(const double (&op)[16]) noexcept;
 
 // The rotated index.
-struct Mate {
+struct RotatedIndex {
   std::int64_t h, k, l;
 };
-inline Mate mate_of(const MateOperator& op, std::int64_t h, std::int64_t k,
-                    std::int64_t l) noexcept {
+inline RotatedIndex mate_of(const IndexOperator& op, std::int64_t h, std::int64_t k,
+                            std::int64_t l) noexcept {
   return {h * op.r[0][0] + k * op.r[1][0] + l * op.r[2][0],
           h * op.r[0][1] + k * op.r[1][1] + l * op.r[2][1],
           h * op.r[0][2] + k * op.r[1][2] + l * op.r[2][2]};
@@ -71,14 +71,14 @@ struct BoxPlanes {
   const PlaneTurn* of_l;
 };
 
-struct Indices {
+struct MillerIndices {
   std::int32_t n;
   const std::int32_t *h, *k, *l;
 };
 
 // Adds what the operator's mates of all reflections have in the transform.
-void add_mates(const Transform& transform, const MateOperator& op, const BoxPlanes& planes,
-               const SinCosTable& table, const Indices& reflections, double* sum_re,
+void add_mates(const Transform& transform, const IndexOperator& op, const BoxPlanes& planes,
+               const SinCosTable& table, const MillerIndices& reflections, double* sum_re,
                double* sum_im) noexcept;
 
 }  // namespace qx

@@ -37,9 +37,9 @@ void for_each_mate(const FftRoute& route, Work work) {
   const qxgrid& grid = *route.grid;
   const qxrefdata& data = *route.data;
   for (std::int32_t op = 0; op < route.nops; ++op) {
-    const MateOperator& r = route.operators[static_cast<std::size_t>(op)];
+    const IndexOperator& r = route.operators[static_cast<std::size_t>(op)];
     for (std::int32_t i = 0; i < data.nreflections; ++i) {
-      const Mate mate = mate_of(r, data.h[i], data.k[i], data.l[i]);
+      const RotatedIndex mate = mate_of(r, data.h[i], data.k[i], data.l[i]);
       work(wrapped(mate.h, grid.nx), wrapped(mate.k, grid.ny));
     }
   }
@@ -80,7 +80,7 @@ Status add_operators(const FftRoute& route, const Transform& transform, std::int
   Tagged<PlaneTurn> of_l;
   QX_TRY(plan_planes(nz, transform.nz, shift, of_l));
   const BoxPlanes planes = {nz, wrapped(shift, nz) != 0, of_l.get()};
-  const Indices reflections = {data.nreflections, data.h, data.k, data.l};
+  const MillerIndices reflections = {data.nreflections, data.h, data.k, data.l};
   for (std::int32_t op = 0; op < route.nops; ++op) {
     add_mates(transform, route.operators[static_cast<std::size_t>(op)], planes, route.table,
               reflections, sums.re, sums.im);
@@ -104,15 +104,15 @@ Status add_whole(const FftRoute& route, std::int32_t planes, std::int32_t shift,
 
 }  // namespace
 
-Status fetch_operators(const char* heading, Tagged<MateOperator>& operators, std::int32_t& n) {
+Status fetch_operators(const char* heading, Tagged<IndexOperator>& operators, std::int32_t& n) {
   const qxspg* group = qx_get_qxspg();
   if (!group) return fail(heading, "qxspg object has not been created yet.");
   n = group->nops;
   if (n < 1) return ok;
-  operators = Tagged<MateOperator>(static_cast<std::size_t>(n), "pcs_ops");
+  operators = Tagged<IndexOperator>(static_cast<std::size_t>(n), "pcs_ops");
   if (!operators) return failed;
   for (std::int32_t i = 0; i < n; ++i) {
-    operators[static_cast<std::size_t>(i)] = mate_operator(group->ops[i]);
+    operators[static_cast<std::size_t>(i)] = index_operator(group->ops[i]);
   }
   return ok;
 }

@@ -14,7 +14,7 @@ struct FftRoute {
   const qxgrid* grid = nullptr;
   const qxrefdata* data = nullptr;
   std::int32_t nops = 0;
-  Tagged<MateOperator> operators;
+  Tagged<IndexOperator> operators;
   SinCosTable table = {};        // of the root's object
   std::int32_t hmax = 0;         // largest |h| of any mate
   Tagged<std::int32_t> columns;  // how many h of each k any mate lies at
@@ -25,7 +25,7 @@ struct FftRoute {
 };
 
 // The group's operators as they act on indices; a missing group is told under the heading.
-Status fetch_operators(const char* heading, Tagged<MateOperator>& operators, std::int32_t& n);
+Status fetch_operators(const char* heading, Tagged<IndexOperator>& operators, std::int32_t& n);
 // Tells missing objects under the heading.
 Status prepare_route(const char* heading, FftRoute& route);
 // The transform of a box of `planes` planes whose first is `shift`, at every mate of every

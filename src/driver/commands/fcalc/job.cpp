@@ -26,7 +26,7 @@ SectionText crystal_section(const FcalcJob& job) {
   }
   if (!job.options.hkl.empty()) {
     std::string line = "read refl mtz file " + quoted_name(job.input) + " coid H=H";
-    const Observed& observed = job.observed;
+    const ObservedColumns& observed = job.observed;
     if (!observed.amplitude.empty()) line += " FOBS=" + name_as_word(observed.amplitude);
     if (!observed.sigma.empty()) line += " SIGF=" + name_as_word(observed.sigma);
     if (!observed.intensity.empty()) line += " IOBS=" + name_as_word(observed.intensity);

@@ -38,7 +38,7 @@ void add_fcalc_options(CLI::App& command, FcalcOptions& options);
 void check_options(const FcalcOptions& options);
 
 // Labels of the observations in the reflection file; empty where it has none.
-struct Observed {
+struct ObservedColumns {
   std::string amplitude, sigma, free;
   std::string intensity = {}, intensity_sigma = {};  // looked for where there is no amplitude
   std::optional<FreeSet> free_set = {};              // none: the column marks none
@@ -48,7 +48,7 @@ struct FcalcJob {
   const FcalcOptions& options;
   Coordinates coordinates;
   Crystal crystal;
-  Observed observed;
+  ObservedColumns observed;
   std::string input;                        // what the sections read as --hkl
   std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
   std::vector<std::string> warnings;

@@ -22,7 +22,7 @@ std::string label_among(const ReflectionFile& file, char type,
 }
 
 // The given labels, each of which the file must have.
-Observed given_labels(const std::vector<std::string>& labels, const ReflectionFile& file) {
+ObservedColumns given_labels(const std::vector<std::string>& labels, const ReflectionFile& file) {
   const auto at = [&](std::size_t i) {
     if (i >= labels.size() || labels[i].empty()) return std::string();
     for (const FileColumn& column : file.columns) {
@@ -30,7 +30,7 @@ Observed given_labels(const std::vector<std::string>& labels, const ReflectionFi
     }
     throw CommandError(2, file.path + " has no column " + labels[i]);
   };
-  Observed observed = {at(0), at(1), at(2)};
+  ObservedColumns observed = {at(0), at(1), at(2)};
   if (!observed.amplitude.empty()) {
     const FileColumn& column = *file.find(observed.amplitude).front();
     const std::string not_one = why_no_amplitude(column);
@@ -41,9 +41,9 @@ Observed given_labels(const std::vector<std::string>& labels, const ReflectionFi
   return observed;
 }
 
-Observed usual_observations(const ReflectionFile& file) {
+ObservedColumns usual_observations(const ReflectionFile& file) {
   const FileColumn* free = usual_free_column(file);
-  Observed observed = {
+  ObservedColumns observed = {
       label_among(file, 'F', {"FP", "F", "FOBS", "F-obs", "F-obs-filtered", "FOSC"}),
       label_among(file, 'Q', {"SIGFP", "SIGF", "SIGFOBS", "SIGF-obs", "SIGF-obs-filtered"}),
       free ? free->label : ""};
@@ -56,7 +56,7 @@ Observed usual_observations(const ReflectionFile& file) {
 
 // The value that marks the free set, unless a new one is drawn.
 void choose_free_set(FcalcJob& job, const ReflectionFile& file) {
-  Observed& observed = job.observed;
+  ObservedColumns& observed = job.observed;
   if (observed.free.empty()) {
     if (job.options.free_value) throw CommandError(2, file.path + " has no column of free flags");
     return;

@@ -51,7 +51,7 @@ nlohmann::ordered_json json_of(const FcalcScaling& scaling) {
           {"bins", bins}};
 }
 
-nlohmann::ordered_json json_of(const Observed& observed) {
+nlohmann::ordered_json json_of(const ObservedColumns& observed) {
   nlohmann::ordered_json json = {
       {"f", observed.amplitude}, {"sigf", observed.sigma}, {"free", observed.free}};
   if (observed.free_set) {

@@ -31,7 +31,7 @@ SectionText weighted_map_section(const MapsOptions& options, const std::string& 
 
 SectionText coefficients_section(const FcalcJob& job, const MapsOptions& options,
                                  const std::string& path) {
-  const Observed& observed = job.observed;
+  const ObservedColumns& observed = job.observed;
   std::string line = "write refl mtz file " + quoted_name(path) + " coid FOBS=" +
                      (observed.amplitude.empty() ? "FP" : name_as_word(observed.amplitude));
   if (observed.amplitude.empty()) {
