@@ -29,12 +29,19 @@ void shorten(const char* word, char* dst) {
   dst[i] = '\0';
 }
 
+// Words go one after the other from long lists: what is left of the line stays where it is.
+void take_first_word(qxparser& parser) {
+  const qx::Word word = qx::first_word(parser.rest);
+  qx::copy_word(word, parser.work);
+  parser.rest += word.end() - parser.rest;
+}
+
 Key word_of(const char* heading, const char*& text) {
-  const qxparser* parser = qx::ready_parser(heading);
+  qxparser* parser = qx::ready_parser(heading);
   if (!parser) return key_died;
   text = "";
   if (!parser->command) return absent;
-  qx_get_and_chop_first_word(parser->command, parser->work);
+  take_first_word(*parser);
   text = parser->work;
   return *text ? found : absent;
 }
@@ -45,8 +52,8 @@ Key value_of(const char* heading, const char* key, const char*& text) {
   if (!parser) return key_died;
   text = "";
   if (!parser->command) return absent;
-  const qx::Word word = qx::find_setting(parser->command, key);
-  if (qx::take_value_after(parser->command, word, parser->work) == qx::KeyState::without_value) {
+  const qx::Word word = qx::find_setting(parser->rest, key);
+  if (qx::take_value_after(parser->rest, word, parser->work) == qx::KeyState::without_value) {
     qx::warn_without_value("qx_get_key_value():", key);
   }
   text = parser->work;
@@ -78,13 +85,13 @@ Status next_command(char (&word)[5]) {
   qxparser* parser = ready_parser("qx_get_quorix_cmd_word():");
   if (!parser) return failed;
   if (!parser->command) return ok;
-  if (qx_does_it_has_word_char(parser->command)) {
-    std::printf("Warning: extraneous input discarded: \"%s\" from line %d\n", parser->command,
+  if (qx_does_it_has_word_char(parser->rest)) {
+    std::printf("Warning: extraneous input discarded: \"%s\" from line %d\n", parser->rest,
                 parser->command_start_line);
   }
   QX_TRY(assemble_command(parser));
   note_command_line(*parser);
-  qx_get_and_chop_first_word(parser->command, parser->work);
+  take_first_word(*parser);
   if (const char* equals = std::strchr(parser->work, '=')) {
     std::printf("WARNING: \"%s\" of line %d is not read: leave a blank before the \"=\" \n", equals,
                 parser->command_start_line);
@@ -108,8 +115,8 @@ Key take_rest(const char*& text) {
   if (!parser) return key_died;
   text = "";
   if (!parser->command) return absent;
-  std::strcpy(parser->work, qx_first_word_char_position(parser->command));
-  parser->command[0] = '\0';
+  std::strcpy(parser->work, qx_first_word_char_position(parser->rest));
+  parser->rest[0] = '\0';
   text = parser->work;
   return *text ? found : absent;
 }
@@ -150,11 +157,11 @@ Key take_value(const char* key, const char*& text) {
 Key take_name(const char* key, const char*& text) {
   const qxparser* parser = ready_parser("qx_get_quorix_key_string_value():");
   if (!parser) return key_died;
-  const Word word = parser->command ? find_setting(parser->command, key) : Word();
+  const Word word = parser->command ? find_setting(parser->rest, key) : Word();
   if (word.size == 0 || !opens_name_code(first_word(word.end()).start)) {
     return take_value(key, text);
   }
-  (void)take_name_after(parser->command, word, parser->work);
+  (void)take_name_after(parser->rest, word, parser->work);
   text = parser->work;
   return *text ? found : absent;
 }
@@ -164,8 +171,8 @@ Key take_end(const char* key, const char*& text) {
   if (!parser) return key_died;
   text = "";
   if (!parser->command) return absent;
-  const Word word = find_setting(parser->command, key);
-  if (take_end_after(parser->command, word, parser->work) == KeyState::without_value) {
+  const Word word = find_setting(parser->rest, key);
+  if (take_end_after(parser->rest, word, parser->work) == KeyState::without_value) {
     warn_without_value("qx_get_key_endof_value():", key);
   }
   text = parser->work;
@@ -184,7 +191,7 @@ Key take_double(const char* key, double& value) {
 
 bool take_key(const char* key) {
   const qxparser* parser = ready_parser("qx_does_quorix_key_exist():");
-  return parser && parser->command && qx_chop_key(parser->command, key) == 1;
+  return parser && parser->command && qx_chop_key(parser->rest, key) == 1;
 }
 
 void warn_no_choice(const char* command, const char* word) {

@@ -34,9 +34,11 @@ Status reserve(qxparser* parser, std::size_t size) {
       std::max((size - now) / buffer_size + 1, now / (std::size_t{4} * buffer_size));
   const std::size_t grown = now + steps * buffer_size;
   if (grown > INT32_MAX) return fail("qx_get_quorix_cmd_word():", "The command line is too long. ");
+  const auto taken = parser->rest - parser->command;
   auto* command = static_cast<char*>(xrealloc(parser->command, now, grown, "sppc_tcl"));
   if (!command) return failed;
   parser->command = command;
+  parser->rest = command + taken;
   auto* work = static_cast<char*>(
       xrealloc(parser->work, static_cast<std::size_t>(parser->work_capacity), grown, "sppc_tcl"));
   if (!work) return failed;
@@ -49,6 +51,7 @@ Status open_buffers(qxparser* parser, const char* command_tag, const char* work_
   QX_TRY(qx::open_block(parser->command, buffer_size, command_tag));
   QX_TRY(qx::open_block(parser->work, buffer_size, work_tag));
   parser->command[0] = parser->work[0] = '\0';
+  parser->rest = parser->command;
   parser->command_capacity = parser->work_capacity = buffer_size;
   return ok;
 }
@@ -60,6 +63,7 @@ namespace qx {
 Status assemble_command(qxparser* parser) {
   if (!parser->command) return ok;
   parser->command[0] = '\0';
+  parser->rest = parser->command;
   parser->command_start_line = 0;
   std::size_t length = 0;
   for (;;) {
@@ -122,6 +126,7 @@ Status qx_clean_qxparser() {
     QX_TRY(release(block));
   }
   QX_TRY(release(parser->text));
+  parser->rest = nullptr;
   QX_TRY(release(parser->command));
   return release(parser->work);
 }
@@ -217,7 +222,7 @@ void qx_print_qxparser() {
 
 std::size_t qx_get_quorix_cmdline_size() {
   const qxparser* parser = qx::ready_parser("qx_get_quorix_cmdline_size():");
-  return parser && parser->command ? std::strlen(parser->command) + 1 : 1;
+  return parser && parser->command ? std::strlen(parser->rest) + 1 : 1;
 }
 
 namespace {

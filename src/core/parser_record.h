@@ -10,7 +10,8 @@ struct qxparser {
   std::int32_t current_line = 0;        // 1-based, last line taken into a command
   std::int32_t command_start_line = 0;  // 1-based, where the current command began
   std::int32_t command_capacity = 0;
-  char* command = nullptr;  // consumed from the front
+  char* command = nullptr;
+  char* rest = nullptr;  // what of the command has not been taken yet: words go from its front
   char* work = nullptr;     // the word or value taken last; never smaller than `command`
   std::int32_t work_capacity = 0;
 };

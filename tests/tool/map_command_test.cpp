@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <zlib.h>
@@ -71,18 +72,50 @@ TEST_F(MapCommand, isTheMapToolByteByByteWithAPlainHeader) {
   EXPECT_EQ(read_file("fc.ccp4"), map_tool("2.5", "FC", "PHIC"));
 }
 
+// Every text that is printed makes, fed back, the files of the command that printed it.
 TEST_F(MapCommand, printsTheSectionsThatItRuns) {
-  const Arguments options = {example, "a.ccp4", "--dmax", "15", "--spacing", "0.7",  "--extent",
-                             "frac",  "-0.1",   "0.5",    "0",  "1",         "0.25", "0.5"};
-  ASSERT_EQ(map(options).status, 0);
-  const std::string made = read_file("a.ccp4");
-  std::filesystem::remove("a.ccp4");
-  Arguments print = options;
-  print.insert(print.begin(), "--print-sections");
-  const ProgramResult sections = map(print);
-  EXPECT_FALSE(std::filesystem::exists("a.ccp4"));
-  ASSERT_EQ(run_program("quorix", {"run"}, sections.output).status, 0) << sections.output;
-  EXPECT_EQ(read_file("a.ccp4"), made);
+  std::filesystem::create_directory("in");
+  std::filesystem::copy(example, "in/1ubq.mtz");
+  pack(example, "in/packed.mtz.gz");
+  write_file("in/other.mtz", two_columns("FWT", "PHWT").bytes());
+  std::vector<Arguments> runs = {
+      {"in/1ubq.mtz", "a.ccp4", "--dmax", "15", "--spacing", "0.7", "--extent", "frac", "-0.1",
+       "0.5", "0", "1", "0.25", "0.5"},
+      {"in/1ubq.mtz"},
+      {"in/1ubq.mtz", "in/other.mtz", "in/packed.mtz.gz"},
+      {"in/1ubq.mtz", "b.ccp4.gz", "--difference", "--no-scale", "--plain-header"},
+      {"in/1ubq.mtz", "--grid", "40", "40", "40", "--provenance", "--extent", "asu"},
+      {"in/1ubq.mtz", "--prefix", std::string(200, 'p') + "#", "--provenance", "--memory", "1"},
+      {"in/1ubq.mtz", "c.ccp4", "--f", "FC", "--phi", "PHIC", "--spacegroup", "P 1", "--cell",
+       "51",          "43",     "29",  "90", "90",    "90",   "--extent",     "box", "0",
+       "10",          "-4",     "5",   "1",  "2"}};
+  const std::string gemmi = find_program("gemmi");
+  if (!gemmi.empty() &&
+      std::system((gemmi + " mtz2cif '" + example + "' in/sf.cif").c_str()) == 0) {
+    runs.push_back({"in/sf.cif"});
+  }
+  setenv("SOURCE_DATE_EPOCH", "86400", 1);
+  for (const Arguments& run : runs) {
+    std::map<std::string, std::string> made[2];
+    for (auto& files : made) {
+      Arguments arguments = run;
+      if (&files != made) arguments.emplace_back("--print-sections");
+      const ProgramResult result = map(arguments);
+      ASSERT_EQ(result.status, 0) << result.errors;
+      if (&files != made) {
+        const ProgramResult again = run_program("quorix", {"run"}, result.output);
+        EXPECT_EQ(again.status, 0) << result.output << again.errors;
+      }
+      for (const auto& entry : std::filesystem::directory_iterator(".")) {
+        if (!entry.is_regular_file()) continue;
+        files[entry.path().filename()] = read_file(entry.path().string());
+        std::filesystem::remove(entry.path());
+      }
+    }
+    EXPECT_FALSE(made[0].empty());
+    EXPECT_TRUE(made[0] == made[1]) << run.front() << ' ' << made[0].size() << made[1].size();
+  }
+  unsetenv("SOURCE_DATE_EPOCH");
 }
 
 TEST_F(MapCommand, readsPackedFilesAndWritesToAPipe) {

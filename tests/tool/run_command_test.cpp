@@ -2,6 +2,7 @@
 #include "support/engine.h"
 #include "support/program.h"
 
+#include <chrono>
 #include <gtest/gtest.h>
 
 namespace qx::test {
@@ -110,12 +111,68 @@ TEST(RunCommand, tellsUsageAndUnreadableFilesOnStandardError) {
   EXPECT_EQ(run_program("quorix", {"run", "--help"}).status, 0);
 }
 
-TEST(RunCommand, saysWhatItDoesNotRunBehindTheTermination) {
-  const ProgramResult result =
-      run_program("quorix", {"run"}, "xter\nxend\n! nothing\nxverbose\nxend\n");
-  EXPECT_EQ(result.status, 0);
-  EXPECT_NE(result.errors.find("behind the xter section"), std::string::npos);
-  EXPECT_EQ(run_program("quorix", {"run"}, "xter\nxend\n ! only a comment\n").errors, "");
+TEST(RunCommand, whatStandsBehindATerminationHasAnEngineOfItsOwn) {
+  const ProgramResult result = run_program(
+      "quorix", {"run"}, "xverbose\nparam verb_mem 1\nxend\nxter\nxend\n! next\nxgrid\nxend\n");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.output.find("Maximum memory used"), std::string::npos) << result.output;
+  EXPECT_EQ(result.errors, "<stdin>:8: xend\n");
+  EXPECT_EQ(run_program("quorix", {"run"}, "xter\nxend\n ! only a comment\n").status, 0);
+}
+
+struct Stop {
+  const char* text;
+  const char* told;  // behind the name
+};
+
+TEST(RunCommand, tellsTheLineAndTheCommandAtWhichItStopped) {
+  const ScratchDirectory scratch;
+  const std::string job = scratch.file("job.qx");
+  const std::string filler(3000, '\n');
+  for (const Stop& stop :
+       {Stop{"xcry\n\n! x\n cell 10 10 # two\n", ":4: cell 10 10"},
+        {"xverbose\nxend\nxcry\nread refl mtz &\n! between\n  file none.mtz coid FC=FC\nxend\n",
+         ":4: read refl mtz file none.mtz coid FC=FC"},
+        {"xcry\nspgname P1\ncell 1 2 3\nxend\nxfoo\n", ":5: xfoo"},
+        {"xter\nxend\n\nxcry\nfoo bar\n", ":5: foo bar"},
+        {"xcry\nspgname P1\n\n", ":2: the text ends inside a section: xend?"},
+        {"xverbose\r\nlevel \x1b[2J\r\n", ":2: level  [2J"}}) {
+    for (const char* mark : {"", "\xef\xbb\xbf"}) {
+      write_file(job, mark + std::string(stop.text));
+      const ProgramResult result = run_program("quorix", {"run", job});
+      EXPECT_EQ(result.status, 1) << stop.text;
+      EXPECT_EQ(result.errors, job + stop.told + "\n") << stop.text << result.output;
+    }
+  }
+  write_file(job, filler + "xcry\nfoo " + std::string(5000, 'x') + "\n");
+  const std::string told = run_program("quorix", {"run", job}).errors;
+  EXPECT_EQ(told.rfind(job + ":3002: foo xxx", 0), 0U) << told;
+  EXPECT_LT(told.size(), 500U);
+}
+
+TEST(RunCommand, linesOfAnyLengthAreReadWhole) {
+  const ScratchDirectory scratch;
+  std::string job = map_job(scratch.file("plain.ccp4"));
+  ASSERT_EQ(run_program("quorix", {"run"}, job).status, 0);
+  // Behind 1024 characters a line used to be another one.
+  job = map_job(scratch.file("long.ccp4"));
+  job.insert(job.find("read refl"), std::string(1500, ' '));
+  job.insert(job.find("MAP_COEFFA"), std::string(2000, ' '));
+  ASSERT_EQ(run_program("quorix", {"run"}, job).status, 0);
+  EXPECT_TRUE(read_file(scratch.file("plain.ccp4")) == read_file(scratch.file("long.ccp4")));
+}
+
+// Once the time grew with the square: minutes instead of a second.
+TEST(RunCommand, longCommandsTakeTimeInProportion) {
+  std::string pairs = "xformfact\natmf &\n";
+  for (int i = 0; i < 400000; ++i) pairs += "C 5 &\n";
+  std::string key = "xverbose\nparam &\n";
+  for (int i = 0; i < 400000; ++i) key += "unknown_key 1234 &\n";
+  for (const std::string& text : {pairs + "N 5\nxend\n", key + "verb_mem 0\nxend\n"}) {
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(run_program("quorix", {"run"}, text).status, 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
+  }
 }
 
 }  // namespace

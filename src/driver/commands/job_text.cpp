@@ -2,6 +2,7 @@
 
 #include "core/command_line.h"
 #include "core/text.h"
+#include "driver/commands/sections.h"
 
 #include <algorithm>
 #include <cstring>
@@ -68,7 +69,8 @@ bool JobText::read(std::FILE* stream) {
 
 void JobText::assemble() {
   JobCommand command;
-  enum { outside, inside, ending, behind } where = outside;
+  enum { outside, inside, ending } where = outside;
+  std::size_t first = 0;  // of the part
   for (std::size_t i = 0; i < lines_.size(); ++i) {
     std::string line = lines_[i].c_str();  // as far as the engine reads it
     tidy_line(line.data());
@@ -76,24 +78,40 @@ void JobText::assemble() {
     const bool continued = chop_continuation(line.data());
     line.resize(std::strlen(line.c_str()));
     if (!line.empty()) {
-      if (where == behind) {
-        goes_on_ = true;
-        return;
-      }
       if (command.text.empty()) command.first = i;
       command.text += (command.text.empty() ? "" : " ") + line;
       command.last = i;
     }
     if (continued || command.text.empty()) continue;
-    if (where == outside) {
-      where = begins(command.text, "xter") ? ending : inside;
-    } else if (begins(command.text, "xend")) {
-      where = where == ending ? behind : outside;
+    const bool ends = where != outside && begins(command.text, "xend");
+    if (ends && where == ending) {
+      parts_.push_back({first, i + 1});
+      first = i + 1;
     }
+    where = ends                           ? outside
+            : where != outside             ? where
+            : begins(command.text, "xter") ? ending
+                                           : inside;
     commands_.push_back(std::move(command));
     command = {};
   }
   if (!command.text.empty()) commands_.push_back(std::move(command));
+  if (!commands_.empty() && commands_.back().first >= first) {
+    parts_.push_back({first, lines_.size()});
+  }
+  engine_lines_ = lines_;
+}
+
+void JobText::set_path(const JobFile& file, const std::string& path) {
+  const JobCommand& command = *file.command;
+  std::string line = command.text;
+  const Word key = find_setting(line.c_str(), "file");
+  const auto at = static_cast<std::size_t>(key.start - line.c_str());
+  std::string name(line.size() + 1, '\0');
+  (void)take_name_after(line.data(), key, name.data());
+  line.resize(std::strlen(line.c_str()));
+  engine_lines_[command.first] = line.insert(at, "file " + coded_name(path) + " ");
+  for (std::size_t i = command.first + 1; i <= command.last; ++i) engine_lines_[i].clear();
 }
 
 std::vector<JobFile> JobText::files() const {

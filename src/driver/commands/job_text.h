@@ -14,6 +14,10 @@ struct JobCommand {
   std::string text;                 // without comments, continued lines joined
 };
 
+struct JobPart {
+  std::size_t first, last;  // lines from 0, the last one not in it
+};
+
 struct JobFile {
   const JobCommand* command = nullptr;
   std::string path;
@@ -26,20 +30,23 @@ class JobText {
   bool read(std::FILE* stream);
 
   [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
-  // Up to the end of the xter section, if there is one: nothing behind it is run.
   [[nodiscard]] const std::vector<JobCommand>& commands() const { return commands_; }
-  [[nodiscard]] bool goes_on_behind_the_end() const { return goes_on_; }
+  // The lines of each engine: an xter section ends one, and what stands behind it is for the next.
+  [[nodiscard]] const std::vector<JobPart>& parts() const { return parts_; }
   // In the order of the text.
   [[nodiscard]] std::vector<JobFile> files() const;
+  // The engine reads or writes another file in place of the one that the text names.
+  void set_path(const JobFile& file, const std::string& path);
+  [[nodiscard]] const std::vector<std::string>& engine_lines() const { return engine_lines_; }
   // The command that began on a line; null if none did.
   [[nodiscard]] const JobCommand* command_at(std::size_t line) const;
 
  private:
   void assemble();
 
-  std::vector<std::string> lines_;
+  std::vector<std::string> lines_, engine_lines_;
   std::vector<JobCommand> commands_;
-  bool goes_on_ = false;
+  std::vector<JobPart> parts_;
 };
 
 }  // namespace qx

@@ -94,27 +94,27 @@ void measure_resolution(ReflectionFile& file) {
   }
 }
 
-// Leaves in `file.readable` an MTZ file that the engine can open by name.
-void make_readable(ReflectionFile& file) {
-  const std::string start = first_bytes(file.path, 4096);
-  file.from_mmcif = start.rfind("MTZ ", 0) != 0;
-  if (file.from_mmcif && start.find("data_") == std::string::npos) {
-    throw CommandError(2, file.path + " is neither an MTZ nor an mmCIF file");
-  }
-  file.readable = file.path;
-  if (is_gzipped(file.path)) {
-    file.unpacked = std::make_shared<TemporaryFile>();
-    unpack(file.path, *file.unpacked);
-    file.readable = file.unpacked->path();
-  }
-  if (!file.from_mmcif) return;
-  auto converted = std::make_shared<TemporaryFile>();
-  convert_mmcif(file.readable, *converted, file.path);
-  file.unpacked = converted;
-  file.readable = converted->path();
-}
-
 }  // namespace
+
+ReadableMtz readable_mtz(const std::string& path) {
+  ReadableMtz mtz = {path, nullptr};
+  const std::string start = first_bytes(path, 4096);
+  mtz.from_mmcif = start.rfind("MTZ ", 0) != 0;
+  if (mtz.from_mmcif && start.find("data_") == std::string::npos) {
+    throw CommandError(2, path + " is neither an MTZ nor an mmCIF file");
+  }
+  if (is_gzipped(path)) {
+    mtz.unpacked = std::make_shared<TemporaryFile>();
+    unpack(path, *mtz.unpacked);
+    mtz.path = mtz.unpacked->path();
+  }
+  if (!mtz.from_mmcif) return mtz;
+  auto converted = std::make_shared<TemporaryFile>();
+  convert_mmcif(mtz.path, *converted, path);
+  mtz.unpacked = converted;
+  mtz.path = converted->path();
+  return mtz;
+}
 
 bool ReflectionFile::index(std::size_t row, int (&hkl)[3]) const {
   constexpr float largest = 1e6F;
@@ -153,7 +153,10 @@ bool are_countable(const double* cell, double dmin) {
 ReflectionFile read_reflections(const std::string& path, bool verbose) {
   ReflectionFile file;
   file.path = path;
-  make_readable(file);
+  const ReadableMtz mtz = readable_mtz(path);
+  file.readable = mtz.path;
+  file.unpacked = mtz.unpacked;
+  file.from_mmcif = mtz.from_mmcif;
   Engine engine(verbose);
   engine.call([&] {
     qxrefdata* peek = qx_new_qxrefdata_obj();

@@ -56,6 +56,17 @@ struct ReflectionFile {
   [[nodiscard]] std::string engine_group() const;
 };
 
+// A file that the engine can open by name: the one that is named, or what it unpacks or converts
+// to.
+struct ReadableMtz {
+  std::string path;
+  std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
+  bool from_mmcif = false;
+};
+
+// Throws CommandError for what is neither MTZ nor mmCIF.
+ReadableMtz readable_mtz(const std::string& path);
+
 // True if the cell is one, and its reflections to `dmin` (Angstrom) are few enough to be gone
 // through: damaged files have cells of any size.
 bool are_countable(const double* cell, double dmin);

@@ -5,6 +5,8 @@
 #include "driver/commands/job_text.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/output_guard.h"
+#include "driver/commands/output_place.h"
+#include "driver/commands/reflection_file.h"
 #include "driver/commands/sections.h"
 
 #include <quorix/engine.h>
@@ -23,8 +25,9 @@ namespace {
 
 constexpr const char* closing = R"(
 The sections are run one after the other; the first that fails ends the run, and FILE:LINE and the
-command at which it stopped stand on standard error. Without an xter section
-the engine is released at the end all the same; text behind xter is not run.
+command at which it stopped stand on standard error. An xter section ends the engine, and the text
+behind it has a new one. Where the text reads reflections, gzipped MTZ and structure-factor mmCIF
+will do as well; an output whose name ends in .gz is written compressed.
 
 Before anything is run, what the text writes is looked at: no file that it reads, nor the text
 itself, is written over, nor a file that holds something other than is to be written.
@@ -74,6 +77,32 @@ void check_files(const JobText& text, const Options& options) {
   }
 }
 
+// What the engine neither reads nor writes itself: other formats, compressed files.
+class OtherFiles {
+ public:
+  void stand_in(JobText& text) {
+    for (const JobFile& file : text.files()) {
+      if (file.use == JobFile::Use::reads_reflections) {
+        const FileKind kind = kind_of(file.path);
+        if (kind == FileKind::mtz && !is_gzipped(file.path)) continue;
+        if (!holds_reflections(kind)) continue;  // the engine tells what is wrong with it
+        inputs_.push_back(readable_mtz(file.path));
+        text.set_path(file, inputs_.back().path);
+      } else if (asks_for_gzip(file.path)) {
+        outputs_.push_back(std::make_unique<OutputPlace>(file.path));
+        text.set_path(file, outputs_.back()->path());
+      }
+    }
+  }
+  void deliver() const {
+    for (const auto& output : outputs_) output->deliver();
+  }
+
+ private:
+  std::vector<ReadableMtz> inputs_;
+  std::vector<std::unique_ptr<OutputPlace>> outputs_;
+};
+
 // What is run, before it is run.
 void echo(const std::vector<std::string>& lines) {
   std::printf("\n");
@@ -85,59 +114,61 @@ void echo(const std::vector<std::string>& lines) {
   std::printf("\n\n");
 }
 
-Status load(const std::vector<std::string>& lines) {
+Status load(const std::vector<std::string>& lines, const JobPart& part) {
   std::vector<const char*> pointers;
-  pointers.reserve(lines.size());
-  for (const std::string& line : lines) pointers.push_back(line.c_str());
+  pointers.reserve(part.last - part.first);
+  for (std::size_t i = part.first; i < part.last; ++i) pointers.push_back(lines[i].c_str());
   return load_lines(static_cast<std::int32_t>(pointers.size()), pointers.data());
 }
 
 // As compilers do, so that editors find the line.
-void tell_where(const JobText& text, const std::string& path) {
+void tell_where(const JobText& text, const JobPart& part, const std::string& path) {
   constexpr std::size_t enough = 200;
   const std::string name = path == "-" ? "<stdin>" : path;
   const std::int32_t line = last_command_line();
-  const JobCommand* command = line < 0 ? nullptr : text.command_at(static_cast<std::size_t>(line));
   std::fflush(stdout);
   if (line < 0) {
-    std::cerr << name << ':' << text.lines().size() << ": the text ends inside a section: xend?\n";
-  } else if (command) {
-    const bool cut = command->text.size() > enough;
-    std::cerr << name << ':' << line + 1 << ": " << command->text.substr(0, enough)
-              << (cut ? " ..." : "") << '\n';
+    std::cerr << name << ':' << part.last << ": the text ends inside a section: xend?\n";
+    return;
   }
+  const std::size_t number = part.first + static_cast<std::size_t>(line);
+  const JobCommand* command = text.command_at(number);
+  if (!command) return;
+  const bool cut = command->text.size() > enough;
+  std::cerr << name << ':' << number + 1 << ": " << command->text.substr(0, enough)
+            << (cut ? " ..." : "") << '\n';
 }
 
-int run_sections(const JobText& text, const std::string& path) {
+// False after a report.
+bool run_part(const JobText& text, const JobPart& part, const Stream& stream,
+              const std::string& path) {
+  if (qx_create_quorix() != ok || !note_file_read(stream.get())) return false;
   const auto deaths = qx_get_die_count();
-  bool begun = false;
+  if (load(text.engine_lines(), part) != ok) return false;
   while (qx_exist_quorix() && qx_is_quorix_text_left()) {
-    begun = true;
     (void)qx_quorix_ctrl();
     if (qx_get_die_count() == deaths) continue;
-    tell_where(text, path);
-    return 1;
+    tell_where(text, part, path);
+    return false;
   }
-  if (!begun) return 1;  // a report on the way
-  if (text.goes_on_behind_the_end()) {
-    std::cerr << "quorix run: warning: the text behind the xter section is not run\n";
-  }
-  return 0;
+  qx_terminate_quorix();
+  return qx_get_die_count() == deaths;
 }
 
 int run(const Options& options) {
   const Stream stream = open_text(options.path);
-  const JobText text = read_text(stream, options.path);
+  JobText text = read_text(stream, options.path);
   check_files(text, options);
-  if (qx_create_quorix() != ok) return 1;
-  int status = 1;
+  OtherFiles others;
+  others.stand_in(text);
   echo(text.lines());
-  if (note_file_read(stream.get()) && load(text.lines()) == ok) {
-    status = run_sections(text, options.path);
+  for (const JobPart& part : text.parts()) {
+    if (run_part(text, part, stream, options.path)) continue;
+    qx_terminate_quorix();
+    return 1;
   }
-  qx_terminate_quorix();
-  std::fflush(stdout);
-  return status;
+  others.deliver();
+  return 0;
 }
 
 }  // namespace

@@ -44,23 +44,19 @@ void check_text(const std::string& what, const std::string& text) {
   }
 }
 
-namespace {
-
-std::string coded(const std::string& name) {
+std::string coded_name(const std::string& name) {
   std::string code(coded_size(name.c_str()), '\0');
   code_name(name.c_str(), code.data());
   code.resize(std::strlen(code.c_str()));
   return code;
 }
 
-}  // namespace
-
 std::string quoted_name(const std::string& name) {
-  return needs_code_in_quotes(name.c_str()) ? coded(name) : '"' + name + '"';
+  return needs_code_in_quotes(name.c_str()) ? coded_name(name) : '"' + name + '"';
 }
 
 std::string name_as_word(const std::string& name) {
-  return needs_code_as_word(name.c_str()) ? coded(name) : name;
+  return needs_code_as_word(name.c_str()) ? coded_name(name) : name;
 }
 
 std::vector<std::string> SectionText::lines() const {

@@ -30,6 +30,7 @@ void check_text(const std::string& what, const std::string& text);
 // A name as a section's line carries it, whatever bytes it holds: between quotes, or a word.
 std::string quoted_name(const std::string& name);
 std::string name_as_word(const std::string& name);
+std::string coded_name(const std::string& name);  // leaves nothing in the line when it is read
 
 // The lines of one section.
 class SectionText {

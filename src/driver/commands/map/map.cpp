@@ -231,12 +231,8 @@ void generate(Engine& engine, const MapJob& job, MapReport& report) {
   engine.run(end_section());
 }
 
+// As quorix run takes them: it unpacks and packs what the engine does not.
 void print_sections(const MapJob& job) {
-  if (job.file.unpacked) {
-    std::cout << "! The sections read a plain MTZ file: "
-              << (job.file.from_mmcif ? "convert " : "unpack ") << job.file.path << " to "
-              << job.input << " first.\n";
-  }
   for (const SectionText& section : {crystal_section(job), grid_section(job.options),
                                      fft_section(job.options), map_section(job), end_section()}) {
     const std::vector<std::string> lines = section.lines();
@@ -448,8 +444,8 @@ void make_map(const Task& task, std::size_t number, nlohmann::ordered_json& all,
   const auto engine = start(job, report);
   note_crystal(job, report);
   if (options.print_sections) {
-    if (file.unpacked) job.input = stem_of(options.input) + ".mtz";
-    job.output = asks_for_gzip(output) ? output.substr(0, output.size() - 3) : output;
+    job.input = file.path;
+    job.output = output;
     return print_sections(job);
   }
   if (!options.show_grid) {
