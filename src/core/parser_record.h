@@ -12,7 +12,7 @@ struct qxparser {
   std::int32_t command_capacity = 0;
   char* command = nullptr;
   char* rest = nullptr;  // what of the command has not been taken yet: words go from its front
-  char* work = nullptr;     // the word or value taken last; never smaller than `command`
+  char* work = nullptr;  // the word or value taken last; never smaller than `command`
   std::int32_t work_capacity = 0;
 };
 
