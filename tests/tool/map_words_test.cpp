@@ -58,6 +58,11 @@ TEST_F(MapWords, failuresLeaveTheOutputToPrograms) {
     EXPECT_NE(result.errors.find(c.said, last), std::string::npos) << result.errors;
     EXPECT_EQ(result.errors.find('\n', last) + 1, result.errors.size()) << result.errors;
   }
+  const ProgramResult plain = map({example, "a.ccp4", "--spacegroup", "P 99"});
+  EXPECT_NE(plain.output.find("Failed to get proper space group"), std::string::npos);
+  EXPECT_NE(plain.errors.find("the engine reported a failure: name the group with --spacegroup"),
+            std::string::npos)
+      << plain.errors;
   const ProgramResult verbose = map({example, "--json", "--verbose"});
   EXPECT_EQ(nlohmann::json::parse(verbose.output).size(), 2U);
   EXPECT_NE(verbose.errors.find("begin map generation:"), std::string::npos);

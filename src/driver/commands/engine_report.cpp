@@ -52,14 +52,14 @@ constexpr Remedy remedies[] = {
     {"Failed to read", "get a whole copy of the file"},
 };
 
-std::string advice_on(const std::string& report) {
+}  // namespace
+
+std::string report_advice(const std::string& printed) {
   for (const Remedy& remedy : remedies) {
-    if (report.find(remedy.report) != std::string::npos) return std::string(": ") + remedy.advice;
+    if (printed.find(remedy.report) != std::string::npos) return std::string(": ") + remedy.advice;
   }
   return {};
 }
-
-}  // namespace
 
 std::string report_line(const std::string& printed) {
   std::istringstream in(printed);
@@ -74,7 +74,7 @@ std::string report_line(const std::string& printed) {
     if (found && report && paragraph.compare(text, 5, "Atom ") == 0) atom = paragraph.substr(text);
     found = found || report;
   }
-  return first + (atom.empty() ? "" : ". ") + atom + advice_on(first);
+  return first + (atom.empty() ? "" : ". ") + atom + report_advice(first);
 }
 
 }  // namespace qx

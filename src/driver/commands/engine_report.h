@@ -7,5 +7,7 @@ namespace qx {
 
 // The first report in `printed`, which tells what happened, and what to do about it.
 std::string report_line(const std::string& printed);
+// What to do about it alone, behind a colon; empty where there is no advice.
+std::string report_advice(const std::string& printed);
 
 }  // namespace qx

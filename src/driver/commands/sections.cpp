@@ -135,7 +135,7 @@ std::string Engine::end(bool succeeded, Spool& spool) const {
   if (succeeded && !spool.died()) return text;
   if (output_is_data && !verbose_) throw CommandError(1, report_line(text));
   (output_is_data ? std::cerr : std::cout) << text << std::flush;
-  throw CommandError(1, "the engine reported a failure");
+  throw CommandError(1, "the engine reported a failure" + report_advice(text));
 }
 
 std::string Engine::run(const SectionText& section) {
