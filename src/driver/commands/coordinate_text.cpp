@@ -152,7 +152,7 @@ std::string atom_of(const Table::Row& row) {
 // The line of a row, counted from the loop's on and then looked at, since a row may take several.
 std::string row_place(const gemmi::cif::Item* loop, int row, const std::string& text,
                       const std::string& value) {
-  const std::string counted = format("row %d of the atoms", row + 1);
+  std::string counted = format("row %d of the atoms", row + 1);
   if (!loop || loop->line_number < 1) return counted;
   const std::size_t wanted = static_cast<std::size_t>(loop->line_number) + loop->loop.tags.size() +
                              static_cast<std::size_t>(row) + 1;

@@ -164,7 +164,7 @@ gemmi::Structure read_structure(const std::string& path, DefaultValues& defaults
       std::string copy = text;  // parsed in place
       auto document = gemmi::cif::read_mmjson_insitu(copy.data(), copy.size(), path);
       defaults = check_mmcif_numbers(document, text, path);
-      return gemmi::make_structure(std::move(document));
+      return gemmi::make_structure(document);
     }
     default:
       throw CommandError(2, path + " holds no atom");
