@@ -123,7 +123,7 @@ TEST_F(StructureFactors, aShiftOfTheOneBoxIsHonoured) {
   calculate("1e-3");
   double*** density = qx_open_qxelecden_box();
   const qxgrid& grid = *qx_get_qxgrid();
-  const auto plane = static_cast<std::size_t>(grid.nx) * static_cast<std::size_t>(grid.ny);
+  const std::ptrdiff_t plane = std::ptrdiff_t{grid.nx} * grid.ny;
   constexpr std::int32_t shift = 5;
   std::vector<std::complex<double>> sums[2];
   for (const bool by_hand : {false, true}) {
