@@ -254,7 +254,10 @@ Status qx_setup_coarse_grid() {
     ratio *= static_cast<double>(grid->coarse_n[axis]) / fine[axis];
   }
   grid->coarse_in_use = grid->coarse_switch && grid->coarse_ratio_limit >= ratio ? 1 : 0;
-  if (grid->coarse_in_use && qx_get_qxverbsys_verb_debug() != 0) print_coarse_grid(*grid, ratio);
+  if (!grid->coarse_in_use) return ok;
+  const bool debug = qx_get_qxverbsys_verb_debug() != 0;
+  if (!qx_exist_quorix()) return failed;
+  if (debug) print_coarse_grid(*grid, ratio);
   return ok;
 }
 

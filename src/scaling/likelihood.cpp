@@ -138,10 +138,16 @@ Status check(const Packed& packed, std::int32_t& used) {
   return flat ? fail(here, "The model's structure factors are zero throughout.") : ok;
 }
 
-void tell(const qxml& ml) {
-  if (qx_get_qxverbsys_verb_ml() < 1) return;
+Status tell() {
+  const bool wanted = qx_get_qxverbsys_verb_ml() >= 1;
+  if (!qx_exist_quorix()) return failed;
+  const qxml* found = qx_get_qxml();
+  if (!found) return failed;
+  const qxml& ml = *found;
+  if (!wanted) return ok;
   std::printf("Likelihood                  : %d reflections, %d nodes, %d steps, -log P = %.6f\n",
               ml.used, ml.fit.model.nnodes, ml.fit.steps, ml.fit.mean_minus_log);
+  return ok;
 }
 
 }  // namespace
@@ -216,7 +222,7 @@ Status qx_estimate_likelihood() {
   ml->mean_scale = mean;
   ml->nref = data->nreflections;
   ml->fitted = true;
-  tell(*ml);
+  QX_TRY(tell());
   qx::LikelihoodValues values;
   QX_TRY(qx::likelihood_values(here, *data, f, values));
   double sum = 0.0;

@@ -167,10 +167,15 @@ Status fit(const Needs& needs, const qx::ScaleData& data) {
   return ok;
 }
 
-void tell(const qxscale* scale, std::int32_t nref) {
-  if (qx_get_qxverbsys_verb_ls() < 1) return;
+Status tell(std::int32_t nref) {
+  const bool wanted = qx_get_qxverbsys_verb_ls() >= 1;
+  if (!qx_exist_quorix()) return failed;
+  const qxscale* scale = qx_get_qxscale();
+  if (!scale) return failed;
+  if (!wanted) return ok;
   std::printf("Least squares               : %d reflections, %d steps, %d rounds, sum = %.6g\n",
               nref, scale->fit.steps, scale->fit.rounds, scale->fit.sum);
+  return ok;
 }
 
 }  // namespace
@@ -196,7 +201,7 @@ Status qx_fit_overall_scale() {
   Packed packed;
   QX_TRY(packed.fill(needs, observed, atoms, solvent, s));
   QX_TRY(fit(needs, packed.data()));
-  tell(needs.scale, observed.nwork);
+  QX_TRY(tell(observed.nwork));
   const qx::ScaleModel& model = needs.scale->fit.model;
   QX_TRY(qx_set_hv_k_sol(model.k_sol));
   return qx_set_hv_b_sol(model.b_sol);

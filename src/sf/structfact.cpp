@@ -156,6 +156,7 @@ Status qx_set_pre_factor() {
   sf->nprefactor = data->nreflections;
   double* prefactor = sf->prefactor;
   const bool debug = qx_get_qxverbsys_verb_debug() != 0;
+  if (!qx_exist_quorix()) return failed;
   const double sampling = (cell->a / grid->nx) * (cell->b / grid->ny) * (cell->c / grid->nz);
   const double(&r)[6] = reciprocal->resolution;
   for (std::int32_t i = 0; i < data->nreflections; ++i) {
