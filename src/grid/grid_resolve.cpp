@@ -256,7 +256,7 @@ Status qx_setup_coarse_grid() {
   grid->coarse_in_use = grid->coarse_switch && grid->coarse_ratio_limit >= ratio ? 1 : 0;
   if (!grid->coarse_in_use) return ok;
   const bool debug = qx_get_qxverbsys_verb_debug() != 0;
-  if (!qx_exist_quorix()) return failed;
+  if (!qx_exist_quorix()) return qx::failed;
   if (debug) print_coarse_grid(*grid, ratio);
   return ok;
 }
