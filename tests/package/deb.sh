@@ -46,7 +46,7 @@ try_packages() {
   quietly cmake -S outside -B by-cmake -G Ninja
   quietly cmake --build by-cmake
   by-cmake/outside_quorix
-  by-cmake/outside_quorix_static
+  ZENVI_DATA=/usr/share/quorix by-cmake/outside_quorix_static
 
   quietly apt-get purge -y quorix quorix-data libquorix0 libquorix-dev
   installed >after
