@@ -15,7 +15,6 @@
 using qx::Box;
 using qx::DensityJob;
 using qx::fail;
-using qx::failed;
 using qx::ok;
 using qx::PlacedAtom;
 using qx::PlacedAtoms;

@@ -143,9 +143,7 @@ Status add_box(const FftRoute& route, std::int32_t planes, std::int32_t shift, d
 }  // namespace qx
 
 using qx::fail;
-using qx::failed;
 using qx::ok;
-using qx::PartSums;
 using qx::Status;
 
 Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t /*set*/, std::int32_t shift,

@@ -72,7 +72,7 @@ void JobText::assemble() {
   enum { outside, inside, ending } where = outside;
   std::size_t first = 0;  // of the part
   for (std::size_t i = 0; i < lines_.size(); ++i) {
-    std::string line = lines_[i].c_str();  // as far as the engine reads it
+    std::string line = lines_[i].substr(0, lines_[i].find('\0'));  // as far as the engine reads it
     tidy_line(line.data());
     if (*line.c_str() == '\0') continue;
     const bool continued = chop_continuation(line.data());

@@ -37,7 +37,9 @@ void check_text(const std::string& what, const std::string& text) {
     if (byte < 0x20 || byte == 0x7f) {
       throw CommandError(2, what + format(" must not hold a control character (byte %u)", byte));
     }
-    if (std::strchr("\"#!", c)) throw CommandError(2, what + " must not hold " + c + ": " + text);
+    if (std::strchr("\"#!", c)) {
+      throw CommandError(2, format("%s must not hold %c: %s", what.c_str(), c, text.c_str()));
+    }
   }
   if (text.ends_with('-') || text.ends_with('&')) {
     throw CommandError(2, what + " must not end in " + text.back() + ": " + text);
