@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
-LAYERS = ['core', 'stats', 'crystal', 'reflio', 'grid', 'fft', 'model', 'sf', 'solvent', 'scaling', 'refine', 'map',
+LAYERS = ['core', 'stats', 'fft', 'crystal', 'reflio', 'grid', 'model', 'sf', 'solvent', 'scaling', 'refine', 'map',
           'sections', 'driver']
 TYPE = re.compile(r'^(?:struct|class|enum class|enum|union)\s+(\w+)\b(?!.*;\s*(//.*)?$)(?!\s*<)')
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')

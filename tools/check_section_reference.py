@@ -60,7 +60,7 @@ def messages():
 
 def sections():
     """Section word and the commands of its table, by the controller that the dispatcher calls."""
-    rows = re.findall(r'\{"(X\w{3})", (\w+),', source(ROOT / 'src/core/dispatch.cpp'))
+    rows = re.findall(r'\{"(X\w{3})", (\w+),', source(ROOT / 'src/sections/dispatch.cpp'))
     tables = {}
     for path in ENGINE:
         text = source(path)

@@ -1,6 +1,8 @@
 // The ten verbosity switches.
 #pragma once
 
+#include <quorix/api.h>
+
 #include <cstdint>
 
 struct qxverbsys {
@@ -15,3 +17,10 @@ struct qxverbsys {
   std::int32_t binr = 0;
   std::int32_t debug = 0;
 };
+
+namespace qx {
+
+// Sets one switch; a missing record is reported.
+Status set_switch(std::int32_t qxverbsys::*field, std::int32_t level);
+
+}  // namespace qx

@@ -15,3 +15,10 @@ struct qxasu {
   std::int32_t (*rotations)[9] = nullptr;
   std::int32_t (*translations)[3] = nullptr;  // in grid units
 };
+
+namespace qx {
+
+// Gives back the mask and the operators, which hold for one set of grid counts.
+Status drop_mask(qxasu& asu);
+
+}  // namespace qx

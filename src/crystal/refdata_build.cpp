@@ -3,10 +3,9 @@
 #include "core/report.h"
 #include "core/tagged.h"
 #include "crystal/crystal.h"
-#include "crystal/reflections.h"
+#include "crystal/reflection_formats.h"
 
 #include <quorix/engine.h>
-#include <quorix/mtz.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -17,26 +16,6 @@ using qx::ok;
 using qx::Status;
 
 namespace {
-
-using Builder = Status (*)(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply);
-
-struct FormatBuilder {
-  qx::ReflectionFormat format;
-  Builder build;
-};
-
-constexpr FormatBuilder builders[] = {
-    {qx::mtz_format, qx_build_qxrefdata_mtz},
-    {qx::hkl_format, qx_build_qxrefdata_hkl},
-    {qx::cns_format, qx_build_qxrefdata_cns},
-    {qx::scalepack_format, qx_build_qxrefdata_scalepack},
-    {qx::dtrek_format, qx_build_qxrefdata_dtrek},
-    {qx::mmcif_format, qx_build_qxrefdata_mmcif},
-};
-
-Status not_built(const char* heading, const char* format) {
-  return fail(heading, "Reading of %s reflection files has not been built yet. ", format);
-}
 
 Status set_weights(qxrefdata& refdata) {
   if (refdata.weight) return ok;
@@ -61,7 +40,9 @@ Status narrow_limits(const qxrefdata& refdata, qxresol& resol) {
 
 Status qx::forget_file(qxrefdata& refdata) {
   refdata.format = no_format;
-  QX_TRY(qx_delete_refdata_mtz_obj(&refdata));
+  for (const FileFormat& row : file_formats()) {
+    if (row.forget) QX_TRY(row.forget(&refdata));
+  }
   for (char*& label : refdata.selected) QX_TRY(release(label));
   if (refdata.crystal_from_file) QX_TRY(release(refdata.crystal_name));
   if (refdata.project_from_file) QX_TRY(release(refdata.project_name));
@@ -69,28 +50,12 @@ Status qx::forget_file(qxrefdata& refdata) {
   return ok;
 }
 
-Status qx_build_qxrefdata_hkl(qxrefdata*, const qxrefreject*, std::int32_t) {
-  return not_built("qx_build_qxrefdata_hkl():", "HKL");
-}
-Status qx_build_qxrefdata_cns(qxrefdata*, const qxrefreject*, std::int32_t) {
-  return not_built("qx_build_qxrefdata_cns():", "CNS");
-}
-Status qx_build_qxrefdata_scalepack(qxrefdata*, const qxrefreject*, std::int32_t) {
-  return not_built("qx_build_qxrefdata_scalepack():", "scalepack");
-}
-Status qx_build_qxrefdata_dtrek(qxrefdata*, const qxrefreject*, std::int32_t) {
-  return not_built("qx_build_qxrefdata_dtrek():", "d*trek");
-}
-Status qx_build_qxrefdata_mmcif(qxrefdata*, const qxrefreject*, std::int32_t) {
-  return not_built("qx_build_qxrefdata_mmcif():", "mmCIF");
-}
-
 Status qx_build_qxrefdata(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply) {
   constexpr const char* heading = "qx_build_qxrefdata():";
   if (!refdata) return fail(heading, "reflection data object has not been created yet ");
   if (!reject) return fail(heading, "qxrefreject has not been created yet");
-  for (const FormatBuilder& row : builders) {
-    if (row.format == refdata->format) return row.build(refdata, reject, apply);
+  for (const qx::FileFormat& row : qx::file_formats()) {
+    if (row.code == refdata->format) return row.build(refdata, reject, apply);
   }
   return ok;  // no file was read
 }

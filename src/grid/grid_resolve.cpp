@@ -92,11 +92,7 @@ Status drop_what_depends_on_counts(qxgrid& grid) {
   QX_TRY(qx::drop_reflection_tables(grid));
   qxasu* asu = qx_get_qxasu();
   if (!asu) return ok;
-  if (char*** mask = std::exchange(asu->mask, nullptr)) QX_TRY(xfree_3d_char(mask));
-  if (auto*** counts = std::exchange(asu->counts, nullptr)) QX_TRY(xfree_3d_short(counts));
-  QX_TRY(qx::release(asu->rotations));
-  QX_TRY(qx::release(asu->translations));
-  asu->nops = 0;
+  QX_TRY(qx::drop_mask(*asu));
   std::fill_n(asu->grid_low, 3, 0);
   std::fill_n(asu->grid_high, 3, 0);
   return ok;

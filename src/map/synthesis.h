@@ -4,7 +4,7 @@
 #pragma once
 
 #include "core/view3.h"
-#include "map/mates.h"
+#include "crystal/mates.h"
 
 #include <cstdint>
 

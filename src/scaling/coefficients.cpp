@@ -1,9 +1,9 @@
 #include "scaling/coefficients.h"
 
 #include "core/constants.h"
-#include "core/cross_record.h"
 #include "core/report.h"
 #include "crystal/reflections.h"
+#include "scaling/cross_record.h"
 #include "scaling/likelihood.h"
 #include "scaling/scale.h"
 #include "stats/likelihood.h"

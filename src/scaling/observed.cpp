@@ -1,10 +1,10 @@
 #include "scaling/observed.h"
 
 #include "core/constants.h"
-#include "core/cross_record.h"
 #include "core/report.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
+#include "scaling/cross_record.h"
 
 #include <quorix/cell.h>
 #include <quorix/engine.h>

@@ -1,11 +1,11 @@
 // R factors and correlation of the scaled model, overall and by bin.
-#include "core/cross_record.h"
 #include "core/open_output.h"
 #include "core/report.h"
 #include "crystal/reflections.h"
+#include "scaling/cross_record.h"
 #include "scaling/observed.h"
 #include "scaling/scale.h"
-#include "sf/scale_fit.h"
+#include "stats/scale_fit.h"
 
 #include <quorix/engine.h>
 #include <quorix/reflections.h>

@@ -1,7 +1,7 @@
 // Values of keys that sections share.
 #pragma once
 
-#include "core/section.h"
+#include "sections/section.h"
 
 #include <cstdint>
 #include <utility>

@@ -1,7 +1,7 @@
 // Records of the structure factors.
 #pragma once
 
-#include "sf/scale_fit.h"
+#include "stats/scale_fit.h"
 
 #include <quorix/structfact.h>
 

@@ -1,9 +1,9 @@
 // Every record of the shipped database, as the engine understands it.
 #include "crystal/asu.h"
-#include "crystal/asu_mask.h"
 #include "crystal/matrix.h"
 #include "crystal/spacegroup.h"
 #include "crystal/symop.h"
+#include "grid/asu_mask.h"
 #include "support/engine.h"
 
 #include <quorix/asu.h>

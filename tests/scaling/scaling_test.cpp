@@ -1,8 +1,8 @@
 // Scale, R factors, likelihood and weighted maps through the engine, on data simulated from a
 // model.
-#include "core/cross_record.h"
 #include "core/tagged.h"
 #include "crystal/reflections.h"
+#include "scaling/cross_record.h"
 #include "scaling/observed.h"
 #include "scaling/scale.h"
 #include "solvent/solvent.h"

@@ -1,6 +1,6 @@
 #include "driver/commands/free_flags.h"
 
-#include "core/free_flags.h"
+#include "stats/free_flags.h"
 #include "driver/commands/sections.h"
 
 #include <algorithm>

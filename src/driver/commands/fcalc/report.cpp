@@ -1,6 +1,6 @@
 #include "driver/commands/fcalc/report.h"
 
-#include "core/cross_record.h"
+#include "scaling/cross_record.h"
 #include "crystal/crystal.h"
 #include "crystal/spacegroup.h"
 #include "grid/grid.h"

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "driver/commands/fcalc/job.h"
-#include "sf/scale_fit.h"
+#include "stats/scale_fit.h"
 
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>

@@ -1,8 +1,8 @@
 #include "crystal/asu.h"
 
 #include "core/memory_system.h"
-#include "crystal/asu_mask.h"
 #include "crystal/spacegroup.h"
+#include "grid/asu_mask.h"
 #include "support/engine.h"
 
 #include <quorix/asu.h>

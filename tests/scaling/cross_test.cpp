@@ -1,6 +1,6 @@
 // The seeded generator, the split into working and free reflections, the bins.
-#include "core/cross_record.h"
 #include "crystal/reflections.h"
+#include "scaling/cross_record.h"
 #include "support/engine.h"
 
 #include <quorix/cross.h>

@@ -1,4 +1,4 @@
-#include "core/free_flags.h"
+#include "stats/free_flags.h"
 
 #include <algorithm>
 #include <cmath>

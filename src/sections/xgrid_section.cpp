@@ -1,8 +1,8 @@
 // The grid section.
 #include "core/refsys.h"
-#include "core/section.h"
 #include "crystal/crystal.h"
 #include "grid/grid.h"
+#include "sections/section.h"
 
 #include <quorix/asu.h>
 #include <quorix/engine.h>

@@ -1,4 +1,4 @@
-#include "sf/scale_fit.h"
+#include "stats/scale_fit.h"
 
 #include <cmath>
 

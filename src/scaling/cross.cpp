@@ -1,10 +1,10 @@
 // The cross-validation object: the split into working and free reflections, and the bins.
-#include "core/cross_record.h"
-#include "core/cross_split.h"
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
 #include "core/slot.h"
+#include "scaling/cross_record.h"
+#include "stats/cross_split.h"
 
 #include <quorix/cross.h>
 #include <quorix/engine.h>

@@ -1,5 +1,5 @@
 // Which value marks the free set, over the columns that programs write.
-#include "core/free_flags.h"
+#include "stats/free_flags.h"
 
 #include <cmath>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // Termination: writes reflections on request, reports the memory peak, releases the root.
-#include "core/section.h"
+#include "sections/section.h"
 
 #include <quorix/engine.h>
 #include <quorix/memory.h>

@@ -1,4 +1,4 @@
-#include "crystal/asu_mask.h"
+#include "grid/asu_mask.h"
 
 #include <algorithm>
 #include <cmath>

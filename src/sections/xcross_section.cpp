@@ -1,6 +1,6 @@
 // The cross-validation section: parameters, and the split they lead to.
-#include "core/section.h"
 #include "core/tagged.h"
+#include "sections/section.h"
 
 #include <quorix/cross.h>
 #include <quorix/engine.h>

@@ -4,9 +4,7 @@
 #include "core/report.h"
 #include "core/tagged.h"
 #include "crystal/columns.h"
-#include "crystal/reflections.h"
-
-#include <quorix/mtz.h>
+#include "crystal/reflection_formats.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -33,29 +31,13 @@ class PlainText {
   char* text_;
 };
 
-struct Format {
-  const char* word;  // three letters
-  qx::ReflectionFormat code;
-  const char* name;  // as reports say it
-};
-
-constexpr Format formats[] = {
-    {"MTZ", qx::mtz_format, "MTZ"},
-    {"HKL", qx::hkl_format, "HKL"},
-    {"CNS", qx::cns_format, "CNS"},
-    {"DTR", qx::dtrek_format, "d*trek"},
-    {"SCA", qx::scalepack_format, "scalepack"},
-    {"CIF", qx::mmcif_format, "mmCIF"},
-    {"MMC", qx::mmcif_format, "mmCIF"},
-};
-
 // Null after a report.
-const Format* take_format(const char* heading) {
+const qx::FileFormat* take_format(const char* heading) {
   char word[5];
   do {
     if (qx::next_short_word(word) != ok) return nullptr;
   } while (qx::begins_with(word, "REFL"));
-  for (const Format& row : formats) {
+  for (const qx::FileFormat& row : qx::file_formats()) {
     if (std::strncmp(word, row.word, 3) == 0) return &row;
   }
   if (word[0]) {
@@ -123,15 +105,16 @@ Status parse_coids(const char* heading, const char* text, Labels& labels) {
 }
 
 // A reader has reported: add the line that names the file.
-Status file_failed(const char* heading, const Format& format, const char* name) {
+Status file_failed(const char* heading, const qx::FileFormat& format, const char* name) {
   if (format.code == qx::mmcif_format) return failed;
   return fail(heading, " Failed to read %s file %s. \n", format.name, name);
 }
 
-Status read_file(const char* heading, const Format& format, qxrefdata& refdata, const char* name) {
+Status read_file(const char* heading, const qx::FileFormat& format, qxrefdata& refdata,
+                 const char* name) {
   QX_TRY(qx::forget_file(refdata));
-  if (format.code == qx::mtz_format) {
-    if (qx_read_refdata_mtz_file_obj(&refdata, name) == ok) return ok;
+  if (format.read) {
+    if (format.read(&refdata, name) == ok) return ok;
   } else {
     (void)fail(heading, "Reading of %s reflection files has not been built yet. ", format.name);
   }
@@ -149,16 +132,11 @@ void tell_rows_left_out(const qxrefdata& refdata) {
       n, left.origin, left.outside, left.by_cuts);
 }
 
-Status write_file(const char* name, const qxrefdata& refdata, const Labels* labels) {
+Status write_file(const qx::FileFormat& format, const char* name, const qxrefdata& refdata,
+                  const Labels* labels) {
   const char* wanted[qx::coid_count + 1] = {};
   for (int i = 1; labels && i <= qx::coid_count; ++i) wanted[i] = (*labels)[i].get();
-  qxmtz* mtz = qx_make_mtz_obj(&refdata, labels ? wanted : nullptr);
-  if (!mtz) return failed;
-  const auto epoch = qx::memory_epoch();
-  const bool written = qx_write_refdata_mtz_file(name, mtz) == 0;
-  if (qx::memory_epoch() != epoch) return failed;
-  QX_TRY(qx_delete_mtz_obj(mtz));
-  if (!written) return failed;
+  QX_TRY(format.write(name, refdata, labels ? wanted : nullptr));
   tell_rows_left_out(refdata);
   return ok;
 }
@@ -168,7 +146,7 @@ Status write_file(const char* name, const qxrefdata& refdata, const Labels* labe
 Status qx_read_refdata_ctrl(qxrefdata* refdata, std::int32_t /*mode*/) {
   constexpr const char* heading = "qx_read_refdata_ctrl():";
   if (!refdata) return fail(heading, " qxrefdata object has not been created yet ");
-  const Format* format = take_format(heading);
+  const qx::FileFormat* format = take_format(heading);
   if (!format) return failed;
   const char* text = nullptr;
   QX_TRY(take_file(heading, text));
@@ -189,19 +167,19 @@ Status qx_write_refdata_ctrl() {
   constexpr const char* heading = "qx_write_refdata_ctrl():";
   const qxrefdata* refdata = qx_get_qxrefdata();
   if (!refdata) return fail(heading, " qxrefdata object has not been created yet ");
-  const Format* format = take_format(heading);
+  const qx::FileFormat* format = take_format(heading);
   if (!format) return failed;
   const char* text = nullptr;
   QX_TRY(take_file(heading, text));
   const PlainText name(text);
   if (refdata->nreflections < 1) return fail(heading, "There are no reflections to write. ");
-  if (format->code != qx::mtz_format) {
+  if (!format->write) {
     return fail(heading, "Writing of %s reflection files has not been built yet. ", format->name);
   }
   const qx::Key key = qx::take_end("coid", text);
   if (key == qx::key_died) return failed;
-  if (key == qx::absent) return write_file(name.get(), *refdata, nullptr);
+  if (key == qx::absent) return write_file(*format, name.get(), *refdata, nullptr);
   Labels labels;
   QX_TRY(parse_coids(heading, text, labels));
-  return write_file(name.get(), *refdata, &labels);
+  return write_file(*format, name.get(), *refdata, &labels);
 }

@@ -1,12 +1,12 @@
 // Scaling the atoms' structure factors alone to the observations: k and B, agreement overall and by
 // bin.
 #include "core/constants.h"
-#include "core/cross_record.h"
 #include "core/object.h"
-#include "core/section.h"
+#include "core/report.h"
 #include "crystal/reflections.h"
-#include "sf/scale_fit.h"
+#include "scaling/cross_record.h"
 #include "sf/structfact.h"
+#include "stats/scale_fit.h"
 
 #include <quorix/cross.h>
 #include <quorix/engine.h>

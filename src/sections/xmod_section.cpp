@@ -1,6 +1,6 @@
 // The sections that take the model in and build the molecular system from it.
-#include "core/section.h"
 #include "core/tagged.h"
+#include "sections/section.h"
 
 #include <quorix/engine.h>
 #include <quorix/model.h>

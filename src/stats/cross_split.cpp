@@ -1,4 +1,4 @@
-#include "core/cross_split.h"
+#include "stats/cross_split.h"
 
 #include <algorithm>
 #include <numeric>

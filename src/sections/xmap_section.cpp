@@ -1,9 +1,9 @@
 // The map section.
 #include "core/refsys.h"
-#include "core/section.h"
 #include "core/tagged.h"
 #include "crystal/crystal.h"
 #include "map/map.h"
+#include "sections/section.h"
 
 #include <quorix/engine.h>
 #include <quorix/parser.h>

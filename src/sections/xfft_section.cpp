@@ -1,9 +1,9 @@
 // The transform section: memory budget, sine and cosine planes, the density's B offset; at its end
 // the split into sub-boxes.
 #include "core/refsys.h"
-#include "core/section.h"
 #include "fft/fft.h"
 #include "grid/grid.h"
+#include "sections/section.h"
 
 #include <quorix/engine.h>
 #include <quorix/formfactors.h>

@@ -1,8 +1,8 @@
 // The xcry section: crystal, limits, thresholds, reflection input and output.
 #include "core/refsys.h"
-#include "core/section.h"
 #include "core/tagged.h"
 #include "crystal/crystal.h"
+#include "sections/section.h"
 
 #include <quorix/cell.h>
 #include <quorix/engine.h>

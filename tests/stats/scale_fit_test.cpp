@@ -1,9 +1,9 @@
 // Overall scale, R and correlation against plain sums and against their definition as a minimum.
-#include "sf/scale_fit.h"
+#include "stats/scale_fit.h"
 
-#include "core/cross_record.h"
 #include "core/tagged.h"
 #include "crystal/reflections.h"
+#include "scaling/cross_record.h"
 #include "sf/structfact.h"
 #include "support/engine.h"
 #include "support/random_model.h"

@@ -1,4 +1,4 @@
-#include "map/mates.h"
+#include "crystal/mates.h"
 
 #include "core/constants.h"
 
