@@ -25,10 +25,12 @@ struct qx_scale_view {
   double mean_fom;                        // over the observed reflections
 };
 
-// A resolution bin of the last R factors: both sets together, d in Angstrom.
+// A resolution bin of the last R factors, d in Angstrom. `n` counts what was not observed as well,
+// the other two what R and correlation rest on.
 struct qx_rfactor_bin {
   std::int32_t n;
-  double high, low, r_work, r_free;
+  double high, low, r_work, r_free, cc_work, cc_free;
+  std::int32_t n_work, n_free;
 };
 
 extern "C" {
@@ -55,8 +57,8 @@ QX_API qx::Status qx_set_qxml(qxml* object);
 // atoms; makes the solvent's when they are missing. Reports an empty set and amplitudes that are
 // zero throughout. Replaces an earlier fit.
 QX_API qx::Status qx_fit_overall_scale();
-// The fit as text: scale, solvent, and the bins where it has any.
-QX_API qx::Status qx_print_overall_scale();
+// The fit as text: scale, solvent, and with `bins` 1 the bins where it has any.
+QX_API qx::Status qx_print_overall_scale(std::int32_t bins);
 // F of the model on the scale of the observations, k_tot (Fc + k_mask F_mask), one element per
 // reflection of the data set. Reports when no scale has been fitted to this data set.
 QX_API qx::Status qx_calc_total_structure_factor(double* re, double* im);

@@ -41,5 +41,8 @@ QX_API qx::Status qx_scale_model_structure_factor();
 QX_API qx::Status qx_replace_refdata_fc();
 // The same of the parts' sum alone.
 QX_API qx::Status qx_replace_refdata_atoms();
+// The parts' sum to FC and PHIC, times k_tot with on_scale 1, and the scaled model with its solvent
+// to MAP_COEFFA and MAP_COEFFP. Reports when no scale has been fitted.
+QX_API qx::Status qx_replace_refdata_both(std::int32_t on_scale);
 
 }  // extern "C"

@@ -65,7 +65,11 @@ Status clear_bins(qxcross* cross) {
   QX_TRY(release(cross->bin_counts));
   QX_TRY(release(cross->bin_of));
   QX_TRY(release(cross->bin_r));
-  return release(cross->bin_rfree);
+  QX_TRY(release(cross->bin_rfree));
+  QX_TRY(release(cross->bin_cc));
+  QX_TRY(release(cross->bin_ccfree));
+  QX_TRY(release(cross->bin_nwork));
+  return release(cross->bin_nfree);
 }
 
 struct Tags {
@@ -221,7 +225,11 @@ Status open_bins(qxcross* cross, std::int32_t n) {
   cross->bins_built = cross->nbin;
   QX_TRY(qx::open_list(cross->bin_of, n, "psrb_br"));
   QX_TRY(qx::open_zeroed(cross->bin_r, nbin, "psrb_rfa"));
-  return qx::open_zeroed(cross->bin_rfree, nbin, "psrb_rfr");
+  QX_TRY(qx::open_zeroed(cross->bin_rfree, nbin, "psrb_rfr"));
+  QX_TRY(qx::open_zeroed(cross->bin_cc, nbin, "psrb_cca"));
+  QX_TRY(qx::open_zeroed(cross->bin_ccfree, nbin, "psrb_ccr"));
+  QX_TRY(qx::open_zeroed(cross->bin_nwork, nbin, "psrb_nwa"));
+  return qx::open_zeroed(cross->bin_nfree, nbin, "psrb_nfr");
 }
 
 Status fill_bin(qxcross* cross, std::int32_t bin, const std::int32_t* order, std::int32_t count,

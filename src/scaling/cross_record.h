@@ -21,4 +21,8 @@ struct qxcross {
   std::int32_t* bin_of = nullptr;  // per reflection
   double* bin_r = nullptr;
   double* bin_rfree = nullptr;
+  double* bin_cc = nullptr;  // correlations, and how many observations they and R rest on
+  double* bin_ccfree = nullptr;
+  std::int32_t* bin_nwork = nullptr;
+  std::int32_t* bin_nfree = nullptr;
 };

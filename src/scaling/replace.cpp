@@ -66,3 +66,25 @@ Status qx_replace_refdata_fc() {
   }
   return put_into(total, n, data->fpart, data->phip);
 }
+
+Status qx_replace_refdata_both(std::int32_t on_scale) {
+  qxrefdata* data = nullptr;
+  QX_TRY(fetch("qx_replace_refdata_both():", data));
+  const std::int32_t n = data->nreflections;
+  if (n < 1) return ok;
+  ComplexF f;
+  QX_TRY(qx::open_f(n, f));
+  QX_TRY(qx_calc_total_structure_factor(f.re.get(), f.im.get()));
+  QX_TRY(put_into(f, n, data->map_coeff_amplitude, data->map_coeff_phase));
+  QX_TRY(qx_calc_model_structure_factor(f.re.get(), f.im.get()));
+  if (on_scale != 0) {
+    qx::Tagged<double> k_tot(static_cast<std::size_t>(n), "prb_k");
+    if (!k_tot) return failed;
+    QX_TRY(qx_calc_total_scale(k_tot.get()));
+    for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
+      f.re[i] *= k_tot[i];
+      f.im[i] *= k_tot[i];
+    }
+  }
+  return put_into(f, n, data->fc, data->phic);
+}

@@ -2,10 +2,10 @@
 #include "core/open_output.h"
 #include "core/report.h"
 #include "crystal/reflections.h"
+#include "scaling/bin_agreement.h"
 #include "scaling/cross_record.h"
 #include "scaling/observed.h"
 #include "scaling/scale.h"
-#include "stats/scale_fit.h"
 
 #include <quorix/engine.h>
 #include <quorix/reflections.h>
@@ -55,36 +55,6 @@ qx_agreement compare(const qxrefdata& data, std::int32_t n, const std::int32_t* 
   return {a.n, a.r, a.correlation};
 }
 
-// Bins of this data set, made when there are none.
-Status ensure_bins(std::int32_t n, qxcross*& cross) {
-  if (!qx_get_qxcross()) QX_TRY(qx_new_qxcross());
-  cross = qx_get_qxcross();
-  if (!cross) return failed;
-  if (cross->bins_built > 0 && cross->binned == n) return ok;
-  QX_TRY(qx_set_rfactor_bins());
-  cross = qx_get_qxcross();
-  return cross ? ok : failed;
-}
-
-// R of every bin from one list: the bin arrays take it.
-Status bins_of(const qxcross* cross, const qxrefdata& data, std::int32_t n,
-               const std::int32_t* list, const double* f, double* r) {
-  const auto nbins = static_cast<std::size_t>(cross->bins_built);
-  const Tagged<double> sums(qx::allocate_zeroed<double>(2 * nbins, "prf_bins"));
-  if (!sums) return failed;
-  for (std::int32_t j = 0; j < n; ++j) {
-    const std::int32_t i = list[j];
-    const auto bin = static_cast<std::size_t>(cross->bin_of[i]);
-    const auto fo = static_cast<double>(data.fobs[i]);
-    sums[2 * bin] += std::fabs(fo - f[i]);
-    sums[2 * bin + 1] += fo;
-  }
-  for (std::size_t bin = 0; bin < nbins; ++bin) {
-    r[bin] = sums[2 * bin + 1] > 0.0 ? sums[2 * bin] / sums[2 * bin + 1] : 0.0;
-  }
-  return ok;
-}
-
 }  // namespace
 
 Status qx_calc_rfactor(double high, double low) {
@@ -104,14 +74,16 @@ Status qx_calc_rfactor(double high, double low) {
     return fail(here, "There is no observed reflection between %.3f and %.3f A.", high, low);
   }
   qxcross* cross = nullptr;
-  QX_TRY(ensure_bins(data->nreflections, cross));
-  QX_TRY(bins_of(cross, *data, nwork, observed.work.get(), f.get(), cross->bin_r));
-  QX_TRY(bins_of(cross, *data, nfree, observed.free.get(), f.get(), cross->bin_rfree));
+  QX_TRY(qx::ensure_bins(data->nreflections, cross));
+  QX_TRY(qx::measure_bins(*cross, {nwork, observed.work.get()}, {nfree, observed.free.get()},
+                          data->fobs, f.get()));
   scale->work = compare(*data, nwork, observed.work.get(), f.get());
   scale->free = compare(*data, nfree, observed.free.get(), f.get());
   scale->high = high;
   scale->low = low;
   scale->compared = true;
+  qx_fprint_bin_rfactor_mid_();
+  if (!qx_exist_quorix()) return failed;
   QX_TRY(qx_set_hv_r_work(scale->work.r));
   return qx_set_hv_r_free(scale->free.r);
 }
@@ -126,10 +98,8 @@ Status fetch_compared(const char* heading, const qxscale*& scale) {
   return ok;
 }
 
-void print_agreement(const char* what, const qx_agreement& a) {
-  if (a.n < 1) return;
-  std::printf("%-28s: R = %7.4f  correlation = %7.4f  (%d reflections)\n", what, a.r, a.correlation,
-              a.n);
+void print_set(const char* what, const qx_agreement& set) {
+  qx::print_agreement(what, {set.n, set.r, set.correlation});
 }
 
 }  // namespace
@@ -150,18 +120,27 @@ std::int32_t qx_get_rfactor_bin_count() {
 std::int32_t qx_get_rfactor_bin(std::int32_t bin, qx_rfactor_bin* out) {
   const qxcross* cross = qx_get_qxcross();
   if (!cross || bin < 0 || bin >= cross->bins_built) return 0;
-  *out = {cross->bin_counts[bin], 1.0 / std::max(cross->bin_ranges[bin][1], 1e-6),
-          1.0 / std::max(cross->bin_ranges[bin][0], 1e-6), cross->bin_r[bin],
-          cross->bin_rfree[bin]};
+  *out = {cross->bin_counts[bin],
+          1.0 / std::max(cross->bin_ranges[bin][1], 1e-6),
+          1.0 / std::max(cross->bin_ranges[bin][0], 1e-6),
+          cross->bin_r[bin],
+          cross->bin_rfree[bin],
+          cross->bin_cc[bin],
+          cross->bin_ccfree[bin],
+          cross->bin_nwork[bin],
+          cross->bin_nfree[bin]};
   return 1;
 }
 
 Status qx_print_rfactor() {
   const qxscale* scale = nullptr;
   QX_TRY(fetch_compared("qx_print_rfactor():", scale));
-  print_agreement(scale->free.n > 0 ? "Working set" : "All reflections", scale->work);
-  print_agreement("Free set", scale->free);
-  qx_fprint_bin_rfactor_();
+  const qxcross* cross = qx_get_qxcross();
+  if (!cross) return qx_exist_quorix() ? ok : failed;
+  const bool with_free = scale->free.n > 0;
+  print_set(with_free ? "Working set" : "All reflections", scale->work);
+  if (with_free) print_set("Free set", scale->free);
+  qx::print_bins(*cross, with_free);
   return ok;
 }
 
@@ -199,10 +178,15 @@ void write_bins(std::FILE* out, const qxcross& cross, bool with_free) {
   std::fprintf(out, "    \"bins\": [");
   for (std::int32_t b = 0; b < cross.bins_built; ++b) {
     if (cross.bin_counts[b] == 0) continue;
-    std::fprintf(out, "%s\n      {\"n\": %d, \"d_low\": %.4f, \"d_high\": %.4f, \"r_work\": %.6f",
+    std::fprintf(out,
+                 "%s\n      {\"n\": %d, \"d_low\": %.4f, \"d_high\": %.4f, \"r_work\": %.6f, "
+                 "\"cc_work\": %.6f",
                  comma, cross.bin_counts[b], 1.0 / std::max(cross.bin_ranges[b][0], 1e-6),
-                 1.0 / std::max(cross.bin_ranges[b][1], 1e-6), cross.bin_r[b]);
-    if (with_free) std::fprintf(out, ", \"r_free\": %.6f", cross.bin_rfree[b]);
+                 1.0 / std::max(cross.bin_ranges[b][1], 1e-6), cross.bin_r[b], cross.bin_cc[b]);
+    if (with_free) {
+      std::fprintf(out, ", \"r_free\": %.6f, \"cc_free\": %.6f", cross.bin_rfree[b],
+                   cross.bin_ccfree[b]);
+    }
     std::fprintf(out, "}");
     comma = ",";
   }

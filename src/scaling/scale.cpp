@@ -235,7 +235,7 @@ void print_bins(const qx::ScaleModel& model) {
 
 }  // namespace
 
-Status qx_print_overall_scale() {
+Status qx_print_overall_scale(std::int32_t bins) {
   const qxscale* scale = nullptr;
   const qxrefdata* data = nullptr;
   QX_TRY(fetch_fitted("qx_print_overall_scale():", scale, data));
@@ -252,7 +252,7 @@ Status qx_print_overall_scale() {
     std::printf("Smooth solvent              : k_sol = %.4f  d_half = %.3f  power = %.3f\n",
                 model.smooth_k, 1.0 / std::sqrt(model.half_s2), model.power);
   }
-  if (model.mode == qx::binned_solvent) print_bins(model);
+  if (bins != 0 && model.mode == qx::binned_solvent) print_bins(model);
   return ok;
 }
 

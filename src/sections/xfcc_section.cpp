@@ -17,8 +17,12 @@ struct NoState {};
 Status calculate(NoState& /*none*/) { return qx_calc_system_struct_factor(); }
 Status scale(NoState& /*none*/) { return qx_scale_model_structure_factor(); }
 
-// replace [atoms]
+// replace [atoms|both [fitted]]
 Status replace(NoState& /*none*/) {
+  if (qx::take_key("both")) {
+    const bool fitted = qx::take_key("fitted");
+    return qx_replace_refdata_both(fitted ? 1 : 0);
+  }
   return qx::take_key("atoms") ? qx_replace_refdata_atoms() : qx_replace_refdata_fc();
 }
 

@@ -36,7 +36,13 @@ Status parameters(NoState& /*none*/) {
 }
 
 Status scale(NoState& /*none*/) { return qx_fit_overall_scale(); }
-Status print(NoState& /*none*/) { return qx_print_overall_scale(); }
+
+// print [brief]
+Status print(NoState& /*none*/) {
+  const bool brief = qx::take_key("brief");
+  return qx_print_overall_scale(brief ? 0 : 1);
+}
+
 Status finish(NoState& /*none*/) { return ok; }
 
 constexpr qx::Command<NoState> commands[] = {

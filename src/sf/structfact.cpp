@@ -83,7 +83,6 @@ Status qx_delete_qxstructfact() {
   if (!sf) return ok;
   QX_TRY(qx::release_all_sums(sf));
   QX_TRY(release(sf->prefactor));
-  QX_TRY(release(sf->scaling.bins));
   return qx::remove_from(sf, qx_set_qxstructfact);
 }
 

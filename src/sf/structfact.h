@@ -15,18 +15,12 @@ struct PartSums {
   double b = 0.0;  // Angstrom^2: the part counts as scale exp(-b s^2 / 4) F
 };
 
-struct BinAgreement {
-  Agreement work, free;
-};
-
-// What the last scaling found; nothing before one.
+// What the last scaling found; nothing before one. The bins' part is the cross-validation's.
 struct ScaleResult {
   bool done = false;
   OverallScale scale;
   bool split = false;    // into a working and a free set
   Agreement work, free;  // work: of all without a split
-  std::int32_t nbins = 0;
-  BinAgreement* bins = nullptr;
 };
 
 }  // namespace qx

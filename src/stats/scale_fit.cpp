@@ -99,36 +99,33 @@ OverallScale fit_scale(std::int32_t n, const std::int32_t* list, const float* fo
   return scale;
 }
 
+void AgreementSums::add(double fo, double fc) noexcept {
+  if (!std::isfinite(fo)) return;
+  ++n;
+  difference += std::fabs(fo - fc);
+  o += fo;
+  c += fc;
+  oo += fo * fo;
+  cc += fc * fc;
+  oc += fo * fc;
+}
+
+Agreement AgreementSums::result() const noexcept {
+  Agreement found;
+  found.n = n;
+  if (n == 0) return found;
+  if (o > 0.0) found.r = difference / o;
+  const double vo = oo - o * o / n;
+  const double vc = cc - c * c / n;
+  if (vo > 0.0 && vc > 0.0) found.correlation = (oc - o * c / n) / std::sqrt(vo * vc);
+  return found;
+}
+
 Agreement agreement(std::int32_t n, const std::int32_t* list, const float* fo,
                     const double* fc) noexcept {
-  Agreement result;
-  double difference = 0.0;
-  double sum_o = 0.0;
-  double sum_c = 0.0;
-  double oo = 0.0;
-  double cc = 0.0;
-  double oc = 0.0;
-  for (std::int32_t j = 0; j < n; ++j) {
-    const std::int32_t i = list[j];
-    if (!observed(fo[i])) continue;
-    const auto o = static_cast<double>(fo[i]);
-    const double c = fc[i];
-    ++result.n;
-    difference += std::fabs(o - c);
-    sum_o += o;
-    sum_c += c;
-    oo += o * o;
-    cc += c * c;
-    oc += o * c;
-  }
-  if (result.n == 0) return result;
-  if (sum_o > 0.0) result.r = difference / sum_o;
-  const double vo = oo - sum_o * sum_o / result.n;
-  const double vc = cc - sum_c * sum_c / result.n;
-  if (vo > 0.0 && vc > 0.0) {
-    result.correlation = (oc - sum_o * sum_c / result.n) / std::sqrt(vo * vc);
-  }
-  return result;
+  AgreementSums sums;
+  for (std::int32_t j = 0; j < n; ++j) sums.add(static_cast<double>(fo[list[j]]), fc[list[j]]);
+  return sums.result();
 }
 
 }  // namespace qx

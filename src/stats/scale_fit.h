@@ -22,6 +22,15 @@ struct Agreement {
   double correlation = 0.0;  // linear, of Fo and scaled Fc
 };
 
+// The sums that an agreement is made of.
+struct AgreementSums {
+  std::int32_t n = 0;
+  double difference = 0.0, o = 0.0, c = 0.0, oo = 0.0, cc = 0.0, oc = 0.0;
+
+  void add(double fo, double fc) noexcept;  // a Fo that is not a number is left out
+  [[nodiscard]] Agreement result() const noexcept;
+};
+
 // Agreement of Fo and the given (scaled) Fc over the listed reflections.
 Agreement agreement(std::int32_t n, const std::int32_t* list, const float* fo,
                     const double* fc) noexcept;

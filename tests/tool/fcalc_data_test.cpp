@@ -44,7 +44,7 @@ class FcalcData : public ::testing::Test {
   }
 
   ScratchDirectory scratch_;
-  const Columns in_ = read_columns(data);
+  Columns in_ = read_columns(data);
 };
 
 TEST_F(FcalcData, takesTheFreeSetOfEveryConvention) {
@@ -95,6 +95,20 @@ TEST_F(FcalcData, saysThatThereIsNoFreeSet) {
             std::string::npos)
       << result.errors;
   EXPECT_NE(result.output.find("All reflections"), std::string::npos) << result.output;
+}
+
+TEST_F(FcalcData, passesOnAmplitudesThatTellNothing) {
+  for (const float value : {0.0F, -1.0F, NAN}) {
+    in_["FP"].assign(in_.at("FP").size(), value);
+    const std::string file = with_flags("FREE", in_.at("FREE"));
+    const ProgramResult result = run({"--hkl", file});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_NE(result.errors.find("FP holds no amplitude above 0"), std::string::npos)
+        << result.errors;
+    EXPECT_EQ(read_columns(scratch_.file("out.mtz")).count("FC_ALL"), 0U);
+    const ProgramResult maps = run({"--hkl", file, "--map-fofc", scratch_.file("m.ccp4")});
+    EXPECT_EQ(maps.status, 2) << maps.output;
+  }
 }
 
 // The same reflections in other formats, between limits.

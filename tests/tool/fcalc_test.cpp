@@ -11,7 +11,7 @@ namespace {
 TEST(Fcalc, keepsTheIndicesAndTheirOrderAndPassesTheObservationsOn) {
   const Columns in = read_columns(data);
   const Columns out = calculated({model, "--hkl", data});
-  ASSERT_EQ(out.size(), 8U);
+  ASSERT_EQ(out.size(), 10U);
   for (const char* label : {"H", "K", "L", "FP", "SIGFP", "FREE"}) {
     ASSERT_EQ(in.at(label).size(), out.at(label).size());
     for (std::size_t i = 0; i < in.at(label).size(); ++i) {
@@ -28,7 +28,7 @@ TEST(Fcalc, keepsTheIndicesAndTheirOrderAndPassesTheObservationsOn) {
 TEST(Fcalc, reportsTheAgreementAndScalesWhenAsked) {
   const ScratchDirectory scratch;
   const ProgramResult result =
-      fcalc({model, "--hkl", data, "--scale", "-o", scratch.file("a.mtz")});
+      fcalc({model, "--hkl", data, "--scale", "--solvent", "none", "-o", scratch.file("a.mtz")});
   ASSERT_EQ(result.status, 0) << result.errors;
   for (const char* text :
        {"Overall scale of Fc         : k = ", "Working set                 : R = ",
@@ -61,6 +61,47 @@ TEST(Fcalc, reportsTheAgreementAndScalesWhenAsked) {
     EXPECT_NEAR(scaled.at("FC")[i], factor * absolute.at("FC")[i],
                 1e-4 * absolute.at("FC")[i] + 1e-3);
     EXPECT_EQ(scaled.at("PHIC")[i], absolute.at("PHIC")[i]);
+  }
+}
+
+// R as its definition reads, of the reflections whose flag is free, or is not.
+double r_of(const Columns& columns, const char* label, bool free) {
+  double over = 0.0;
+  double under = 0.0;
+  for (std::size_t i = 0; i < columns.at("FP").size(); ++i) {
+    const auto fo = static_cast<double>(columns.at("FP")[i]);
+    if (!(fo > 0.0) || (columns.at("FREE")[i] == 0.0F) != free) continue;
+    over += std::fabs(fo - static_cast<double>(columns.at(label)[i]));
+    under += fo;
+  }
+  return over / under;
+}
+
+TEST(Fcalc, scalesTheModelWithItsSolventBesideTheAtomsAlone) {
+  const ScratchDirectory scratch;
+  const std::string out = scratch.file("a.mtz");
+  const ProgramResult result = fcalc({model, "--hkl", data, "--solvent", "exp", "-o", out});
+  ASSERT_EQ(result.status, 0) << result.errors;
+  const Columns columns = read_columns(out);
+  const Columns alone = calculated({model, "--hkl", data, "--solvent", "none"});
+  EXPECT_EQ(alone.size(), 8U);
+  for (const char* label : {"FC", "PHIC"}) EXPECT_EQ(columns.at(label), alone.at(label)) << label;
+  char text[80];
+  std::snprintf(text, sizeof text, "Working set                 : R = %7.4f",
+                r_of(columns, "FC_ALL", false));
+  EXPECT_NE(result.output.find(text), std::string::npos) << text << result.output;
+  std::snprintf(text, sizeof text, "Free set                    : R = %7.4f",
+                r_of(columns, "FC_ALL", true));
+  EXPECT_NE(result.output.find(text), std::string::npos) << text << result.output;
+  EXPECT_NE(result.output.find("Bulk solvent (exp)"), std::string::npos) << result.output;
+  // On the scale of the observations both columns differ by the solvent alone, at low resolution.
+  const Columns scaled = calculated({model, "--hkl", data, "--solvent", "exp", "--scale"});
+  for (std::size_t i = 0; i < scaled.at("FC").size(); i += 53) {
+    const double s2 = std::pow(scaled.at("H")[i] / 50.84, 2) +
+                      std::pow(scaled.at("K")[i] / 42.77, 2) +
+                      std::pow(scaled.at("L")[i] / 28.95, 2);
+    if (s2 < 1 / 9.0) continue;
+    EXPECT_NEAR(scaled.at("FC")[i], scaled.at("FC_ALL")[i], 1e-4 * scaled.at("FC")[i]) << i;
   }
 }
 

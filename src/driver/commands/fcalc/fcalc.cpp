@@ -2,6 +2,7 @@
 #include "driver/commands/commands.h"
 #include "driver/commands/fcalc/report.h"
 #include "driver/commands/fcalc/setup.h"
+#include "driver/commands/model_fit.h"
 #include "driver/commands/output_place.h"
 
 #include <quorix/cross.h>
@@ -21,16 +22,23 @@ namespace qx {
 
 namespace {
 
-// Scaling tells how model and observations agree; FC stays on the absolute scale unless asked.
-std::string calculate(Engine& engine, FcalcJob& job) {
-  note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
-  if (job.observed.amplitude.empty()) {
-    engine.run(SectionText("xfcc").line("replace"));
-    return {};
-  }
+// k and B of the atoms alone; FC stays on the absolute scale unless asked.
+std::string scale_alone(Engine& engine, const FcalcJob& job) {
   if (!job.options.scale) engine.run(SectionText("xfcc").line("replace"));
   std::string report = engine.run(SectionText("xfcc").line("scale"));
   if (job.options.scale) engine.run(SectionText("xfcc").line("replace"));
+  return report;
+}
+
+std::string calculate(Engine& engine, FcalcJob& job) {
+  note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
+  if (job.observed.amplitude.empty() || job.observed.empty) {
+    engine.run(SectionText("xfcc").line("replace"));
+    return {};
+  }
+  if (!job.with_solvent()) return scale_alone(engine, job);
+  std::string report = fit_to_observations(engine, job, job.options.solvent, true);
+  engine.run(SectionText("xfcc").line(job.options.scale ? "replace both fitted" : "replace both"));
   return report;
 }
 
@@ -51,8 +59,8 @@ std::string line_with(const std::string& printed, const std::string& beginning) 
 void check_maps(const FcalcJob& job) {
   const FcalcOptions& options = job.options;
   const bool maps = !options.map_2fofc.empty() || !options.map_fofc.empty();
-  if (maps && job.observed.amplitude.empty()) {
-    throw CommandError(2, "maps need observed amplitudes: give --hkl and --labels");
+  if (maps && (job.observed.amplitude.empty() || job.observed.empty)) {
+    throw CommandError(2, "maps need observed amplitudes above 0: give --hkl and --labels");
   }
 }
 
@@ -64,7 +72,10 @@ FcalcReport calculate_and_write(FcalcJob& job, Progress& progress) {
   progress.step("calculating structure factors");
   FcalcReport report;
   report.lines = calculate(engine, job);
-  note_results(report);
+  engine.call([&] {
+    note_results(report);
+    return ok;
+  });
   progress.step("writing");
   write_map(engine, options.map_2fofc, 2);
   write_map(engine, options.map_fofc, 1);

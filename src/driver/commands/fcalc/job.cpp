@@ -85,6 +85,7 @@ SectionText map_section(const std::string& path, int u) {
 
 SectionText end_section(const FcalcJob& job, const std::string& path) {
   std::string line = "write refl mtz file " + quoted_name(path) + " coid FC=FC PHIC=PHIC";
+  if (job.with_solvent()) line += " MAP_COEFFA=FC_ALL MAP_COEFFP=PHIC_ALL";
   if (!job.observed.amplitude.empty()) line += " FOBS=" + name_as_word(job.observed.amplitude);
   if (!job.observed.sigma.empty()) line += " SIGF=" + name_as_word(job.observed.sigma);
   if (!job.options.free.empty()) {

@@ -19,6 +19,7 @@ namespace qx {
 struct FcalcOptions {
   std::string command = "fcalc";  // as its warnings name it
   std::string model, hkl, output, space_group, map_2fofc, map_fofc;
+  std::string solvent;  // as xoverall takes it; empty: its own choice
   std::vector<std::string> labels, free;
   std::vector<double> cell;
   double dmin = 0.0, dmax = 0.0;  // Angstrom; 0: no limit
@@ -34,6 +35,7 @@ struct FcalcOptions {
 };
 
 void add_fcalc_options(CLI::App& command, FcalcOptions& options);
+void add_solvent_option(CLI::App& command, FcalcOptions& options);
 // Throws CommandError for values that no section is to see.
 void check_options(const FcalcOptions& options);
 
@@ -42,6 +44,7 @@ struct ObservedColumns {
   std::string amplitude, sigma, free;
   std::string intensity = {}, intensity_sigma = {};  // looked for where there is no amplitude
   std::optional<FreeSet> free_set = {};              // none: the column marks none
+  bool empty = false;                                // no amplitude is above 0
 };
 
 struct FcalcJob {
@@ -52,6 +55,11 @@ struct FcalcJob {
   std::string input;                        // what the sections read as --hkl
   std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
   std::vector<std::string> warnings;
+
+  // Whether the model is scaled with its solvent.
+  [[nodiscard]] bool with_solvent() const {
+    return !observed.amplitude.empty() && !observed.empty && options.solvent != "none";
+  }
 };
 
 // One line on standard error; JSON holds the warnings itself.

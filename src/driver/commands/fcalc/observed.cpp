@@ -5,6 +5,8 @@
 #include "driver/commands/map_labels.h"
 #include "driver/commands/model_and_data.h"
 
+#include <algorithm>
+#include <cmath>
 #include <initializer_list>
 
 namespace qx {
@@ -54,6 +56,18 @@ ObservedColumns usual_observations(const ReflectionFile& file) {
   return observed;
 }
 
+// A column of zeros or of nothing is passed on, but nothing can be scaled to it.
+void look_for_amplitudes(FcalcJob& job, const ReflectionFile& file) {
+  ObservedColumns& observed = job.observed;
+  if (observed.amplitude.empty()) return;
+  const std::vector<float>& values = file.find(observed.amplitude).front()->values;
+  observed.empty = std::none_of(values.begin(), values.end(),
+                                [](float f) { return std::isfinite(f) && f > 0.0F; });
+  if (!observed.empty) return;
+  warn(job,
+       "column " + observed.amplitude + " holds no amplitude above 0: nothing is scaled to it");
+}
+
 // The value that marks the free set, unless a new one is drawn.
 void choose_free_set(FcalcJob& job, const ReflectionFile& file) {
   ObservedColumns& observed = job.observed;
@@ -77,6 +91,7 @@ void find_observed(FcalcJob& job) {
   job.unpacked = file.unpacked;
   job.observed =
       options.labels.empty() ? usual_observations(file) : given_labels(options.labels, file);
+  look_for_amplitudes(job, file);
   choose_free_set(job, file);
   const Crystal& crystal = job.crystal;
   for (const std::string& line :

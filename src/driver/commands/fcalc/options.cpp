@@ -30,9 +30,12 @@ void check_free(const std::vector<std::string>& free) {
 constexpr const char* closing = R"(
 Structure factors are calculated by FFT of the atoms' density and written as FC and PHIC, phases in
 degrees: at the reflections of the given file in their order, with F, SIGF and the free flag passed on,
-or at the unique set to --dmin. With observations the overall scale, R factor and correlation are
-printed, overall and in resolution bins, of the working and the free set. Maps are of the whole cell,
-scaled by their rms.
+or at the unique set to --dmin. They are the atoms' alone, in electrons.
+
+With observations the model is put on their scale with flat bulk solvent and an anisotropic B, fitted
+to the working set; FC_ALL and PHIC_ALL are written too. Scale, R factor and correlation are printed,
+overall and in resolution bins, of the working and the free set, and maps are made with them: of the
+whole cell, scaled by their rms. With --solvent none the atoms alone are scaled, by k and one B.
 
 The free reflections are those of the rarer of two flags, or of the lowest of many that are about as
 frequent (0 in most files, 1 in those of some programs); a line says which. --free-value decides.
@@ -46,6 +49,19 @@ Examples:
   quorix fcalc 1ubq.pdb --dmin 2 -o fc.mtz
       The unique set to 2 A.
 )";
+
+}  // namespace
+
+void add_solvent_option(CLI::App& command, FcalcOptions& o) {
+  command
+      .add_option("--solvent", o.solvent,
+                  "Form of the bulk solvent's scale: bins, exp, smooth or none (default: bins from "
+                  "2000 working reflections on, else exp)")
+      ->check(CLI::IsMember({"bins", "exp", "smooth", "none"}))
+      ->check(proposes("bins exp smooth none"));
+}
+
+namespace {
 
 void add_input_options(CLI::App& command, FcalcOptions& o) {
   command.add_option("MODEL", o.model, "Coordinates: PDB or mmCIF, also gzipped")
@@ -106,6 +122,7 @@ void add_method_options(CLI::App& command, FcalcOptions& o) {
           "A; all other atoms have 5")
       ->check(proposes("2 5"))
       ->capture_default_str();
+  add_solvent_option(command, o);
 }
 
 void add_output_options(CLI::App& command, FcalcOptions& o) {
@@ -130,7 +147,7 @@ void add_output_options(CLI::App& command, FcalcOptions& o) {
   command.add_option("--map-fofc", o.map_fofc, "Write an Fo-Fc map (CCP4)")
       ->type_name("FILE")
       ->check(names_files("ccp4 map mrc"));
-  command.add_flag("--scale", o.scale, "Put FC on the scale of the observations (k and B)");
+  command.add_flag("--scale", o.scale, "Put FC on the scale of the observations");
   command.add_flag("--force", o.force,
                    "Write over a file that holds something else; never over an input");
   command.add_flag("--json", o.json, "Tell what was found as JSON, warnings included");

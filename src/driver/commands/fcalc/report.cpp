@@ -1,8 +1,8 @@
 #include "driver/commands/fcalc/report.h"
 
-#include "scaling/cross_record.h"
 #include "crystal/crystal.h"
 #include "crystal/spacegroup.h"
+#include "driver/commands/model_fit.h"
 #include "grid/grid.h"
 #include "model/molsys.h"
 #include "sf/structfact.h"
@@ -10,6 +10,7 @@
 #include <quorix/engine.h>
 #include <quorix/memory.h>
 #include <quorix/reflection_view.h>
+#include <quorix/scaling.h>
 
 #include <nlohmann/json.hpp>
 #include <sys/resource.h>
@@ -18,37 +19,44 @@ namespace qx {
 
 namespace {
 
-double d_of(double s_length) { return s_length > 0.0 ? 1.0 / s_length : 0.0; }
+using Json = nlohmann::ordered_json;
 
-FcalcScaling scaling_of(const ScaleResult& found) {
-  FcalcScaling scaling = {found.scale, found.split, found.work, found.free, {}};
-  const qxcross* cross = qx_get_qxcross();
-  for (std::int32_t i = 0; cross && i < found.nbins; ++i) {
-    if (cross->bin_counts[i] == 0) continue;
-    scaling.bins.push_back({cross->bin_counts[i], d_of(cross->bin_ranges[i][1]),
-                            d_of(cross->bin_ranges[i][0]), found.bins[i].work, found.bins[i].free});
-  }
-  return scaling;
-}
-
-nlohmann::ordered_json json_of(const Agreement& set) {
-  if (set.n == 0) return nullptr;
-  return {{"reflections", set.n}, {"r", set.r}, {"correlation", set.correlation}};
-}
-
-nlohmann::ordered_json json_of(const FcalcScaling& scaling) {
-  nlohmann::ordered_json bins = nlohmann::ordered_json::array();
-  for (const FcalcBin& bin : scaling.bins) {
+Json bins_as_json() {
+  Json bins = Json::array();
+  for (std::int32_t i = 0; i < qx_get_rfactor_bin_count(); ++i) {
+    qx_rfactor_bin bin = {};
+    if (qx_get_rfactor_bin(i, &bin) != 1 || bin.n == 0) continue;
     bins.push_back({{"resolution", {bin.high, bin.low}},
-                    {"reflections", bin.count},
-                    {"work", json_of(bin.work)},
-                    {"free", json_of(bin.free)}});
+                    {"reflections", bin.n},
+                    {"work", agreement_as_json(bin.n_work, bin.r_work, bin.cc_work)},
+                    {"free", agreement_as_json(bin.n_free, bin.r_free, bin.cc_free)}});
   }
-  return {{"k", scaling.scale.k},
-          {"b", scaling.scale.b},
-          {scaling.split ? "work" : "all", json_of(scaling.work)},
-          {"free", json_of(scaling.free)},
-          {"bins", bins}};
+  return bins;
+}
+
+void add_agreement(Json& scaling, bool split, const Agreement& work, const Agreement& free) {
+  scaling[split ? "work" : "all"] = agreement_as_json(work.n, work.r, work.correlation);
+  scaling["free"] = agreement_as_json(free.n, free.r, free.correlation);
+  scaling["bins"] = bins_as_json();
+}
+
+// Of the atoms alone, or with their solvent; null where nothing was scaled.
+Json scaling_as_json(const qxstructfact& factors) {
+  const ScaleResult& alone = factors.scaling;
+  if (alone.done) {
+    Json scaling = {{"k", alone.scale.k}, {"b", alone.scale.b}};
+    add_agreement(scaling, alone.split, alone.work, alone.free);
+    return scaling;
+  }
+  if (!qx_get_qxscale()) return nullptr;
+  Json scaling = scale_as_json();
+  scaling["solvent"]["bins"] = scaling["bins"];
+  qx_agreement work = {};
+  qx_agreement free = {};
+  if (qx_get_rfactor(&work, &free) != ok) return nullptr;
+  add_agreement(scaling, free.n > 0, {work.n, work.r, work.correlation},
+                {free.n, free.r, free.correlation});
+  return scaling;
 }
 
 nlohmann::ordered_json json_of(const ObservedColumns& observed) {
@@ -100,7 +108,7 @@ void note_results(FcalcReport& report) {
   if (const qxatomb* blurring = qx_get_qxatomb()) report.b0 = blurring->b0;
   if (const qxstructfact* factors = qx_get_qxstructfact()) {
     report.reflections = factors->nref;
-    if (factors->scaling.done) report.scaling = scaling_of(factors->scaling);
+    report.scaling = scaling_as_json(*factors);
   }
 }
 
@@ -124,7 +132,7 @@ nlohmann::ordered_json as_json(const FcalcJob& job, const FcalcReport& report) {
     json["hkl"] = options.hkl;
     json["labels"] = json_of(job.observed);
   }
-  if (report.scaling) json["scaling"] = json_of(*report.scaling);
+  if (!report.scaling.is_null()) json["scaling"] = report.scaling;
   json["output"] = options.output;
   json["maps"] = maps_of(options);
   json["warnings"] = job.warnings;

@@ -15,8 +15,7 @@ namespace qx {
 
 struct MapsOptions {
   FcalcOptions base;
-  std::string prefix;   // of CCP4 maps; empty: none
-  std::string solvent;  // empty: by the number of reflections
+  std::string prefix;  // of CCP4 maps; empty: none
   std::string mode = "continuous";
   std::string free_reflections = "use";
   std::string hydrogens = "yes";
@@ -29,7 +28,6 @@ void add_validate_options(CLI::App& command, MapsOptions& options);
 // Throws CommandError for values that no section is to see; fills what the base asks for.
 void check_options(MapsOptions& options);
 
-SectionText scale_section(const MapsOptions& options);
 SectionText likelihood_section(const MapsOptions& options);
 SectionText weighted_map_section(const MapsOptions& options, const std::string& path,
                                  bool difference);

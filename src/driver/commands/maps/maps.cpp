@@ -2,6 +2,7 @@
 #include "driver/commands/commands.h"
 #include "driver/commands/fcalc/setup.h"
 #include "driver/commands/maps/job.h"
+#include "driver/commands/model_fit.h"
 #include "driver/commands/output_place.h"
 #include "driver/commands/viewer_scripts.h"
 
@@ -11,7 +12,6 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
-#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -23,27 +23,19 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json agreement_json(const qx_agreement& a) {
-  if (a.n < 1) return nullptr;
-  return {{"reflections", a.n}, {"r", a.r}, {"correlation", a.correlation}};
-}
-
-Json scale_json(const qx_scale_view& view) {
-  constexpr const char* modes[] = {"none", "exp", "bins", "smooth"};
+Json bins_json(bool with_free) {
   Json bins = Json::array();
-  for (std::int32_t i = 0; i < view.nbins; ++i) {
-    bins.push_back({{"d", 1.0 / std::sqrt(view.centre[i])},
-                    {"k_mask", view.k_mask[i]},
-                    {"k_iso", view.k_iso[i]}});
+  for (std::int32_t i = 0; i < qx_get_rfactor_bin_count(); ++i) {
+    qx_rfactor_bin bin = {};
+    if (qx_get_rfactor_bin(i, &bin) != 1 || bin.n == 0) continue;
+    Json row = {{"resolution", {bin.high, bin.low}}, {"reflections", bin.n}};
+    if (bin.n_work > 0) row.update({{"r_work", bin.r_work}, {"cc_work", bin.cc_work}});
+    if (with_free && bin.n_free > 0) {
+      row.update({{"r_free", bin.r_free}, {"cc_free", bin.cc_free}});
+    }
+    bins.push_back(row);
   }
-  return {{"k", view.k},
-          {"b_cart", std::vector<double>(view.b, view.b + 6)},
-          {"solvent",
-           {{"mode", modes[view.solvent]},
-            {"k_sol", view.k_sol},
-            {"b_sol", view.b_sol},
-            {"fraction", view.fraction}}},
-          {"bins", bins}};
+  return bins;
 }
 
 double rms_of_map() {
@@ -77,13 +69,15 @@ void calculate(Engine& engine, FcalcJob& job, const MapsOptions& options, MapsRe
     report.lines += engine.run(SectionText("xwilson").line("amplitudes"));
   }
   note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
-  if (options.solvent != "none") report.lines += engine.run(SectionText("xbulk").line("mask"));
-  report.lines += engine.run(scale_section(options));
-  report.lines += engine.run(SectionText("xrfactor").line("calc").line("print"));
+  report.lines += fit_to_observations(engine, job, options.base.solvent, false);
 }
 
 void prepare_with_data(FcalcJob& job) {
   prepare(job);
+  if (job.observed.empty) {
+    throw CommandError(2, "there is no amplitude above 0 in column " + job.observed.amplitude +
+                              " of " + job.options.hkl);
+  }
   if (job.observed.amplitude.empty() && job.observed.intensity.empty()) {
     throw CommandError(2, job.options.hkl +
                               " has neither amplitudes nor intensities under a usual name: give "
@@ -128,7 +122,7 @@ int run(MapsOptions& options, bool maps) {
   MapsReport report;
   progress.step("calculating structure factors");
   calculate(engine, job, options, report);
-  report.lines += engine.run(likelihood_section(options));
+  report.lines += heed_warnings(job, engine.run(likelihood_section(options)));
   Json numbers;
   engine.call([&] {
     numbers = numbers_of_engine();
@@ -160,18 +154,11 @@ nlohmann::ordered_json numbers_of_engine() {
   qx_agreement work = {};
   qx_agreement free = {};
   if (qx_get_scale_view(&view) != ok || qx_get_rfactor(&work, &free) != ok) return nullptr;
-  Json json = {{"scale", scale_json(view)},
-               {"r", {{"work", agreement_json(work)}, {"free", agreement_json(free)}}}};
-  Json bins = Json::array();
-  for (std::int32_t i = 0; i < qx_get_rfactor_bin_count(); ++i) {
-    qx_rfactor_bin bin = {};
-    if (qx_get_rfactor_bin(i, &bin) != 1 || bin.n == 0) continue;
-    Json row = {
-        {"resolution", {bin.high, bin.low}}, {"reflections", bin.n}, {"r_work", bin.r_work}};
-    if (free.n > 0) row["r_free"] = bin.r_free;
-    bins.push_back(row);
-  }
-  json["r"]["bins"] = bins;
+  Json json = {{"scale", scale_as_json()},
+               {"r",
+                {{"work", agreement_as_json(work.n, work.r, work.correlation)},
+                 {"free", agreement_as_json(free.n, free.r, free.correlation)},
+                 {"bins", bins_json(free.n > 0)}}}};
   json["likelihood"] = {{"reflections", view.likelihood_used}};
   json["fom"] = view.mean_fom;
   return json;

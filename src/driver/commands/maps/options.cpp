@@ -65,12 +65,7 @@ void add_input(CLI::App& command, MapsOptions& o) {
 }
 
 void add_method(CLI::App& command, MapsOptions& o) {
-  command
-      .add_option("--solvent", o.solvent,
-                  "Form of the bulk solvent's scale: bins, exp, smooth or none (default: bins from "
-                  "2000 working reflections on, else exp)")
-      ->check(CLI::IsMember({"bins", "exp", "smooth", "none"}))
-      ->check(proposes("bins exp smooth none"));
+  add_solvent_option(command, o.base);
   command.add_option("--mode", o.mode, "sigmaA as a continuous curve or in bins")
       ->check(CLI::IsMember({"continuous", "binned"}))
       ->check(proposes("continuous binned"))

@@ -3,12 +3,6 @@
 
 namespace qx {
 
-SectionText scale_section(const MapsOptions& options) {
-  SectionText text("xoverall");
-  if (!options.solvent.empty()) text.line("param solvent " + options.solvent);
-  return text.line("scale").line("print");
-}
-
 SectionText likelihood_section(const MapsOptions& options) {
   return SectionText("xmlf")
       .line("param mode " + options.mode +

@@ -1,0 +1,75 @@
+#include "driver/commands/model_fit.h"
+
+#include <quorix/engine.h>
+#include <quorix/scaling.h>
+
+#include <cmath>
+#include <nlohmann/json.hpp>
+
+namespace qx {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr const char* warning_mark = "WARNING: ";
+
+SectionText scale_section(const std::string& solvent) {
+  SectionText text("xoverall");
+  if (!solvent.empty()) text.line("param solvent " + solvent);
+  return text.line("scale");
+}
+
+}  // namespace
+
+std::string heed_warnings(FcalcJob& job, const std::string& printed) {
+  std::string rest;
+  for (std::size_t at = 0; at < printed.size();) {
+    const std::size_t end = std::min(printed.find('\n', at), printed.size());
+    const std::string line = printed.substr(at, end - at);
+    at = end + 1;
+    if (line.starts_with(warning_mark)) {
+      warn(job, line.substr(std::string(warning_mark).size()));
+    } else {
+      rest += line + '\n';
+    }
+  }
+  return rest;
+}
+
+std::string fit_to_observations(Engine& engine, FcalcJob& job, const std::string& solvent,
+                                bool brief) {
+  std::string mask;
+  if (solvent != "none") mask = engine.run(SectionText("xbulk").line("mask"));
+  const std::string fit = heed_warnings(job, engine.run(scale_section(solvent)));
+  std::string lines = brief ? "" : mask + fit;
+  lines += engine.run(SectionText("xoverall").line(brief ? "print brief" : "print"));
+  return lines + engine.run(SectionText("xrfactor").line("calc").line("print"));
+}
+
+Json agreement_as_json(std::int32_t n, double r, double correlation) {
+  if (n < 1) return nullptr;
+  return {{"reflections", n}, {"r", r}, {"correlation", correlation}};
+}
+
+Json scale_as_json() {
+  qx_scale_view view = {};
+  if (qx_get_scale_view(&view) != ok) return nullptr;
+  constexpr const char* modes[] = {"none", "exp", "bins", "smooth"};
+  Json bins = Json::array();
+  for (std::int32_t i = 0; i < view.nbins; ++i) {
+    bins.push_back({{"d", 1.0 / std::sqrt(view.centre[i])},
+                    {"k_mask", view.k_mask[i]},
+                    {"k_iso", view.k_iso[i]}});
+  }
+  return {{"k", view.k},
+          {"b_cart", std::vector<double>(view.b, view.b + 6)},
+          {"solvent",
+           {{"mode", modes[view.solvent]},
+            {"k_sol", view.k_sol},
+            {"b_sol", view.b_sol},
+            {"fraction", view.fraction}}},
+          {"bins", bins}};
+}
+
+}  // namespace qx
