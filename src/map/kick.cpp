@@ -7,7 +7,7 @@
 #include "model/molsys.h"
 #include "scaling/observed.h"
 #include "scaling/scale.h"
-#include "sf/structfact.h"
+#include "sf/partition.h"
 
 #include <quorix/cross.h>
 #include <quorix/engine.h>
@@ -68,24 +68,8 @@ class Kicker {
   double sigma_ = 0.0;
 };
 
-// Structure factors of the model as it stands, the part's own scale as it was.
-Status calculate_factors() {
-  const qxstructfact* before = qx_get_qxstructfact();
-  if (!before)
-    return qx_exist_quorix() ? fail(here, "qxstructfact object has not been created yet ") : failed;
-  const double scale = before->parts[0].scale;
-  const double b = before->parts[0].b;
-  QX_TRY(qx_calc_system_struct_factor());
-  qxstructfact* after = qx_get_qxstructfact();
-  if (!after) return failed;
-  PartSums& part = after->parts[0];
-  part.scale = scale;
-  part.b = b;
-  return ok;
-}
-
 Status calculate_anew(bool weighted) {
-  QX_TRY(calculate_factors());
+  QX_TRY(recalculate_factors(here));
   return weighted ? qx_estimate_likelihood() : ok;
 }
 
@@ -145,7 +129,7 @@ Status kicked_coefficients(const qxmap& map, double* amplitude, double* phase) {
     add_polar(n, amplitude, phase, sum);
   }
   kicker.restore(*system);
-  QX_TRY(calculate_factors());
+  QX_TRY(recalculate_factors(here));
   qxml* likelihood = qx_get_qxml();
   if (!qx_exist_quorix()) return failed;
   if (weighted && likelihood) *likelihood = saved;

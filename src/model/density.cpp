@@ -37,22 +37,30 @@ std::int64_t box_of(const DensityJob& job, const double (&at)[3]) {
   return iz * job.grid.ny + iy;
 }
 
-Status sort_atoms(const DensityJob& job, PlacedAtoms& placed) {
-  const std::int32_t n = job.atoms.system->natom;
-  const auto size = static_cast<std::size_t>(n);
+// All atoms but those that are left out.
+AtomChoice all_atoms(const DensityJob& job) {
+  return {0, job.atoms.system->natom, job.atoms.system->info.excluded, 0};
+}
+
+Status sort_atoms(const DensityJob& job, const AtomChoice& choice, PlacedAtoms& placed) {
+  placed.n = 0;
+  if (choice.last <= choice.first) return ok;
+  const auto size = static_cast<std::size_t>(choice.last - choice.first);
   Tagged<Key> keys(size, "pce_order");
   if (!keys) return failed;
   placed.atoms = Tagged<PlacedAtom>(size, "pce_placed");
   if (!placed.atoms) return failed;
   double at[3];
-  for (std::int32_t i = 0; i < n; ++i) {
+  std::int32_t n = 0;
+  for (std::int32_t i = choice.first; i < choice.last; ++i) {
+    if (!choice.has(i)) continue;
     QX_TRY(position(job, i, at));
-    keys[static_cast<std::size_t>(i)] = {box_of(job, at), i};
+    keys[static_cast<std::size_t>(n++)] = {box_of(job, at), i};
   }
   std::sort(keys.get(), keys.get() + n, [](const Key& a, const Key& b) {
     return a.box != b.box ? a.box < b.box : a.atom < b.atom;
   });
-  for (std::size_t i = 0; i < size; ++i) {
+  for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) {
     placed.atoms[i].atom = keys[i].atom;
     QX_TRY(position(job, keys[i].atom, placed.atoms[i].at));
   }
@@ -84,12 +92,12 @@ Box box_in_use() {
 
 }  // namespace
 
-Status place_atoms(double*** density, PlacedAtoms& placed) {
+Status place_atoms(double*** density, const AtomChoice& choice, PlacedAtoms& placed) {
   const Box box = box_in_use();
   if (!qx_exist_quorix()) return failed;
   DensityJob job;
   QX_TRY(prepare_job(job, map_heading, box, 0, density));
-  return sort_atoms(job, placed);
+  return sort_atoms(job, choice, placed);
 }
 
 Status fill_box(const PlacedAtoms& placed, std::int32_t shift, double*** density) {
@@ -106,7 +114,7 @@ namespace {
 
 Status add_all(const DensityJob& job, bool aniso) {
   PlacedAtoms placed;
-  QX_TRY(qx::sort_atoms(job, placed));
+  QX_TRY(qx::sort_atoms(job, qx::all_atoms(job), placed));
   qx::Tagged<double> scratch;
   QX_TRY(qx::open_scratch(job, scratch));
   for (std::int32_t i = 0; i < placed.n; ++i) {
@@ -170,9 +178,13 @@ Status qx_calc_subg_eden_atom_aniso(std::int32_t n, const std::int32_t* atoms, s
 }
 
 Status qx_calc_elec_den_map(std::int32_t shift, double*** density) {
+  const Box box = qx::box_in_use();
+  if (!qx_exist_quorix()) return qx::failed;
+  DensityJob job;
+  QX_TRY(qx::prepare_job(job, qx::map_heading, box, shift, density));
   PlacedAtoms placed;
-  QX_TRY(qx::place_atoms(density, placed));
-  return qx::fill_box(placed, shift, density);
+  QX_TRY(qx::sort_atoms(job, qx::all_atoms(job), placed));
+  return qx::fill(job, placed);
 }
 
 Status qx_remove_eden_atom(std::int32_t atom, double*** density) {

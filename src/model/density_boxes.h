@@ -19,8 +19,18 @@ struct PlacedAtoms {
   std::int32_t n = 0;
 };
 
-Status place_atoms(double*** density, PlacedAtoms& placed);
-// The density of all atoms in the box `shift` in place of what it held.
+// Atoms of the system, by number: those of [first, last) whose mark is `wanted`, or all of them
+// without marks (one for each atom computed with).
+struct AtomChoice {
+  std::int32_t first = 0, last = 0;
+  const std::int32_t* marks = nullptr;
+  std::int32_t wanted = 0;
+
+  [[nodiscard]] bool has(std::int32_t atom) const { return !marks || marks[atom] == wanted; }
+};
+
+Status place_atoms(double*** density, const AtomChoice& choice, PlacedAtoms& placed);
+// The density of these atoms in the box `shift` in place of what it held.
 Status fill_box(const PlacedAtoms& placed, std::int32_t shift, double*** density);
 
 }  // namespace qx

@@ -30,8 +30,19 @@ Status fill_flags(fullmolsys& full) {
   return ok;
 }
 
+Status note_entries(fullmolsys& full, const qxmodel& model) {
+  QX_TRY(qx::open_list(full.entry_ends, model.nentries, "pfm_entry"));
+  std::int32_t end = 0;
+  for (std::int32_t i = 0; i < model.nentries; ++i) {
+    full.entry_ends[i] = end += model.entries[i].natom;
+  }
+  full.nentries = model.nentries;
+  return ok;
+}
+
 Status fill_full(fullmolsys& full) {
-  if (!qx_get_qxmodel()) return ok;
+  const qxmodel* model = qx_get_qxmodel();
+  if (!model) return ok;
   std::int32_t natom = 0;
   std::int32_t niso = 0;
   std::int32_t naniso = 0;
@@ -43,6 +54,7 @@ Status fill_full(fullmolsys& full) {
   QX_TRY(qx_create_xmodel(natom, atoms.x, atoms.y, atoms.z, atoms.atomic_number, atoms.charge,
                           atoms.further, atoms.bu_index, niso, naniso, atoms.b_iso, atoms.u_aniso,
                           atoms.occupancy, atoms.ion, atoms.vdw_radius));
+  QX_TRY(note_entries(full, *model));
   return fill_flags(full);
 }
 

@@ -41,7 +41,7 @@ struct AtomInfo {
   char (*water_residue)[5] = nullptr;
   char* water_chain = nullptr;
   std::int16_t* water_keep = nullptr;
-  std::int32_t* excluded = nullptr;
+  std::int32_t* excluded = nullptr;  // 1: left out of density and F; null: none is
 };
 
 }  // namespace qx
@@ -57,6 +57,9 @@ struct fullmolsys {
   std::int32_t* coordinate_flag = nullptr;
   std::int32_t* b_flag = nullptr;
   std::int32_t* occupancy_flag = nullptr;
+  // Where each entry of the model ends among the atoms.
+  std::int32_t nentries = 0;
+  std::int32_t* entry_ends = nullptr;
 };
 
 struct molsys {
@@ -89,9 +92,24 @@ struct qxatomocc {
   std::int16_t* fixed = nullptr;
 };
 
-// The partition of the model is not built yet: one part, the whole system.
+namespace qx {
+// How a part of the system counts: scale exp(-b s^2 / 4) F, b in Angstrom^2.
+struct PartScale {
+  double scale = 1.0;
+  double b = 0.0;
+};
+}  // namespace qx
+
+// The parts of the system: the atoms, as one part or by entries of the model, then what the data
+// bring of their own; the solvent comes last and has its scale from elsewhere.
 struct qxsyspart {
-  std::int32_t nparts = 1;
+  bool by_entry = false;
+  std::int32_t nscales = 0;  // parts beyond have the default
+  qx::PartScale* scales = nullptr;
+  // FPART and PHIP as they were read: the columns may take the solvent's part later.
+  std::int32_t npartial = 0;
+  double* partial_re = nullptr;
+  double* partial_im = nullptr;
 };
 
 struct xmolformfact;

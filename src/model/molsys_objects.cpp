@@ -110,6 +110,7 @@ Status qx_delete_molsys() {
   QX_TRY(release(system->full.coordinate_flag));
   QX_TRY(release(system->full.b_flag));
   QX_TRY(release(system->full.occupancy_flag));
+  QX_TRY(release(system->full.entry_ends));
   return remove_from(system, qx_set_molsys);
 }
 
@@ -132,4 +133,11 @@ Status qx_delete_qxatomocc() {
   return remove_from(atomocc, qx_set_qxatomocc);
 }
 
-Status qx_delete_qxsyspart() { return remove_from(qx_get_qxsyspart(), qx_set_qxsyspart); }
+Status qx_delete_qxsyspart() {
+  qxsyspart* partition = qx_get_qxsyspart();
+  if (!partition) return ok;
+  QX_TRY(release(partition->scales));
+  QX_TRY(release(partition->partial_re));
+  QX_TRY(release(partition->partial_im));
+  return remove_from(partition, qx_set_qxsyspart);
+}

@@ -12,6 +12,7 @@
 #include "refine/gradient_map.h"
 #include "refine/reciprocal.h"
 #include "scaling/observed.h"
+#include "sf/partition.h"
 
 #include <quorix/density.h>
 #include <quorix/engine.h>
@@ -23,6 +24,7 @@
 #include <quorix/structfact.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 using qx::ComplexF;
@@ -128,6 +130,7 @@ Status open_map(double***& map) {
 // B and tensor derivatives of fixed parameters, and those of frozen atoms, are 0.
 void hold_fixed(const molsys& system, const qxatomb& atomb, const qxatomocc& atomocc,
                 std::int32_t atom, qx_atom_gradient& g) {
+  if (system.info.excluded && system.info.excluded[atom] != 0) g = {};
   if (system.frozen && system.frozen[atom] == 0) std::fill_n(g.xyz, 3, 0.0);
   if (atomb.fixed && atomb.fixed[atom] != 0) {
     g.b = 0.0;
@@ -155,7 +158,7 @@ Status gradient_of_atom(const qxatomb& atomb, std::int32_t atom, double*** map,
   return ok;
 }
 
-Status gradients_from(double*** map, Tagged<qx_atom_gradient>& out, std::int32_t& natom) {
+Status gradients_from(double*** map, std::int32_t first, std::int32_t last, qx_atom_gradient* out) {
   const molsys* system = qx_get_molsys();
   if (!system)
     return qx_exist_quorix() ? fail(gradient_heading, "molsys object has not been created yet ")
@@ -168,13 +171,46 @@ Status gradients_from(double*** map, Tagged<qx_atom_gradient>& out, std::int32_t
   if (!atomocc)
     return qx_exist_quorix() ? fail(gradient_heading, "qxatomocc object has not been created yet.")
                              : failed;
-  natom = system->natom;
-  out = Tagged<qx_atom_gradient>(static_cast<std::size_t>(natom), "ptg_grad");
-  if (!out) return failed;
-  for (std::int32_t i = 0; i < natom; ++i) {
-    qx_atom_gradient& g = out[static_cast<std::size_t>(i)];
-    QX_TRY(gradient_of_atom(*atomb, i, map, g));
-    hold_fixed(*system, *atomb, *atomocc, i, g);
+  for (std::int32_t i = first; i < last; ++i) {
+    QX_TRY(gradient_of_atom(*atomb, i, map, out[i]));
+    hold_fixed(*system, *atomb, *atomocc, i, out[i]);
+  }
+  return ok;
+}
+
+// Derivatives by the sums of a part, given those by F.
+void derivatives_by_part(const qxrefdata& data, const qx::PartSums& part, const ComplexF& by_f,
+                         const ComplexF& out) {
+  for (std::int32_t i = 0; i < data.nreflections; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    const double s = data.s_length[i];
+    const double factor = part.scale * std::exp(-0.25 * part.b * s * s);
+    out.re[at] = factor * by_f.re[at];
+    out.im[at] = factor * by_f.im[at];
+  }
+}
+
+// Part after part: each sees the map that its own scale makes.
+Status gradients_by_part(const qxrefdata& data, const ComplexF& by_f, double*** map,
+                         qx_atom_gradient* out) {
+  const qxstructfact* sf = qx_get_qxstructfact();
+  if (!sf) return failed;
+  std::int32_t of_atoms = 0;
+  QX_TRY(qx::count_atom_parts(of_atoms));
+  ComplexF by_part;
+  QX_TRY(qx::open_f(data.nreflections, by_part));
+  for (std::int32_t i = 0; i < of_atoms; ++i) {
+    const qx::PartSums& part = sf->parts[i];
+    const bool same = i > 0 && part.scale == sf->parts[i - 1].scale && part.b == sf->parts[i - 1].b;
+    if (!same) {
+      derivatives_by_part(data, part, by_f, by_part);
+      QX_TRY(
+          qx::gradient_map(gradient_heading, data, by_part.re.get(), by_part.im.get(), map[0][0]));
+    }
+    std::int32_t first = 0;
+    std::int32_t last = 0;
+    QX_TRY(qx::atoms_of_part(i, first, last));
+    QX_TRY(gradients_from(map, first, last, out));
   }
   return ok;
 }
@@ -191,10 +227,13 @@ Status qx_calc_target_gradient() {
   target->calculated = true;
   double*** map = nullptr;
   QX_TRY(open_map(map));
-  QX_TRY(qx::gradient_map(gradient_heading, *data, f.re.get(), f.im.get(), map[0][0]));
-  Tagged<qx_atom_gradient> gradient;
-  std::int32_t natom = 0;
-  QX_TRY(gradients_from(map, gradient, natom));
+  const molsys* system = qx_get_molsys();
+  if (!qx_exist_quorix()) return failed;
+  if (!system) return fail(gradient_heading, "molsys object has not been created yet ");
+  const std::int32_t natom = system->natom;
+  Tagged<qx_atom_gradient> gradient(static_cast<std::size_t>(natom), "ptg_grad");
+  if (!gradient) return failed;
+  QX_TRY(gradients_by_part(*data, f, map, gradient.get()));
   QX_TRY(xfree_3d_double(map));
   QX_TRY(qx::release(target->gradient));
   target->gradient = gradient.release();
@@ -239,7 +278,7 @@ Status difference(double& parameter, double step, double& slope) {
   double values[2];
   for (int side = 0; side < 2; ++side) {
     parameter = saved + (side == 0 ? -step : step);
-    QX_TRY(qx_calc_system_struct_factor());
+    QX_TRY(qx::recalculate_factors(check_heading));
     QX_TRY(qx_calc_target(&values[side]));
   }
   parameter = saved;
@@ -291,7 +330,7 @@ Status qx_check_target_gradient(std::int32_t natoms) {
     const auto atom = static_cast<std::int32_t>(std::int64_t{natom} * i / count);
     QX_TRY(check_atom(atom, gradient[atom]));
   }
-  QX_TRY(qx_calc_system_struct_factor());
+  QX_TRY(qx::recalculate_factors(check_heading));
   double value = 0.0;
   return qx_calc_target(&value);
 }

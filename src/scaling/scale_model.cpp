@@ -6,7 +6,7 @@
 #include "crystal/reflections.h"
 #include "scaling/bin_agreement.h"
 #include "scaling/cross_record.h"
-#include "sf/structfact.h"
+#include "sf/partition.h"
 #include "stats/scale_fit.h"
 
 #include <quorix/cross.h>
@@ -76,8 +76,7 @@ Status qx_scale_model_structure_factor() {
   if (!data->fobs) return fail(heading, "There are no observed amplitudes to scale to.");
   const std::int32_t n = data->nreflections;
   if (n < 1) return fail(heading, "There is no reflection to scale to.");
-  sf->parts[0].scale = 1.0;
-  sf->parts[0].b = 0.0;
+  QX_TRY(qx::reset_scales(*sf));
   ModelF f;
   QX_TRY(calculate_model(n, f));
   qx::Tagged<double> fc;
@@ -91,8 +90,10 @@ Status qx_scale_model_structure_factor() {
   const auto free = split ? qx::Listed{cross->nfree, cross->free} : qx::Listed{0, nullptr};
   const qx::OverallScale scale =
       qx::fit_scale(work.n, work.members, data->fobs, fc.get(), data->s_length);
-  sf->parts[0].scale = scale.k;
-  sf->parts[0].b = scale.b;
+  for (std::int32_t part = 0; part < sf->nparts; ++part) {
+    sf->parts[part].scale *= scale.k;
+    sf->parts[part].b += scale.b;
+  }
   for (std::int32_t i = 0; i < n; ++i) {
     const double s = data->s_length[i];
     fc[static_cast<std::size_t>(i)] *= scale.k * std::exp(-0.25 * scale.b * s * s);

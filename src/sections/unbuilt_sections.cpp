@@ -4,7 +4,6 @@
 using qx::failed;
 using qx::Status;
 
-Status qx_syspart_ctrl() { return failed; }
 Status qx_water_ctrl() { return failed; }
 Status qx_fofomap_generation_ctrl() { return failed; }
 Status qx_xomit_ctrl() { return failed; }

@@ -158,7 +158,7 @@ Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t /*set*/, std::int3
   QX_TRY(qx::prepare_route(heading, route));
   qxstructfact* sf = qx_get_qxstructfact();
   if (!sf) return fail(heading, "qxstructfact object has not been created yet.");
-  if (part < -1 || part >= qxstructfact::nparts) {
+  if (part < -1 || part >= sf->nparts) {
     return fail(heading, "There is no part %d of the system.", part);
   }
   if (data->nreflections < 1) return ok;

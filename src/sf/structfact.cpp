@@ -15,6 +15,7 @@
 #include "model/formfactors.h"
 #include "model/molsys.h"
 #include "sf/assemble.h"
+#include "sf/partition.h"
 
 #include <quorix/cell.h>
 #include <quorix/density.h>
@@ -48,7 +49,9 @@ Status qx_set_qxsincostab(qxsincostab* object) {
 }
 
 Status qx_new_qxstructfact() {
-  return qx::create_in(qx_delete_qxstructfact, qx_set_qxstructfact, "pns_sf");
+  QX_TRY(qx::create_in(qx_delete_qxstructfact, qx_set_qxstructfact, "pns_sf"));
+  qxstructfact* sf = qx_get_qxstructfact();
+  return sf ? qx::open_parts(*sf) : failed;
 }
 Status qx_new_qxsincostab() {
   return qx::create_in(qx_delete_qxsincostab, qx_set_qxsincostab, "pns_sincos");
@@ -65,7 +68,7 @@ Status release_sums(PartSums& sums) {
 
 Status qx::release_all_sums(qxstructfact* sf) {
   sf->nref = 0;
-  for (PartSums& sums : sf->parts) QX_TRY(release_sums(sums));
+  for (std::int32_t i = 0; i < sf->nparts; ++i) QX_TRY(release_sums(sf->parts[i]));
   return release_sums(sf->separate);
 }
 
@@ -82,6 +85,8 @@ Status qx_delete_qxstructfact() {
   qxstructfact* sf = qx_get_qxstructfact();
   if (!sf) return ok;
   QX_TRY(qx::release_all_sums(sf));
+  sf->nparts = 0;
+  QX_TRY(release(sf->parts));
   QX_TRY(release(sf->prefactor));
   return qx::remove_from(sf, qx_set_qxstructfact);
 }
@@ -179,24 +184,39 @@ Status qx_calc_model_structure_factor(double* re, double* im) {
   if (!sf) return fail(heading, "qxstructfact object has not been created yet ");
   const qxrefdata* data = qx_get_qxrefdata();
   if (!data) return fail(heading, "qxrefdata object has not been created yet.");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(heading, "qxcell object has not been created yet.");
+  if (!qx_get_qxcell()) return fail(heading, "qxcell object has not been created yet.");
   const std::int32_t n = data->nreflections;
-  if (sf->nref != n || (n > 0 && (sf->nprefactor != n || !sf->parts[0].re))) {
+  const bool calculated = std::all_of(sf->parts, sf->parts + sf->nparts,
+                                      [](const PartSums& part) { return part.re != nullptr; });
+  if (sf->nref != n || (n > 0 && (sf->nprefactor != n || !calculated))) {
     return fail(heading, "The structure factors have not been calculated for these reflections.");
   }
   std::fill_n(re, n, 0.0);
   std::fill_n(im, n, 0.0);
-  // The prefactor's sampling volume is that of a cell with right angles.
-  const double volume_ratio = cell->volume / (cell->a * cell->b * cell->c);
-  for (const PartSums& part : sf->parts) {
-    for (std::int32_t i = 0; i < n; ++i) {
-      const double s = data->s_length[i];
-      const double factor =
-          part.scale * std::exp(-0.25 * part.b * s * s) * sf->prefactor[i] * volume_ratio;
-      re[i] += factor * part.re[i];
-      im[i] += factor * part.im[i];
-    }
+  if (n < 1) return ok;
+  for (std::int32_t i = 0; i < sf->nparts; ++i) {
+    QX_TRY(qx::add_scaled(heading, *sf, *data, sf->parts[i], sf->parts[i], re, im));
   }
+  return ok;
+}
+
+Status qx::add_scaled(const char* heading, const qxstructfact& sf, const qxrefdata& data,
+                      const PartSums& part, const PartSums& sums, double* re, double* im) {
+  double ratio = 1.0;
+  QX_TRY(sampling_ratio(heading, ratio));
+  for (std::int32_t i = 0; i < data.nreflections; ++i) {
+    const double s = data.s_length[i];
+    const double factor = part.scale * std::exp(-0.25 * part.b * s * s) * sf.prefactor[i] * ratio;
+    re[i] += factor * sums.re[i];
+    im[i] += factor * sums.im[i];
+  }
+  return ok;
+}
+
+Status qx::sampling_ratio(const char* heading, double& ratio) {
+  const qxcell* cell = qx_get_qxcell();
+  if (!qx_exist_quorix()) return failed;
+  if (!cell) return fail(heading, "qxcell object has not been created yet.");
+  ratio = cell->volume / (cell->a * cell->b * cell->c);
   return ok;
 }

@@ -25,12 +25,14 @@ struct ScaleResult {
 
 }  // namespace qx
 
+struct qxrefdata;
+
 struct qxstructfact {
-  static constexpr std::int32_t nparts = 1;
   std::int32_t nref = 0;
-  qx::PartSums parts[nparts];
-  qx::PartSums separate;        // part number -1
-  double* prefactor = nullptr;  // per reflection
+  std::int32_t nparts = 0;
+  qx::PartSums* parts = nullptr;  // atoms, then what the data bring
+  qx::PartSums separate;          // part number -1
+  double* prefactor = nullptr;    // per reflection
   std::int32_t nprefactor = 0;
   qx::ScaleResult scaling;
 };
@@ -47,5 +49,11 @@ Status release_all_sums(qxstructfact* sf);
 // Zeroed arrays for the part (-1: the separate pair) if it has none; sums of another number of
 // reflections go.
 Status open_sums(qxstructfact* sf, std::int32_t part, std::int32_t nref);
+// What takes the prefactor's sampling volume, that of a cell with right angles, to the cell's.
+Status sampling_ratio(const char* heading, double& ratio);
+// Adds sums with their prefactor, as a part with the scale of `part` counts; one of each per
+// reflection.
+Status add_scaled(const char* heading, const qxstructfact& sf, const qxrefdata& data,
+                  const PartSums& part, const PartSums& sums, double* re, double* im);
 
 }  // namespace qx

@@ -8,11 +8,14 @@
 #include "model/formfactors.h"
 #include "model/molsys.h"
 #include "sf/fft_route.h"
+#include "sf/partition.h"
 
 #include <quorix/engine.h>
 #include <quorix/formfactors.h>
 #include <quorix/grid.h>
 #include <quorix/memory.h>
+
+#include <algorithm>
 
 using qx::fail;
 using qx::failed;
@@ -54,38 +57,82 @@ Status choose_boxes(const qx::FftRoute& route, std::int32_t natom) {
   return ok;
 }
 
-Status add_boxes(const qx::FftRoute& route) {
+Status add_boxes(const qx::FftRoute& route, const qx::AtomChoice& atoms, qx::PartSums& sums) {
   double*** density = qx_open_qxelecden_box();
   if (!density) return failed;
   const qxsubgrid* box = qx_get_qxsubgrid();
   if (!box) return failed;
   const std::int32_t nboxes = box->one_box ? 1 : box->boxes[2];
   const std::int32_t planes = box->one_box ? route.grid->nz : box->points[2];
-  qxstructfact* sf = qx_get_qxstructfact();
-  if (!sf) return failed;
   qx::PlacedAtoms placed;
-  QX_TRY(qx::place_atoms(density, placed));
+  QX_TRY(qx::place_atoms(density, atoms, placed));
+  if (placed.n == 0) return ok;
   for (std::int32_t shift = 0; shift < nboxes; ++shift) {
     QX_TRY(qx::fill_box(placed, shift, density));
-    QX_TRY(qx::add_box(route, planes, shift, density, sf->parts[0]));
+    QX_TRY(qx::add_box(route, planes, shift, density, sums));
   }
   return ok;
 }
 
+Status add_parts(const qx::FftRoute& route, std::int32_t natom) {
+  qxstructfact* sf = qx_get_qxstructfact();
+  if (!sf) return failed;
+  const std::int32_t nref = route.data->nreflections;
+  for (std::int32_t part = 0; part < sf->nparts; ++part) QX_TRY(qx::open_sums(sf, part, nref));
+  QX_TRY(choose_boxes(route, natom));
+  std::int32_t of_atoms = 0;
+  QX_TRY(qx::count_atom_parts(of_atoms));
+  const molsys* system = qx_get_molsys();
+  if (!system) return failed;
+  for (std::int32_t part = 0; part < of_atoms; ++part) {
+    qx::AtomChoice atoms = {0, 0, system->info.excluded, 0};
+    QX_TRY(qx::atoms_of_part(part, atoms.first, atoms.last));
+    QX_TRY(add_boxes(route, atoms, sf->parts[part]));
+  }
+  return of_atoms < sf->nparts ? qx::fill_partial(heading, *route.data, *sf) : ok;
+}
+
+// What a part's marked atoms scatter, by way of the separate sums.
+Status add_marked(const qx::FftRoute& route, qxstructfact& sf, std::int32_t part,
+                  const std::int32_t* marks, double* re, double* im) {
+  qx::AtomChoice atoms = {0, 0, marks, 1};
+  QX_TRY(qx::atoms_of_part(part, atoms.first, atoms.last));
+  const bool any = marks + atoms.last != std::find(marks + atoms.first, marks + atoms.last, 1);
+  if (!any) return ok;
+  const std::int32_t n = route.data->nreflections;
+  QX_TRY(qx::open_sums(&sf, -1, n));
+  std::fill_n(sf.separate.re, n, 0.0);
+  std::fill_n(sf.separate.im, n, 0.0);
+  QX_TRY(add_boxes(route, atoms, sf.separate));
+  return qx::add_scaled(heading, sf, *route.data, sf.parts[part], sf.separate, re, im);
+}
+
 }  // namespace
+
+Status qx::marked_factors(const std::int32_t* marks, double* re, double* im) {
+  FftRoute route;
+  QX_TRY(prepare_route(heading, route));
+  std::fill_n(re, route.data->nreflections, 0.0);
+  std::fill_n(im, route.data->nreflections, 0.0);
+  std::int32_t of_atoms = 0;
+  QX_TRY(count_atom_parts(of_atoms));
+  qxstructfact* sf = qx_get_qxstructfact();
+  if (!qx_exist_quorix()) return failed;
+  if (!sf) return fail(heading, "qxstructfact object has not been created yet ");
+  if (sf->nref != route.data->nreflections || sf->nparts < of_atoms) {
+    return fail(heading, "The structure factors have not been calculated for these reflections.");
+  }
+  for (std::int32_t part = 0; part < of_atoms; ++part) {
+    QX_TRY(add_marked(route, *sf, part, marks, re, im));
+  }
+  return qx_delete_qxelecden();
+}
 
 Status qx_calc_system_struct_factor() {
   std::int32_t natom = 0;
   QX_TRY(make_ready(natom));
   qx::FftRoute route;
   QX_TRY(qx::prepare_route(heading, route));
-  const std::int32_t nref = route.data->nreflections;
-  if (nref > 0) {
-    qxstructfact* sf = qx_get_qxstructfact();
-    if (!sf) return failed;
-    QX_TRY(qx::open_sums(sf, 0, nref));
-    QX_TRY(choose_boxes(route, natom));
-    QX_TRY(add_boxes(route));
-  }
+  if (route.data->nreflections > 0) QX_TRY(add_parts(route, natom));
   return qx_delete_qxelecden();
 }

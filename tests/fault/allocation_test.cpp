@@ -129,8 +129,8 @@ TEST(Allocations, ofAModelRunFailOneByOne) {
         countdown = failing_at++;
         for (const char* text :
              {"xgrid\nfrac 0.33\nxend\n", "xfft\nmemory 0\nxend\n", "xform\nxend\n",
-              "xcut\necut 0.01\nxend\n", "xcross\nparam percent 10\nxend\n",
-              "xfcc\ncalc\nreplace\nxend\n"}) {
+              "xcut\necut 0.01\nxend\n", "xpart\nby entry\nscale 0 0.5 2\nxend\n",
+              "xcross\nparam percent 10\nxend\n", "xfcc\ncalc\nreplace\nxend\n"}) {
           if (!run_section_text(text)) return false;
         }
         countdown = 1 << 30;

@@ -24,13 +24,19 @@ struct Case {
   const char* group;
   const char* cell;
   const char* type;
+  const char* partition = "";
 };
 
 class Gradients : public Engine, public ::testing::WithParamInterface<Case> {
  protected:
   static void set_up(const Case& c) {
     set_up_crystal(c.group, c.cell, 2.0, 1500);
-    set_up_model(random_atoms(24, true, 7));
+    const auto atoms = random_atoms(24, true, 7);
+    ASSERT_TRUE(section("xmod\nxend\n").ok);
+    add_model_entry({atoms.begin(), atoms.begin() + 5});
+    add_model_entry({atoms.begin() + 5, atoms.end()});
+    ASSERT_TRUE(section("xmol\nhydr yes\nxend\n").ok);
+    ASSERT_TRUE(section(std::string("xpartition\n") + c.partition + "xend\n").ok);
     for (const char* text : {"xgrid\nfrac 0.2\nxend\n", "xfft\nmemory 4000\nB0 25\nxend\n",
                              "xcut\necut 1e-7\nxend\n", "xfcc\ncalc\nxend\n"}) {
       ASSERT_TRUE(section(text).ok) << text;
@@ -105,7 +111,8 @@ TEST_P(Gradients, areTheTargetsSlopes) {
 INSTANTIATE_TEST_SUITE_P(groupsAndTargets, Gradients,
                          ::testing::Values(Case{"P 1", "21 24 27 80 95 110", "ls"},
                                            Case{"C 1 2 1", "40 21 25 90 99 90", "ml"},
-                                           Case{"P 43 21 2", "31 31 42 90 90 90", "ml"},
+                                           Case{"P 43 21 2", "31 31 42 90 90 90", "ml",
+                                                "by entry\nscale 1 0.7 12\n"},
                                            Case{"P 31 2 1", "33 33 41 90 90 120", "ls"}));
 
 class Target : public Gradients {};

@@ -131,8 +131,7 @@ void set_up_crystal(const std::string& group, const std::string& cell, double dm
   });
 }
 
-void set_up_model(const std::vector<TestAtom>& atoms, const std::vector<std::int32_t>& mass) {
-  ASSERT_TRUE(section("xmod\nxend\n").ok);
+void add_model_entry(const std::vector<TestAtom>& atoms, const std::vector<std::int32_t>& mass) {
   std::vector<double> x, y, z, b, occupancy, radius;
   std::vector<std::array<double, 6>> u;
   std::vector<std::int32_t> number, charge, index;
@@ -162,6 +161,11 @@ void set_up_model(const std::vector<TestAtom>& atoms, const std::vector<std::int
                           b.data(), reinterpret_cast<const double(*)[6]>(u.data()),
                           occupancy.data(), charge.data(), radius.data()),
       ok);
+}
+
+void set_up_model(const std::vector<TestAtom>& atoms, const std::vector<std::int32_t>& mass) {
+  ASSERT_TRUE(section("xmod\nxend\n").ok);
+  add_model_entry(atoms, mass);
   ASSERT_TRUE(section("xmol\nhydr yes\nxend\n").ok);
 }
 

@@ -27,7 +27,10 @@ std::vector<TestAtom> random_atoms(int n, bool with_aniso, unsigned seed);
 // of reciprocal space, at most `most` of them chosen at random.
 void set_up_crystal(const std::string& group, const std::string& cell, double dmin, int most);
 
-// Puts the atoms into the engine's model and runs xmod and xmol; mass numbers tell deuterium.
+// Appends the atoms to the engine's model as an entry; mass numbers tell deuterium.
+void add_model_entry(const std::vector<TestAtom>& atoms,
+                     const std::vector<std::int32_t>& mass = {});
+// The same between xmod and xmol: the atoms are all of the model.
 void set_up_model(const std::vector<TestAtom>& atoms, const std::vector<std::int32_t>& mass = {});
 
 // F of every reflection of the data set: the sum over operators and atoms, form factors read from
