@@ -74,7 +74,7 @@ def sections():
 def keys():
     for path in ENGINE:
         text = source(path)
-        if not TABLE.search(text) and path.name != 'refl_command.cpp':
+        if not TABLE.search(text) and path.name not in ('refl_command.cpp', 'map_commands.cpp'):
             continue
         for _, said in literals(text):
             if re.fullmatch(r'[A-Za-z]\w*', said) and not TAG.match(said):

@@ -3,7 +3,8 @@
 #include "core/tagged.h"
 #include "crystal/crystal.h"
 #include "map/map.h"
-#include "sections/section.h"
+#include "sections/map_commands.h"
+#include "sections/values.h"
 
 #include <quorix/engine.h>
 #include <quorix/parser.h>
@@ -94,100 +95,14 @@ Status read(MapSection& section) {
   return fail(heading, "Failed to read reflection data.");
 }
 
-Status set_type(qxmap& map, const char* word) {
-  constexpr std::pair<const char*, std::int32_t> types[] = {
-      {"sigm", qx::sigmaa_map},
-      {"comb", qx::combined_map},
-      {"unwe", qx::unweighted_map},
-      {"expe", qx::expected_map},
-  };
-  for (const auto& [name, type] : types) {
-    if (!begins_with(word, name)) continue;
-    map.type = type;
-    return ok;
-  }
-  return fail(heading, " Unknow map type: %s ", word);
-}
-
-Status set_scale(qxmap& map, const char* word) {
-  if (begins_with(word, "yes")) {
-    map.scale = qx::box_scale;
-  } else if (begins_with(word, "cell")) {
-    map.scale = qx::cell_scale;
-  } else if (begins_with(word, "no")) {
-    map.scale = qx::no_scale;
-  } else {
-    return fail(heading, " Unknow scale value: %s ", word);
-  }
-  return ok;
-}
-
-Status set_weight(qxmap& map, const char* word) {
-  map.weighted = begins_with(word, "yes");
-  if (map.weighted || begins_with(word, "no")) return ok;
-  return fail(heading, "Unknown value \"%s\" for weight.", word);
-}
-
-// Runs `set` on the value of a key, if the key is there.
-Status with_value(const char* key, qxmap& map, Status (*set)(qxmap&, const char*)) {
-  const char* text = "";
-  const qx::Key state = qx::take_value(key, text);
-  if (state == qx::key_died) return failed;
-  return state == qx::found ? set(map, text) : ok;
-}
-
-Status take_number(const char* key, double& value) {
-  return qx::take_double(key, value) == qx::key_died ? failed : ok;
-}
-
-Status parameters(MapSection& section) {
-  qxmap& map = *section.map;
-  QX_TRY(with_value("type", map, set_type));
-  QX_TRY(with_value("scale", map, set_scale));
-  QX_TRY(with_value("weight", map, set_weight));
-  QX_TRY(take_number("cushion", map.cushion));
-  // u after type: "unweighted" begins with it.
-  QX_TRY(take_number("u", map.u));
-  return take_number("v", map.v);
-}
-
 Status kick(MapSection& section) {
   qxmap& map = *section.map;
   map.kick = 2;
   if (qx::take_int("seed", map.seed) == qx::key_died) return failed;
   double length = 0;
-  QX_TRY(take_number("length", length));
+  QX_TRY(qx::take_number("length", length));
   if (length > 0) map.kick_length = length;
   return qx::take_int("naverage", map.kick_average) == qx::key_died ? failed : ok;
-}
-
-Status read_limits(qxmap& map, const char* name) {
-  constexpr const char* keys[6] = {"xmin", "xmax", "ymin", "ymax", "zmin", "zmax"};
-  const char* rest = "";
-  QX_TRY(text_of(qx::take_rest(rest), rest));
-  for (int i = 0; i < 6; ++i) {
-    if (!qx_get_key_double_value(rest, keys[i], &map.limits[i])) {
-      return fail(heading, "No %s for %s defined. ", keys[i], name);
-    }
-  }
-  return ok;
-}
-
-Status extent(MapSection& section) {
-  constexpr std::pair<const char*, std::int32_t> extents[] = {
-      {"ASYM", qx::asym_extent}, {"UNIT", qx::unit_extent},  {"BOX", qx::box_extent},
-      {"FRAC", qx::frac_extent}, {"MODE", qx::model_extent},
-  };
-  char word[5];
-  QX_TRY(qx::next_choice(word));
-  for (const auto& [name, value] : extents) {
-    if (!begins_with(word, name)) continue;
-    section.map->extent = value;
-    if (value == qx::box_extent) return read_limits(*section.map, "box");
-    if (value == qx::frac_extent) return read_limits(*section.map, "frac");
-    return ok;
-  }
-  return fail(heading, "Unknown extent type. ");
 }
 
 // What is set but changes nothing must not pass for done.
@@ -210,64 +125,6 @@ Status generate(MapSection& section) {
   return qx_generate_map();
 }
 
-// The name of the format that `word` begins; null if it is none.
-const char* format_of(const char* word) {
-  constexpr std::pair<const char*, const char*> formats[] = {
-      {"ccp4", "ccp4"}, {"cns", "cns"}, {"quor", "quorix"}, {"xyz", "xyz"}};
-  for (const auto& [key, name] : formats) {
-    if (begins_with(word, key)) return name;
-  }
-  return nullptr;
-}
-
-// An option of the file to be written: one of two words, the first of which turns it on.
-Status take_option(const char* key, const char* on, const char* off, bool& option) {
-  const char* word = "";
-  const qx::Key state = qx::take_value(key, word);
-  if (state == qx::key_died) return failed;
-  option = state == qx::found && begins_with(word, on);
-  if (state == qx::absent || option || begins_with(word, off)) return ok;
-  return fail(heading, "Unknown value \"%s\" for %s.", word, key);
-}
-
-// A text that the map's labels may carry.
-Status take_label(const char* key, char*& label) {
-  const char* text = "";
-  const qx::Key state = qx::take_name(key, text);
-  if (state == qx::key_died) return failed;
-  QX_TRY(qx::release(label));
-  return state == qx::absent ? ok : qx::open_text(label, text, "pgm_lab");
-}
-
-Status take_options(qxmap& map) {
-  // Texts first: a word within one is no option.
-  QX_TRY(take_label("prov", map.input));
-  QX_TRY(take_label("columns", map.columns));
-  QX_TRY(take_label("kind", map.kind));
-  QX_TRY(take_option("symm", "yes", "no", map.symmetry_records));
-  return take_option("origin", "zero", "blank", map.zero_origin);
-}
-
-Status write(MapSection& section) {
-  const char* word = "";
-  QX_TRY(next_word(word));
-  const char* format = format_of(word);
-  if (!format) return fail(heading, "Unknown map format: %s", word);
-  if (std::strcmp(format, "cns") == 0 && !qx::take_key("unformatted") &&
-      !qx::take_key("formatted")) {
-    return fail(heading, "Has not declared to write formated or unformated map file.");
-  }
-  const char* path = "";
-  QX_TRY(text_of(qx::take_name("file", path), path));
-  if (path[0] == '\0') return fail(heading, "Undefined map file name. ");
-  char* copy = qx::duplicate_text(path, "pgm_file");
-  if (!copy) return failed;
-  QX_TRY(qx::release(section.map->path));
-  section.map->path = copy;
-  QX_TRY(take_options(*section.map));
-  return qx_write_map(format);
-}
-
 Status finish(MapSection& /*section*/) {
   std::printf("end map generation.\n");
   return ok;
@@ -275,6 +132,10 @@ Status finish(MapSection& /*section*/) {
 
 constexpr qx::SectionTexts texts = {heading, "Failed to get quorix command. ",
                                     "*** Unknow xmap task: \"", "\" ****"};
+
+Status parameters(MapSection& section) { return qx::take_map_parameters(heading, *section.map); }
+Status extent(MapSection& section) { return qx::take_map_extent(heading, *section.map); }
+Status write(MapSection& section) { return qx::write_map_as_told(heading, *section.map); }
 
 constexpr qx::Command<MapSection> commands[] = {
     {"MAPD", define}, {"READ", read},     {"PARA", parameters}, {"KICK", kick},
