@@ -51,6 +51,9 @@ QX_API void qx_get_mtz_col_order(const qxmtz* mtz, std::int32_t nwanted, const c
 // labels[n] is not null (a null `labels`: every column). Without a label, or with an empty one, a
 // column keeps that of the file it was read from, else its word. The caller owns the object.
 QX_API qxmtz* qx_make_mtz_obj(const qxrefdata* refdata, const char* const* labels);
+// The same, and behind them the columns of the file that were not read as any of these, at its
+// kept reflections; a column whose label is taken by then is left out.
+QX_API qxmtz* qx_make_mtz_with_others_obj(const qxrefdata* refdata, const char* const* labels);
 QX_API qx::Status qx_delete_mtz_obj(qxmtz* mtz);
 
 // Writers: 0, or not 0 after a report that leaves the engine standing. The file appears at `path`

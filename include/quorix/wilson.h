@@ -15,6 +15,17 @@ struct qx_wilson_view {
   std::int32_t npairs;
   double mean_l, mean_l2;  // <|L|> 0.5, <L^2> 0.333 untwinned; 0.375, 0.2 perfectly twinned
   std::int32_t namplitudes, nleft_out;
+  bool has_anisotropy;
+  double
+      b_cart[6];    // 11 22 33 12 13 23 without the mean, Angstrom^2; a along x, b in the x-y plane
+  double b_spread;  // largest minus smallest principal value
+};
+
+// A bin of the Wilson plot.
+struct qx_wilson_bin {
+  std::int32_t n;
+  double s2;         // 1/Angstrom^2, mean
+  double log_ratio;  // ln(<F^2 / epsilon> / sum f^2)
 };
 
 extern "C" {
@@ -33,11 +44,16 @@ QX_API qx::Status qx_calc_wilson_moments();
 // The L test over neighbours two steps apart on each axis (Padilla & Yeates, Acta Cryst. D59, 1124,
 // 2003).
 QX_API qx::Status qx_calc_wilson_twin();
+// The B by which intensities fall faster in some directions than in others, without its mean; zero
+// in cubic groups.
+QX_API qx::Status qx_calc_wilson_anisotropy();
 // Amplitudes and their errors from the intensities (French & Wilson, Acta Cryst. A34, 517, 1978)
 // into FOBS and SIGF, replacing them; missing where an intensity or its error is, or the error 0.
 // Reports a data set without intensities or their errors.
 QX_API qx::Status qx_calc_wilson_amplitudes();
 QX_API qx::Status qx_get_wilson_view(qx_wilson_view* view);
+// 1 and bin i of the plot, or 0 (and no report) when there is none.
+QX_API std::int32_t qx_get_wilson_bin(std::int32_t i, qx_wilson_bin* bin);
 QX_API qx::Status qx_print_wilson();
 
 }  // extern "C"

@@ -19,8 +19,10 @@ struct FileFormat {
   // Fills the data set's arrays from what was read; rows that `reject` names stay out if `apply`
   // is 1.
   Status (*build)(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply);
-  // Writes the data set; `labels` by identifier, null for the columns and labels of the source.
-  Status (*write)(const char* path, const qxrefdata& refdata, const char* const* labels);
+  // Writes the data set; `labels` by identifier, null for the columns and labels of the source;
+  // `others`: also the source's columns that are not among them.
+  Status (*write)(const char* path, const qxrefdata& refdata, const char* const* labels,
+                  bool others);
   // Lets go of the file's contents.
   Status (*forget)(qxrefdata* refdata);
 };

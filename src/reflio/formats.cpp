@@ -19,8 +19,10 @@ Status not_built(const char* heading, const char* format) {
   return fail(heading, "Reading of %s reflection files has not been built yet. ", format);
 }
 
-Status write_mtz(const char* path, const qxrefdata& refdata, const char* const* labels) {
-  qxmtz* mtz = qx_make_mtz_obj(&refdata, labels);
+Status write_mtz(const char* path, const qxrefdata& refdata, const char* const* labels,
+                 bool others) {
+  qxmtz* mtz =
+      others ? qx_make_mtz_with_others_obj(&refdata, labels) : qx_make_mtz_obj(&refdata, labels);
   if (!mtz) return failed;
   const auto epoch = qx::memory_epoch();
   const bool written = qx_write_refdata_mtz_file(path, mtz) == 0;

@@ -152,7 +152,62 @@ Status add_column(qxmtz& mtz, const qxrefdata& refdata, const qx::Column& from, 
   return ok;
 }
 
-Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels) {
+// Number of the index column that the file calls `label`, 0 for any other column.
+std::int32_t index_number(const qxrefdata& refdata, const char* label) {
+  for (std::int32_t number = qx::coid_h; number <= qx::coid_l; ++number) {
+    const char* chosen = or_else(refdata.selected[number], qx::columns()[number - 1].word);
+    if (std::strcmp(chosen, label) == 0) return number;
+  }
+  return 0;
+}
+
+// Whether the file's column was read as one of the data set's that are written.
+Status is_written(const qxrefdata& refdata, const qx::MtzColumn& column, const char* const* labels,
+                  bool& written) {
+  written = index_number(refdata, column.label) != 0;
+  for (const qx::Column& row : qx::columns()) {
+    if (written) return ok;
+    if (labels && !labels[row.number]) continue;
+    const qx::MtzColumn* source = nullptr;
+    QX_TRY(find_source(refdata, row, source));
+    written = source == &column;
+  }
+  return ok;
+}
+
+// The columns of the file that are not, in its order: their places there.
+Status add_others(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels,
+                  qx::Tagged<std::int32_t>& places) {
+  const qxmtz* old = refdata.mtz;
+  if (!old || old->columns.count < 1) return ok;
+  places = qx::Tagged<std::int32_t>(static_cast<std::size_t>(old->columns.count), "pm_place");
+  if (!places) return failed;
+  std::size_t n = 0;
+  for (std::int32_t c = 0; c < old->columns.count; ++c) {
+    const qx::MtzColumn& from = old->columns[c];
+    bool written = false;
+    QX_TRY(is_written(refdata, from, labels, written));
+    if (written || has_label(mtz, from.label)) continue;
+    qx::MtzColumn* column = qx::append(mtz.columns, "pm_col");
+    if (!column) return failed;
+    qx::copy_text(column->label, from.label);
+    column->type = from.type;
+    column->dataset_id = data_id;
+    places[n++] = c;
+  }
+  return ok;
+}
+
+// Values of a column of the file at the reflections that were kept.
+void copy_kept(const qxrefdata& refdata, const qx::MtzColumn& from, float missing, float* to) {
+  for (std::int32_t i = 0, row = 0; row < refdata.ninput && i < refdata.nreflections; ++row) {
+    if (refdata.rejected[row] != 0) continue;
+    const float value = from.values[row];
+    to[i++] = value == missing ? std::numeric_limits<float>::quiet_NaN() : value;
+  }
+}
+
+Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels, bool others) {
   const qx::Column* sources[qx::coid_count];
   for (const qx::Column& column : qx::columns()) {
     const char* label = labels ? labels[column.number] : nullptr;
@@ -164,22 +219,24 @@ Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labe
       std::printf(" Warning: there are no \"%s\" data to write.\n", column.word);
     }
   }
+  const std::int32_t own = mtz.columns.count;
+  qx::Tagged<std::int32_t> places;
+  const bool of_file =
+      others && refdata.mtz && refdata.rejected && refdata.ninput == refdata.mtz->nreflections;
+  if (of_file) QX_TRY(add_others(mtz, refdata, labels, places));
   QX_TRY(qx::open_values(mtz));
   for (std::int32_t c = 0; c < mtz.columns.count; ++c) {
     float* values = mtz.columns[c].values;
-    for (std::int32_t i = 0; i < mtz.nreflections; ++i) values[i] = stored(refdata, *sources[c], i);
+    for (std::int32_t i = 0; c < own && i < mtz.nreflections; ++i) {
+      values[i] = stored(refdata, *sources[c], i);
+    }
+    if (c >= own) {
+      const std::int32_t place = places[static_cast<std::size_t>(c - own)];
+      copy_kept(refdata, refdata.mtz->columns[place], refdata.mtz->missing, values);
+    }
     set_range(mtz.columns[c], mtz.nreflections);
   }
   return ok;
-}
-
-// Number of the index column that the file calls `label`, 0 for any other column.
-std::int32_t index_number(const qxrefdata& refdata, const char* label) {
-  for (std::int32_t number = qx::coid_h; number <= qx::coid_l; ++number) {
-    const char* chosen = or_else(refdata.selected[number], qx::columns()[number - 1].word);
-    if (std::strcmp(chosen, label) == 0) return number;
-  }
-  return 0;
 }
 
 // The order of the file that was read still holds, as filtering keeps it, as far as it goes by
@@ -212,14 +269,14 @@ Status add_history(qxmtz& mtz, const qxrefdata& refdata) {
   return ok;
 }
 
-Status make(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels) {
+Status make(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels, bool others) {
   qx::copy_text(mtz.version, "MTZ:V1.1");
   if (refdata.mtz) qx::copy_text(mtz.title, refdata.mtz->title);
   mtz.nreflections = refdata.nreflections;
   QX_TRY(add_cell(mtz));
   QX_TRY(add_symmetry(mtz));
   QX_TRY(add_datasets(mtz, refdata));
-  QX_TRY(add_columns(mtz, refdata, labels));
+  QX_TRY(add_columns(mtz, refdata, labels, others));
   add_sort_order(mtz, refdata);
   add_resolution(mtz, refdata);
   return add_history(mtz, refdata);
@@ -230,5 +287,11 @@ Status make(qxmtz& mtz, const qxrefdata& refdata, const char* const* labels) {
 qxmtz* qx_make_mtz_obj(const qxrefdata* refdata, const char* const* labels) {
   qxmtz* mtz = qx::new_object<qxmtz>("pnrm_md");
   if (!mtz) return nullptr;
-  return make(*mtz, *refdata, labels) == ok ? mtz : nullptr;
+  return make(*mtz, *refdata, labels, false) == ok ? mtz : nullptr;
+}
+
+qxmtz* qx_make_mtz_with_others_obj(const qxrefdata* refdata, const char* const* labels) {
+  qxmtz* mtz = qx::new_object<qxmtz>("pnrm_md");
+  if (!mtz) return nullptr;
+  return make(*mtz, *refdata, labels, true) == ok ? mtz : nullptr;
 }

@@ -4,6 +4,7 @@
 #include "core/report.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
+#include "crystal/spacegroup.h"
 #include "scaling/cross_record.h"
 
 #include <quorix/cell.h>
@@ -98,6 +99,36 @@ Status scattering_vectors(const char* heading, const qxrefdata& data, Tagged<dou
     double(&out)[3] = s[static_cast<std::size_t>(i)];
     for (int j = 0; j < 3; ++j) out[j] = h[0] * m[j] + h[1] * m[3 + j] + h[2] * m[6 + j];
   }
+  return ok;
+}
+
+namespace {
+
+// R of x_orth = F x_frac: F W F^-1 of an operator's rotation W.
+void cartesian_rotation(const qxcell& cell, const double (&w)[16], double (&out)[9]) {
+  const double(&f)[9] = cell.standard_frac2orth;
+  const double(&g)[9] = cell.standard_orth2frac;
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) {
+      double sum = 0.0;
+      for (int a = 0; a < 3; ++a) {
+        for (int b = 0; b < 3; ++b) sum += f[3 * i + a] * w[4 * a + b] * g[3 * b + j];
+      }
+      out[3 * i + j] = sum;
+    }
+  }
+}
+
+}  // namespace
+
+Status group_tensors(const qxspg& group, const qxcell& cell, bool isotropic_only,
+                     TensorBasis& basis) {
+  const Tagged<double[9]> rotations(static_cast<std::size_t>(group.nops), "pfs_rot");
+  if (!rotations) return failed;
+  for (std::int32_t op = 0; op < group.nops; ++op) {
+    cartesian_rotation(cell, group.ops[op], rotations[static_cast<std::size_t>(op)]);
+  }
+  basis = invariant_tensors(group.nops, rotations.get(), isotropic_only);
   return ok;
 }
 

@@ -2,8 +2,11 @@
 #pragma once
 
 #include "core/tagged.h"
+#include "stats/tensor_basis.h"
 
+struct qxcell;
 struct qxrefdata;
+struct qxspg;
 
 namespace qx {
 
@@ -30,5 +33,9 @@ void put_polar(const ComplexF& f, std::int32_t n, float* amplitude, float* phase
 
 // Cartesian scattering vectors of all reflections, 1/Angstrom, a along x and b in the x-y plane.
 Status scattering_vectors(const char* heading, const qxrefdata& data, Tagged<double[3]>& s);
+
+// The tensors in this frame that the group's rotations leave alone.
+Status group_tensors(const qxspg& group, const qxcell& cell, bool isotropic_only,
+                     TensorBasis& basis);
 
 }  // namespace qx

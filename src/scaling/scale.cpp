@@ -79,28 +79,6 @@ Status solvent_factors(const char* heading, const qxrefdata& data, const qxsolve
   return solvent ? ok : failed;
 }
 
-// R of x_orth = F x_frac: F W F^-1 of each operator's rotation W.
-Status cartesian_rotations(const Needs& needs, Tagged<double[9]>& rotations) {
-  rotations = Tagged<double[9]>(static_cast<std::size_t>(needs.group->nops), "pfs_rot");
-  if (!rotations) return failed;
-  const double(&f)[9] = needs.cell->standard_frac2orth;
-  const double(&g)[9] = needs.cell->standard_orth2frac;
-  for (std::int32_t op = 0; op < needs.group->nops; ++op) {
-    const double(&w)[16] = needs.group->ops[op];
-    double(&out)[9] = rotations[static_cast<std::size_t>(op)];
-    for (int i = 0; i < 3; ++i) {
-      for (int j = 0; j < 3; ++j) {
-        double sum = 0.0;
-        for (int a = 0; a < 3; ++a) {
-          for (int b = 0; b < 3; ++b) sum += f[3 * i + a] * w[4 * a + b] * g[3 * b + j];
-        }
-        out[3 * i + j] = sum;
-      }
-    }
-  }
-  return ok;
-}
-
 // Values of the working reflections side by side, in one block.
 class Packed {
  public:
@@ -153,10 +131,7 @@ Status fit(const Needs& needs, const qx::ScaleData& data) {
   settings.mode = needs.scale->mode;
   settings.k_sol = needs.scale->k_sol;
   settings.b_sol = needs.scale->b_sol;
-  Tagged<double[9]> rotations;
-  QX_TRY(cartesian_rotations(needs, rotations));
-  settings.basis =
-      qx::invariant_tensors(needs.group->nops, rotations.get(), !needs.scale->anisotropic);
+  QX_TRY(qx::group_tensors(*needs.group, *needs.cell, !needs.scale->anisotropic, settings.basis));
   const Tagged<double> scratch(qx::scale_scratch_size(data.n), "pfs_scratch");
   if (!scratch) return failed;
   const qx::ScaleFit result = qx::fit_model_scale(data, settings, scratch.get());

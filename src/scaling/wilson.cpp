@@ -5,10 +5,14 @@
 #include "core/report.h"
 #include "crystal/reflections.h"
 #include "scaling/composition.h"
+#include "scaling/observed.h"
+#include "stats/anisotropy.h"
 #include "stats/resolution_curve.h"
 
+#include <quorix/cell.h>
 #include <quorix/engine.h>
 #include <quorix/reflections.h>
+#include <quorix/spacegroup.h>
 
 #include <algorithm>
 #include <cmath>
@@ -40,6 +44,11 @@ Status fetch(const char* heading, qxwilson*& wilson, qxrefdata*& data) {
     return fail(heading, "There is no reflection for the Wilson statistics.");
   }
   return ok;
+}
+
+// For a missing object whose getter may have reported.
+Status fail_if_there(const char* heading, const char* text) {
+  return qx_exist_quorix() ? fail(heading, "%s", text) : failed;
 }
 
 // Intensities over epsilon of the reflections that have one, and where each came from.
@@ -151,8 +160,9 @@ Status normalised(const qxrefdata& data, const Intensities& from, const qx::Reso
   if (!z) return failed;
   std::int32_t n = 0;
   for (std::size_t i = 0; i < static_cast<std::size_t>(from.n); ++i) {
-    if ((data.centric[from.row[i]] != 0) != centric) continue;
-    z[static_cast<std::size_t>(n++)] = from.values[i] / curve.at(from.s2[i]);
+    const double mean = curve.at(from.s2[i]);
+    if ((data.centric[from.row[i]] != 0) != centric || !(mean > 0.0)) continue;
+    z[static_cast<std::size_t>(n++)] = from.values[i] / mean;
   }
   out = qx::moments(n, z.get());
   return ok;
@@ -193,6 +203,37 @@ Status qx_calc_wilson_twin() {
   return ok;
 }
 
+Status qx_calc_wilson_anisotropy() {
+  constexpr const char* heading = "qx_calc_wilson_anisotropy():";
+  qxwilson* wilson = nullptr;
+  qxrefdata* data = nullptr;
+  QX_TRY(fetch(heading, wilson, data));
+  const qxspg* group = qx_get_qxspg();
+  if (!group) return fail_if_there(heading, "qxspg object has not been created yet ");
+  const qxcell* cell = qx_get_qxcell();
+  if (!cell) return fail_if_there(heading, "qxcell object has not been created yet ");
+  qx::TensorBasis basis;
+  QX_TRY(qx::group_tensors(*group, *cell, false, basis));
+  Intensities intensities;
+  QX_TRY(gather(heading, *data, intensities));
+  qx::ResolutionCurve curve;
+  QX_TRY(draw(intensities, curve));
+  Tagged<double[3]> all;
+  QX_TRY(qx::scattering_vectors(heading, *data, all));
+  const auto n = static_cast<std::size_t>(intensities.n);
+  const Tagged<double[3]> s(n, "pwi_s");
+  if (!s) return failed;
+  for (std::size_t i = 0; i < n; ++i) {
+    std::copy_n(all[static_cast<std::size_t>(intensities.row[i])], 3, s[i]);
+    const double mean = curve.at(intensities.s2[i]);
+    intensities.values[i] = mean > 0.0 ? intensities.values[i] / mean : 1.0;
+  }
+  qx::fit_anisotropy(intensities.n, intensities.values.get(), s.get(), basis, wilson->b_cart);
+  wilson->spread = qx::principal_spread(wilson->b_cart);
+  wilson->has_directions = true;
+  return ok;
+}
+
 namespace {
 
 struct Errors {
@@ -220,6 +261,8 @@ Status qx_calc_wilson_amplitudes() {
   QX_TRY(gather(heading, *data, intensities));
   qx::ResolutionCurve curve;
   QX_TRY(draw(intensities, curve));
+  if (!(curve.at(intensities.s2[0]) > 0.0))
+    return fail(heading, "None of the intensities is above 0.");
   const auto size = static_cast<std::size_t>(data->nreflections);
   if (!data->fobs) QX_TRY(qx::open_block(data->fobs, size, "pwa_f"));
   if (!data->sigf) QX_TRY(qx::open_block(data->sigf, size, "pwa_sf"));
@@ -262,8 +305,20 @@ Status qx_get_wilson_view(qx_wilson_view* view) {
            w->twin.mean_l,
            w->twin.mean_l2,
            w->namplitudes,
-           w->nleft_out};
+           w->nleft_out,
+           w->has_directions,
+           {},
+           w->spread};
+  std::copy_n(w->b_cart, 6, view->b_cart);
   return ok;
+}
+
+std::int32_t qx_get_wilson_bin(std::int32_t i, qx_wilson_bin* bin) {
+  const qxwilson* w = qx_get_qxwilson();
+  if (!w || !w->plotted || i < 0 || i >= w->plot.nbins) return 0;
+  const qx::WilsonBin& from = w->plot.bins[i];
+  *bin = {from.n, from.s2, from.log_ratio};
+  return 1;
 }
 
 namespace {
@@ -303,6 +358,13 @@ Status qx_print_wilson() {
   }
   print_moments("Acentric moments", wilson->acentric, 2.0, 0.886);
   print_moments("Centric moments", wilson->centric, 3.0, 0.798);
+  if (wilson->has_directions) {
+    const double(&b)[6] = wilson->b_cart;
+    std::printf(
+        "Anisotropy                  : B11 = %.2f B22 = %.2f B33 = %.2f B12 = %.2f B13 = %.2f "
+        "B23 = %.2f  spread = %.2f\n",
+        b[0], b[1], b[2], b[3], b[4], b[5], wilson->spread);
+  }
   print_twin(*wilson);
   return ok;
 }

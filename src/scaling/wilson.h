@@ -14,5 +14,8 @@ struct qxwilson {
   qx::WilsonPlot plot;
   qx::Moments acentric, centric;
   qx::LTest twin;
+  bool has_directions = false;  // the next two are known
+  double b_cart[6] = {};        // of the anisotropy, without its mean, Angstrom^2
+  double spread = 0.0;          // between its principal values
   std::int32_t namplitudes = 0, nleft_out = 0;
 };

@@ -133,10 +133,10 @@ void tell_rows_left_out(const qxrefdata& refdata) {
 }
 
 Status write_file(const qx::FileFormat& format, const char* name, const qxrefdata& refdata,
-                  const Labels* labels) {
+                  const Labels* labels, bool others) {
   const char* wanted[qx::coid_count + 1] = {};
   for (int i = 1; labels && i <= qx::coid_count; ++i) wanted[i] = (*labels)[i].get();
-  QX_TRY(format.write(name, refdata, labels ? wanted : nullptr));
+  QX_TRY(format.write(name, refdata, labels ? wanted : nullptr, others));
   tell_rows_left_out(refdata);
   return ok;
 }
@@ -178,8 +178,8 @@ Status qx_write_refdata_ctrl() {
   }
   const qx::Key key = qx::take_end("coid", text);
   if (key == qx::key_died) return failed;
-  if (key == qx::absent) return write_file(*format, name.get(), *refdata, nullptr);
   Labels labels;
-  QX_TRY(parse_coids(heading, text, labels));
-  return write_file(*format, name.get(), *refdata, &labels);
+  if (key == qx::found) QX_TRY(parse_coids(heading, text, labels));
+  const bool others = qx::take_key("others");  // a label may begin so: those are gone
+  return write_file(*format, name.get(), *refdata, key == qx::found ? &labels : nullptr, others);
 }

@@ -48,12 +48,13 @@ Status plot(NoState& /*none*/) {
 Status moments(NoState& /*none*/) { return qx_calc_wilson_moments(); }
 Status twin(NoState& /*none*/) { return qx_calc_wilson_twin(); }
 Status amplitudes(NoState& /*none*/) { return qx_calc_wilson_amplitudes(); }
+Status anisotropy(NoState& /*none*/) { return qx_calc_wilson_anisotropy(); }
 Status print(NoState& /*none*/) { return qx_print_wilson(); }
 Status finish(NoState& /*none*/) { return ok; }
 
 constexpr qx::Command<NoState> commands[] = {
-    {"PARA", parameters}, {"PLOT", plot},  {"MOME", moments},     {"TWIN", twin},
-    {"AMPL", amplitudes}, {"PRIN", print}, {"XEND", finish, true}};
+    {"PARA", parameters}, {"PLOT", plot},       {"MOME", moments}, {"TWIN", twin},
+    {"AMPL", amplitudes}, {"ANIS", anisotropy}, {"PRIN", print},   {"XEND", finish, true}};
 
 Status run() {
   if (!qx_get_qxwilson()) {

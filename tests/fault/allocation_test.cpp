@@ -154,7 +154,7 @@ TEST(Allocations, ofMapsFromAmplitudesAndAModelFailOneByOne) {
                                "xmlf\nestimate\nreplace\nprint\nxend\n",
                                "xmap\nparam type sigmaa\nkick naverage 1\ngenerate\nxend\n",
                                "xtarget\ncalc\ngradient" + out + "xend\n",
-                               "xwilson\nplot\nmoments\ntwin\nprint\nxend\n"};
+                               "xwilson\nplot\nmoments\ntwin\nanisotropy\nprint\nxend\n"};
   const int n = fail_each(
       [&] {
         countdown = 1 << 30;

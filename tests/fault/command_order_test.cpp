@@ -76,7 +76,8 @@ class CommandOrder : public ::testing::Test {
         {"xbulk", {"", "param probe 1", "mask", "write ccp4" + out}},
         {"xoverall", {"", "param solvent exp", "scale", "print"}},
         {"xmlf", {"", "param nodes 3", "estimate", "replace", "print"}},
-        {"xwilson", {"", "param nbin 5", "plot", "moments", "twin", "amplitudes", "print"}},
+        {"xwilson",
+         {"", "param nbin 5", "plot", "moments", "twin", "anisotropy", "amplitudes", "print"}},
         {"xtarget", {"", "param type ls", "calc", "gradient" + out, "check 1"}},
         {"xomit", {""}},
     };

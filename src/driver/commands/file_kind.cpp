@@ -59,6 +59,7 @@ FileKind kind_of_content(const std::string& path) {
   if (start.size() >= 212 && start.compare(208, 4, "MAP ") == 0) return FileKind::map;
   if (start.starts_with(script_mark)) return FileKind::script;
   if (begins_like_a_page(start)) return FileKind::page;
+  if (start.starts_with("<svg")) return FileKind::drawing;
   if (start.find('\0') != std::string::npos) return FileKind::other;
   return kind_of_text(path);
 }
@@ -97,6 +98,8 @@ const char* name_of(FileKind kind) {
       return "a map";
     case FileKind::page:
       return "a page";
+    case FileKind::drawing:
+      return "a drawing";
     case FileKind::script:
       return "a script of quorix";
     case FileKind::other:

@@ -15,8 +15,9 @@ enum class FileKind {
   reflections,  // in mmCIF
   atoms,        // PDB or mmCIF
   map,
-  page,    // HTML
-  script,  // for a viewer, as these programs write them
+  page,     // HTML
+  drawing,  // SVG
+  script,   // for a viewer, as these programs write them
   other
 };
 

@@ -39,10 +39,11 @@ bool goes_to_standard_output(const std::string& path) {
 
 // A name beside it that is free and tells what it holds.
 std::string other_name(const Output& output) {
-  const char* ending = output.kind == FileKind::map    ? ".ccp4"
-                       : output.kind == FileKind::page ? ".html"
-                       : output.kind == FileKind::mtz  ? ".mtz"
-                                                       : ".txt";
+  const char* ending = output.kind == FileKind::map       ? ".ccp4"
+                       : output.kind == FileKind::page    ? ".html"
+                       : output.kind == FileKind::mtz     ? ".mtz"
+                       : output.kind == FileKind::drawing ? ".svg"
+                                                          : ".txt";
   const fs::path path(output.path);
   fs::path stem = path.filename();
   if (stem.extension() == ".gz") stem = stem.stem();

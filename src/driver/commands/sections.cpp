@@ -67,6 +67,16 @@ std::vector<std::string> SectionText::lines() const {
   return all;
 }
 
+std::string printed(const SectionText& section) {
+  const std::vector<std::string> lines = section.lines();
+  std::string text;
+  for (const std::string& line : lines) {
+    const bool inside = &line != &lines.front() && &line != &lines.back();
+    text += (inside ? "  " : "") + line + '\n';
+  }
+  return text;
+}
+
 namespace {
 
 bool output_is_data = false;

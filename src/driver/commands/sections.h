@@ -47,6 +47,9 @@ class SectionText {
   std::vector<std::string> lines_;
 };
 
+// Sections as quorix run takes them.
+std::string printed(const SectionText& section);
+
 // For commands whose standard output is read by programs: what the engine prints goes to standard
 // error from here on, and of a failure no more than a line that tells it with its remedy.
 void keep_standard_output_clean();

@@ -8,6 +8,20 @@
 
 namespace qx {
 
+std::string read_line(const std::string& path, const ObservedColumns& observed) {
+  const std::pair<const char*, const std::string&> columns[] = {
+      {" FOBS=", observed.amplitude},
+      {" SIGF=", observed.sigma},
+      {" IOBS=", observed.intensity},
+      {" SIGI=", observed.intensity_sigma},
+      {" TEST=", observed.free}};
+  std::string line = "read refl mtz file " + quoted_name(path) + " coid H=H";
+  for (const auto& [word, label] : columns) {
+    if (!label.empty()) line += word + name_as_word(label);
+  }
+  return line;
+}
+
 SectionText crystal_section(const FcalcJob& job) {
   const Crystal& crystal = job.crystal;
   SectionText text("xcry");
@@ -24,17 +38,7 @@ SectionText crystal_section(const FcalcJob& job) {
     text.line(format("reso %.6f %.6f", job.options.dmin > 0.0 ? job.options.dmin : no_high_limit,
                      job.options.dmax > 0.0 ? job.options.dmax : 99999.0));
   }
-  if (!job.options.hkl.empty()) {
-    std::string line = "read refl mtz file " + quoted_name(job.input) + " coid H=H";
-    const ObservedColumns& observed = job.observed;
-    if (!observed.amplitude.empty()) line += " FOBS=" + name_as_word(observed.amplitude);
-    if (!observed.sigma.empty()) line += " SIGF=" + name_as_word(observed.sigma);
-    if (!observed.intensity.empty()) line += " IOBS=" + name_as_word(observed.intensity);
-    if (!observed.intensity_sigma.empty())
-      line += " SIGI=" + name_as_word(observed.intensity_sigma);
-    if (!observed.free.empty()) line += " TEST=" + name_as_word(observed.free);
-    text.line(line);
-  }
+  if (!job.options.hkl.empty()) text.line(read_line(job.input, job.observed));
   return text;
 }
 

@@ -47,6 +47,16 @@ struct ObservedColumns {
   bool empty = false;                                // no amplitude is above 0
 };
 
+// The usual columns that the file has: amplitudes before intensities, or intensities alone.
+ObservedColumns usual_observations(const ReflectionFile& file);
+ObservedColumns usual_intensities(const ReflectionFile& file);
+// Those of F,SIGF,FREE (where `intensities` are let in, also I,SIGI,FREE); throws CommandError for
+// a label that the file lacks or that is no such thing.
+ObservedColumns given_observations(const ReflectionFile& file,
+                                   const std::vector<std::string>& labels, bool intensities);
+// "read refl ..." of a file and these columns of it.
+std::string read_line(const std::string& path, const ObservedColumns& observed);
+
 struct FcalcJob {
   const FcalcOptions& options;
   Coordinates coordinates;

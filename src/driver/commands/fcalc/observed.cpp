@@ -23,8 +23,10 @@ std::string label_among(const ReflectionFile& file, char type,
   return {};
 }
 
-// The given labels, each of which the file must have.
-ObservedColumns given_labels(const std::vector<std::string>& labels, const ReflectionFile& file) {
+}  // namespace
+
+ObservedColumns given_observations(const ReflectionFile& file,
+                                   const std::vector<std::string>& labels, bool intensities) {
   const auto at = [&](std::size_t i) {
     if (i >= labels.size() || labels[i].empty()) return std::string();
     for (const FileColumn& column : file.columns) {
@@ -35,6 +37,9 @@ ObservedColumns given_labels(const std::vector<std::string>& labels, const Refle
   ObservedColumns observed = {at(0), at(1), at(2)};
   if (!observed.amplitude.empty()) {
     const FileColumn& column = *file.find(observed.amplitude).front();
+    if (intensities && column.type == 'J') {
+      return {"", "", observed.free, observed.amplitude, observed.sigma};
+    }
     const std::string not_one = why_no_amplitude(column);
     if (!not_one.empty()) {
       throw CommandError(2, "column " + column.label + " is no amplitude but " + not_one);
@@ -43,18 +48,23 @@ ObservedColumns given_labels(const std::vector<std::string>& labels, const Refle
   return observed;
 }
 
+ObservedColumns usual_intensities(const ReflectionFile& file) {
+  const FileColumn* free = usual_free_column(file);
+  return {"", "", free ? free->label : "",
+          label_among(file, 'J', {"IMEAN", "I", "IOBS", "I-obs", "IP", "Iobs"}),
+          label_among(file, 'Q', {"SIGIMEAN", "SIGI", "SIGIOBS", "SIGI-obs", "SIGIP", "SIGIobs"})};
+}
+
 ObservedColumns usual_observations(const ReflectionFile& file) {
   const FileColumn* free = usual_free_column(file);
   ObservedColumns observed = {
       label_among(file, 'F', {"FP", "F", "FOBS", "F-obs", "F-obs-filtered", "FOSC"}),
       label_among(file, 'Q', {"SIGFP", "SIGF", "SIGFOBS", "SIGF-obs", "SIGF-obs-filtered"}),
       free ? free->label : ""};
-  if (!observed.amplitude.empty()) return observed;
-  observed.intensity = label_among(file, 'J', {"IMEAN", "I", "IOBS", "I-obs", "IP", "Iobs"});
-  observed.intensity_sigma =
-      label_among(file, 'Q', {"SIGIMEAN", "SIGI", "SIGIOBS", "SIGI-obs", "SIGIP", "SIGIobs"});
-  return observed;
+  return observed.amplitude.empty() ? usual_intensities(file) : observed;
 }
+
+namespace {
 
 // A column of zeros or of nothing is passed on, but nothing can be scaled to it.
 void look_for_amplitudes(FcalcJob& job, const ReflectionFile& file) {
@@ -89,8 +99,8 @@ void find_observed(FcalcJob& job) {
   const ReflectionFile file = read_reflections(options.hkl, options.verbose);
   job.input = file.readable;
   job.unpacked = file.unpacked;
-  job.observed =
-      options.labels.empty() ? usual_observations(file) : given_labels(options.labels, file);
+  job.observed = options.labels.empty() ? usual_observations(file)
+                                        : given_observations(file, options.labels, false);
   look_for_amplitudes(job, file);
   choose_free_set(job, file);
   const Crystal& crystal = job.crystal;

@@ -1,9 +1,9 @@
 #include "driver/commands/map/job.h"
 
+#include "driver/commands/crystal_lines.h"
 #include "driver/commands/group_name.h"
 
 #include <cstring>
-#include <gemmi/symmetry.hpp>  // for split_centering_vectors
 
 namespace qx {
 
@@ -28,23 +28,6 @@ namespace {
 constexpr double no_low_limit = 99999.0;
 constexpr double no_high_limit = 0.01;
 
-void add_group(const MapJob& job, SectionText& text) {
-  const std::string name = map_group(job);
-  if (!name.empty()) {
-    text.line("spgname " + name);
-    return;
-  }
-  std::vector<gemmi::Op> operators;
-  for (const std::string& line : job.file.operators)
-    operators.push_back(gemmi::parse_triplet(line));
-  gemmi::GroupOps group = gemmi::split_centering_vectors(operators);
-  if (group.cen_ops.empty()) group.cen_ops.push_back(gemmi::Op::identity().tran);
-  for (const gemmi::Op& op : group.sym_ops) text.line("symp " + op.triplet());
-  for (const gemmi::Op::Tran& shift : group.cen_ops) {
-    text.line("symc " + gemmi::Op{gemmi::Op::identity().rot, shift}.triplet());
-  }
-}
-
 std::string limits_line(const std::string& kind, const std::vector<std::string>& values) {
   constexpr const char* keys[6] = {"xmin", "xmax", "ymin", "ymax", "zmin", "zmax"};
   std::string line = "extent " + kind;
@@ -64,7 +47,7 @@ std::string extent_line(const std::vector<std::string>& extent) {
 
 SectionText crystal_section(const MapJob& job) {
   SectionText text("xcry");
-  add_group(job, text);
+  add_group(text, map_group(job), job.file);
   const double* cell = map_cell(job);
   text.line(format("cell %.6f %.6f %.6f %.6f %.6f %.6f", cell[0], cell[1], cell[2], cell[3],
                    cell[4], cell[5]));

@@ -235,11 +235,7 @@ void generate(Engine& engine, const MapJob& job, MapReport& report) {
 void print_sections(const MapJob& job) {
   for (const SectionText& section : {crystal_section(job), grid_section(job.options),
                                      fft_section(job.options), map_section(job), end_section()}) {
-    const std::vector<std::string> lines = section.lines();
-    for (const std::string& line : lines) {
-      const bool inside = &line != &lines.front() && &line != &lines.back();
-      std::cout << (inside ? "  " : "") << line << '\n';
-    }
+    std::cout << printed(section);
   }
 }
 

@@ -2,6 +2,7 @@
 #include "driver/commands/info/map_symmetry.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/report/report.h"
+#include "driver/commands/resolution_shells.h"
 #include "driver/commands/sections.h"
 
 #include <quorix/fft.h>
@@ -40,23 +41,17 @@ const gemmi::SpaceGroup* group_of(const std::vector<std::string>& records, std::
 }
 
 struct Shells {
-  double low, high;  // Angstrom
+  ShellLimits limits;
   std::vector<double> found, possible, squares;
 
-  Shells(double low_limit, double high_limit)
-      : low(low_limit),
-        high(high_limit),
+  Shells(double low, double high)
+      : limits{low, high, shell_count},
         found(shell_count),
         possible(shell_count),
         squares(shell_count) {}
 
-  [[nodiscard]] double cube(int n) const {
-    const double inner = std::pow(low, -3);
-    return inner + n * (std::pow(high, -3) - inner) / shell_count;
-  }
   void add(double d, double amplitude) {
-    const double place = (std::pow(d, -3) - cube(0)) / (cube(shell_count) - cube(0)) * shell_count;
-    const auto shell = static_cast<std::size_t>(std::clamp(place, 0.0, shell_count - 1.0));
+    const std::size_t shell = limits.of(d);
     possible[shell] += 1;
     if (amplitude < 0.0) return;
     found[shell] += 1;
@@ -66,8 +61,8 @@ struct Shells {
     Json list = Json::array();
     for (int n = 0; n < shell_count; ++n) {
       const auto i = static_cast<std::size_t>(n);
-      list.push_back({{"low", std::cbrt(1.0 / cube(n))},
-                      {"high", std::cbrt(1.0 / cube(n + 1))},
+      list.push_back({{"low", limits.bound(n)},
+                      {"high", limits.bound(n + 1)},
                       {"found", found[i]},
                       {"possible", possible[i]},
                       {"amplitude", found[i] > 0 ? std::sqrt(squares[i] / found[i]) : 0.0}});
