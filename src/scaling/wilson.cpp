@@ -261,8 +261,10 @@ Status qx_calc_wilson_amplitudes() {
   QX_TRY(gather(heading, *data, intensities));
   qx::ResolutionCurve curve;
   QX_TRY(draw(intensities, curve));
-  if (!(curve.at(intensities.s2[0]) > 0.0))
+  if (std::none_of(intensities.values.get(), intensities.values.get() + intensities.n,
+                   [](double value) { return value > 0.0; })) {
     return fail(heading, "None of the intensities is above 0.");
+  }
   const auto size = static_cast<std::size_t>(data->nreflections);
   if (!data->fobs) QX_TRY(qx::open_block(data->fobs, size, "pwa_f"));
   if (!data->sigf) QX_TRY(qx::open_block(data->sigf, size, "pwa_sf"));

@@ -64,8 +64,9 @@ void fit_anisotropy(std::int32_t n, const double* z, const double (*s)[3], const
     sum = trial_sum;
     if (done) break;
   }
-  for (int j = 0; j < m; ++j) {
-    for (int c = 0; c < 6; ++c) b[c] += p[j] * basis.tensors[j + 1][c];
+  for (int c = 0; c < 6; ++c) {
+    for (int j = 0; j < m; ++j) b[c] += p[j] * basis.tensors[j + 1][c];
+    if (std::fabs(b[c]) < 1e-9) b[c] = 0.0;  // rounding of what the group forbids
   }
 }
 
