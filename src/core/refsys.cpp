@@ -11,6 +11,7 @@
 #include <quorix/fft.h>
 #include <quorix/grid.h>
 #include <quorix/map.h>
+#include <quorix/omit.h>
 #include <quorix/scaling.h>
 #include <quorix/structfact.h>
 #include <quorix/target.h>
@@ -23,6 +24,7 @@ Status qx_new_refsys() { return qx::create_in(qx_delete_refsys, qx_set_refsys, "
 Status qx_delete_refsys() {
   refsys* system = qx_get_refsys();
   if (!system) return ok;
+  if (system->omit) QX_TRY(qx_delete_qxomit());
   if (system->target) QX_TRY(qx_delete_qxtargetfunc());
   if (system->ml) QX_TRY(qx_delete_qxml());
   if (system->scale) QX_TRY(qx_delete_qxscale());

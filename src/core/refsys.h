@@ -12,6 +12,7 @@ struct qxsincostab;
 struct qxscale;
 struct qxml;
 struct qxtargetfunc;
+struct qxomit;
 
 struct refsys {
   qxxcry* crystal = nullptr;
@@ -25,4 +26,5 @@ struct refsys {
   qxscale* scale = nullptr;
   qxml* ml = nullptr;
   qxtargetfunc* target = nullptr;
+  qxomit* omit = nullptr;
 };

@@ -79,17 +79,6 @@ double phase_of(double re, double im) {
   return phase < 0.0 ? phase + 360.0 : phase;
 }
 
-// Scaled structure factors of the model where a scale has been fitted, else the parts' sum.
-Status calculate(const qxrefdata& data, qx::ComplexF& f) {
-  QX_TRY(qx::open_f(data.nreflections, f));
-  const qxscale* scale = qx_get_qxscale();
-  if (!qx_exist_quorix()) return failed;
-  if (scale && scale->fitted && scale->nref == data.nreflections) {
-    return qx_calc_total_structure_factor(f.re.get(), f.im.get());
-  }
-  return qx_calc_model_structure_factor(f.re.get(), f.im.get());
-}
-
 // u |Fo| - v |Fc| with the phase of Fc; a reflection that was not observed takes no part.
 void plain_differences(const qxmap& map, const qxrefdata& data, const qx::ComplexF& f,
                        const float* fom, double* amplitude, double* phase) {
@@ -138,26 +127,52 @@ Status weighted(const char* here, const qxmap& map, const qxrefdata& data, const
 
 }  // namespace
 
-Status qx_set_map_coef(double* amplitude, double* phase) {
-  constexpr auto here = "qx_set_map_coef():";
-  const qxmap* map = qx_get_qxmap();
+namespace qx {
+
+Status fetch_calculated(const char* here, const qxmap*& map, const qxrefdata*& set) {
+  map = qx_get_qxmap();
   if (!map) return fail(here, "qxmap object has not been created yet.");
   if (!qx_get_qxstructfact()) return fail(here, "qxstructfact object has not been created yet ");
   if (map->type != qx::unweighted_map) QX_TRY(check_weighted(here));
   if (!qx_get_molsys()) return fail(here, "molsys object has not been created yet ");
-  const qxrefdata* set = qx::map_refdata();
+  set = map_refdata();
   if (!set) return failed;
   if (!set->fobs) return fail(here, "There is no observed amplitude data defined yet.");
   if (set != qx_get_qxrefdata()) {
     return fail(here, "The model's structure factors are not those of the reflections of the map.");
   }
-  qx::ComplexF f;
-  QX_TRY(calculate(*set, f));
-  if (map->type != qx::unweighted_map) return weighted(here, *map, *set, f, amplitude, phase);
-  const float* fom = nullptr;
-  QX_TRY(take_fom(here, *map, *set, fom));
-  plain_differences(*map, *set, f, fom, amplitude, phase);
   return ok;
+}
+
+Status calculated_factors(const qxrefdata& data, ComplexF& f) {
+  QX_TRY(open_f(data.nreflections, f));
+  const qxscale* scale = qx_get_qxscale();
+  if (!qx_exist_quorix()) return failed;
+  if (scale && scale->fitted && scale->nref == data.nreflections) {
+    return qx_calc_total_structure_factor(f.re.get(), f.im.get());
+  }
+  return qx_calc_model_structure_factor(f.re.get(), f.im.get());
+}
+
+Status coefficients_from(const char* here, const qxmap& map, const qxrefdata& set,
+                         const ComplexF& f, double* amplitude, double* phase) {
+  if (map.type != unweighted_map) return weighted(here, map, set, f, amplitude, phase);
+  const float* fom = nullptr;
+  QX_TRY(take_fom(here, map, set, fom));
+  plain_differences(map, set, f, fom, amplitude, phase);
+  return ok;
+}
+
+}  // namespace qx
+
+Status qx_set_map_coef(double* amplitude, double* phase) {
+  constexpr auto here = "qx_set_map_coef():";
+  const qxmap* map = nullptr;
+  const qxrefdata* set = nullptr;
+  QX_TRY(qx::fetch_calculated(here, map, set));
+  qx::ComplexF f;
+  QX_TRY(qx::calculated_factors(*set, f));
+  return qx::coefficients_from(here, *map, *set, f, amplitude, phase);
 }
 
 namespace qx {

@@ -41,7 +41,10 @@ struct GridCounts {
 class CellArray {
  public:
   CellArray(const GridCounts& n, const char* tag)
-      : n_(n), planes_(xopen_3d_double(n.nz, n.ny, n.nx, tag)), epoch_(qx::memory_epoch()) {}
+      : CellArray(n, xopen_3d_double(n.nz, n.ny, n.nx, tag)) {}
+  // Takes over what is there already.
+  CellArray(const GridCounts& n, double*** planes)
+      : n_(n), planes_(planes), epoch_(qx::memory_epoch()) {}
   CellArray(const CellArray&) = delete;
   CellArray& operator=(const CellArray&) = delete;
   ~CellArray() {
@@ -245,6 +248,18 @@ Status generate(qxmap& map, const qx::CoefficientList& list, bool add_opposites,
 }
 
 }  // namespace
+
+Status qx::install_cell(qxmap& map, double*** density) {
+  const qxgrid* grid = qx_get_qxgrid();
+  if (!grid) return fail(here, "qxgrid object has not been created yet ");
+  const GridCounts n = {grid->nx, grid->ny, grid->nz};
+  CellArray cell(n, density);
+  QX_TRY(qx_set_map_bound());
+  QX_TRY(drop_density(map));
+  const MapStatistics statistics = statistics_of(as_const(cell.view()));
+  map.cell_rms = statistics.rms;
+  return install_density(map, n, cell, false, statistics);
+}
 
 Status qx_generate_map_with_coef(std::int32_t nref, const std::int32_t* h, const std::int32_t* k,
                                  const std::int32_t* l, const double* amplitude,

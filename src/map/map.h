@@ -62,4 +62,7 @@ namespace qx {
 const qxrefdata* map_refdata();
 // Releases the density and what is known of it.
 Status drop_density(qxmap& map);
+// Makes the density of the map's box and scale from that of the whole cell, [z][y][x], which is
+// taken over.
+Status install_cell(qxmap& map, double*** density);
 }  // namespace qx

@@ -6,4 +6,3 @@ using qx::Status;
 
 Status qx_water_ctrl() { return failed; }
 Status qx_fofomap_generation_ctrl() { return failed; }
-Status qx_xomit_ctrl() { return failed; }

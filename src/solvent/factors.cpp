@@ -66,14 +66,14 @@ void read_off(const qx::MaskGrid& grid, const double* block, std::int32_t hmax, 
   im = scale * (opposite ? -row[hmax + 1 + h] : row[hmax + 1 + h]);
 }
 
-Status transform(const qxsolvent& solvent, const qxrefdata& data, double volume, double* re,
-                 double* im) {
+Status transform(const qxsolvent& solvent, const std::uint8_t* mask, const qxrefdata& data,
+                 double volume, double* re, double* im) {
   const qx::MaskGrid& grid = solvent.grid;
   Columns columns;
   QX_TRY(mark_columns(solvent, data, columns));
   const qx::Tagged<double> block(grid.points(), "psf_block");
   if (!block) return failed;
-  for (std::size_t i = 0; i < grid.points(); ++i) block[i] = solvent.mask[i] ? 0.0 : 1.0;
+  for (std::size_t i = 0; i < grid.points(); ++i) block[i] = mask[i] ? 0.0 : 1.0;
   if (!qx::fft_object()) return failed;
   QX_TRY(qx::forward_half_3d({grid.nx, grid.ny, grid.nz, columns.hmax, columns.counts.get()},
                              block.get()));
@@ -87,7 +87,22 @@ Status transform(const qxsolvent& solvent, const qxrefdata& data, double volume,
   return ok;
 }
 
+Status fetch_volume(double& volume) {
+  const qxcell* cell = qx_get_qxcell();
+  if (!qx_exist_quorix()) return failed;
+  if (!cell) return fail(here, "qxcell object has not been created yet ");
+  volume = cell->volume;
+  return ok;
+}
+
 }  // namespace
+
+Status qx::mask_factors(const qxsolvent& solvent, const std::uint8_t* mask, const qxrefdata& data,
+                        double* re, double* im) {
+  double volume = 0.0;
+  QX_TRY(fetch_volume(volume));
+  return transform(solvent, mask, data, volume, re, im);
+}
 
 Status qx_calc_solvent_structure_factor() {
   const qxsolvent* found = qx_get_qxsolvent();
@@ -102,13 +117,10 @@ Status qx_calc_solvent_structure_factor() {
   if (!found->mask) QX_TRY(qx_make_solvent_mask());
   qxsolvent* solvent = qx_get_qxsolvent();
   if (!solvent) return failed;
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell)
-    return qx_exist_quorix() ? fail(here, "qxcell object has not been created yet ") : failed;
   QX_TRY(qx::drop_solvent_factors(solvent));
   const auto n = static_cast<std::size_t>(data->nreflections);
   QX_TRY(qx::open_block(solvent->re, n, "psf_re"));
   QX_TRY(qx::open_block(solvent->im, n, "psf_im"));
   solvent->nref = data->nreflections;
-  return transform(*solvent, *data, cell->volume, solvent->re, solvent->im);
+  return qx::mask_factors(*solvent, solvent->mask, *data, solvent->re, solvent->im);
 }

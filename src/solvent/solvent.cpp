@@ -50,6 +50,12 @@ Status drop_solvent_mask(qxsolvent* solvent) {
   return drop_solvent_factors(solvent);
 }
 
+void measure_fraction(qxsolvent* solvent) {
+  const std::size_t points = solvent->grid.points();
+  const auto inside = std::count(solvent->mask, solvent->mask + points, std::uint8_t{1});
+  solvent->fraction = 1.0 - static_cast<double>(inside) / static_cast<double>(points);
+}
+
 }  // namespace qx
 
 namespace {
@@ -212,10 +218,9 @@ Status qx_make_solvent_mask() {
                                          "psm_row");
   if (!scratch) return failed;
   qx::shrink_mask(grid, needs.solvent->shrink, reach.get(), scratch.get(), mask.get());
-  const auto inside = std::count(mask.get(), mask.get() + grid.points(), std::uint8_t{1});
   needs.solvent->grid = grid;
   needs.solvent->mask = mask.release();
-  needs.solvent->fraction = 1.0 - static_cast<double>(inside) / static_cast<double>(grid.points());
+  qx::measure_fraction(needs.solvent);
   return ok;
 }
 

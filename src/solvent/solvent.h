@@ -18,10 +18,18 @@ struct qxsolvent {
   double* im = nullptr;
 };
 
+struct qxrefdata;
+
 namespace qx {
 
 // Releases what was made with other settings or another model.
 Status drop_solvent_mask(qxsolvent* solvent);
 Status drop_solvent_factors(qxsolvent* solvent);
+
+// Structure factors of the points that are 0 in a mask on the solvent's grid.
+Status mask_factors(const qxsolvent& solvent, const std::uint8_t* mask, const qxrefdata& data,
+                    double* re, double* im);
+// The share of 0 in the mask, as it is now.
+void measure_fraction(qxsolvent* solvent);
 
 }  // namespace qx

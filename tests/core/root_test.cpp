@@ -96,7 +96,7 @@ INSTANTIATE_TEST_SUITE_P(
         WordCase{"  ! nothing\n#\n", "\nqx_quorix_ctrl():\nFailed to get quorix command. \n"},
         WordCase{"xwater\nxend\n",
                  "\nqx_quorix_ctrl():\nFailed to process xwater pick up section. \n"},
-        WordCase{"xOmItting\nxend\n", "\nqx_quorix_ctrl():\nFailed to process xomit section. \n"},
+        WordCase{"xOmItting\nfoo\n", "\nqx_xomit_ctrl():\n*** Unknow xomit task: FOO ***\n"},
         WordCase{"xter\nfoo\n", "\n qx_xter_ctrl():\n *** Unknow xter task: FOO *** \n"},
         WordCase{"xter\n", "\n qx_xter_ctrl():\n Failed to get quorix command. \n"},
         WordCase{"xter\nwrite\n", "\n qx_xter_ctrl():\nFailed to write keyword.\n"},

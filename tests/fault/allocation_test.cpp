@@ -147,14 +147,18 @@ TEST(Allocations, ofMapsFromAmplitudesAndAModelFailOneByOne) {
   const auto atoms = random_atoms(30, true, 1);
   const ScratchDirectory scratch;
   const std::string out = " file \"" + scratch.file("out") + "\"\n";
-  const std::string texts[] = {"xcross\nparam percent 20\nxend\n",
-                               "xbulk\nmask\nwrite ccp4" + out + "xend\n",
-                               "xoverall\nparam solvent bins\nscale\nprint\nxend\n",
-                               "xrfactor\ncalc\nprint\njson" + out + "xend\n",
-                               "xmlf\nestimate\nreplace\nprint\nxend\n",
-                               "xmap\nparam type sigmaa\nkick naverage 1\ngenerate\nxend\n",
-                               "xtarget\ncalc\ngradient" + out + "xend\n",
-                               "xwilson\nplot\nmoments\ntwin\nanisotropy\nprint\nxend\n"};
+  const std::string texts[] = {
+      "xcross\nparam percent 20\nxend\n",
+      "xbulk\nmask\nwrite ccp4" + out + "xend\n",
+      "xoverall\nparam solvent bins\nscale\nprint\nxend\n",
+      "xrfactor\ncalc\nprint\njson" + out + "xend\n",
+      "xmlf\nestimate\nreplace\nprint\nxend\n",
+      "xmap\nparam type sigmaa\nkick naverage 1\ngenerate\nxend\n",
+      "xomit\nregion frac xmin=0 xmax=0.4 ymin=0 ymax=0.4 zmin=0 "
+      "zmax=0.4\nregion atoms 3\nparam mask clear\ngenerate\nexclude\nxend\n",
+      "xomit\nrestore\ncomposite boxes 2\ngenerate\nxend\n",
+      "xtarget\ncalc\ngradient" + out + "xend\n",
+      "xwilson\nplot\nmoments\ntwin\nanisotropy\nprint\nxend\n"};
   const int n = fail_each(
       [&] {
         countdown = 1 << 30;

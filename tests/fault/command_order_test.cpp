@@ -79,7 +79,12 @@ class CommandOrder : public ::testing::Test {
         {"xwilson",
          {"", "param nbin 5", "plot", "moments", "twin", "anisotropy", "amplitudes", "print"}},
         {"xtarget", {"", "param type ls", "calc", "gradient" + out, "check 1"}},
-        {"xomit", {""}},
+        {"xpartition", {"", "by entry", "fpart yes", "fpart no", "scale 0 0.5 3"}},
+        {"xomit",
+         {"", "region sphere x=1 y=1 z=1 radius=3\ngenerate",
+          "region box xmin=0 xmax=1 ymin=0 ymax=1 zmin=0 zmax=1\nparam mask clear\nexclude",
+          "region frac xmin=0 xmax=1 ymin=0 ymax=1 zmin=0 zmax=1", "region atoms 1\ngenerate",
+          "composite boxes 3\ngenerate", "extent asym", "restore", "write ccp4" + out}},
     };
   }
 
