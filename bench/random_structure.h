@@ -15,10 +15,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <random>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace qx::bench {
@@ -32,21 +30,12 @@ inline void check(bool good, const char* what) {
 // What the engine prints is of no interest here.
 class Silence {
  public:
-  Silence() : saved_((std::fflush(stdout), dup(STDOUT_FILENO))) {
-    const int null = open("/dev/null", O_WRONLY);
-    dup2(null, STDOUT_FILENO);
-    close(null);
+  Silence() {
+    qx_set_output([](void*, const char*, std::size_t) {}, nullptr);
   }
   Silence(const Silence&) = delete;
   Silence& operator=(const Silence&) = delete;
-  ~Silence() {
-    std::fflush(stdout);
-    dup2(saved_, STDOUT_FILENO);
-    close(saved_);
-  }
-
- private:
-  int saved_;
+  ~Silence() { qx_set_output(nullptr, nullptr); }
 };
 
 inline void section(const std::vector<std::string>& lines) {

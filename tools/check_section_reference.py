@@ -17,7 +17,7 @@ ENGINE = [path for layer in ('core', 'stats', 'crystal', 'reflio', 'grid', 'fft'
 STRING = r'"(?:[^"\\\n]|\\.)*"'
 TABLE = re.compile(r'Command<\w+> (\w+)\[\] =\s*\{(.*?)\};', re.S)
 # Calls whose texts are the engine's ordinary output, labels of files, or for the compiler.
-OUTPUT = re.compile(r'(?:printf|add_label|set_label|static_assert|fputs)\(\s*(?:\w+(?:\[\w+\])?,\s*){0,3}$')
+OUTPUT = re.compile(r'(?:printf|say|add_label|set_label|static_assert|fputs)\(\s*(?:\w+(?:\[\w+\])?,\s*){0,3}$')
 # The same by their beginnings: tables, labels, lines of files without a lower-case letter.
 NO_REPORT = re.compile(r'bin #|node #|# atom|(?:Acentric|Centric) moments|atoms of the model|an average protein|Working set|All reflections|Free set|From Quorix|Map type|by its operators|'
                        r'tagged memory|Symmetric operation matrix|Inverse matrix|[^a-z]*$')

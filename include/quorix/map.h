@@ -3,78 +3,76 @@
 
 #include <quorix/api.h>
 
-#include <cstdio>
+#include <stdio.h>
 
-struct qxmap;
+typedef struct qxmap qxmap;
 
 // A map read from a file: density[iz][iy][ix], x, y and z in their true order whatever the order
 // of the axes in the file. The caller frees the density with xfree_3d_double.
-struct qx_ccp4_map {
+typedef struct qx_ccp4_map {
   double*** density;
-  std::int32_t counts[3];              // points of the box along x, y, z
-  std::int32_t starts[3];              // grid index of its first point
-  std::int32_t intervals[3];           // grid points of the whole cell
+  int32_t counts[3];                   // points of the box along x, y, z
+  int32_t starts[3];                   // grid index of its first point
+  int32_t intervals[3];                // grid points of the whole cell
   double cell[6];                      // Angstrom, degrees
   double minimum, maximum, mean, rms;  // as the file says
-  std::int32_t space_group;
-};
+  int32_t space_group;
+} qx_ccp4_map;
 
 // Of the box of the last map, before scaling by its rms; e/A^3.
-struct qx_map_statistics_view {
+typedef struct qx_map_statistics_view {
   double mean, rms;  // rms about zero
-};
+} qx_map_statistics_view;
 
-extern "C" {
+QX_C_BEGIN
 
 // 1 and the statistics, or 0 when no map has been generated.
-QX_API std::int32_t qx_get_map_statistics(qx_map_statistics_view* view);
+QX_API int32_t qx_get_map_statistics(qx_map_statistics_view* view);
 
 // The map with its settings at their defaults; creating replaces, deleting frees density, path and
 // the private reflection set.
-QX_API qx::Status qx_new_qxmap();
-QX_API qx::Status qx_delete_qxmap();
+QX_API qx_status qx_new_qxmap(void);
+QX_API qx_status qx_delete_qxmap(void);
 // Null when there is no map. The setter frees nothing.
-QX_API qxmap* qx_get_qxmap();
-QX_API qx::Status qx_set_qxmap(qxmap* object);
+QX_API qxmap* qx_get_qxmap(void);
+QX_API qx_status qx_set_qxmap(qxmap* object);
 
 // All settings back to their defaults; density, path and private reflection set are released.
-QX_API qx::Status qx_set_map_default();
+QX_API qx_status qx_set_map_default(void);
 // Grid indices of the box that the extent asks for.
-QX_API qx::Status qx_set_map_bound();
+QX_API qx_status qx_set_map_bound(void);
 // Density of the box from the sources that the map names; replaces an earlier density.
-QX_API qx::Status qx_generate_map();
+QX_API qx_status qx_generate_map(void);
 // Amplitudes and phases (degrees), one per reflection of the set, from its columns / from a model.
-QX_API qx::Status qx_assemble_input_map_coeff(double* amplitude, double* phase);
-QX_API qx::Status qx_set_map_coef(double* amplitude, double* phase);
+QX_API qx_status qx_assemble_input_map_coeff(double* amplitude, double* phase);
+QX_API qx_status qx_set_map_coef(double* amplitude, double* phase);
 // Density of the box from amplitudes and phases (degrees) of the set's reflections / of any list.
-QX_API qx::Status qx_generate_map_core(const double* amplitude, const double* phase);
-QX_API qx::Status qx_generate_map_with_coef(std::int32_t nref, const std::int32_t* h,
-                                            const std::int32_t* k, const std::int32_t* l,
-                                            const double* amplitude, const double* phase);
+QX_API qx_status qx_generate_map_core(const double* amplitude, const double* phase);
+QX_API qx_status qx_generate_map_with_coef(int32_t nref, const int32_t* h, const int32_t* k,
+                                           const int32_t* l, const double* amplitude,
+                                           const double* phase);
 // Writes the map to its path in the format "ccp4", "cns", "quorix" or "xyz"; only the first exists.
-QX_API qx::Status qx_write_map(const char* format);
+QX_API qx_status qx_write_map(const char* format);
 
 // The box as a CCP4 map at the map's path: 32-bit reals, axes in the order x, y, z.
-QX_API qx::Status qx_wr_ccp4_map();
+QX_API qx_status qx_wr_ccp4_map(void);
 // Reads a CCP4 map of mode 0, 1, 2 or 6, any order of the axes, either byte order.
-QX_API qx::Status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map);
+QX_API qx_status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map);
 
 // Typed words of binary files. Each gives the number of items written or read; a short write is
 // reported and the engine dies, a short read is the caller's to report. `swap` reverses the bytes
 // of each item read.
-QX_API std::int32_t qx_write_raw_char(std::FILE* stream, const char* items, std::int32_t n);
-QX_API std::int32_t qx_write_raw_int(std::FILE* stream, const std::int32_t* items, std::int32_t n);
-QX_API std::int32_t qx_write_raw_float(std::FILE* stream, const float* items, std::int32_t n);
-QX_API std::int32_t qx_read_raw_char(std::FILE* stream, char* items, std::int32_t n);
-QX_API std::int32_t qx_read_raw_int(std::FILE* stream, std::int32_t swap, std::int32_t* items,
-                                    std::int32_t n);
-QX_API std::int32_t qx_read_raw_float(std::FILE* stream, std::int32_t swap, float* items,
-                                      std::int32_t n);
+QX_API int32_t qx_write_raw_char(FILE* stream, const char* items, int32_t n);
+QX_API int32_t qx_write_raw_int(FILE* stream, const int32_t* items, int32_t n);
+QX_API int32_t qx_write_raw_float(FILE* stream, const float* items, int32_t n);
+QX_API int32_t qx_read_raw_char(FILE* stream, char* items, int32_t n);
+QX_API int32_t qx_read_raw_int(FILE* stream, int32_t swap, int32_t* items, int32_t n);
+QX_API int32_t qx_read_raw_float(FILE* stream, int32_t swap, float* items, int32_t n);
 // The four bytes that tell a machine's number formats; an offset above 0 is gone to first, by the
 // reader also offset 0. Reading gives the format codes of integers and of reals (4: little-endian,
 // 1: big-endian).
-QX_API qx::Status qx_write_machine_stamp(std::FILE* stream, std::int64_t offset);
-QX_API qx::Status qx_read_machine_stamp(std::FILE* stream, std::int64_t offset,
-                                        std::int32_t* int_code, std::int32_t* float_code);
+QX_API qx_status qx_write_machine_stamp(FILE* stream, int64_t offset);
+QX_API qx_status qx_read_machine_stamp(FILE* stream, int64_t offset, int32_t* int_code,
+                                       int32_t* float_code);
 
-}  // extern "C"
+QX_C_END

@@ -5,19 +5,19 @@
 
 #include <quorix/api.h>
 
-extern "C" {
+QX_C_BEGIN
 
 // 0: all atoms are one part; 1: each entry of the model is one. Structure factors that were
 // calculated before are dropped.
-QX_API qx::Status qx_set_qxsyspart_by(std::int32_t by);
+QX_API qx_status qx_set_qxsyspart_by(int32_t by);
 // 1: FPART and PHIP (electrons, degrees) of the data set are a part; they are copied. 0: they are
 // not. Structure factors that were calculated before are dropped.
-QX_API qx::Status qx_set_qxsyspart_fpart(std::int32_t with);
+QX_API qx_status qx_set_qxsyspart_fpart(int32_t with);
 // The part counts as scale exp(-b s^2 / 4) F, from now on.
-QX_API qx::Status qx_set_qxsyspart_scale(std::int32_t part, double scale, double b);
+QX_API qx_status qx_set_qxsyspart_scale(int32_t part, double scale, double b);
 // How many parts there are, the solvent included, as the molecular system stands.
-QX_API qx::Status qx_get_qxsyspart_count(std::int32_t* count);
+QX_API qx_status qx_get_qxsyspart_count(int32_t* count);
 // A line for each part.
-QX_API qx::Status qx_print_qxsyspart();
+QX_API qx_status qx_print_qxsyspart(void);
 
-}  // extern "C"
+QX_C_END

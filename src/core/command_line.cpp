@@ -1,10 +1,10 @@
 #include "core/command_line.h"
 
 #include "core/name_code.h"
+#include "core/say.h"
 
 #include <quorix/parser.h>
 
-#include <cstdio>
 #include <cstring>
 
 namespace qx {
@@ -36,7 +36,7 @@ Word find_setting(const char* line, const char* key) noexcept {
 }
 
 void warn_without_value(const char* routine, const char* key) {
-  std::printf("%s\nWarning: key %s defined with no value\n", routine, key);
+  qx::say("%s\nWarning: key %s defined with no value\n", routine, key);
 }
 
 KeyState take_value_after(char* line, Word key, char* value) noexcept {

@@ -5,6 +5,7 @@
 #include "core/name_code.h"
 #include "core/parser_record.h"
 #include "core/report.h"
+#include "core/say.h"
 
 #include <quorix/engine.h>
 
@@ -86,15 +87,15 @@ Status next_command(char (&word)[5]) {
   if (!parser) return failed;
   if (!parser->command) return ok;
   if (qx_does_it_has_word_char(parser->rest)) {
-    std::printf("Warning: extraneous input discarded: \"%s\" from line %d\n", parser->rest,
-                parser->command_start_line);
+    qx::say("Warning: extraneous input discarded: \"%s\" from line %d\n", parser->rest,
+            parser->command_start_line);
   }
   QX_TRY(assemble_command(parser));
   note_command_line(*parser);
   take_first_word(*parser);
   if (const char* equals = std::strchr(parser->work, '=')) {
-    std::printf("WARNING: \"%s\" of line %d is not read: leave a blank before the \"=\" \n", equals,
-                parser->command_start_line);
+    qx::say("WARNING: \"%s\" of line %d is not read: leave a blank before the \"=\" \n", equals,
+            parser->command_start_line);
   }
   shorten(parser->work, word);
   return ok;
@@ -147,9 +148,8 @@ Status next_choice(char (&word)[5]) {
 Key take_value(const char* key, const char*& text) {
   const Key state = value_of("qx_get_quorix_key_string_value():", key, text);
   if (state == found && *text == '=') {
-    std::printf(
-        "WARNING: the value \"%s\" of %s begins with \"=\": is a blank missing behind it? \n", text,
-        key);
+    qx::say("WARNING: the value \"%s\" of %s begins with \"=\": is a blank missing behind it? \n",
+            text, key);
   }
   return state;
 }
@@ -195,7 +195,7 @@ bool take_key(const char* key) {
 }
 
 void warn_no_choice(const char* command, const char* word) {
-  std::printf("WARNING: %s takes yes or no, not \"%s\": nothing is changed \n", command, word);
+  qx::say("WARNING: %s takes yes or no, not \"%s\": nothing is changed \n", command, word);
 }
 
 bool begins_with(const char* word, const char* keyword) noexcept {

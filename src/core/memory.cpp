@@ -1,6 +1,7 @@
 // The registry of tagged blocks: accounting, refusal of unknown addresses, one sweep at the end.
 #include "core/memory_system.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/tagged.h"
 
 #include <quorix/engine.h>
@@ -76,9 +77,9 @@ void free_record(BlockRecord* record) {
 }
 
 qx::Status fail_to_open(const qxmemmonitor* monitor, std::size_t size, const char* tag) {
-  std::printf("\nxmalloc():\nFailed to open memory with size = %d for %s \n",
-              static_cast<std::int32_t>(std::min<std::size_t>(size, INT32_MAX)), tag);
-  std::printf("Total opened heap memory is %10.3f MB \n", monitor->current_size / 1e6);
+  qx::say("\nxmalloc():\nFailed to open memory with size = %d for %s \n",
+          static_cast<std::int32_t>(std::min<std::size_t>(size, INT32_MAX)), tag);
+  qx::say("Total opened heap memory is %10.3f MB \n", monitor->current_size / 1e6);
   qx_print_xmalloc_memory();
   die();
   return qx::failed;
@@ -175,7 +176,7 @@ void* xmalloc(std::size_t size, const char* tag) {
   }
   const char* name = tag ? tag : "";
   if (size == 0) {
-    std::printf("The requested memory size (= %d) for %s is < 1 \n", 0, name);
+    qx::say("The requested memory size (= %d) for %s is < 1 \n", 0, name);
     return nullptr;
   }
   void* block = size > PTRDIFF_MAX ? nullptr : system_allocator(size);
@@ -191,20 +192,19 @@ void* xmalloc(std::size_t size, const char* tag) {
 
 qx::Status xfree(void* block) {
   if (!block) {
-    std::printf("Free a NULL pointer, nothing will be done \n");
+    qx::say("Free a NULL pointer, nothing will be done \n");
     return ok;
   }
   qxmemmonitor* monitor = monitor_or_null();
   if (!monitor) return qx::fail("xfree():", "quorix memory monitor has not been set up yet");
   if (!monitor->chains || !monitor->chains[chain_of(block)]) {
-    std::printf("Try to free invalid pointer %p \n", block);
+    qx::say("Try to free invalid pointer %p \n", block);
     die();
     return qx::failed;
   }
   BlockRecord** link = find_link(monitor, block);
   if (!link) {
-    std::printf("\nxfree():\nTry to free invalid pointer %p \n", block);
-    std::fflush(stdout);
+    qx::say("\nxfree():\nTry to free invalid pointer %p \n", block);
     qx_print_xmalloc_memory();
     die();
     return qx::failed;
@@ -245,11 +245,11 @@ double qx_get_max_memory_size() {
 void qx_print_xmalloc_memory() {
   const qxmemmonitor* monitor = monitor_or_null();
   if (!monitor || !monitor->chains) return;
-  std::printf("    ID       address   size(byte) \n");
+  qx::say("    ID       address   size(byte) \n");
   for (std::size_t i = 0; i < chain_count; ++i) {
     for (const BlockRecord* record = monitor->chains[i]; record; record = record->next) {
-      std::printf("%-10s   %p          %zu \n", record->tag ? record->tag : "", record->address,
-                  record->size);
+      qx::say("%-10s   %p          %zu \n", record->tag ? record->tag : "", record->address,
+              record->size);
     }
   }
 }

@@ -5,6 +5,7 @@
 #include "core/object.h"
 #include "core/parser_record.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/text.h"
 
 #include <quorix/engine.h>
@@ -213,11 +214,11 @@ std::int32_t qx_is_quorix_text_left() {
 void qx_print_qxparser() {
   const qxparser* parser = qx::ready_parser("qx_print_qxparser():");
   if (!parser) return;
-  std::printf("\n");
-  std::printf("ntextlines=%d\n", parser->ntextlines);
-  std::printf("startlineindex=%d\n", parser->startlineindex);
-  std::printf("\n");
-  for (std::int32_t i = 0; i < parser->ntextlines; ++i) std::printf("%s\n", parser->text[i]);
+  qx::say("\n");
+  qx::say("ntextlines=%d\n", parser->ntextlines);
+  qx::say("startlineindex=%d\n", parser->startlineindex);
+  qx::say("\n");
+  for (std::int32_t i = 0; i < parser->ntextlines; ++i) qx::say("%s\n", parser->text[i]);
 }
 
 std::size_t qx_get_quorix_cmdline_size() {
@@ -297,13 +298,13 @@ Status store(qxparser* parser, std::FILE* stream, const StreamLines& lines, char
 }
 
 void echo(const qxparser* parser) {
-  std::printf("\n");
+  qx::say("\n");
   bool started = false;
   for (std::int32_t i = 0; i < parser->ntextlines; ++i) {
     started = started || qx_does_it_has_word_char(parser->text[i]);
-    if (started) std::printf("%s\n", parser->text[i]);
+    if (started) qx::say("%s\n", parser->text[i]);
   }
-  std::printf("\n\n");
+  qx::say("\n\n");
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
-// Prints a report to standard output and takes the fatal-error path.
+// Prints a report and takes the fatal-error path.
 #include "core/report.h"
+
+#include "core/say.h"
 
 #include <quorix/engine.h>
 
@@ -15,22 +17,19 @@ namespace {
 void print_report(const char* heading, const char* format, std::va_list values) {
   std::va_list again;
   va_copy(again, values);
-  char tail[2] = "";
   const int size = std::vsnprintf(nullptr, 0, format, again);
   va_end(again);
-  std::printf("\n%s\n", heading);
-  char* text =
-      size > 0 ? static_cast<char*>(std::malloc(static_cast<std::size_t>(size) + 1)) : tail;
+  say("\n%s\n", heading);
+  const auto room = static_cast<std::size_t>(size > 0 ? size : 0) + 1;
+  char* text = static_cast<char*>(std::malloc(room));
   if (text) {
-    std::vsnprintf(text, size > 0 ? static_cast<std::size_t>(size) + 1 : sizeof tail, format,
-                   values);
-    std::fputs(text, stdout);
-    if (size < 1 || text[size - 1] != '\n') std::putchar('\n');
+    std::vsnprintf(text, room, format, values);
+    say(room > 1 && text[room - 2] == '\n' ? "%s" : "%s\n", text);
   } else {
-    std::vprintf(format, values);
-    std::putchar('\n');
+    say_values(format, values);
+    say("\n");
   }
-  if (text != tail) std::free(text);
+  std::free(text);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "core/constants.h"
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell_geometry.h"
 #include "crystal/crystal.h"
@@ -94,7 +95,7 @@ Status qx_run_qxcell_checker() {
     return fail(here, " Failed to set up cell. ");
   }
   if (cell->alpha == 0 && cell->beta == 0 && cell->gamma == 0) {
-    std::printf("WARNING: alpha, beta and gamma angles will be assigned 90 degree. \n");
+    qx::say("WARNING: alpha, beta and gamma angles will be assigned 90 degree. \n");
     cell->alpha = cell->beta = cell->gamma = 90;
   }
   const double angles[3] = {cell->alpha, cell->beta, cell->gamma};

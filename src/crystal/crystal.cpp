@@ -4,6 +4,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
 #include "crystal/cell_geometry.h"
@@ -16,7 +17,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 using qx::fail;
 using qx::ok;
@@ -147,7 +147,7 @@ Status warn_of_metric() {
     worst = std::max(worst, qx::metric_misfit(cell->metric, rotation));
   }
   if (worst <= metric_slack) return ok;
-  std::printf(
+  qx::say(
       "WARNING: the cell %g %g %g %g %g %g does not have the symmetry of the space group %s: what "
       "follows is wrong \n",
       cell->a, cell->b, cell->c, cell->alpha, cell->beta, cell->gamma,

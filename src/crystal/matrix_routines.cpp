@@ -1,10 +1,10 @@
 // The published names of the matrix kernels.
+#include "core/say.h"
 #include "crystal/matrix.h"
 
 #include <quorix/cell.h>
 
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 
 void qx_v3_x_v3(const double* a, const double* b, double* out) { qx::cross_product(a, b, out); }
@@ -39,7 +39,7 @@ void qx_calc_U_tran_matrix_rtur(const double* r, double* out) { qx::tensor_matri
 namespace {
 
 void print_rows(const double* m) {
-  for (int i = 0; i < 9; i += 3) std::printf("%12.5f %12.5f %12.5f \n", m[i], m[i + 1], m[i + 2]);
+  for (int i = 0; i < 9; i += 3) qx::say("%12.5f %12.5f %12.5f \n", m[i], m[i + 1], m[i + 2]);
 }
 
 void print_transformed(const double (&matrix)[36], const double (&u)[6]) {

@@ -1,6 +1,7 @@
 // Filling the data set from the file that was read: choice of the format's builder, and the checker
 // that completes what the builder left.
 #include "core/report.h"
+#include "core/say.h"
 #include "core/tagged.h"
 #include "crystal/crystal.h"
 #include "crystal/reflection_formats.h"
@@ -31,8 +32,8 @@ Status narrow_limits(const qxrefdata& refdata, qxresol& resol) {
   resol.low = std::min(resol.low, 1.0 / refdata.s_min);
   QX_TRY(qx_set_hv_high_res(resol.high));
   QX_TRY(qx_set_hv_low_res(resol.low));
-  std::printf("High resolution : %8.3f\n", resol.high);
-  std::printf("Low resolution  : %8.3f\n", resol.low);
+  qx::say("High resolution : %8.3f\n", resol.high);
+  qx::say("Low resolution  : %8.3f\n", resol.low);
   return ok;
 }
 

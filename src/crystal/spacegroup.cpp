@@ -3,6 +3,7 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "core/text.h"
 #include "crystal/crystal.h"
@@ -11,7 +12,6 @@
 #include "crystal/symop.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 using qx::fail;
@@ -233,20 +233,20 @@ std::int32_t qx_calc_epsilon_ref(std::int32_t h, std::int32_t k, std::int32_t l)
 namespace {
 
 void print_text(const char* label, const char* text) {
-  if (text) std::printf("%s = %s\n", label, text);
+  if (text) qx::say("%s = %s\n", label, text);
 }
 
 void print_matrix(const char* label, const double* m) {
-  std::printf("%s\n", label);
+  qx::say("%s\n", label);
   for (int i = 0; i < 16; i += 4) {
-    std::printf("%f %f %f %f \n", m[i], m[i + 1], m[i + 2], m[i + 3]);
+    qx::say("%f %f %f %f \n", m[i], m[i + 1], m[i + 2], m[i + 3]);
   }
 }
 
 void print_operators(const char* kind, const qx::Operators& operators) {
-  std::printf("n_symm_opers_%s = %d\n", kind, operators.count);
+  qx::say("n_symm_opers_%s = %d\n", kind, operators.count);
   for (std::int32_t i = 0; i < operators.count; ++i) {
-    std::printf("symm_oper_string_%s[%d] = %s\n", kind, i, operators.texts[i]);
+    qx::say("symm_oper_string_%s[%d] = %s\n", kind, i, operators.texts[i]);
     print_matrix("Matrix:", operators.matrices[i]);
   }
 }
@@ -256,20 +256,20 @@ void print_operators(const char* kind, const qx::Operators& operators) {
 Status qx_print_qxspg() {
   const qxspg* spg = qx_get_qxspg();
   if (!spg) return fail(" qx_print_qxspg():", " The qxspg object has not been created yet ");
-  std::printf("spg_id = %d\n", spg->spg_id);
+  qx::say("spg_id = %d\n", spg->spg_id);
   print_text("short_spg_name", spg->short_name);
   print_text("full_spg_name", spg->full_name);
   print_text("schoenflies_name", spg->schoenflies_name);
   print_text("short_pg_name", spg->point_group_name);
   print_text("crystal_system_name", spg->crystal_system_name);
-  std::printf("patterson_id = %d\n", spg->patterson_id);
+  qx::say("patterson_id = %d\n", spg->patterson_id);
   print_text("patterson_name", spg->patterson_name);
   print_text("laue_name", spg->laue_name);
   print_text("xyzasu_des", spg->xyzasu);
   print_text("hklasu_des", spg->hklasu);
   print_operators("prim", spg->primitive);
   print_operators("cent", spg->centring);
-  std::printf("n_symm_opers= %d\n", spg->nops);
+  qx::say("n_symm_opers= %d\n", spg->nops);
   for (std::int32_t i = 0; i < spg->nops; ++i) {
     print_matrix("Symmetric operation matrix: ", spg->ops[i]);
     print_matrix("Inverse matrix: ", spg->inverses[i]);

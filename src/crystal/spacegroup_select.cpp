@@ -1,5 +1,6 @@
 // Selecting a group from the database and filling the object from the record.
 #include "core/report.h"
+#include "core/say.h"
 #include "core/text.h"
 #include "crystal/spacegroup.h"
 #include "crystal/spacegroup_file.h"
@@ -195,10 +196,10 @@ Status by_operators(const char* file, qx::GroupRecord& own) {
   QX_TRY(qx::find_group(file, {0, nullptr, &ops}, record, &found));
   if (!found) {
     if (!qx::is_group(ops)) {
-      std::printf("WARNING: the symmetry operators do not form a group. \n");
+      qx::say("WARNING: the symmetry operators do not form a group. \n");
     }
     qx::note("qx_set_spg_guts():", " Failed to get proper space group. ");
-    std::printf(" The symmetry information is supplied from input. \n");
+    qx::say(" The symmetry information is supplied from input. \n");
   }
   return fill_group(found ? record : own, *spg);
 }

@@ -4,12 +4,12 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 
 #include <quorix/engine.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <unistd.h>
 #include <utility>
 
@@ -153,19 +153,19 @@ Status qx_set_coarse_grid_flag_off() {
 Status qx_print_qxgrid() {
   const qxgrid* grid = qx_get_qxgrid();
   if (!grid) return fail("qx_print_qxgrid():", "qxgrid object has not been created yet ");
-  std::printf("grid: nx=%4d ny=%4d nz=%4d sx=%8.5f sy=%8.5f sz=%8.5f", grid->nx, grid->ny, grid->nz,
-              grid->sx, grid->sy, grid->sz);
+  qx::say("grid: nx=%4d ny=%4d nz=%4d sx=%8.5f sy=%8.5f sz=%8.5f", grid->nx, grid->ny, grid->nz,
+          grid->sx, grid->sy, grid->sz);
   return ok;
 }
 
 Status qx_print_qxsubgrid() {
   const qxsubgrid* box = qx_get_qxsubgrid();
   if (!box) return fail("qx_print_qxsubgrid():", "qxsubgrid object has not been created yet.");
-  std::printf(" sub-grid space info:\n");
-  std::printf(" number of sub-grid space along x/y/z directions: %d  %d  %d \n", box->boxes[0],
-              box->boxes[1], box->boxes[2]);
-  std::printf(" number of sub-grid grid points along x/y/z directions: %d  %d  %d \n",
-              box->points[0], box->points[1], box->points[2]);
+  qx::say(" sub-grid space info:\n");
+  qx::say(" number of sub-grid space along x/y/z directions: %d  %d  %d \n", box->boxes[0],
+          box->boxes[1], box->boxes[2]);
+  qx::say(" number of sub-grid grid points along x/y/z directions: %d  %d  %d \n", box->points[0],
+          box->points[1], box->points[2]);
   return ok;
 }
 

@@ -1,5 +1,6 @@
 // From what was asked for to the counts that are transformed.
 #include "core/report.h"
+#include "core/say.h"
 #include "core/tagged.h"
 #include "crystal/asu.h"
 #include "crystal/cell.h"
@@ -61,8 +62,8 @@ Status request_default(qxgrid& grid) {
   }
   double spacing = resol->high / 3.0;
   if (!(resol->high > 0.0)) {
-    std::printf("WARNING: the high resolution has not been defined yet, \n");
-    std::printf("0.6 A will be tried for the grid spacing. \n");
+    qx::say("WARNING: the high resolution has not been defined yet, \n");
+    qx::say("0.6 A will be tried for the grid spacing. \n");
     spacing = default_spacing;
   }
   std::fill_n(grid.requested_spacing, 3, spacing);
@@ -116,12 +117,12 @@ Status coarse_count(double edge, double high, double factor, std::int32_t index_
 }
 
 void print_coarse_grid(const qxgrid& grid, double ratio) {
-  std::printf("The coarse grid used: \n");
-  std::printf("nx_coarse = %d  ny_coarse = %d  nz_coarse = %d \n", grid.coarse_n[0],
-              grid.coarse_n[1], grid.coarse_n[2]);
-  std::printf("sx_coarse = %f  sy_coarse = %f  sz_coarse = %f \n", grid.coarse_spacing[0],
-              grid.coarse_spacing[1], grid.coarse_spacing[2]);
-  std::printf("Ratio(coarse grid/fine grid)= %7.3f \n", ratio);
+  qx::say("The coarse grid used: \n");
+  qx::say("nx_coarse = %d  ny_coarse = %d  nz_coarse = %d \n", grid.coarse_n[0], grid.coarse_n[1],
+          grid.coarse_n[2]);
+  qx::say("sx_coarse = %f  sy_coarse = %f  sz_coarse = %f \n", grid.coarse_spacing[0],
+          grid.coarse_spacing[1], grid.coarse_spacing[2]);
+  qx::say("Ratio(coarse grid/fine grid)= %7.3f \n", ratio);
 }
 
 }  // namespace
@@ -188,8 +189,8 @@ Status qx_run_qxgrid_io_checker() {
   if (all_counts_set(*grid)) {
     if (!all_spacings_set(*grid)) return qx_set_qxgrid_sxyz_by_nxyz();
     if (counts_agree_with_spacings(*grid, edges_of(*cell))) return ok;
-    std::printf("Both space and ngrid command are defined unconsistently, \n");
-    std::printf("grid spacing will be used. \n");
+    qx::say("Both space and ngrid command are defined unconsistently, \n");
+    qx::say("grid spacing will be used. \n");
     return qx_set_qxgrid_nxyz_by_sxyz();
   }
   if (all_spacings_set(*grid)) return qx_set_qxgrid_nxyz_by_sxyz();

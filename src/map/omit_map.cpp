@@ -2,6 +2,7 @@
 // solvent mask and likelihood stay those of the whole model.
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
 #include "crystal/spacegroup.h"
@@ -166,7 +167,7 @@ Status generate_regions(const OmitSetting& setting) {
   Tagged<std::int32_t> marks, listed;
   QX_TRY(mark_atoms(setting, marks, listed));
   const std::int32_t count = drop_excluded(*setting.system, marks.get());
-  std::printf("Omitted                     : %d of %d atoms\n", count, setting.system->natom);
+  qx::say("Omitted                     : %d of %d atoms\n", count, setting.system->natom);
   OmitRun run;
   QX_TRY(run.open(setting));
   QX_TRY(run.coefficients(marks.get(), listed.get(), 1));
@@ -295,8 +296,8 @@ Status fill_composite(const OmitSetting& setting, const Groups& groups, const Ma
   for (std::int32_t group = 0; group < groups.count; ++group) {
     QX_TRY(add_group(setting, run, groups, group, owner.get(), composite, omitted));
   }
-  std::printf("Composite omit map          : %d groups of %d atoms, %d to %d left out of each\n",
-              groups.count, setting.system->natom, omitted.low, omitted.high);
+  qx::say("Composite omit map          : %d groups of %d atoms, %d to %d left out of each\n",
+          groups.count, setting.system->natom, omitted.low, omitted.high);
   return ok;
 }
 
@@ -373,7 +374,7 @@ Status qx_exclude_omit_atoms() {
   for (std::int32_t i = 0; i < n; ++i) {
     if (marks[static_cast<std::size_t>(i)] != 0) system->info.excluded[i] = 1;
   }
-  std::printf("Excluded                    : %d of %d atoms\n", count, n);
+  qx::say("Excluded                    : %d of %d atoms\n", count, n);
   return follow_list(heading);
 }
 

@@ -1,6 +1,7 @@
 // Cut-off radii of all atoms.
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "crystal/cell.h"
 #include "model/atom_terms.h"
 
@@ -10,7 +11,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 using qx::fail;
 using qx::ok;
@@ -66,9 +66,9 @@ Status find_radius(const Needs& needs, std::int32_t atom) {
   const qx::CutoffResult result =
       qx::cutoff_radius(terms, table, needs.cut->ecut, needs.cut->limit);
   if (result.capped) {
-    std::printf("WARNING: atom(%s) has non-ignorable electron density contribution\n",
-                needs.atoms.system->info.type[atom]);
-    std::printf(" beyond the radius cutoff (%f).\n", needs.cut->limit);
+    qx::say("WARNING: atom(%s) has non-ignorable electron density contribution\n",
+            needs.atoms.system->info.type[atom]);
+    qx::say(" beyond the radius cutoff (%f).\n", needs.cut->limit);
   }
   needs.cut->radius[atom] = result.radius;
   needs.cut->largest = std::max(needs.cut->largest, result.radius);

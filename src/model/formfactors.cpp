@@ -3,14 +3,13 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "core/text.h"
 #include "model/molsys.h"
 #include "model/type_table.h"
 
 #include <quorix/engine.h>
-
-#include <cstdio>
 
 using qx::create_in;
 using qx::fail;
@@ -190,11 +189,11 @@ Status qx_insert_ioafrmfact_aff(const char* type, std::int32_t ngauss) {
 void qx_print_ioafrmfact() {
   const ioafrmfact* settings = present_settings("qx_print_ioafrmfact():");
   if (!settings) return;
-  std::printf("B0: %f \n", settings->b0);
-  std::printf("Diffraction method: %s diffraction \n",
-              settings->diffraction == qx::neutron_diffraction ? "neutron" : "electron");
-  std::printf("User input atom form factor \n");
-  std::printf("The hashtable has %d elements \n", settings->nforced);
+  qx::say("B0: %f \n", settings->b0);
+  qx::say("Diffraction method: %s diffraction \n",
+          settings->diffraction == qx::neutron_diffraction ? "neutron" : "electron");
+  qx::say("User input atom form factor \n");
+  qx::say("The hashtable has %d elements \n", settings->nforced);
   if (settings->forced) qx::print_entries(settings->forced, settings->nbuckets);
 }
 
@@ -207,19 +206,18 @@ void qx_print_atfrmfactbase() {
     }
     return;
   }
-  std::printf("natomformfactors %d\nng2atfrmfact %d \nng5atfrmfact %d \n", base->natomformfactors,
-              base->ng2atfrmfact, base->ng5atfrmfact);
+  qx::say("natomformfactors %d\nng2atfrmfact %d \nng5atfrmfact %d \n", base->natomformfactors,
+          base->ng2atfrmfact, base->ng5atfrmfact);
   for (std::int32_t i = 0; i < base->natomformfactors; ++i) {
     const double(&a)[5] = base->a[i];
     const double(&b)[5] = base->b[i];
-    std::printf("%s\n%d  %d  %f \n", base->names[i], base->weight[i], base->electrons[i], a[4]);
+    qx::say("%s\n%d  %d  %f \n", base->names[i], base->weight[i], base->electrons[i], a[4]);
     if (i < base->ng5atfrmfact) {
-      std::printf("%f   %f   %f   %f\n", a[0], a[1], a[2], a[3]);
-      std::printf("%f   %f   %f   %f\n", b[0], b[1], b[2], b[3]);
+      qx::say("%f   %f   %f   %f\n", a[0], a[1], a[2], a[3]);
+      qx::say("%f   %f   %f   %f\n", b[0], b[1], b[2], b[3]);
     } else {
-      std::printf("%f   %f\n%f   %f\n", a[0], a[1], b[0], b[1]);
+      qx::say("%f   %f\n%f   %f\n", a[0], a[1], b[0], b[1]);
     }
-    std::printf("%f   %f\n%f   %f\n", base->cw[i][0], base->cw[i][1], base->mw[i][0],
-                base->mw[i][1]);
+    qx::say("%f   %f\n%f   %f\n", base->cw[i][0], base->cw[i][1], base->mw[i][0], base->mw[i][1]);
   }
 }

@@ -2,9 +2,9 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -52,7 +52,7 @@ Status release_entries(TypeEntry** buckets, std::int32_t nbuckets) {
 void print_entries(TypeEntry* const* buckets, std::int32_t nbuckets) {
   for (std::int32_t i = 0; i < nbuckets; ++i) {
     for (const TypeEntry* entry = buckets[i]; entry; entry = entry->next) {
-      std::printf("%4s    %d   \n", entry->key, entry->value);
+      qx::say("%4s    %d   \n", entry->key, entry->value);
     }
   }
 }
@@ -75,7 +75,7 @@ qx::Status qx_insert_qxatformfacthash_kv(qxatformfacthash* table, const char* ke
 std::int32_t qx_get_qxatformfacthash_kv(const qxatformfacthash* table, const char* key,
                                         std::int32_t* value) {
   if (!table) {
-    std::printf("Warning: %s\n", no_table);
+    qx::say("Warning: %s\n", no_table);
     return 0;
   }
   const qx::TypeEntry* entry = qx::find_entry(table->buckets, table->nbuckets, key);

@@ -5,6 +5,7 @@
 #include "core/open_output.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "crystal/reflections.h"
 #include "grid/grid.h"
@@ -310,7 +311,7 @@ Status check_atom(std::int32_t atom, const qx_atom_gradient& g) {
   for (const Row& row : rows) {
     double slope = 0.0;
     QX_TRY(difference(*row.parameter, row.step, slope));
-    std::printf("%7d  %-3s  %15.8e  %15.8e\n", atom + 1, row.name, row.analytic, slope);
+    qx::say("%7d  %-3s  %15.8e  %15.8e\n", atom + 1, row.name, row.analytic, slope);
   }
   return ok;
 }
@@ -324,7 +325,7 @@ Status qx_check_target_gradient(std::int32_t natoms) {
   QX_TRY(qx_calc_target_gradient());
   const qx_atom_gradient* gradient = qx_get_target_gradient(&natom);
   if (!gradient) return failed;
-  std::printf("   atom  by          gradient       difference\n");
+  qx::say("   atom  by          gradient       difference\n");
   const std::int32_t count = std::min(natoms, natom);
   for (std::int32_t i = 0; i < count; ++i) {
     const auto atom = static_cast<std::int32_t>(std::int64_t{natom} * i / count);

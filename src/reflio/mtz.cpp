@@ -1,5 +1,6 @@
 #include "reflio/mtz.h"
 
+#include "core/say.h"
 #include "crystal/reflections.h"
 
 #include <cmath>
@@ -39,47 +40,47 @@ std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept {
 namespace {
 
 void print_columns(const qxmtz& mtz) {
-  std::printf("number of columns: %d\n", mtz.columns.count);
+  qx::say("number of columns: %d\n", mtz.columns.count);
   for (const MtzColumn& column : mtz.columns) {
-    std::printf("  %-30s %c %15.4f %15.4f %4d\n", column.label, column.type, column.minimum,
-                column.maximum, column.dataset_id);
+    qx::say("  %-30s %c %15.4f %15.4f %4d\n", column.label, column.type, column.minimum,
+            column.maximum, column.dataset_id);
   }
 }
 
 void print_datasets(const qxmtz& mtz) {
-  std::printf("number of data sets: %d\n", mtz.datasets.count);
+  qx::say("number of data sets: %d\n", mtz.datasets.count);
   for (const MtzDataset& set : mtz.datasets) {
-    std::printf("  %4d project: %s crystal: %s data set: %s\n", set.id, set.project, set.crystal,
-                set.name);
-    std::printf("       cell: %.4f %.4f %.4f %.4f %.4f %.4f wavelength: %.5f\n", set.cell[0],
-                set.cell[1], set.cell[2], set.cell[3], set.cell[4], set.cell[5], set.wavelength);
+    qx::say("  %4d project: %s crystal: %s data set: %s\n", set.id, set.project, set.crystal,
+            set.name);
+    qx::say("       cell: %.4f %.4f %.4f %.4f %.4f %.4f wavelength: %.5f\n", set.cell[0],
+            set.cell[1], set.cell[2], set.cell[3], set.cell[4], set.cell[5], set.wavelength);
   }
 }
 
 }  // namespace
 
 void print_mtz(const qxmtz& mtz) {
-  std::printf("version: %s\ntitle: %s\n", mtz.version, mtz.title);
-  std::printf("number of reflections: %d\n", mtz.nreflections);
-  std::printf("number of batches: %d\n", mtz.batches.count);
+  qx::say("version: %s\ntitle: %s\n", mtz.version, mtz.title);
+  qx::say("number of reflections: %d\n", mtz.nreflections);
+  qx::say("number of batches: %d\n", mtz.batches.count);
   if (mtz.has_cell) {
-    std::printf("cell: %.4f %.4f %.4f %.4f %.4f %.4f\n", mtz.cell[0], mtz.cell[1], mtz.cell[2],
-                mtz.cell[3], mtz.cell[4], mtz.cell[5]);
+    qx::say("cell: %.4f %.4f %.4f %.4f %.4f %.4f\n", mtz.cell[0], mtz.cell[1], mtz.cell[2],
+            mtz.cell[3], mtz.cell[4], mtz.cell[5]);
   }
-  std::printf("sort order: %d %d %d %d %d\n", mtz.sort[0], mtz.sort[1], mtz.sort[2], mtz.sort[3],
-              mtz.sort[4]);
-  std::printf("space group: %d %s %s, lattice %c, %d operators, %d of them primitive\n",
-              mtz.spacegroup_number, mtz.spacegroup_name, mtz.point_group, mtz.lattice,
-              mtz.symops.count, mtz.nprimitive);
-  for (const MtzLine& line : mtz.symops) std::printf("  %s\n", line.text);
+  qx::say("sort order: %d %d %d %d %d\n", mtz.sort[0], mtz.sort[1], mtz.sort[2], mtz.sort[3],
+          mtz.sort[4]);
+  qx::say("space group: %d %s %s, lattice %c, %d operators, %d of them primitive\n",
+          mtz.spacegroup_number, mtz.spacegroup_name, mtz.point_group, mtz.lattice,
+          mtz.symops.count, mtz.nprimitive);
+  for (const MtzLine& line : mtz.symops) qx::say("  %s\n", line.text);
   if (std::isnan(mtz.missing)) {
-    std::printf("missing values: NAN\n");
+    qx::say("missing values: NAN\n");
   } else {
-    std::printf("missing values: %15.4f\n", static_cast<double>(mtz.missing));
+    qx::say("missing values: %15.4f\n", static_cast<double>(mtz.missing));
   }
   print_columns(mtz);
   print_datasets(mtz);
-  for (const MtzLine& line : mtz.history) std::printf("history: %s\n", line.text);
+  for (const MtzLine& line : mtz.history) qx::say("history: %s\n", line.text);
 }
 
 }  // namespace qx

@@ -1,4 +1,5 @@
 // From the columns of an MTZ object to the data set: choice by label, filtering, copying.
+#include "core/say.h"
 #include "crystal/cell.h"
 #include "crystal/columns.h"
 #include "crystal/crystal.h"
@@ -47,7 +48,7 @@ Status choose(qxrefdata& refdata, const qxmtz& mtz, Chosen& chosen) {
     } else if (column.indices) {
       return fail(heading, " mtz does not have \"%s\" column defined.", column.word);
     } else {
-      std::printf(" Warning: mtz does not have \"%s\" column defined.\n", name);
+      qx::say(" Warning: mtz does not have \"%s\" column defined.\n", name);
       QX_TRY(qx::release(selected));
     }
   }
@@ -172,9 +173,9 @@ Status report_rejected(qxrefdata& refdata, std::size_t n, const Kept& kept) {
 }
 
 Status print_counts(std::size_t n, std::size_t nkept) {
-  std::printf("Total number of reflections input    : %-10d \n", static_cast<int>(n));
-  std::printf("Total number of reflections used     : %-10d \n", static_cast<int>(nkept));
-  std::printf("Total number of reflections rejected : %-10d \n", static_cast<int>(n - nkept));
+  qx::say("Total number of reflections input    : %-10d \n", static_cast<int>(n));
+  qx::say("Total number of reflections used     : %-10d \n", static_cast<int>(nkept));
+  qx::say("Total number of reflections rejected : %-10d \n", static_cast<int>(n - nkept));
   return nkept > 0 ? ok : fail(heading, " There is no reflection survived. ");
 }
 
@@ -257,7 +258,7 @@ void warn_of_other_cell(const qxmtz& mtz, const qxcell& cell) {
     same = same && std::fabs(file[i] - own[i]) <= slack[i] * (i < 3 ? own[i] : 1.0);
   }
   if (same) return;
-  std::printf(
+  qx::say(
       "WARNING: the MTZ file has the cell %g %g %g %g %g %g, which is not that of the section: the "
       "section's is used \n",
       file[0], file[1], file[2], file[3], file[4], file[5]);
@@ -289,7 +290,7 @@ bool has_same_group(const qxmtz& mtz, const qxspg& spg) {
 
 void warn_of_other_group(const qxmtz& mtz, const qxspg& spg) {
   if (spg.nops < 1 || has_same_group(mtz, spg)) return;
-  std::printf(
+  qx::say(
       "WARNING: the MTZ file is of the space group %s, whose operators are not those of the "
       "section: "
       "the section's are used \n",

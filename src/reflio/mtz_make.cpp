@@ -1,4 +1,5 @@
 // An MTZ object for writing, made from the data set, the cell and the space group.
+#include "core/say.h"
 #include "crystal/cell.h"
 #include "crystal/columns.h"
 #include "crystal/spacegroup.h"
@@ -216,7 +217,7 @@ Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labe
       sources[mtz.columns.count] = &column;
       QX_TRY(add_column(mtz, refdata, column, label));
     } else if (label) {
-      std::printf(" Warning: there are no \"%s\" data to write.\n", column.word);
+      qx::say(" Warning: there are no \"%s\" data to write.\n", column.word);
     }
   }
   const std::int32_t own = mtz.columns.count;

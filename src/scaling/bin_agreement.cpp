@@ -1,5 +1,6 @@
 #include "scaling/bin_agreement.h"
 
+#include "core/say.h"
 #include "core/tagged.h"
 #include "scaling/cross_record.h"
 
@@ -36,9 +37,9 @@ Status measure(const qxcross& cross, const Listed& list, const float* fo, const 
 // A set without a reflection has no R: a 0 would look like the best there is.
 void print_value(std::int32_t n, double value) {
   if (n > 0) {
-    std::printf("  %6.3f", value);
+    qx::say("  %6.3f", value);
   } else {
-    std::printf("  %6s", "-");
+    qx::say("  %6s", "-");
   }
 }
 
@@ -61,24 +62,24 @@ Status measure_bins(qxcross& cross, const Listed& work, const Listed& free, cons
 }
 
 void print_agreement(const char* what, const Agreement& found) {
-  std::printf("%-28s: R = %7.4f  correlation = %7.4f  (%d reflections)\n", what, found.r,
-              found.correlation, found.n);
+  qx::say("%-28s: R = %7.4f  correlation = %7.4f  (%d reflections)\n", what, found.r,
+          found.correlation, found.n);
 }
 
 void print_bins(const qxcross& cross, bool with_free) {
-  std::printf(with_free ? "bin #  nreflection  high_res   low_res   RFree       R  CCFree      CC\n"
-                        : "bin #  nreflection  high_res   low_res       R      CC\n");
+  qx::say(with_free ? "bin #  nreflection  high_res   low_res   RFree       R  CCFree      CC\n"
+                    : "bin #  nreflection  high_res   low_res       R      CC\n");
   for (std::int32_t bin = 0; bin < cross.bins_built; ++bin) {
     if (cross.bin_counts[bin] == 0) continue;
     const std::int32_t work = cross.bin_nwork[bin];
     const std::int32_t free = cross.bin_nfree[bin];
-    std::printf("%5d  %11d  %8.3f  %8.3f", bin + 1, cross.bin_counts[bin],
-                resolution(cross.bin_ranges[bin][1]), resolution(cross.bin_ranges[bin][0]));
+    qx::say("%5d  %11d  %8.3f  %8.3f", bin + 1, cross.bin_counts[bin],
+            resolution(cross.bin_ranges[bin][1]), resolution(cross.bin_ranges[bin][0]));
     if (with_free) print_value(free, cross.bin_rfree[bin]);
     print_value(work, cross.bin_r[bin]);
     if (with_free) print_value(free, cross.bin_ccfree[bin]);
     print_value(work, cross.bin_cc[bin]);
-    std::printf("\n");
+    qx::say("\n");
   }
 }
 

@@ -2,6 +2,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "scaling/cross_record.h"
 #include "stats/cross_split.h"
@@ -133,8 +134,8 @@ Status qx_set_work_free_reflection(std::int32_t use_flags, std::int32_t flag_val
   QX_TRY(fetch(heading, subjects));
   const bool by_flags = use_flags == 1 && subjects.data.test;
   if (use_flags == 1 && !subjects.data.test) {
-    std::printf("Free and working sets will be set by Quorix with \n");
-    std::printf("seed = %d, percentage = %5.2f \n", subjects.cross->seed, subjects.cross->percent);
+    qx::say("Free and working sets will be set by Quorix with \n");
+    qx::say("seed = %d, percentage = %5.2f \n", subjects.cross->seed, subjects.cross->percent);
   }
   if (by_flags && !flag_occurs(subjects.data, flag_value)) {
     return fail(heading, "There is no flag value \"%d\" for free testing set.", flag_value);
@@ -290,13 +291,13 @@ void qx_print_bin_rfactor() {
     return;
   }
   const bool with_free = cross->nfree > 0;
-  std::printf(with_free ? "bin #  nreflection  high_res   low_res   RFree       R\n"
-                        : "bin #  nreflection  high_res   low_res       R\n");
+  qx::say(with_free ? "bin #  nreflection  high_res   low_res   RFree       R\n"
+                    : "bin #  nreflection  high_res   low_res       R\n");
   for (std::int32_t b = 0; b < cross->bins_built; ++b) {
-    std::printf("%5d  %11d  %8.3f  %8.3f  ", b + 1, cross->bin_counts[b],
-                resolution(cross->bin_ranges[b][1]), resolution(cross->bin_ranges[b][0]));
-    if (with_free) std::printf("%6.3f  ", cross->bin_rfree[b]);
-    std::printf("%6.3f\n", cross->bin_r[b]);
+    qx::say("%5d  %11d  %8.3f  %8.3f  ", b + 1, cross->bin_counts[b],
+            resolution(cross->bin_ranges[b][1]), resolution(cross->bin_ranges[b][0]));
+    if (with_free) qx::say("%6.3f  ", cross->bin_rfree[b]);
+    qx::say("%6.3f\n", cross->bin_r[b]);
   }
 }
 

@@ -6,6 +6,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "crystal/reflections.h"
 #include "scaling/observed.h"
@@ -17,7 +18,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 using qx::fail;
 using qx::failed;
@@ -111,7 +111,7 @@ Status level_factors(const qxrefdata& data, Tagged<double>& c, double& mean) {
 // Which set the likelihood is taken over.
 qx::LikelihoodSet choose_set(const qxml& ml, const qx::Observed& observed) {
   if (ml.use != qx::use_free_set || observed.nfree >= least_free) return ml.use;
-  std::printf(
+  qx::say(
       "WARNING: %d observed reflections in the free set are too few: sigmaA comes from the "
       "working set and is too high.\n",
       observed.nfree);
@@ -145,8 +145,8 @@ Status tell() {
   if (!found) return failed;
   const qxml& ml = *found;
   if (!wanted) return ok;
-  std::printf("Likelihood                  : %d reflections, %d nodes, %d steps, -log P = %.6f\n",
-              ml.used, ml.fit.model.nnodes, ml.fit.steps, ml.fit.mean_minus_log);
+  qx::say("Likelihood                  : %d reflections, %d nodes, %d steps, -log P = %.6f\n",
+          ml.used, ml.fit.model.nnodes, ml.fit.steps, ml.fit.mean_minus_log);
   return ok;
 }
 
@@ -239,13 +239,13 @@ Status qx_print_likelihood() {
   if (!ml) return fail(heading, "qxml object has not been created yet.");
   if (!ml->fitted) return fail(heading, "The likelihood has not been estimated yet.");
   const qx::SigmaaModel& model = ml->fit.model;
-  std::printf("Figure of merit             : %.4f  (sigmaA from %d reflections)\n", ml->mean_fom,
-              ml->used);
-  std::printf("node #         d    sigmaA         D            S\n");
+  qx::say("Figure of merit             : %.4f  (sigmaA from %d reflections)\n", ml->mean_fom,
+          ml->used);
+  qx::say("node #         d    sigmaA         D            S\n");
   for (int i = 0; i < model.nnodes; ++i) {
     const qx::SigmaaAt at = qx::sigmaa_at(model, model.node_s2[i]);
-    std::printf("%6d  %8.3f  %8.4f  %8.4f  %11.5g\n", i + 1, 1.0 / std::sqrt(model.node_s2[i]),
-                at.sigmaa, at.d, at.s);
+    qx::say("%6d  %8.3f  %8.4f  %8.4f  %11.5g\n", i + 1, 1.0 / std::sqrt(model.node_s2[i]),
+            at.sigmaa, at.d, at.s);
   }
   return ok;
 }

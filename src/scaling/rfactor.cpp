@@ -1,6 +1,7 @@
 // R factors and correlation of the scaled model, overall and by bin.
 #include "core/open_output.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "crystal/reflections.h"
 #include "scaling/bin_agreement.h"
 #include "scaling/cross_record.h"

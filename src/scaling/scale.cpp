@@ -5,6 +5,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
@@ -148,8 +149,8 @@ Status tell(std::int32_t nref) {
   const qxscale* scale = qx_get_qxscale();
   if (!scale) return failed;
   if (!wanted) return ok;
-  std::printf("Least squares               : %d reflections, %d steps, %d rounds, sum = %.6g\n",
-              nref, scale->fit.steps, scale->fit.rounds, scale->fit.sum);
+  qx::say("Least squares               : %d reflections, %d steps, %d rounds, sum = %.6g\n", nref,
+          scale->fit.steps, scale->fit.rounds, scale->fit.sum);
   return ok;
 }
 
@@ -161,7 +162,7 @@ Status qx_fit_overall_scale() {
   qx::Observed observed;
   QX_TRY(qx::select_observed(here, *needs.data, observed));
   if (!observed.split) {
-    std::printf("WARNING: there is no free set: the scale is fitted to all reflections.\n");
+    qx::say("WARNING: there is no free set: the scale is fitted to all reflections.\n");
   }
   choose_mode(needs.scale, observed);
   ComplexF atoms;
@@ -201,10 +202,10 @@ const char* mode_name(qx::SolventMode mode) {
 }
 
 void print_bins(const qx::ScaleModel& model) {
-  std::printf("bin #         d    k_mask       k_iso\n");
+  qx::say("bin #         d    k_mask       k_iso\n");
   for (int i = 0; i < model.nbins; ++i) {
-    std::printf("%5d  %8.3f  %8.4f  %10.5f\n", i + 1, 1.0 / std::sqrt(model.centre[i]),
-                model.k_mask[i], model.k_iso[i]);
+    qx::say("%5d  %8.3f  %8.4f  %10.5f\n", i + 1, 1.0 / std::sqrt(model.centre[i]), model.k_mask[i],
+            model.k_iso[i]);
   }
 }
 
@@ -215,17 +216,17 @@ Status qx_print_overall_scale(std::int32_t bins) {
   const qxrefdata* data = nullptr;
   QX_TRY(fetch_fitted("qx_print_overall_scale():", scale, data));
   const qx::ScaleModel& model = scale->fit.model;
-  std::printf("Overall scale               : k = %.5f\n", model.k);
-  std::printf(
+  qx::say("Overall scale               : k = %.5f\n", model.k);
+  qx::say(
       "B of the scale              : B11 = %.3f B22 = %.3f B33 = %.3f B12 = %.3f B13 = %.3f "
       "B23 = %.3f\n",
       model.b[0], model.b[1], model.b[2], model.b[3], model.b[4], model.b[5]);
-  std::printf("Bulk solvent (%s)%*s: k_sol = %.4f  B_sol = %.2f  fraction = %.3f\n",
-              mode_name(scale->mode), static_cast<int>(13 - std::strlen(mode_name(scale->mode))),
-              "", model.k_sol, model.b_sol, qx_get_solvent_fraction());
+  qx::say("Bulk solvent (%s)%*s: k_sol = %.4f  B_sol = %.2f  fraction = %.3f\n",
+          mode_name(scale->mode), static_cast<int>(13 - std::strlen(mode_name(scale->mode))), "",
+          model.k_sol, model.b_sol, qx_get_solvent_fraction());
   if (model.mode == qx::smooth_solvent) {
-    std::printf("Smooth solvent              : k_sol = %.4f  d_half = %.3f  power = %.3f\n",
-                model.smooth_k, 1.0 / std::sqrt(model.half_s2), model.power);
+    qx::say("Smooth solvent              : k_sol = %.4f  d_half = %.3f  power = %.3f\n",
+            model.smooth_k, 1.0 / std::sqrt(model.half_s2), model.power);
   }
   if (bins != 0 && model.mode == qx::binned_solvent) print_bins(model);
   return ok;

@@ -3,6 +3,7 @@
 #include "core/constants.h"
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "crystal/reflections.h"
 #include "scaling/bin_agreement.h"
 #include "scaling/cross_record.h"
@@ -14,7 +15,6 @@
 #include <quorix/reflections.h>
 
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 
 using qx::fail;
@@ -58,7 +58,7 @@ Status list_all(std::int32_t n, qx::Tagged<std::int32_t>& all) {
 }
 
 void print_scaling(const qxcross& cross, const qx::ScaleResult& result) {
-  std::printf("Overall scale of Fc         : k = %.5f  B = %.3f\n", result.scale.k, result.scale.b);
+  qx::say("Overall scale of Fc         : k = %.5f  B = %.3f\n", result.scale.k, result.scale.b);
   qx::print_agreement(result.split ? "Working set" : "All reflections", result.work);
   const bool with_free = result.split && cross.nfree > 0;
   if (with_free) qx::print_agreement("Free set", result.free);

@@ -3,6 +3,7 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "crystal/reflections.h"
 #include "scaling/composition.h"
 #include "scaling/observed.h"
@@ -16,7 +17,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 using qx::fail;
 using qx::failed;
@@ -284,8 +284,8 @@ Status qx_calc_wilson_amplitudes() {
     data->sigf[i] = static_cast<float>(a.sigma);
     ++wilson->namplitudes;
   }
-  std::printf("Amplitudes from intensities : %d, %d left out without an intensity or its error\n",
-              wilson->namplitudes, wilson->nleft_out);
+  qx::say("Amplitudes from intensities : %d, %d left out without an intensity or its error\n",
+          wilson->namplitudes, wilson->nleft_out);
   return ok;
 }
 
@@ -327,20 +327,20 @@ namespace {
 
 void print_moments(const char* what, const qx::Moments& m, double z2, double e) {
   if (m.n < 1) return;
-  std::printf("%-28s: <Z^2> = %.3f (%.3f)  <E> = %.3f (%.3f)  (%d reflections)\n", what, m.z2, z2,
-              m.e, e, m.n);
+  qx::say("%-28s: <Z^2> = %.3f (%.3f)  <E> = %.3f (%.3f)  (%d reflections)\n", what, m.z2, z2, m.e,
+          e, m.n);
 }
 
 // No verdict of twinning: weak intensities that were overestimated lower the moments as well.
 void print_twin(const qxwilson& wilson) {
   constexpr double suspicious = 0.45;
   if (wilson.twin.n < 1) return;
-  std::printf(
+  qx::say(
       "L test                      : <|L|> = %.3f (0.500, twinned 0.375)  <L^2> = %.3f "
       "(0.333, 0.200)  (%d pairs)\n",
       wilson.twin.mean_l, wilson.twin.mean_l2, wilson.twin.n);
   if (wilson.twin.mean_l < suspicious) {
-    std::printf("WARNING: twinned, or weak intensities overestimated.\n");
+    qx::say("WARNING: twinned, or weak intensities overestimated.\n");
   }
 }
 
@@ -352,7 +352,7 @@ Status qx_print_wilson() {
   if (!wilson) return fail("qx_print_wilson():", "qxwilson object has not been created yet.");
   if (wilson->plotted) {
     const qx::WilsonPlot& plot = wilson->plot;
-    std::printf(
+    qx::say(
         "Wilson plot                 : k = %.5f  B = %.2f  correlation = %.4f  (%s, %d "
         "bins)\n",
         plot.k, plot.b, plot.correlation,
@@ -362,7 +362,7 @@ Status qx_print_wilson() {
   print_moments("Centric moments", wilson->centric, 3.0, 0.798);
   if (wilson->has_directions) {
     const double(&b)[6] = wilson->b_cart;
-    std::printf(
+    qx::say(
         "Anisotropy                  : B11 = %.2f B22 = %.2f B33 = %.2f B12 = %.2f B13 = %.2f "
         "B23 = %.2f  spread = %.2f\n",
         b[0], b[1], b[2], b[3], b[4], b[5], wilson->spread);

@@ -2,6 +2,7 @@
 #include "core/command.h"
 #include "core/name_code.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/tagged.h"
 #include "crystal/columns.h"
 #include "crystal/reflection_formats.h"
@@ -126,7 +127,7 @@ void tell_rows_left_out(const qxrefdata& refdata) {
   const qx::LeftOut& left = refdata.left_out;
   const std::int32_t n = left.origin + left.outside + left.by_cuts;
   if (n < 1) return;
-  std::printf(
+  qx::say(
       "Reflections of the input not written: %d ((0,0,0): %d, outside the resolution limits: %d, "
       "by reject: %d)\n",
       n, left.origin, left.outside, left.by_cuts);

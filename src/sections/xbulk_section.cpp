@@ -1,4 +1,5 @@
 // The bulk-solvent section: the mask's settings, the mask, the mask as a file.
+#include "core/say.h"
 #include "core/tagged.h"
 #include "sections/values.h"
 #include "solvent/solvent.h"
@@ -6,8 +7,6 @@
 #include <quorix/engine.h>
 #include <quorix/map.h>
 #include <quorix/solvent.h>
-
-#include <cstdio>
 
 using qx::fail;
 using qx::failed;
@@ -39,8 +38,8 @@ Status mask(NoState& /*none*/) {
   QX_TRY(qx_make_solvent_mask());
   const qxsolvent* solvent = qx_get_qxsolvent();
   if (!solvent) return failed;
-  std::printf("Bulk solvent mask           : %d x %d x %d points, %.1f %% of the cell\n",
-              solvent->grid.nx, solvent->grid.ny, solvent->grid.nz, 100.0 * solvent->fraction);
+  qx::say("Bulk solvent mask           : %d x %d x %d points, %.1f %% of the cell\n",
+          solvent->grid.nx, solvent->grid.ny, solvent->grid.nz, 100.0 * solvent->fraction);
   return ok;
 }
 

@@ -1,12 +1,11 @@
 // The cross-validation section: parameters, and the split they lead to.
+#include "core/say.h"
 #include "core/tagged.h"
 #include "sections/section.h"
 
 #include <quorix/cross.h>
 #include <quorix/engine.h>
 #include <quorix/reflection_view.h>
-
-#include <cstdio>
 
 using qx::fail;
 using qx::failed;
@@ -31,8 +30,8 @@ Status take_count(const char* key, const char* name, std::int32_t otherwise,
   if (state == qx::key_died) return failed;
   if (state == qx::absent) return ok;
   if (value < 1) {
-    std::printf("WARNING: not a valid %s value %d\n", name, value);
-    std::printf("reset it to the default value %d\n", otherwise);
+    qx::say("WARNING: not a valid %s value %d\n", name, value);
+    qx::say("reset it to the default value %d\n", otherwise);
     value = otherwise;
   }
   return set(value);

@@ -1,5 +1,6 @@
 // The xcry section: crystal, limits, thresholds, reflection input and output.
 #include "core/refsys.h"
+#include "core/say.h"
 #include "core/tagged.h"
 #include "crystal/crystal.h"
 #include "sections/section.h"
@@ -33,7 +34,7 @@ Status set_text(Xcry&) {
   const char* text = nullptr;
   if (qx::take_rest(text) == qx::key_died) return failed;
   if (*text == '=') {
-    std::printf("WARNING: the name \"%s\" is taken with its \"=\" \n", text);
+    qx::say("WARNING: the name \"%s\" is taken with its \"=\" \n", text);
   }
   return set(text);
 }
@@ -64,7 +65,7 @@ int read_numbers(const char* command, const char* text, float (&values)[N]) {
   }
   text = qx_first_word_char_position(text);
   if (*text) {
-    std::printf("WARNING: \"%s\" of the command %s is not read \n", text, command);
+    qx::say("WARNING: \"%s\" of the command %s is not read \n", text, command);
   }
   return count;
 }
@@ -93,7 +94,7 @@ Status set_resolution(Xcry&) {
   if (!text) return failed;
   float read[2] = {0, 99999.0F};
   if (read_numbers("reso", text.get(), read) < 1) {
-    std::printf("WARNING: the command reso names no limit: nothing is changed \n");
+    qx::say("WARNING: the command reso names no limit: nothing is changed \n");
     return ok;
   }
   float first = read[0] < 0 ? 0.0F : read[0];
@@ -133,10 +134,10 @@ Status set_cuts(const Cut (&cuts)[N]) {
     if (value > 0) {
       QX_TRY(cut.set(value));
     } else if (value != 0) {
-      std::printf("WARNING: %s %g is not above 0: nothing is changed \n", cut.key, value);
+      qx::say("WARNING: %s %g is not above 0: nothing is changed \n", cut.key, value);
     }
   }
-  if (!any) std::printf("WARNING: the command reject names no cut: nothing is changed \n");
+  if (!any) qx::say("WARNING: the command reject names no cut: nothing is changed \n");
   return ok;
 }
 
@@ -150,7 +151,7 @@ Status set_rejection(Xcry&) {
   if (qx::take_key("amplitude")) return set_cuts(amplitude_cuts);
   if (qx::take_key("intensity")) return set_cuts(intensity_cuts);
   if (!qx_exist_quorix()) return failed;
-  std::printf(
+  qx::say(
       "WARNING: reject takes \"amplitude\" or \"intensity\" before its cuts: nothing is changed "
       "\n");
   return ok;
@@ -171,7 +172,7 @@ Status write_reflections(Xcry& state) {
 
 Status finish(Xcry& state) {
   if (!state.written) QX_TRY(qx_run_xcry_checker());
-  std::printf("end x-ray and crystal data settings:\n");
+  qx::say("end x-ray and crystal data settings:\n");
   return ok;
 }
 
@@ -192,7 +193,7 @@ constexpr qx::Command<Xcry> commands[] = {
 };
 
 Status run_xcry() {
-  std::printf(" \nbegin x-ray and crystal data settings:\n");
+  qx::say(" \nbegin x-ray and crystal data settings:\n");
   const refsys* system = qx_get_refsys();
   if (!system) return failed;
   if (!system->crystal) QX_TRY(qx_new_qxxcry());

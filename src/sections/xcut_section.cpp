@@ -1,4 +1,5 @@
 // The section of the density's threshold.
+#include "core/say.h"
 #include "sections/section.h"
 
 #include <quorix/density.h>
@@ -20,7 +21,7 @@ struct NoState {};
 
 Status set_threshold(double ecut) {
   if (!(ecut > 0.0)) {
-    std::printf("Warning: ecut <= 0.0, and reset it to 0.005\n");
+    qx::say("Warning: ecut <= 0.0, and reset it to 0.005\n");
     ecut = 0.005;
   }
   return qx_set_elec_den_rad_cutoff(ecut);

@@ -1,6 +1,7 @@
 // The transform section: memory budget, sine and cosine planes, the density's B offset; at its end
 // the split into sub-boxes.
 #include "core/refsys.h"
+#include "core/say.h"
 #include "fft/fft.h"
 #include "grid/grid.h"
 #include "sections/section.h"
@@ -59,14 +60,14 @@ Status b_offset(NoState& /*none*/) {
     QX_TRY(qx_set_qxatomb_B0(b0));
     return qx_set_ioafrmfact_b0(b0);
   }
-  std::printf(" WARNING: B0 is set as negative, no effect. \n");
+  qx::say(" WARNING: B0 is set as negative, no effect. \n");
   return ok;
 }
 
 Status finish(NoState& /*none*/) {
   QX_TRY(qx_run_qxsubgrid_checker());
   QX_TRY(qx_print_qxgrid());
-  std::printf("\n");
+  qx::say("\n");
   return ok;
 }
 

@@ -1,5 +1,6 @@
 // The map section.
 #include "core/refsys.h"
+#include "core/say.h"
 #include "core/tagged.h"
 #include "crystal/crystal.h"
 #include "map/map.h"
@@ -10,7 +11,6 @@
 #include <quorix/parser.h>
 #include <quorix/reflections.h>
 
-#include <cstdio>
 #include <utility>
 
 using qx::begins_with;
@@ -109,11 +109,11 @@ Status kick(MapSection& section) {
 void warn_of_idle(const qxmap& map) {
   if (map.amplitude_source != qx::input_source && map.phase_source != qx::input_source) return;
   if (map.kick == qx::kicked) {
-    std::printf(
+    qx::say(
         "WARNING: kicks displace the atoms of a model: the map of input coefficients has none \n");
   }
   if (map.type != qx::unweighted_map) {
-    std::printf(
+    qx::say(
         "WARNING: weights belong to maps of a model: of input coefficients \"type\" changes "
         "nothing "
         "\n");
@@ -126,7 +126,7 @@ Status generate(MapSection& section) {
 }
 
 Status finish(MapSection& /*section*/) {
-  std::printf("end map generation.\n");
+  qx::say("end map generation.\n");
   return ok;
 }
 
@@ -143,7 +143,7 @@ constexpr qx::Command<MapSection> commands[] = {
 };
 
 Status run() {
-  std::printf("begin map generation:\n");
+  qx::say("begin map generation:\n");
   if (!qx_get_refsys()) return failed;
   if (!qx_get_qxmap()) QX_TRY(qx_new_qxmap());
   QX_TRY(qx_set_map_default());

@@ -1,12 +1,11 @@
 // The sections that take the model in and build the molecular system from it.
+#include "core/say.h"
 #include "core/tagged.h"
 #include "sections/section.h"
 
 #include <quorix/engine.h>
 #include <quorix/model.h>
 #include <quorix/parser.h>
-
-#include <cstdio>
 
 using qx::fail;
 using qx::failed;
@@ -43,7 +42,7 @@ Status read_model(NoState&) {
 }
 
 Status finish_model(NoState&) {
-  std::printf("end xmodel processing.\n");
+  qx::say("end xmodel processing.\n");
   return ok;
 }
 
@@ -52,7 +51,7 @@ constexpr qx::Command<NoState> xmod_commands[] = {{"READ", read_model},
 
 Status run_xmod() {
   if (!qx_exist_quorix()) return failed;
-  std::printf(" \nbegin xmodel processing:\n");
+  qx::say(" \nbegin xmodel processing:\n");
   if (!qx_get_qxmodel()) QX_TRY(qx_new_qxmodel());
   QX_TRY(qx_set_xmodel_default());
   NoState none;

@@ -1,4 +1,5 @@
 // The target section: which target, its value, its gradient.
+#include "core/say.h"
 #include "core/tagged.h"
 #include "refine/target.h"
 #include "sections/values.h"
@@ -34,7 +35,7 @@ Status parameters(NoState& /*none*/) {
 Status calculate(NoState& /*none*/) {
   double value = 0.0;
   QX_TRY(qx_calc_target(&value));
-  std::printf("Target                      : %.8f\n", value);
+  qx::say("Target                      : %.8f\n", value);
   return ok;
 }
 

@@ -1,12 +1,11 @@
 // Termination: writes reflections on request, reports the memory peak, releases the root.
+#include "core/say.h"
 #include "sections/section.h"
 
 #include <quorix/engine.h>
 #include <quorix/memory.h>
 #include <quorix/parser.h>
 #include <quorix/reflections.h>
-
-#include <cstdio>
 
 using qx::fail;
 using qx::ok;
@@ -32,7 +31,7 @@ Status write_reflections(NoState&) {
 
 Status finish(NoState&) {
   if (qx_get_qxverbsys_verb_mem() != 0) {
-    std::printf("Maximum memory used in Quorix: %10.3f MB\n", qx_get_max_memory_size());
+    qx::say("Maximum memory used in Quorix: %10.3f MB\n", qx_get_max_memory_size());
   }
   qx_terminate_quorix();
   return ok;

@@ -1,4 +1,5 @@
 // The Wilson section: plot, moments, twinning, amplitudes from intensities.
+#include "core/say.h"
 #include "scaling/wilson.h"
 #include "sections/values.h"
 
@@ -6,7 +7,6 @@
 #include <quorix/wilson.h>
 
 #include <cmath>
-#include <cstdio>
 
 using qx::failed;
 using qx::ok;
@@ -36,11 +36,11 @@ Status plot(NoState& /*none*/) {
   QX_TRY(qx_calc_wilson_plot());
   const qxwilson* wilson = qx_get_qxwilson();
   if (!wilson) return failed;
-  std::printf("bin #  nreflection         d      s^2/2    ln ratio\n");
+  qx::say("bin #  nreflection         d      s^2/2    ln ratio\n");
   for (int i = 0; i < wilson->plot.nbins; ++i) {
     const qx::WilsonBin& bin = wilson->plot.bins[i];
-    std::printf("%5d  %11d  %8.3f  %9.5f  %10.4f\n", i + 1, bin.n, 1.0 / std::sqrt(bin.s2),
-                0.5 * bin.s2, bin.log_ratio);
+    qx::say("%5d  %11d  %8.3f  %9.5f  %10.4f\n", i + 1, bin.n, 1.0 / std::sqrt(bin.s2),
+            0.5 * bin.s2, bin.log_ratio);
   }
   return ok;
 }

@@ -3,6 +3,7 @@
 #include "core/constants.h"
 #include "core/object.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "crystal/reflections.h"
 #include "model/molsys.h"
 
@@ -244,14 +245,14 @@ Status qx_print_qxsyspart() {
     std::int32_t last = 0;
     QX_TRY(qx::atoms_of_part(part, first, last));
     const qx::PartScale scale = parts.scale(part);
-    std::printf("Part %-23d: %d atoms, scale = %.5f  B = %.3f\n", part, last - first, scale.scale,
-                scale.b);
+    qx::say("Part %-23d: %d atoms, scale = %.5f  B = %.3f\n", part, last - first, scale.scale,
+            scale.b);
   }
   if (parts.count() > of_atoms) {
     const qx::PartScale scale = parts.scale(of_atoms);
-    std::printf("Part %-23d: FPART of the data, scale = %.5f  B = %.3f\n", of_atoms, scale.scale,
-                scale.b);
+    qx::say("Part %-23d: FPART of the data, scale = %.5f  B = %.3f\n", of_atoms, scale.scale,
+            scale.b);
   }
-  std::printf("Part %-23d: bulk solvent\n", parts.count());
+  qx::say("Part %-23d: bulk solvent\n", parts.count());
   return ok;
 }

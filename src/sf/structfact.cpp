@@ -5,6 +5,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
@@ -171,8 +172,8 @@ Status qx_set_pre_factor() {
         h * h * r[0] + k * k * r[1] + l * l * r[2] + h * k * r[3] + h * l * r[4] + k * l * r[5];
     prefactor[i] = std::exp(0.25 * atomb->b0 * s2) * sampling;
     if (debug && i % 50 == 0) {
-      std::printf("DEBUG PREFACT: %8d %14.7e %14.7e %14.7e %14.7e %14.7e\n", i, h, k, l, s2,
-                  prefactor[i]);
+      qx::say("DEBUG PREFACT: %8d %14.7e %14.7e %14.7e %14.7e %14.7e\n", i, h, k, l, s2,
+              prefactor[i]);
     }
   }
   return ok;

@@ -2,17 +2,16 @@
 
 #include "core/name_code.h"
 #include "driver/commands/engine_report.h"
+#include "driver/process.h"
 #include "driver/section_job.h"
 
 #include <quorix/engine.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
-#include <fcntl.h>
 #include <iostream>
-#include <sys/mman.h>
+#include <new>
 #include <sys/time.h>
 #include <unistd.h>
 #include <utility>
@@ -81,12 +80,8 @@ namespace {
 
 bool output_is_data = false;
 
-// Standard output goes to `descriptor`; what it was is returned, or -1.
-int divert_output(int descriptor) {
-  const int before = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  if (before < 0 || dup2(descriptor, STDOUT_FILENO) >= 0) return before;
-  close(before);
-  return -1;
+void show_as_error(void* /*context*/, const char* text, std::size_t size) {
+  std::fwrite(text, 1, size, shown_errors());
 }
 
 }  // namespace
@@ -100,46 +95,30 @@ Engine::Engine(bool verbose) : verbose_(verbose) {
 Engine::~Engine() { qx_terminate_quorix(); }
 
 Engine::Spool::Spool(bool verbose) : deaths_(qx_get_die_count()) {
-  std::fflush(stdout);
-  std::clearerr(stdout);  // what was lost before is told in the end
-  if (verbose) {
-    if (output_is_data) stdout_ = divert_output(STDERR_FILENO);
-    return;
+  if (!verbose) {
+    qx_set_output(keep, this);
+  } else if (output_is_data) {
+    qx_set_output(show_as_error, nullptr);
   }
-  // In memory, as the text is in the end: a file on a disk would be a good part of a short run.
-  const int memory = memfd_create("quorix", MFD_CLOEXEC);
-  file_ = memory < 0 ? nullptr : fdopen(memory, "w+");
-  stdout_ = file_ ? divert_output(fileno(file_)) : -1;
-  if (stdout_ >= 0) return;
-  if (file_) std::fclose(file_);
-  throw CommandError(2, std::string("no temporary file can be made: ") + std::strerror(errno));
 }
 
-Engine::Spool::~Spool() {
-  (void)restore();
-  if (file_) std::fclose(file_);
-}
+Engine::Spool::~Spool() { qx_set_output(nullptr, nullptr); }
 
-bool Engine::Spool::restore() {
-  if (stdout_ < 0) return true;
-  const bool whole = std::fflush(stdout) == 0 && !std::ferror(stdout);
-  dup2(stdout_, STDOUT_FILENO);
-  close(std::exchange(stdout_, -1));
-  return whole;
+// Called by the engine, which nothing may be thrown through.
+void Engine::Spool::keep(void* spool, const char* text, std::size_t size) noexcept {
+  auto& self = *static_cast<Spool*>(spool);
+  try {
+    self.text_.append(text, size);
+  } catch (const std::bad_alloc&) {
+    self.lost_ = true;
+  }
 }
 
 bool Engine::Spool::died() const { return qx_get_die_count() != deaths_; }
 
 std::string Engine::Spool::text() {
-  if (!restore()) throw CommandError(2, "there is no room for what the engine says");
-  if (!file_) return {};
-  std::string text;
-  std::rewind(file_);
-  char piece[4096];
-  for (std::size_t n = 0; (n = std::fread(piece, 1, sizeof piece, file_)) > 0;) {
-    text.append(piece, n);
-  }
-  return text;
+  if (lost_) throw CommandError(2, "there is no room for what the engine says");
+  return std::move(text_);
 }
 
 std::string Engine::end(bool succeeded, Spool& spool) const {

@@ -73,22 +73,23 @@ class Engine {
   }
 
  private:
-  // What the engine prints meanwhile; standard output itself again when it goes.
+  // Takes what the engine prints meanwhile; the engine prints to standard output again when it
+  // goes.
   class Spool {
    public:
     explicit Spool(bool verbose);
     Spool(const Spool&) = delete;
     Spool& operator=(const Spool&) = delete;
     ~Spool();
-    // Standard output is itself again. Throws CommandError if anything was lost.
+    // Throws CommandError if anything was lost.
     std::string text();
     [[nodiscard]] bool died() const;
 
    private:
-    bool restore();
+    static void keep(void* spool, const char* text, std::size_t size) noexcept;
 
-    std::FILE* file_ = nullptr;
-    int stdout_ = -1;
+    std::string text_;
+    bool lost_ = false;
     std::int64_t deaths_;
   };
   std::string end(bool succeeded, Spool& spool) const;
