@@ -7,6 +7,13 @@ typedef struct qxrefdata qxrefdata;
 typedef struct qxrefreject qxrefreject;
 typedef struct qxmtz qxmtz;
 
+// Unique reflections between the limits of the data, Friedel opposites as one: all that the group
+// does not extinguish, those that the data set has a row of, those of them that were observed, and
+// the rows that qx_fill_refdata added.
+typedef struct qx_completeness {
+  int32_t possible, present, observed, added;
+} qx_completeness;
+
 QX_C_BEGIN
 
 // Creates the container's data set (an earlier one is deleted first) / deletes it with its readers.
@@ -81,6 +88,10 @@ QX_API qx_status qx_set_refl_reject_info(int32_t n, int32_t nrejected, const int
 // with derived values and no columns. The cell and the space group must be complete. Replaces every
 // array.
 QX_API qx_status qx_set_refdata_indices(int32_t n, const int32_t* hkl);
+// Gives every unique reflection between the limits of the data that the data set lacks a row behind
+// the others, without an observation; `added` receives their number. Derived values are made anew.
+QX_API qx_status qx_fill_refdata(int32_t* added);
+QX_API qx_status qx_calc_completeness(qx_completeness* out);
 // Replaces the free-set flags by n given ones, n the number of reflections.
 QX_API qx_status qx_set_refdata_test(int32_t n, const int16_t* flags);
 

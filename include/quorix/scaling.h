@@ -81,7 +81,12 @@ QX_API qx_status qx_estimate_likelihood(void);
 // sigmaA, D, figure of merit by resolution as text.
 QX_API qx_status qx_print_likelihood(void);
 // Puts figures of merit, map coefficients (2mFo-DFc as MAP_COEFFA and MAP_COEFFP, mFo-DFc as
-// MAP_COEFF and MAP_PHASE), k_tot (MAP_SCALE) and 1/v (WT) into the data set's columns.
+// MAP_COEFF and MAP_PHASE), k_tot (MAP_SCALE) and 1/v (WT) into the data set's columns, and as
+// FWT_nofill, PHWT_nofill the first without what was not observed.
 QX_API qx_status qx_replace_refdata_ml(void);
+
+// Coefficients of an anomalous difference map as columns FAN, PHAN: m times F(+) - F(-) (columns FP
+// and FM, else DP), the phase of the model less 90 degrees. Prints how many there are.
+QX_API qx_status qx_calc_anomalous_coefficients(void);
 
 QX_C_END

@@ -3,6 +3,7 @@
 #include "core/report.h"
 #include "core/tagged.h"
 
+#include <cstdio>
 #include <cstring>
 #include <strings.h>
 
@@ -89,7 +90,38 @@ bool has_column(const qxrefdata& refdata, const Column& column) noexcept {
   return refdata.*column.values != nullptr;
 }
 
+DerivedColumn* find_derived(qxrefdata& refdata, const char* label, std::size_t length) noexcept {
+  for (std::int32_t i = 0; i < refdata.nderived; ++i) {
+    DerivedColumn& column = refdata.derived[i];
+    if (std::strlen(column.label) == length && strncasecmp(column.label, label, length) == 0) {
+      return &column;
+    }
+  }
+  return nullptr;
+}
+
+Status open_derived(qxrefdata& refdata, const char* label, char type, float*& values) {
+  const DerivedColumn* old = find_derived(refdata, label, std::strlen(label));
+  if (old) {
+    values = old->values;
+    return ok;
+  }
+  if (refdata.nderived == DerivedColumn::most) {
+    return fail("open_derived():", "There are too many columns beside %s.", label);
+  }
+  DerivedColumn& column = refdata.derived[refdata.nderived];
+  QX_TRY(open_block(column.values, static_cast<std::size_t>(refdata.nreflections), "pod_col"));
+  std::snprintf(column.label, sizeof column.label, "%s", label);
+  column.type = type;
+  ++refdata.nderived;
+  values = column.values;
+  return ok;
+}
+
 Status release_columns(qxrefdata& refdata) {
+  for (; refdata.nderived > 0; --refdata.nderived) {
+    QX_TRY(release(refdata.derived[refdata.nderived - 1].values));
+  }
   for (const Column& row : rows) {
     if (row.indices) QX_TRY(release(refdata.*row.indices));
     if (row.values) QX_TRY(release(refdata.*row.values));

@@ -44,6 +44,11 @@ const Column* find_column(const char* word, std::size_t length) noexcept;
 // True if the data set holds the column.
 bool has_column(const qxrefdata& refdata, const Column& column) noexcept;
 
+// The derived column of this name; null if there is none.
+DerivedColumn* find_derived(qxrefdata& refdata, const char* label, std::size_t length) noexcept;
+// Its array, made when there is none.
+Status open_derived(qxrefdata& refdata, const char* label, char type, float*& values);
+
 // Releases every column's array.
 Status release_columns(qxrefdata& refdata);
 

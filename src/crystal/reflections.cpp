@@ -42,6 +42,7 @@ Status clear_reflections(qxrefdata& refdata) {
   QX_TRY(release(refdata.s_length));
   refdata.nreflections = 0;
   refdata.ninput = 0;
+  refdata.nadded = 0;
   refdata.left_out = {};
   return ok;
 }

@@ -20,6 +20,15 @@ enum ReflectionFormat : std::int32_t {
   mmcif_format = 6,
 };
 inline constexpr int coid_count = 40;
+
+// A column that the engine made beyond those that files have.
+struct DerivedColumn {
+  static constexpr int most = 8;
+  char label[31];
+  char type;    // as MTZ files have it
+  bool wanted;  // by the write command at work
+  float* values;
+};
 }  // namespace qx
 
 struct qxrefdata {
@@ -79,6 +88,9 @@ struct qxrefdata {
   float* ic = nullptr;
   float* batch = nullptr;
   float* weight = nullptr;
+  qx::DerivedColumn derived[qx::DerivedColumn::most] = {};
+  std::int32_t nderived = 0;
+  std::int32_t nadded = 0;                    // rows behind those of the file
   std::int32_t hmax = 0, kmax = 0, lmax = 0;  // largest |h|, |k|, |l|
   std::int32_t ninput = 0;                    // reflections of the file; length of `rejected`
   std::int16_t* rejected = nullptr;           // per reflection of the file, 1 = rejected

@@ -114,7 +114,8 @@ Status weighted(const char* here, const qxmap& map, const qxrefdata& data, const
                 double* amplitude, double* phase) {
   const qxml* ml = qx_get_qxml();
   if (!ml) return failed;
-  const qx::CoefficientChoice choice = {kind_of(map.type), map.u, map.v, ml->fill_free};
+  const qx::CoefficientChoice choice = {kind_of(map.type), map.u, map.v, ml->fill_free,
+                                        ml->fill_missing};
   qx::ComplexF out;
   QX_TRY(qx::weighted_coefficients(here, choice, data, f, out));
   for (std::int32_t i = 0; i < data.nreflections; ++i) {

@@ -201,10 +201,33 @@ Status add_others(qxmtz& mtz, const qxrefdata& refdata, const char* const* label
 
 // Values of a column of the file at the reflections that were kept.
 void copy_kept(const qxrefdata& refdata, const qx::MtzColumn& from, float missing, float* to) {
+  std::fill_n(to, refdata.nreflections, std::numeric_limits<float>::quiet_NaN());
   for (std::int32_t i = 0, row = 0; row < refdata.ninput && i < refdata.nreflections; ++row) {
     if (refdata.rejected[row] != 0) continue;
     const float value = from.values[row];
     to[i++] = value == missing ? std::numeric_limits<float>::quiet_NaN() : value;
+  }
+}
+
+Status add_derived(qxmtz& mtz, const qxrefdata& refdata) {
+  for (std::int32_t i = 0; i < refdata.nderived; ++i) {
+    const qx::DerivedColumn& from = refdata.derived[i];
+    if (!from.wanted) continue;
+    qx::MtzColumn* column = qx::append(mtz.columns, "pm_col");
+    if (!column) return failed;
+    qx::copy_text(column->label, from.label);
+    column->type = from.type;
+    column->dataset_id = data_id;
+  }
+  return ok;
+}
+
+void copy_derived(qxmtz& mtz, const qxrefdata& refdata, std::int32_t first) {
+  for (std::int32_t i = 0; i < refdata.nderived; ++i) {
+    if (!refdata.derived[i].wanted) continue;
+    qx::MtzColumn& column = mtz.columns[first++];
+    std::copy_n(refdata.derived[i].values, refdata.nreflections, column.values);
+    set_range(column, mtz.nreflections);
   }
 }
 
@@ -225,8 +248,11 @@ Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labe
   const bool of_file =
       others && refdata.mtz && refdata.rejected && refdata.ninput == refdata.mtz->nreflections;
   if (of_file) QX_TRY(add_others(mtz, refdata, labels, places));
+  const std::int32_t read = mtz.columns.count;
+  QX_TRY(add_derived(mtz, refdata));
   QX_TRY(qx::open_values(mtz));
-  for (std::int32_t c = 0; c < mtz.columns.count; ++c) {
+  copy_derived(mtz, refdata, read);
+  for (std::int32_t c = 0; c < read; ++c) {
     float* values = mtz.columns[c].values;
     for (std::int32_t i = 0; c < own && i < mtz.nreflections; ++i) {
       values[i] = stored(refdata, *sources[c], i);

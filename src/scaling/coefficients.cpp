@@ -2,7 +2,8 @@
 
 #include "core/constants.h"
 #include "core/report.h"
-#include "crystal/reflections.h"
+#include "core/say.h"
+#include "crystal/columns.h"
 #include "scaling/cross_record.h"
 #include "scaling/likelihood.h"
 #include "scaling/scale.h"
@@ -15,6 +16,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace {
 
@@ -63,7 +65,7 @@ Term coefficient(const CoefficientChoice& choice, const qxrefdata& data, std::in
   const double u = expected ? 1.0 : choice.u;
   const double v = expected ? 0.0 : choice.v;
   if (!observed) {
-    const double part = unobserved_term(u, v) * df;
+    const double part = choice.fill_missing ? unobserved_term(u, v) * df : 0.0;
     return {part * unit.re, part * unit.im};
   }
   const bool centric = data.centric[i] != 0;
@@ -96,11 +98,18 @@ Status mark_free_set(const qxrefdata& data, Tagged<std::uint8_t>& is_free) {
 Status weighted_coefficients(const char* heading, const CoefficientChoice& choice,
                              const qxrefdata& data, const ComplexF& f, ComplexF& out) {
   if (!data.fobs) return fail(heading, "There is no observed amplitude data defined yet.");
+  LikelihoodValues values;
+  QX_TRY(likelihood_values(heading, data, f, values));
+  return weighted_coefficients(heading, choice, data, f, values, out);
+}
+
+Status weighted_coefficients(const char* heading, const CoefficientChoice& choice,
+                             const qxrefdata& data, const ComplexF& f,
+                             const LikelihoodValues& values, ComplexF& out) {
+  if (!data.fobs) return fail(heading, "There is no observed amplitude data defined yet.");
   if (choice.kind == CoefficientKind::combined && !has_phases(data)) {
     return fail(heading, "There are no phases to combine with: HLA and HLB, or PHIB and FOM.");
   }
-  LikelihoodValues values;
-  QX_TRY(likelihood_values(heading, data, f, values));
   QX_TRY(open_f(data.nreflections, out));
   Tagged<std::uint8_t> is_free;
   QX_TRY(mark_free_set(data, is_free));
@@ -116,43 +125,71 @@ Status weighted_coefficients(const char* heading, const CoefficientChoice& choic
 
 }  // namespace qx
 
-namespace {
-
 using qx::ComplexF;
 using qx::failed;
 using qx::ok;
 using qx::Status;
+using qx::Tagged;
+
+namespace {
 
 Status open_column(float*& column, std::int32_t n) {
   return column ? ok : qx::open_block(column, static_cast<std::size_t>(n), "prm_col");
+}
+
+Status fetch(const char* heading, qxrefdata*& data, const qxml*& ml) {
+  data = qx_get_qxrefdata();
+  if (!qx_exist_quorix()) return failed;
+  if (!data) return qx::fail(heading, "qxrefdata object has not been created yet.");
+  ml = qx_get_qxml();
+  if (!qx_exist_quorix()) return failed;
+  return ml ? ok : qx::fail(heading, "qxml object has not been created yet.");
+}
+
+// A map of full density without the terms that stand for observations.
+Status put_unfilled(qxrefdata& data, bool fill_free, bool fill_missing) {
+  Tagged<std::uint8_t> is_free;
+  QX_TRY(qx::mark_free_set(data, is_free));
+  float* amplitude = nullptr;
+  float* phase = nullptr;
+  QX_TRY(qx::open_derived(data, "FWT_nofill", 'F', amplitude));
+  QX_TRY(qx::open_derived(data, "PHWT_nofill", 'P', phase));
+  constexpr float missing = std::numeric_limits<float>::quiet_NaN();
+  for (std::int32_t i = 0; i < data.nreflections; ++i) {
+    const bool used =
+        qx::is_observed(data, i) && !(fill_free && is_free[static_cast<std::size_t>(i)]);
+    amplitude[i] = used ? data.map_coeff_amplitude[i] : missing;
+    phase[i] = used ? data.map_coeff_phase[i] : missing;
+    if (used || fill_missing) continue;
+    data.map_coeff_amplitude[i] = data.map_coeff_phase[i] = missing;
+  }
+  return ok;
 }
 
 }  // namespace
 
 Status qx_replace_refdata_ml() {
   constexpr const char* here = "qx_replace_refdata_ml():";
-  qxrefdata* data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return qx::fail(here, "qxrefdata object has not been created yet.");
-  const qxml* ml = qx_get_qxml();
-  if (!qx_exist_quorix()) return failed;
-  if (!ml) return qx::fail(here, "qxml object has not been created yet.");
+  qxrefdata* data = nullptr;
+  const qxml* ml = nullptr;
+  QX_TRY(fetch(here, data, ml));
   const bool fill_free = ml->fill_free;
+  const bool fill_missing = ml->fill_missing;
   const std::int32_t n = data->nreflections;
   ComplexF f;
   QX_TRY(qx::open_f(n, f));
   QX_TRY(qx_calc_total_structure_factor(f.re.get(), f.im.get()));
   qx::LikelihoodValues values;
   QX_TRY(qx::likelihood_values(here, *data, f, values));
-  qx::Tagged<double> k_tot(static_cast<std::size_t>(n), "prm_k");
+  Tagged<double> k_tot(static_cast<std::size_t>(n), "prm_k");
   if (!k_tot) return failed;
   QX_TRY(qx_calc_total_scale(k_tot.get()));
   ComplexF full;
   QX_TRY(qx::weighted_coefficients(here, {qx::CoefficientKind::sigmaa, 2.0, 1.0, fill_free}, *data,
-                                   f, full));
+                                   f, values, full));
   ComplexF difference;
   QX_TRY(qx::weighted_coefficients(here, {qx::CoefficientKind::sigmaa, 1.0, 1.0, fill_free}, *data,
-                                   f, difference));
+                                   f, values, difference));
   for (float** column :
        {&data->fom, &data->map_fom, &data->map_coeff_amplitude, &data->map_coeff_phase,
         &data->map_coeff, &data->map_phase, &data->map_scale, &data->wt}) {
@@ -166,5 +203,54 @@ Status qx_replace_refdata_ml() {
     data->map_scale[i] = static_cast<float>(k_tot[at]);
     data->wt[i] = static_cast<float>(1.0 / values.variance[at]);
   }
+  return put_unfilled(*data, fill_free, fill_missing);
+}
+
+namespace {
+
+// F(+) - F(-); not a number where either is missing, and for what has no such difference.
+double anomalous_difference(const qxrefdata& data, std::int32_t i) {
+  if (data.centric[i] != 0) return std::numeric_limits<double>::quiet_NaN();
+  if (data.fp && data.fm) return static_cast<double>(data.fp[i]) - static_cast<double>(data.fm[i]);
+  return static_cast<double>(data.dp[i]);
+}
+
+}  // namespace
+
+Status qx_calc_anomalous_coefficients() {
+  constexpr const char* here = "qx_calc_anomalous_coefficients():";
+  qxrefdata* data = nullptr;
+  const qxml* ml = nullptr;
+  QX_TRY(fetch(here, data, ml));
+  if (!(data->fp && data->fm) && !data->dp) {
+    return qx::fail(here, "There are no anomalous differences: columns FP and FM, or DP.");
+  }
+  const std::int32_t n = data->nreflections;
+  ComplexF f;
+  QX_TRY(qx::open_f(n, f));
+  QX_TRY(qx_calc_total_structure_factor(f.re.get(), f.im.get()));
+  qx::LikelihoodValues values;
+  QX_TRY(qx::likelihood_values(here, *data, f, values));
+  float* amplitude = nullptr;
+  float* phase = nullptr;
+  QX_TRY(qx::open_derived(*data, "FAN", 'F', amplitude));
+  QX_TRY(qx::open_derived(*data, "PHAN", 'P', phase));
+  std::int32_t count = 0;
+  for (std::int32_t i = 0; i < n; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    const double term = values.fom[at] * anomalous_difference(*data, i);
+    const bool known = std::isfinite(term);
+    // m D exp(i phi) turned by -90 degrees.
+    const double size = known ? term / std::max(f.amplitude(i), 1e-30) : 0.0;
+    const double re = size * f.im[at];
+    f.im[at] = -size * f.re[at];
+    f.re[at] = re;
+    count += known ? 1 : 0;
+  }
+  qx::put_polar(f, n, amplitude, phase);
+  for (std::int32_t i = 0; i < n; ++i) {
+    if (!std::isfinite(anomalous_difference(*data, i))) amplitude[i] = phase[i] = NAN;
+  }
+  qx::say("Anomalous differences       : %d\n", count);
   return ok;
 }

@@ -31,9 +31,10 @@ struct qxml {
   // Settings.
   qx::LikelihoodMode mode = qx::continuous_likelihood;
   qx::LikelihoodSet use = qx::use_free_set;
-  std::int32_t nodes = 0;  // 0: by the number of reflections
-  bool errors = false;     // sigma of the amplitudes counts
-  bool fill_free = false;  // maps take reflections of the free set as not observed
+  std::int32_t nodes = 0;    // 0: by the number of reflections
+  bool errors = false;       // sigma of the amplitudes counts
+  bool fill_free = false;    // maps take reflections of the free set as not observed
+  bool fill_missing = true;  // what was not observed is D F in maps of full density
   // The fit; D and S hold for amplitudes times mean_scale / k_tot.
   bool fitted = false;
   std::int32_t nref = 0;

@@ -86,11 +86,18 @@ Status take_label(const char*& at, qx::Tagged<char>& label) {
   return ok;
 }
 
-// "FOBS=F SIGF = SIGF TEST": labels by identifier, empty where no name follows.
-Status parse_coids(const char* heading, const char* text, Labels& labels) {
+// "FOBS=F SIGF = SIGF TEST": labels by identifier, empty where no name follows. Columns that the
+// engine has `made` have their own names alone.
+Status parse_coids(const char* heading, const char* text, Labels& labels,
+                   qxrefdata* made = nullptr) {
   for (const char* at = skip_blanks(text); *at; at = skip_blanks(at)) {
     const std::size_t length = std::strcspn(at, " =");
     const qx::Column* column = qx::find_column(at, length);
+    if (qx::DerivedColumn* own = made && !column ? qx::find_derived(*made, at, length) : nullptr) {
+      own->wanted = true;
+      at = skip_blanks(at + length);
+      continue;
+    }
     if (!column) {
       return fail(heading, " Invalid COID value: %.*s \n", static_cast<int>(length), at);
     }
@@ -166,8 +173,9 @@ Status qx_read_refdata_ctrl(qxrefdata* refdata, std::int32_t /*mode*/) {
 
 Status qx_write_refdata_ctrl() {
   constexpr const char* heading = "qx_write_refdata_ctrl():";
-  const qxrefdata* refdata = qx_get_qxrefdata();
+  qxrefdata* refdata = qx_get_qxrefdata();
   if (!refdata) return fail(heading, " qxrefdata object has not been created yet ");
+  for (std::int32_t i = 0; i < refdata->nderived; ++i) refdata->derived[i].wanted = false;
   const qx::FileFormat* format = take_format(heading);
   if (!format) return failed;
   const char* text = nullptr;
@@ -180,7 +188,7 @@ Status qx_write_refdata_ctrl() {
   const qx::Key key = qx::take_end("coid", text);
   if (key == qx::key_died) return failed;
   Labels labels;
-  if (key == qx::found) QX_TRY(parse_coids(heading, text, labels));
+  if (key == qx::found) QX_TRY(parse_coids(heading, text, labels, refdata));
   const bool others = qx::take_key("others");  // a label may begin so: those are gone
   return write_file(*format, name.get(), *refdata, key == qx::found ? &labels : nullptr, others);
 }

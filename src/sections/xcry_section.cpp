@@ -26,6 +26,7 @@ constexpr qx::SectionTexts texts = {" qx_xcry_ctrl():", " *** Unknow xcry task: 
 
 struct Xcry {
   bool written = false;  // a `write refl` has run the checkers
+  bool fill = false;
 };
 
 // The rest of the line goes to a setter; an empty rest is an empty text.
@@ -170,8 +171,21 @@ Status write_reflections(Xcry& state) {
   return ok;
 }
 
+Status ask_to_fill(Xcry& state) {
+  state.fill = true;
+  return ok;
+}
+
+Status fill() {
+  std::int32_t added = 0;
+  QX_TRY(qx_fill_refdata(&added));
+  qx::say("Reflections added           : %d, which the input lacks within its limits\n", added);
+  return ok;
+}
+
 Status finish(Xcry& state) {
   if (!state.written) QX_TRY(qx_run_xcry_checker());
+  if (state.fill) QX_TRY(fill());
   qx::say("end x-ray and crystal data settings:\n");
   return ok;
 }
@@ -189,6 +203,7 @@ constexpr qx::Command<Xcry> commands[] = {
     {"ORTH", set_orthogonalisation},
     {"REJE", set_rejection},
     {"WRIT", write_reflections},
+    {"FILL", ask_to_fill},
     {"XEND", finish, true},
 };
 

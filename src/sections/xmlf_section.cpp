@@ -20,6 +20,7 @@ constexpr qx::Choice<qx::LikelihoodMode> modes[] = {{"binned", qx::binned_likeli
                                                     {"continuous", qx::continuous_likelihood}};
 constexpr qx::Choice<qx::LikelihoodSet> sets[] = {
     {"free", qx::use_free_set}, {"work", qx::use_working_set}, {"all", qx::use_all}};
+constexpr qx::Choice<bool> missing_reflections[] = {{"df", true}, {"zero", false}};
 constexpr qx::Choice<bool> test_reflections[] = {{"keep", false}, {"fill", true}};
 
 struct NoState {};
@@ -33,6 +34,7 @@ Status parameters(NoState& /*none*/) {
   QX_TRY(qx::take_count("nodes", next.nodes));
   QX_TRY(qx::choose(texts.heading, "sigf", qx::yes_or_no, next.errors));
   QX_TRY(qx::choose(texts.heading, "test", test_reflections, next.fill_free));
+  QX_TRY(qx::choose(texts.heading, "missing", missing_reflections, next.fill_missing));
   if (next.nodes < 0 || next.nodes > qx::SigmaaModel::most_nodes) {
     return fail(texts.heading, "The number of nodes must lie between 0 and %d: %d ",
                 qx::SigmaaModel::most_nodes, next.nodes);
@@ -44,13 +46,12 @@ Status parameters(NoState& /*none*/) {
 Status estimate(NoState& /*none*/) { return qx_estimate_likelihood(); }
 Status replace(NoState& /*none*/) { return qx_replace_refdata_ml(); }
 Status print(NoState& /*none*/) { return qx_print_likelihood(); }
+Status anomalous(NoState& /*none*/) { return qx_calc_anomalous_coefficients(); }
 Status finish(NoState& /*none*/) { return ok; }
 
-constexpr qx::Command<NoState> commands[] = {{"PARA", parameters},
-                                             {"ESTI", estimate},
-                                             {"REPL", replace},
-                                             {"PRIN", print},
-                                             {"XEND", finish, true}};
+constexpr qx::Command<NoState> commands[] = {{"PARA", parameters}, {"ESTI", estimate},
+                                             {"REPL", replace},    {"ANOM", anomalous},
+                                             {"PRIN", print},      {"XEND", finish, true}};
 
 Status run() {
   if (!qx_get_refsys()) return failed;

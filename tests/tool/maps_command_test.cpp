@@ -2,7 +2,9 @@
 #include "support/engine.h"
 #include "support/mtz_maker.h"
 #include "support/program.h"
+#include "tool/fcalc_command.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -70,6 +72,92 @@ TEST_F(MapsCommand, makesAmplitudesOfIntensities) {
   ASSERT_EQ(r.status, 0) << r.output << r.errors;
   EXPECT_NE(r.output.find("Amplitudes from intensities"), std::string::npos) << r.output;
   EXPECT_NE(run({"info", out}).output.find("SIGFP"), std::string::npos);
+}
+
+// Rows that the file lacks are DFc in FWT and nothing elsewhere; --fill no leaves out these and
+// what was not observed. The pairs of Friedel mates give their differences, turned by -90 degrees.
+TEST_F(MapsCommand, fillsWhatIsMissingAndTurnsAnomalousDifferences) {
+  const Columns in = read_columns(example("1ubq.mtz"));
+  std::vector<std::vector<int>> indices;
+  std::vector<float> f, sigma, flags, plus, minus;
+  for (std::size_t i = 0; i < in.at("H").size(); ++i) {
+    if (i % 3 == 0) continue;
+    const auto index = [&](const char* label) { return static_cast<int>(in.at(label)[i]); };
+    indices.push_back({index("H"), index("K"), index("L")});
+    f.push_back(in.at("FP")[i]);
+    sigma.push_back(in.at("SIGFP")[i]);
+    flags.push_back(in.at("FREE")[i]);
+    plus.push_back(f.back() + static_cast<float>(i % 7) - 3.0F);
+    minus.push_back(f.back());
+  }
+  MtzMaker maker(indices);
+  maker.cell = "50.84 42.77 28.95 90 90 90";
+  maker.symmetry = "4 4 P 19 'P 21 21 21' PG222";
+  maker.operators = {"x,y,z", "-x+1/2,-y,z+1/2", "-x,y+1/2,-z+1/2", "x+1/2,-y+1/2,-z"};
+  maker.add("FP", 'F', f).add("SIGFP", 'Q', sigma).add("FREE", 'I', flags);
+  maker.add("F(+)", 'G', plus).add("F(-)", 'G', minus);
+  const std::string data = scratch_.file("in.mtz");
+  write_file(data, maker.bytes());
+  const std::string out = scratch_.file("out.mtz");
+  const ProgramResult r = run({"maps", example("1ubq.pdb"), data, "-o", out, "--solvent", "exp"});
+  ASSERT_EQ(r.status, 0) << r.output << r.errors;
+  EXPECT_NE(r.errors.find("unique reflections between the data's limits were observed (6"),
+            std::string::npos)
+      << r.errors;
+  const Columns filled = read_columns(out);
+  const std::size_t rows = f.size();
+  ASSERT_GT(filled.at("H").size(), rows + rows / 3);
+  EXPECT_NE(r.output.find(std::to_string(filled.at("H").size() - rows) + " added to the file's"),
+            std::string::npos)
+      << r.output;
+  std::size_t turned = 0;
+  for (std::size_t i = 0; i < filled.at("H").size(); ++i) {
+    const bool observed = i < rows && f[i] > 0.0F;
+    EXPECT_GT(filled.at("FWT")[i], 0.0F);
+    ASSERT_EQ(std::isnan(filled.at("FWT_nofill")[i]), !observed) << i;
+    if (!observed) {
+      EXPECT_EQ(filled.at("DELFWT")[i], 0.0F);
+      EXPECT_TRUE(std::isnan(filled.at("FAN")[i]));
+      continue;
+    }
+    EXPECT_EQ(filled.at("FWT_nofill")[i], filled.at("FWT")[i]);
+    if (!(filled.at("FAN")[i] > 0.0F)) continue;
+    ++turned;
+    const float difference = plus[i] - minus[i];
+    EXPECT_NEAR(filled.at("FAN")[i], filled.at("FOM")[i] * std::fabs(difference), 1e-3);
+    const double turn =
+        static_cast<double>(filled.at("PHAN")[i] - filled.at("PHIC_ALL")[i]) + 450.0;
+    EXPECT_NEAR(std::remainder(turn - (difference < 0.0F ? 180.0 : 0.0), 360.0), 0.0, 0.01) << i;
+  }
+  EXPECT_GT(turned, rows / 2);
+  ASSERT_EQ(run({"maps", example("1ubq.pdb"), data, "-o", out, "--solvent", "exp", "--fill", "no"})
+                .status,
+            0);
+  const Columns bare = read_columns(out);
+  EXPECT_EQ(bare.count("FWT_nofill"), 0U);
+  ASSERT_EQ(bare.at("FWT").size(), rows);
+  for (std::size_t i = 0; i < rows; ++i) {
+    if (f[i] > 0.0F) {
+      EXPECT_EQ(bare.at("FWT")[i], filled.at("FWT")[i]) << i;
+    } else {
+      EXPECT_TRUE(std::isnan(bare.at("FWT")[i]));
+    }
+  }
+}
+
+TEST_F(MapsCommand, printsTheSectionsThatItRuns) {
+  const std::string out = scratch_.file("maps.mtz");
+  const ProgramResult r = run({"maps", example("1ubq.pdb"), example("1ubq.mtz"), "-o", out,
+                               "--print-sections", "--solvent", "smooth"});
+  ASSERT_EQ(r.status, 0) << r.errors;
+  EXPECT_FALSE(std::filesystem::exists(out));
+  std::size_t at = 0;
+  for (const char* text :
+       {"xcry\n", "  fill\n", "xmod\n  # the 660 atoms", "xcross\n", "xfcc\n  calc", "xbulk\n",
+        "param solvent smooth", "xmlf\n", "FWT_nofill PHWT_nofill\nxend\n"}) {
+    at = r.output.find(text, at);
+    ASSERT_NE(at, std::string::npos) << text << r.output;
+  }
 }
 
 TEST_F(MapsCommand, refusesWhatItCannotUse) {

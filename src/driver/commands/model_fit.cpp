@@ -37,14 +37,25 @@ std::string heed_warnings(FcalcJob& job, const std::string& printed) {
   return rest;
 }
 
+std::vector<SectionText> fit_sections(const std::string& solvent, bool brief) {
+  std::vector<SectionText> sections;
+  if (solvent != "none") sections.push_back(SectionText("xbulk").line("mask"));
+  sections.push_back(scale_section(solvent));
+  sections.push_back(SectionText("xoverall").line(brief ? "print brief" : "print"));
+  sections.push_back(SectionText("xrfactor").line("calc").line("print"));
+  return sections;
+}
+
 std::string fit_to_observations(Engine& engine, FcalcJob& job, const std::string& solvent,
                                 bool brief) {
-  std::string mask;
-  if (solvent != "none") mask = engine.run(SectionText("xbulk").line("mask"));
-  const std::string fit = heed_warnings(job, engine.run(scale_section(solvent)));
-  std::string lines = brief ? "" : mask + fit;
-  lines += engine.run(SectionText("xoverall").line(brief ? "print brief" : "print"));
-  return lines + engine.run(SectionText("xrfactor").line("calc").line("print"));
+  std::string lines;
+  const std::vector<SectionText> sections = fit_sections(solvent, brief);
+  for (std::size_t i = 0; i < sections.size(); ++i) {
+    const std::string printed = heed_warnings(job, engine.run(sections[i]));
+    const bool shown = !brief || i + 2 >= sections.size();  // not how mask and fit went
+    if (shown) lines += printed;
+  }
+  return lines;
 }
 
 Json agreement_as_json(std::int32_t n, double r, double correlation) {

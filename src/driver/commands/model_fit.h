@@ -6,6 +6,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>
+#include <vector>
 
 namespace qx {
 
@@ -17,6 +18,9 @@ std::string heed_warnings(FcalcJob& job, const std::string& printed);
 // the solvent's bins.
 std::string fit_to_observations(Engine& engine, FcalcJob& job, const std::string& solvent,
                                 bool brief);
+
+// The sections of that.
+std::vector<SectionText> fit_sections(const std::string& solvent, bool brief);
 
 // From the engine while it is there; null where the sections have not run.
 nlohmann::ordered_json scale_as_json();

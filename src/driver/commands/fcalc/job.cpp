@@ -10,11 +10,10 @@ namespace qx {
 
 std::string read_line(const std::string& path, const ObservedColumns& observed) {
   const std::pair<const char*, const std::string&> columns[] = {
-      {" FOBS=", observed.amplitude},
-      {" SIGF=", observed.sigma},
-      {" IOBS=", observed.intensity},
-      {" SIGI=", observed.intensity_sigma},
-      {" TEST=", observed.free}};
+      {" FOBS=", observed.amplitude}, {" SIGF=", observed.sigma},
+      {" IOBS=", observed.intensity}, {" SIGI=", observed.intensity_sigma},
+      {" FP=", observed.plus},        {" FM=", observed.minus},
+      {" DP=", observed.difference},  {" TEST=", observed.free}};
   std::string line = "read refl mtz file " + quoted_name(path) + " coid H=H";
   for (const auto& [word, label] : columns) {
     if (!label.empty()) line += word + name_as_word(label);
@@ -39,6 +38,7 @@ SectionText crystal_section(const FcalcJob& job) {
                      job.options.dmax > 0.0 ? job.options.dmax : 99999.0));
   }
   if (!job.options.hkl.empty()) text.line(read_line(job.input, job.observed));
+  if (job.options.fill) text.line("fill");
   return text;
 }
 

@@ -31,6 +31,7 @@ struct FcalcOptions {
   std::optional<int> free_value;  // told by the flags
   int hydrogens = 0;  // above 0 with, below 0 without them, 0: as the radiation sees them
   bool neutron = false, scale = false, force = false;
+  bool fill = false;  // reflections that the data lack are added
   bool json = false, quiet = false, verbose = false;
 };
 
@@ -42,9 +43,10 @@ void check_options(const FcalcOptions& options);
 // Labels of the observations in the reflection file; empty where it has none.
 struct ObservedColumns {
   std::string amplitude, sigma, free;
-  std::string intensity = {}, intensity_sigma = {};  // looked for where there is no amplitude
-  std::optional<FreeSet> free_set = {};              // none: the column marks none
-  bool empty = false;                                // no amplitude is above 0
+  std::string intensity = {}, intensity_sigma = {};    // looked for where there is no amplitude
+  std::optional<FreeSet> free_set = {};                // none: the column marks none
+  std::string plus = {}, minus = {}, difference = {};  // of Friedel mates
+  bool empty = false;                                  // no amplitude is above 0
 };
 
 // The usual columns that the file has: amplitudes before intensities, or intensities alone.
@@ -66,6 +68,9 @@ struct FcalcJob {
   std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
   std::vector<std::string> warnings;
 
+  [[nodiscard]] bool anomalous() const {
+    return !observed.plus.empty() || !observed.difference.empty();
+  }
   // Whether the model is scaled with its solvent.
   [[nodiscard]] bool with_solvent() const {
     return !observed.amplitude.empty() && !observed.empty && options.solvent != "none";

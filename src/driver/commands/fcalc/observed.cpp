@@ -66,6 +66,27 @@ ObservedColumns usual_observations(const ReflectionFile& file) {
 
 namespace {
 
+// Amplitudes of Friedel mates, or their differences.
+void find_differences(const ReflectionFile& file, ObservedColumns& observed) {
+  constexpr const char* pairs[][2] = {{"F(+)", "F(-)"},
+                                      {"FP(+)", "FP(-)"},
+                                      {"FOBS(+)", "FOBS(-)"},
+                                      {"F-obs(+)", "F-obs(-)"},
+                                      {"F-obs-filtered(+)", "F-obs-filtered(-)"},
+                                      {"F+", "F-"},
+                                      {"FPLUS", "FMINUS"},
+                                      {"F_plus", "F_minus"}};
+  for (const auto& [plus, minus] : pairs) {
+    const std::string a = label_among(file, 'G', {plus});
+    const std::string b = label_among(file, 'G', {minus});
+    if (a.empty() || b.empty()) continue;
+    observed.plus = a;
+    observed.minus = b;
+    return;
+  }
+  observed.difference = label_among(file, 'D', {"DANO", "DP", "DF", "DFANO"});
+}
+
 // A column of zeros or of nothing is passed on, but nothing can be scaled to it.
 void look_for_amplitudes(FcalcJob& job, const ReflectionFile& file) {
   ObservedColumns& observed = job.observed;
@@ -101,6 +122,7 @@ void find_observed(FcalcJob& job) {
   job.unpacked = file.unpacked;
   job.observed = options.labels.empty() ? usual_observations(file)
                                         : given_observations(file, options.labels, false);
+  find_differences(file, job.observed);
   look_for_amplitudes(job, file);
   choose_free_set(job, file);
   const Crystal& crystal = job.crystal;

@@ -48,21 +48,32 @@ void make_indices(Engine& engine, const FcalcJob& job) {
   });
 }
 
-void set_up_grid(Engine& engine, const FcalcOptions& options) {
-  engine.run(SectionText("xgrid").line(format("frac %f", options.fraction)));
-  engine.run(fft_section(options));
+SectionText grid_section(const FcalcOptions& options) {
+  return SectionText("xgrid").line(format("frac %f", options.fraction));
+}
+
+SectionText cutoff_section(const FcalcOptions& options) {
+  return SectionText("xcut").line(format("ecut %.9g", options.ecut));
+}
+
+// Neutrons see hydrogens as well as anything else.
+SectionText system_section(const FcalcOptions& options) {
+  const bool hydrogens = options.hydrogens == 0 ? options.neutron : options.hydrogens > 0;
+  return SectionText("xmol").line(hydrogens ? "hydr yes" : "hydr no");
+}
+
+SectionText split_section(const FreeSet& set) {
+  return SectionText("xcross").line(format("input free_flag %d", set.value));
 }
 
 void set_up_model(Engine& engine, const FcalcJob& job) {
   const FcalcOptions& options = job.options;
   engine.run(formfactor_section(options));
-  engine.run(SectionText("xcut").line(format("ecut %.9g", options.ecut)));
+  engine.run(cutoff_section(options));
   engine.call([] { return qx_set_elec_den_rad_uplimit(widest_radius()); });
   engine.run(SectionText("xmod"));
   engine.call([&] { return job.coordinates.fill_model() ? ok : failed; });
-  // Neutrons see hydrogens as well as anything else.
-  const bool hydrogens = options.hydrogens == 0 ? options.neutron : options.hydrogens > 0;
-  engine.run(SectionText("xmol").line(hydrogens ? "hydr yes" : "hydr no"));
+  engine.run(system_section(options));
   engine.call([] { return qx_set_xmodel_default(); });  // the system has what is needed of it
 }
 
@@ -85,7 +96,7 @@ void draw_free_set(Engine& engine, const std::vector<std::string>& free) {
 void split(Engine& engine, const FcalcJob& job) {
   if (!job.options.free.empty()) return draw_free_set(engine, job.options.free);
   const std::optional<FreeSet>& set = job.observed.free_set;
-  if (set) engine.run(SectionText("xcross").line(format("input free_flag %d", set->value)));
+  if (set) engine.run(split_section(*set));
 }
 
 }  // namespace
@@ -102,9 +113,24 @@ void prepare(FcalcJob& job) {
 void set_up(Engine& engine, FcalcJob& job) {
   engine.run(crystal_section(job));
   make_indices(engine, job);
-  set_up_grid(engine, job.options);
+  engine.run(grid_section(job.options));
+  engine.run(fft_section(job.options));
   set_up_model(engine, job);
   split(engine, job);
+}
+
+std::vector<SectionText> set_up_sections(const FcalcJob& job) {
+  std::vector<SectionText> sections = {
+      crystal_section(job),
+      grid_section(job.options),
+      fft_section(job.options),
+      formfactor_section(job.options),
+      cutoff_section(job.options),
+      SectionText("xmod").line(
+          format("# the %zu atoms of the model are given in arrays", job.coordinates.atom_count())),
+      system_section(job.options)};
+  if (job.observed.free_set) sections.push_back(split_section(*job.observed.free_set));
+  return sections;
 }
 
 // Of each atom that is wider than the widest radius the engine says so.

@@ -12,6 +12,9 @@ void prepare(FcalcJob& job);
 // Crystal, reflections, grid, model and free set, as sections.
 void set_up(Engine& engine, FcalcJob& job);
 
+// The text of that, once the crystal's section has run.
+std::vector<SectionText> set_up_sections(const FcalcJob& job);
+
 // Warns of the atoms that the calculation, whose output this is, cut off.
 void note_wide_atoms(FcalcJob& job, const std::string& printed);
 

@@ -3,6 +3,8 @@
 
 #include "driver/commands/fcalc/job.h"
 
+#include <quorix/reflections.h>
+
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
@@ -20,7 +22,8 @@ struct MapsOptions {
   std::string free_reflections = "use";
   std::string hydrogens = "yes";
   int kick = 0;  // sets of coefficients that the CCP4 maps are the mean of
-  bool all = false, scripts = false;
+  std::string fill = "yes";
+  bool all = false, scripts = false, print_sections = false;
 };
 
 void add_maps_options(CLI::App& command, MapsOptions& options);
@@ -28,7 +31,7 @@ void add_validate_options(CLI::App& command, MapsOptions& options);
 // Throws CommandError for values that no section is to see; fills what the base asks for.
 void check_options(MapsOptions& options);
 
-SectionText likelihood_section(const MapsOptions& options);
+SectionText likelihood_section(const FcalcJob& job, const MapsOptions& options);
 SectionText weighted_map_section(const MapsOptions& options, const std::string& path,
                                  bool difference);
 // The last section: the engine is gone after it.
@@ -44,6 +47,7 @@ struct WrittenMap {
 struct MapsReport {
   std::string lines;  // as the engine prints them
   std::vector<WrittenMap> maps;
+  qx_completeness completeness = {};
   double seconds = 0.0;
 };
 

@@ -8,9 +8,11 @@
 
 #include <quorix/engine.h>
 #include <quorix/map.h>
+#include <quorix/reflections.h>
 #include <quorix/scaling.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <iostream>
@@ -62,14 +64,54 @@ void write_scripts_of(const MapsOptions& options, const MapsReport& report) {
                 viewer_scripts(prefix.filename().string(), viewed, options.base.model, folder));
 }
 
+constexpr double least_completeness = 0.8;
+
+void look_at_completeness(Engine& engine, FcalcJob& job, const MapsOptions& options,
+                          MapsReport& report) {
+  qx_completeness found = {};
+  engine.call([&] { return qx_calc_completeness(&found); });
+  report.completeness = found;
+  if (found.possible < 1 || found.observed >= least_completeness * found.possible) return;
+  std::string line =
+      format("only %d of %d unique reflections between the data's limits were observed (%.1f %%)",
+             found.observed, found.possible, 100.0 * found.observed / found.possible);
+  if (options.base.fill)
+    line +=
+        ": the others are DFc in FWT, which makes it look like the model; FWT_nofill is without";
+  warn(job, line);
+}
+
+bool needs_amplitudes(const FcalcJob& job) { return job.observed.amplitude.empty(); }
+
+SectionText amplitudes_section() { return SectionText("xwilson").line("amplitudes"); }
+
 // Amplitudes, structure factors, solvent, scale, R factors.
 void calculate(Engine& engine, FcalcJob& job, const MapsOptions& options, MapsReport& report) {
   set_up(engine, job);
-  if (job.observed.amplitude.empty()) {
-    report.lines += engine.run(SectionText("xwilson").line("amplitudes"));
-  }
+  if (needs_amplitudes(job)) report.lines += engine.run(amplitudes_section());
+  look_at_completeness(engine, job, options, report);
   note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
   report.lines += fit_to_observations(engine, job, options.base.solvent, false);
+}
+
+// Everything as text, nothing of it written.
+void show_sections(FcalcJob& job, const MapsOptions& options) {
+  Engine engine(options.base.verbose);
+  engine.run(crystal_section(job));
+  job.input = options.base.hkl;
+  std::vector<SectionText> sections = set_up_sections(job);
+  const auto add = [&](const SectionText& section) { sections.push_back(section); };
+  if (needs_amplitudes(job)) add(amplitudes_section());
+  add(SectionText("xfcc").line("calc"));
+  for (const SectionText& section : fit_sections(options.base.solvent, false)) add(section);
+  add(likelihood_section(job, options));
+  add(SectionText("xfcc").line("replace"));
+  const std::string& full = options.base.map_2fofc;
+  const std::string& difference = options.base.map_fofc;
+  if (!full.empty()) add(weighted_map_section(options, full, false));
+  if (!difference.empty()) add(weighted_map_section(options, difference, true));
+  add(coefficients_section(job, options, options.base.output));
+  for (const SectionText& section : sections) std::cout << printed(section);
 }
 
 void prepare_with_data(FcalcJob& job) {
@@ -89,7 +131,12 @@ void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& rep
   if (job.observed.free_set) {
     std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
   }
-  std::cout << report.lines;
+  const qx_completeness& found = report.completeness;
+  std::cout << format(
+      "Completeness                : %d of %d unique reflections observed (%.1f %%)",
+      found.observed, found.possible, 100.0 * found.observed / std::max(found.possible, 1));
+  if (found.added > 0) std::cout << format(", %d added to the file's", found.added);
+  std::cout << '\n' << report.lines;
   for (const WrittenMap& map : report.maps) {
     std::cout << format("%s written, rms %.4f e/A^3\n", map.path.c_str(), map.rms);
   }
@@ -99,6 +146,9 @@ void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& rep
 void tell_json(const FcalcJob& job, const MapsOptions& options, const MapsReport& report,
                const Json& numbers) {
   Json json = {{"model", options.base.model}, {"data", options.base.hkl}};
+  const qx_completeness& found = report.completeness;
+  json["reflections"] = {
+      {"unique", found.possible}, {"observed", found.observed}, {"added", found.added}};
   json.update(numbers);
   for (const WrittenMap& map : report.maps) {
     json["maps"].push_back({{"file", map.path}, {"difference", map.difference}, {"rms", map.rms}});
@@ -117,12 +167,16 @@ int run(MapsOptions& options, bool maps) {
   Progress progress("reading");
   FcalcJob job{options.base, Coordinates(options.base.model), {}, {}, {}, {}, {}};
   prepare_with_data(job);
+  if (options.print_sections) {
+    show_sections(job, options);
+    return 0;
+  }
   const NamedAtoms names(job.coordinates);
   Engine engine(options.base.verbose);
   MapsReport report;
   progress.step("calculating structure factors");
   calculate(engine, job, options, report);
-  report.lines += heed_warnings(job, engine.run(likelihood_section(options)));
+  report.lines += heed_warnings(job, engine.run(likelihood_section(job, options)));
   Json numbers;
   engine.call([&] {
     numbers = numbers_of_engine();

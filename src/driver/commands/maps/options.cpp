@@ -20,6 +20,9 @@ read:
   FWT PHWT          2mFo-DFc, where nothing was observed DFc
   DELFWT PHDELWT    mFo-DFc, of acentric reflections twice that
   FOM               m
+  FWT_nofill PHWT_nofill   the first without what was not observed (--fill no: FWT itself is so)
+  FAN PHAN          anomalous differences times m, with the model's phase less 90 degrees, where the
+                    data hold F(+) and F(-), or DANO
 A data file with intensities only is turned into amplitudes first.
 
 Examples:
@@ -104,6 +107,13 @@ void add_maps_options(CLI::App& command, MapsOptions& o) {
       ->check(proposes("use fill"))
       ->capture_default_str();
   command
+      .add_option("--fill", o.fill,
+                  "yes: what was not observed within the data's limits is DFc in 2mFo-DFc, indices "
+                  "that the file lacks are added; no: neither")
+      ->check(CLI::IsMember({"yes", "no"}))
+      ->check(proposes("yes no"))
+      ->capture_default_str();
+  command
       .add_option(
           "--kick", o.kick,
           "CCP4 maps are the mean of N, each from atoms displaced by 0.3 A; weakens bias less "
@@ -111,6 +121,8 @@ void add_maps_options(CLI::App& command, MapsOptions& o) {
       ->type_name("N")
       ->check(CLI::Range(1, 1000));
   add_method(command, o);
+  command.add_flag("--print-sections", o.print_sections,
+                   "Print the text of sections that would be run, and write nothing");
   command.add_flag("--force", o.base.force,
                    "Write over a file that holds something else; never over an input");
 }
@@ -123,6 +135,7 @@ void add_validate_options(CLI::App& command, MapsOptions& o) {
 
 void check_options(MapsOptions& options) {
   FcalcOptions& base = options.base;
+  base.fill = options.fill == "yes" && base.command == "maps";
   base.hydrogens = options.hydrogens == "yes" ? 1 : -1;
   if (options.scripts && options.prefix.empty()) {
     throw CommandError(2, "--scripts belong to maps: give --maps PREFIX as well");

@@ -3,13 +3,16 @@
 
 namespace qx {
 
-SectionText likelihood_section(const MapsOptions& options) {
-  return SectionText("xmlf")
-      .line("param mode " + options.mode +
-            (options.free_reflections == "fill" ? " test fill" : " test keep"))
+SectionText likelihood_section(const FcalcJob& job, const MapsOptions& options) {
+  SectionText text("xmlf");
+  text.line("param mode " + options.mode +
+            (options.free_reflections == "fill" ? " test fill" : " test keep") +
+            (options.fill == "yes" ? " missing df" : " missing zero"))
       .line("estimate")
       .line("print")
       .line("replace");
+  if (job.anomalous()) text.line("anomalous");
+  return text;
 }
 
 SectionText weighted_map_section(const MapsOptions& options, const std::string& path,
@@ -37,6 +40,8 @@ SectionText coefficients_section(const FcalcJob& job, const MapsOptions& options
   line +=
       " FC=FC_ALL PHIC=PHIC_ALL MAP_COEFFA=FWT MAP_COEFFP=PHWT MAP_COEFF=DELFWT MAP_PHASE=PHDELWT"
       " FOM=FOM";
+  if (options.fill == "yes") line += " FWT_nofill PHWT_nofill";
+  if (job.anomalous()) line += " FAN PHAN";
   if (options.all) line += " MAP_SCALE=KTOT WT=WT FPART=FSOLV PHIP=PHISOLV";
   return SectionText("xter").line(line);
 }
