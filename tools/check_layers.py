@@ -1,17 +1,61 @@
 #!/usr/bin/env python3
-"""Checks who includes whom: a file may include private headers of its own folder or of folders below
-it, public headers include nothing of ours but public headers, and kernel headers only kernels. And a type's
-name stands for one type: two of a name outside unnamed namespaces share their functions, sizes included, and
-no compiler says so."""
+"""Holds the sources against the layout that docs/architecture.md describes:
+
+- a folder includes, and calls at run time, only folders that its row of ALLOWED names; the exceptions are WIRING;
+- public headers include only public ones; kernels ("// K." in the first lines) include and call only kernels,
+  and neither allocate nor print;
+- a type's name stands for one type: two of a name outside unnamed namespaces share their functions, sizes
+  included, and no compiler says so;
+- files stay short, and tests are a quarter to a third of the whole;
+- the page names every file, every folder and its edges as they are here.
+
+Usage: check_layers.py [--root FOLDER] [BUILD]; what is called is read from BUILD's object files."""
 import re
+import subprocess
 import sys
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parent.parent
-LAYERS = ['core', 'stats', 'fft', 'crystal', 'reflio', 'grid', 'model', 'sf', 'solvent', 'scaling', 'refine', 'map',
-          'sections', 'driver']
+ALLOWED = {
+    'core': [],
+    'stats': [],
+    'fft': ['core'],
+    'crystal': ['core'],
+    'reflio': ['crystal', 'core'],
+    'grid': ['crystal', 'core'],
+    'model': ['grid', 'crystal', 'core'],
+    'sf': ['model', 'grid', 'fft', 'crystal', 'stats', 'core'],
+    'solvent': ['model', 'grid', 'fft', 'crystal', 'core'],
+    'scaling': ['sf', 'solvent', 'model', 'crystal', 'stats', 'core'],
+    'refine': ['scaling', 'sf', 'model', 'grid', 'fft', 'crystal', 'stats', 'core'],
+    'map': ['scaling', 'sf', 'solvent', 'model', 'grid', 'fft', 'crystal', 'stats', 'core'],
+    'sections': ['map', 'refine', 'scaling', 'sf', 'solvent', 'model', 'grid', 'fft', 'reflio', 'crystal', 'stats',
+                 'core'],
+    'driver': ['sections', 'map', 'refine', 'scaling', 'sf', 'solvent', 'model', 'grid', 'fft', 'reflio', 'crystal',
+               'stats', 'core'],
+}
+# What may be called against the table: owners create and let go what stands above them, and the table of
+# file formats is declared below the formats.
+OWNERS = re.compile(r'qx_(new|delete)_\w+$')
+WIRING = {
+    'core/root.cpp': OWNERS,
+    'core/refsys.cpp': OWNERS,
+    'model/molsys_objects.cpp': OWNERS,
+    'crystal/refdata_build.cpp': re.compile(r'_ZN2qx12file_formatsEv$'),
+}
+# What a kernel does not do: allocate, print, open files. Its other calls are to kernels and the C library.
+IMPURE = re.compile(r'(_Zn[wa]\w*|malloc|calloc|realloc|die|fopen|fwrite|fputs|puts|putchar|v?f?printf|__v?f?printf_chk)$')
 TYPE = re.compile(r'^(?:struct|class|enum class|enum|union)\s+(\w+)\b(?!.*;\s*(//.*)?$)(?!\s*<)')
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')
+PAGE = 'docs/architecture.md'
+LONGEST = 500
+
+
+def sources(root):
+    return sorted((root / 'src').rglob('*.cpp')) + sorted((root / 'src').rglob('*.h'))
+
+
+def folder_of(root, path):
+    return path.relative_to(root / 'src').parts[0]
 
 
 def includes(path):
@@ -21,9 +65,12 @@ def includes(path):
             yield number, match.group(1), match.group(2)
 
 
+def says_kernel(path):
+    return path.is_file() and any(line.startswith('// K.') for line in path.read_text().splitlines()[:3])
+
+
 def is_kernel(path):
-    lines = path.read_text().splitlines()
-    return any(line.startswith('// K.') for line in lines[:3])
+    return says_kernel(path) or (path.suffix == '.cpp' and says_kernel(path.with_suffix('.h')))
 
 
 def shared_types(path):
@@ -41,39 +88,152 @@ def shared_types(path):
         template = line.startswith('template')
 
 
-def double_types():
+def double_types(root):
     seen = {}
-    for path in sorted((ROOT / 'src').rglob('*.cpp')) + sorted((ROOT / 'src').rglob('*.h')):
+    for path in sources(root):
         for number, name in shared_types(path):
-            where = f'{path.relative_to(ROOT)}:{number}'
+            where = f'{path.relative_to(root)}:{number}'
             if name in seen:
                 yield f'{where}: {name} is a type of {seen[name]} already'
             seen[name] = where
 
 
-def complaints():
-    yield from double_types()
-    for path in sorted((ROOT / 'src').rglob('*.[ch]pp')) + sorted((ROOT / 'src').rglob('*.h')):
-        own = path.relative_to(ROOT / 'src').parts[0]
+def wrong_includes(root):
+    for path in sources(root):
+        own = folder_of(root, path)
         for number, quote, name in includes(path):
-            where = f'{path.relative_to(ROOT)}:{number}'
+            where = f'{path.relative_to(root)}:{number}'
+            folder = name.split('/')[0]
             if quote == '<':
                 continue
-            folder = name.split('/')[0]
-            if folder not in LAYERS:
+            if folder not in ALLOWED:
                 yield f'{where}: "{name}" is not below src'
-            elif LAYERS.index(folder) > LAYERS.index(own):
+            elif folder != own and folder not in ALLOWED.get(own, []):
                 yield f'{where}: {own} must not include {folder} ("{name}")'
-            elif path.suffix == '.h' and is_kernel(path) and not is_kernel(ROOT / 'src' / name):
+            elif path.suffix == '.h' and is_kernel(path) and not is_kernel(root / 'src' / name):
                 yield f'{where}: a kernel header includes "{name}", which is no kernel'
-    for path in sorted((ROOT / 'include').rglob('*.h')):
+    for path in sorted((root / 'include').rglob('*.h')):
         for number, quote, name in includes(path):
             if quote == '"':
-                yield f'{path.relative_to(ROOT)}:{number}: public headers include no private one ("{name}")'
+                yield f'{path.relative_to(root)}:{number}: public headers include no private one ("{name}")'
+
+
+def symbols(path):
+    """What an object file defines and what it takes from elsewhere."""
+    listing = subprocess.run(['nm', '-P', str(path)], capture_output=True, text=True, check=True).stdout
+    defined, taken = set(), set()
+    for line in listing.splitlines():
+        name, kind = line.split()[:2]
+        if kind in 'TDBR':
+            defined.add(name)
+        elif kind == 'U':
+            taken.add(name)
+    return defined, taken
+
+
+def objects(root, build):
+    """Object files of the library by source, those of removed sources left out."""
+    for path in sorted(build.rglob('*.cpp.o')):
+        source = re.search(r'/src/(\w+/.*)\.o$', str(path))
+        if source and (root / 'src' / source.group(1)).is_file():
+            yield source.group(1), path
+
+
+def wrong_calls(root, build):
+    tables = {source: symbols(path) for source, path in objects(root, build)}
+    if not tables:
+        yield f'{build}: there are no object files'
+    home = {name: source for source, (defined, _) in tables.items() for name in defined}
+    for source, (_, taken) in tables.items():
+        own = source.split('/')[0]
+        kernel = is_kernel(root / 'src' / source)
+        for name in sorted(taken):
+            there = home.get(name)
+            folder = there.split('/')[0] if there else own
+            if kernel and (IMPURE.match(name) or (there and not is_kernel(root / 'src' / there))):
+                yield f'src/{source}: a kernel calls {name}' + (f' of {there}' if there else '')
+            elif folder != own and folder not in ALLOWED[own]:
+                if not (source in WIRING and WIRING[source].match(name)):
+                    yield f'src/{source}: {own} must not call {folder} ({name} of {there})'
+
+
+def idle_edges(root, build):
+    """Edges that nothing needs any more."""
+    used = {(folder_of(root, path), name.split('/')[0])
+            for path in sources(root) for _, quote, name in includes(path) if quote == '"'}
+    tables = {source: symbols(path) for source, path in objects(root, build)}
+    home = {name: source for source, (defined, _) in tables.items() for name in defined}
+    used |= {(source.split('/')[0], home[name].split('/')[0])
+             for source, (_, taken) in tables.items() for name in taken if name in home}
+    for folder in ALLOWED:
+        for below in ALLOWED[folder] if folder not in ('sections', 'driver') else []:
+            if (folder, below) not in used:
+                yield f'tools/check_layers.py: nothing in {folder} needs {below}'
+
+
+def page_blocks(text):
+    """The page's paragraphs on folders of src, by folder: from a line that begins with it to the next one."""
+    blocks = {}
+    folder = None
+    for line in text.splitlines():
+        match = re.match(r'    (\S+)', line)
+        if match:
+            inner = re.match(r'src/(\w+)/', match.group(1))
+            folder = inner.group(1) if inner else None
+        elif not line.startswith('    '):
+            folder = None
+        if folder:
+            blocks[folder] = blocks.get(folder, '') + line + '\n'
+    return blocks
+
+
+def page_faults(root):
+    page = root / PAGE
+    text = page.read_text() if page.is_file() else ''
+    blocks = page_blocks(text)
+    for path in sources(root):
+        own = folder_of(root, path)
+        if not re.search(rf'\b{re.escape(path.stem)}\b', blocks.get(own, '')):
+            yield f'{path.relative_to(root)}: {PAGE} does not name it in its paragraph on src/{own}/'
+    for folder, below in ALLOWED.items():
+        row = f'{folder}: {", ".join(below) or "nothing"}' if folder != 'sections' else 'sections: all of these'
+        if folder != 'driver' and not re.search(rf'^\s+{re.escape(row)}$', text, re.M):
+            yield f'{PAGE}: the table of edges has no row "{row}"'
+
+
+def lines_of(root, *folders):
+    files = [path for folder in folders for path in (root / folder).rglob('*')
+             if path.suffix in ('.cpp', '.h', '.c', '.py', '.sh')]
+    return sum(len(path.read_text().splitlines()) for path in files)
+
+
+def sizes(root):
+    for path in sources(root):
+        lines = len(path.read_text().splitlines())
+        if lines > LONGEST:
+            yield f'{path.relative_to(root)}: {lines} lines, a file has at most {LONGEST}'
+    tests, code = lines_of(root, 'tests'), lines_of(root, 'src', 'include')
+    if code > 1000 and not 1 / 4 <= tests / (tests + code) <= 1 / 3:
+        yield f'tests: {tests} lines beside {code} of code are not a quarter to a third of the whole'
+
+
+def complaints(root, build):
+    yield from sizes(root)
+    yield from double_types(root)
+    yield from wrong_includes(root)
+    yield from page_faults(root)
+    if build:
+        yield from wrong_calls(root, build)
+        yield from idle_edges(root, build)
 
 
 def main():
-    found = list(complaints())
+    arguments = sys.argv[1:]
+    root = Path(__file__).resolve().parent.parent
+    if arguments[:1] == ['--root']:
+        root = Path(arguments[1])
+        arguments = arguments[2:]
+    found = list(complaints(root, Path(arguments[0]) if arguments else None))
     print('\n'.join(found) if found else 'layers: clean')
     return 1 if found else 0
 

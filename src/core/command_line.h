@@ -1,4 +1,4 @@
-// K. Word and key search on one command line; whatever is taken leaves the line.
+// Word and key search on one command line; whatever is taken leaves the line.
 #pragma once
 
 #include "core/text.h"

@@ -52,6 +52,9 @@ namespace qx {
 // Frees the reflection tables: they hold for one set of counts and reflections.
 Status drop_reflection_tables(qxgrid& grid);
 
+// Writes a split of the grid into `boxes`, a divisor of nz, into the record.
+void set_boxes(qxsubgrid& box, const qxgrid& grid, std::int32_t boxes) noexcept;
+
 // True when `points` doubles are not more than the machine's memory.
 bool fits_in_memory(std::int64_t n0, std::int64_t n1, std::int64_t n2);
 

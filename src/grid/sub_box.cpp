@@ -1,7 +1,5 @@
 #include "grid/sub_box.h"
 
-#include "core/report.h"
-#include "grid/grid.h"
 #include "grid/grid_size.h"
 
 #include <algorithm>
@@ -78,38 +76,3 @@ BoxSplit split_grid(std::int32_t nx, std::int32_t ny, std::int32_t nz, double me
 }
 
 }  // namespace qx
-
-void qx::set_boxes(qxsubgrid& box, const qxgrid& grid, std::int32_t boxes) noexcept {
-  box.boxes[0] = 1;
-  box.boxes[1] = 1;
-  box.boxes[2] = boxes;
-  box.points[0] = grid.nx;
-  box.points[1] = grid.ny;
-  box.points[2] = grid.nz / boxes;
-  box.one_box = boxes == 1 ? 1 : 0;
-}
-
-using qx::fail;
-using qx::ok;
-using qx::Status;
-
-Status qx_run_qxsubgrid_checker() {
-  constexpr auto here = "qx_run_qxsubgrid_checker():";
-  const qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
-  qxsubgrid* box = qx_get_qxsubgrid();
-  if (!box) return fail(here, "qxsubgrid object has not been created yet.");
-  std::int32_t boxes = 1;
-  std::int32_t planes = grid->nz;
-  switch (qx::split_grid(grid->nx, grid->ny, grid->nz, box->memory, boxes, planes)) {
-    case qx::BoxSplit::bad_grid:
-      return fail(here, " The grid for FFT has not been set up properly ");
-    case qx::BoxSplit::no_factor:
-      return fail(here, " nlast should not be zero ");
-    case qx::BoxSplit::whole:
-    case qx::BoxSplit::split:
-      break;
-  }
-  qx::set_boxes(*box, *grid, boxes);
-  return ok;
-}

@@ -3,9 +3,6 @@
 
 #include <cstdint>
 
-struct qxgrid;
-struct qxsubgrid;
-
 namespace qx {
 
 enum class BoxSplit { whole, split, bad_grid, no_factor };
@@ -20,8 +17,5 @@ BoxSplit split_grid(std::int32_t nx, std::int32_t ny, std::int32_t nz, double me
 // a few boxes cost next to nothing. Not more than planes.
 std::int32_t boxes_under_budget(std::int32_t nx, std::int32_t ny, std::int32_t nz, double budget,
                                 double held) noexcept;
-
-// Writes a split into `boxes`, a divisor of nz, into the record.
-void set_boxes(qxsubgrid& box, const qxgrid& grid, std::int32_t boxes) noexcept;
 
 }  // namespace qx
