@@ -24,6 +24,13 @@ typedef struct qx_map_statistics_view {
   double mean, rms;  // rms about zero
 } qx_map_statistics_view;
 
+// About the atoms of a group: how many there are, the points near them, the correlation of both
+// densities there, and the mean of the observed one in units of its rms.
+typedef struct qx_density_correlation {
+  int32_t atoms, points;
+  double correlation, density;
+} qx_density_correlation;
+
 QX_C_BEGIN
 
 // 1 and the statistics, or 0 when no map has been generated.
@@ -51,6 +58,12 @@ QX_API qx_status qx_generate_map_core(const double* amplitude, const double* pha
 QX_API qx_status qx_generate_map_with_coef(int32_t nref, const int32_t* h, const int32_t* k,
                                            const int32_t* l, const double* amplitude,
                                            const double* phase);
+// How a 2mFo-DFc map agrees with a map of DFc, both of the observed reflections, at the grid points
+// within `radius` Angstrom of each group's atoms other than hydrogens. `group` tells it for n atoms
+// of the full system, from 0; -1: none. Needs the likelihood; the map object's settings and density
+// go.
+QX_API qx_status qx_calc_density_correlation(double radius, int32_t n, const int32_t* group,
+                                             int32_t ngroups, qx_density_correlation* out);
 // Writes the map to its path in the format "ccp4", "cns", "quorix" or "xyz"; only the first exists.
 QX_API qx_status qx_write_map(const char* format);
 

@@ -2,6 +2,8 @@
 // model.
 #include "core/tagged.h"
 #include "crystal/reflections.h"
+#include "map/map.h"
+#include "model/molsys.h"
 #include "scaling/cross_record.h"
 #include "scaling/observed.h"
 #include "scaling/scale.h"
@@ -18,6 +20,7 @@
 
 #include <cmath>
 #include <map>
+#include <numeric>
 #include <random>
 
 namespace qx::test {
@@ -188,6 +191,78 @@ TEST_F(Scaling, kickedMapsLeaveEverythingAsItWas) {
   ASSERT_EQ(open_f(n, after), ok);
   ASSERT_EQ(qx_calc_total_structure_factor(after.re.get(), after.im.get()), ok);
   for (std::size_t i = 0; i < static_cast<std::size_t>(n); ++i) ASSERT_EQ(f.re[i], after.re[i]);
+}
+
+// Density of a map over the whole cell, x fastest.
+std::vector<double> map_of(const char* parameters) {
+  EXPECT_TRUE(section(std::string("xmap\nparam type sigmaa scale no ") + parameters +
+                      "\nextent unit\ngenerate\nxend\n")
+                  .ok);
+  const qxmap& map = *qx_get_qxmap();
+  std::vector<double> values;
+  for (std::int32_t z = 0; z <= map.zhigh; ++z) {
+    for (std::int32_t y = 0; y <= map.yhigh; ++y) {
+      values.insert(values.end(), map.density[z][y], map.density[z][y] + map.xhigh + 1);
+    }
+  }
+  return values;
+}
+
+TEST_F(Scaling, densityCorrelationIsThatOfBothMapsAboutTheAtoms) {
+  simulate(1.0, 0.35, 50.0, 60.0, 1500);
+  qxrefdata& data = *qx_get_qxrefdata();
+  for (std::int32_t i = 0; i < data.nreflections; i += 9) data.fobs[i] = NAN;
+  ASSERT_TRUE(section("xoverall\nscale\nxend\n").ok);
+  ASSERT_TRUE(section("xmlf\nparam missing zero\nestimate\nxend\n").ok);
+  const std::vector<double> of_data = map_of("u 2 v 1");
+  const std::vector<double> of_model = map_of("u 0 v -1");
+  const qxmap& map = *qx_get_qxmap();
+  const int n[3] = {map.xhigh + 1, map.yhigh + 1, map.zhigh + 1};
+  const double cell[3] = {31.0, 35.0, 42.0};
+  constexpr double radius = 1.7;
+  const molsys& system = *qx_get_molsys();
+  // Atoms 0, 50 and 100 are one group, all others none; about 1 atom there may be nothing at all.
+  std::vector<std::int32_t> group(static_cast<std::size_t>(system.natom), -1);
+  std::vector<std::int32_t> members = {0, 50, 100};
+  for (const std::int32_t atom : members) group[static_cast<std::size_t>(atom)] = 1;
+  std::vector<double> o, c;
+  for (int z = 0, i = 0; z < n[2]; ++z) {
+    for (int y = 0; y < n[1]; ++y) {
+      for (int x = 0; x < n[0]; ++x, ++i) {
+        const bool near = std::any_of(members.begin(), members.end(), [&](std::int32_t atom) {
+          const double place[3] = {x * cell[0] / n[0] - system.x[atom],
+                                   y * cell[1] / n[1] - system.y[atom],
+                                   z * cell[2] / n[2] - system.z[atom]};
+          double square = 0.0;
+          for (int a = 0; a < 3; ++a) square += std::pow(std::remainder(place[a], cell[a]), 2);
+          return square <= radius * radius;
+        });
+        if (!near) continue;
+        o.push_back(of_data[static_cast<std::size_t>(i)]);
+        c.push_back(of_model[static_cast<std::size_t>(i)]);
+      }
+    }
+  }
+  const auto mean = [](const std::vector<double>& v) {
+    return std::accumulate(v.begin(), v.end(), 0.0) / static_cast<double>(v.size());
+  };
+  double oc = 0.0, oo = 0.0, cc = 0.0;
+  for (std::size_t i = 0; i < o.size(); ++i) {
+    oc += (o[i] - mean(o)) * (c[i] - mean(c));
+    oo += std::pow(o[i] - mean(o), 2);
+    cc += std::pow(c[i] - mean(c), 2);
+  }
+  qx_density_correlation found[2] = {};
+  ASSERT_EQ(qx_calc_density_correlation(radius, system.natom, group.data(), 2, found), ok);
+  EXPECT_EQ(found[0].points, 0);
+  EXPECT_EQ(found[1].atoms, 3);
+  EXPECT_EQ(found[1].points, static_cast<int>(o.size()));
+  EXPECT_NEAR(found[1].correlation, oc / std::sqrt(oo * cc), 1e-5);
+  EXPECT_LT(found[1].correlation, 0.999);
+  double squares = 0.0;
+  for (const double value : of_data) squares += value * value;
+  const double rms = std::sqrt(squares / static_cast<double>(of_data.size()));
+  EXPECT_NEAR(found[1].density, mean(o) / rms, 1e-4);
 }
 
 TEST_F(Scaling, faultsHaveTheirTexts) {

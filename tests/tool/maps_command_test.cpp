@@ -4,6 +4,7 @@
 #include "support/program.h"
 #include "tool/fcalc_command.h"
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -50,6 +51,17 @@ TEST_F(MapsCommand, validateTellsTheSameAsJson) {
   EXPECT_GT(json["r"]["bins"].size(), 5U);
   EXPECT_GT(json["fom"].get<double>(), 0.3);
   EXPECT_EQ(json["scale"]["b_cart"].size(), 6U);
+  EXPECT_GT(json["r"]["bins"][0]["cc_work"].get<double>(), 0.8);
+  // Ubiquitin's 76 residues and its waters; the first is well defined.
+  ASSERT_EQ(json["density"]["residues"].size(), 134U);
+  EXPECT_EQ(json["density"]["residues"][0]["residue"], "A/MET 1");
+  EXPECT_EQ(json["density"]["residues"][0]["atoms"], 8);
+  EXPECT_GT(json["density"]["residues"][0]["correlation"].get<double>(), 0.8);
+  const ProgramResult text = run({"validate", example("1ubq.pdb"), example("1ubq.mtz"), "--dmin",
+                                  "2.5", "--solvent", "exp", "--worst", "3"});
+  const std::size_t table = text.output.find("residue              atoms");
+  ASSERT_NE(table, std::string::npos) << text.output;
+  EXPECT_EQ(std::count(text.output.begin() + static_cast<long>(table), text.output.end(), '\n'), 4);
 }
 
 TEST_F(MapsCommand, makesAmplitudesOfIntensities) {

@@ -253,6 +253,22 @@ std::string Coordinates::name_of_entry(std::size_t entry) const {
   return found ? name_of(*structure_, *found) : std::string();
 }
 
+Coordinates::Residues Coordinates::residues() const {
+  Residues residues;
+  std::unordered_map<const gemmi::Atom*, std::int32_t> of_atom;
+  for (const gemmi::Chain& chain : structure_->models.front().chains) {
+    for (const gemmi::Residue& residue : chain.residues) {
+      const auto number = static_cast<std::int32_t>(residues.names.size());
+      residues.names.push_back(chain.name + "/" + residue.name + " " + residue.seqid.str());
+      for (const gemmi::Atom& atom : residue.atoms) of_atom[&atom] = number;
+    }
+  }
+  for_each_entry(*structure_, deuterium_, [&](const gemmi::Atom& atom, double, bool) {
+    residues.of_entry.push_back(of_atom.at(&atom));
+  });
+  return residues;
+}
+
 // gemmi's own writer of this format needs sources that its Debian package leaves out.
 std::string Coordinates::pdb_text() const {
   gemmi::Structure copy = *structure_;

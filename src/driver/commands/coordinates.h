@@ -41,6 +41,12 @@ class Coordinates {
   // Chain, residue, name and serial as the file has them, of an atom by its place in the model that
   // was filled.
   [[nodiscard]] std::string name_of_entry(std::size_t entry) const;
+  // Residues by chain, name and number, and of every atom of the model that is filled its residue.
+  struct Residues {
+    std::vector<std::string> names;
+    std::vector<std::int32_t> of_entry;
+  };
+  [[nodiscard]] Residues residues() const;
   // As PDB records that a viewer reads, chain names cut short where that format asks for it.
   [[nodiscard]] std::string pdb_text() const;
   [[nodiscard]] std::vector<std::array<double, 3>> positions() const;  // Angstrom

@@ -42,12 +42,12 @@ SectionText crystal_section(const FcalcJob& job) {
   return text;
 }
 
-namespace {
-
 double high_resolution() {
   const qxresol* limits = qx_get_qxresol();
   return limits ? limits->high : 0.0;
 }
+
+namespace {
 
 // Blurring that keeps the sampling error small: sharp atoms on a coarse grid would alias. More than
 // this makes the atoms' spheres large for nothing; 4.5 d^2 leaves 1.5e-3 of sharp nuclei at 4 A.

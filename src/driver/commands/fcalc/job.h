@@ -85,6 +85,7 @@ void warn(FcalcJob& job, const std::string& text);
 void find_observed(FcalcJob& job);
 
 SectionText crystal_section(const FcalcJob& job);
+double high_resolution();  // Angstrom, of the engine's data; 0 without
 SectionText fft_section(const FcalcOptions& options);
 SectionText formfactor_section(const FcalcOptions& options);
 // Angstrom; atoms are cut off there at the latest. Blurring makes them as wide as the resolution.

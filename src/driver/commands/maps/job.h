@@ -3,6 +3,7 @@
 
 #include "driver/commands/fcalc/job.h"
 
+#include <quorix/map.h>
 #include <quorix/reflections.h>
 
 #include <nlohmann/json_fwd.hpp>
@@ -23,6 +24,7 @@ struct MapsOptions {
   std::string hydrogens = "yes";
   int kick = 0;  // sets of coefficients that the CCP4 maps are the mean of
   std::string fill = "yes";
+  int worst = 10;  // residues that are printed
   bool all = false, scripts = false, print_sections = false;
 };
 
@@ -44,10 +46,17 @@ struct WrittenMap {
   double rms;  // e/A^3, of the whole cell
 };
 
+struct ResidueDensity {
+  std::string name;
+  qx_density_correlation found;
+};
+
 struct MapsReport {
   std::string lines;  // as the engine prints them
   std::vector<WrittenMap> maps;
   qx_completeness completeness = {};
+  double radius = 0.0;  // Angstrom, about atoms
+  std::vector<ResidueDensity> residues;
   double seconds = 0.0;
 };
 

@@ -40,6 +40,50 @@ Json bins_json(bool with_free) {
   return bins;
 }
 
+// Of every residue; what is about an atom grows with the resolution's d.
+void correlate_densities(Engine& engine, const FcalcJob& job, MapsReport& report) {
+  const Coordinates::Residues residues = job.coordinates.residues();
+  const auto count = [](const auto& list) { return static_cast<std::int32_t>(list.size()); };
+  std::vector<qx_density_correlation> found(residues.names.size());
+  engine.call([&] {
+    report.radius = std::clamp(0.75 * high_resolution(), 1.5, 3.0);
+    return qx_calc_density_correlation(report.radius, count(residues.of_entry),
+                                       residues.of_entry.data(), count(found), found.data());
+  });
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    if (found[i].points > 0) report.residues.push_back({residues.names[i], found[i]});
+  }
+}
+
+void tell_residues(const MapsReport& report, int worst) {
+  std::vector<ResidueDensity> sorted = report.residues;
+  if (sorted.empty() || worst < 1) return;
+  std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
+    return a.found.correlation < b.found.correlation;
+  });
+  const double median = sorted[sorted.size() / 2].found.correlation;
+  std::cout << format("Density correlation         : median %.3f of %zu residues, within %.2f A\n",
+                      median, sorted.size(), report.radius);
+  sorted.resize(std::min(sorted.size(), static_cast<std::size_t>(worst)));
+  std::cout << "residue              atoms  correlation  density/rms\n";
+  for (const ResidueDensity& row : sorted) {
+    std::cout << format("%-20s %5d  %11.3f  %11.2f\n", row.name.c_str(), row.found.atoms,
+                        row.found.correlation, row.found.density);
+  }
+}
+
+Json residues_json(const MapsReport& report) {
+  Json rows = Json::array();
+  for (const ResidueDensity& row : report.residues) {
+    rows.push_back({{"residue", row.name},
+                    {"atoms", row.found.atoms},
+                    {"points", row.found.points},
+                    {"correlation", row.found.correlation},
+                    {"density", row.found.density}});
+  }
+  return {{"radius", report.radius}, {"residues", rows}};
+}
+
 double rms_of_map() {
   qx_map_statistics_view view = {};
   return qx_get_map_statistics(&view) == 1 ? view.rms : 0.0;
@@ -137,6 +181,7 @@ void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& rep
       found.observed, found.possible, 100.0 * found.observed / std::max(found.possible, 1));
   if (found.added > 0) std::cout << format(", %d added to the file's", found.added);
   std::cout << '\n' << report.lines;
+  tell_residues(report, options.worst);
   for (const WrittenMap& map : report.maps) {
     std::cout << format("%s written, rms %.4f e/A^3\n", map.path.c_str(), map.rms);
   }
@@ -150,6 +195,7 @@ void tell_json(const FcalcJob& job, const MapsOptions& options, const MapsReport
   json["reflections"] = {
       {"unique", found.possible}, {"observed", found.observed}, {"added", found.added}};
   json.update(numbers);
+  if (!report.residues.empty()) json["density"] = residues_json(report);
   for (const WrittenMap& map : report.maps) {
     json["maps"].push_back({{"file", map.path}, {"difference", map.difference}, {"rms", map.rms}});
   }
@@ -182,6 +228,7 @@ int run(MapsOptions& options, bool maps) {
     numbers = numbers_of_engine();
     return ok;
   });
+  if (!maps) correlate_densities(engine, job, report);
   if (maps) {
     progress.step("writing");
     engine.run(SectionText("xfcc").line("replace"));

@@ -31,8 +31,10 @@ Examples:
 )";
 
 constexpr const char* validate_closing = R"(
-R factors, scale, bulk solvent and figures of merit of a model against measured amplitudes, overall and
-by resolution.
+R factors, correlations, scale, bulk solvent and figures of merit of a model against measured
+amplitudes, overall and by resolution. The density of every residue is told by the correlation of a
+2mFo-DFc map with a map of DFc, both of the observed reflections, at the grid points about its atoms:
+the worst as a table, all of them with --json.
 
 Examples:
   quorix validate 1ubq.pdb 1ubq.mtz
@@ -131,6 +133,12 @@ void add_validate_options(CLI::App& command, MapsOptions& o) {
   command.footer(validate_closing);
   add_input(command, o);
   add_method(command, o);
+  command
+      .add_option("--worst", o.worst,
+                  "How many residues to print, those whose density agrees least with the model's")
+      ->type_name("N")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
 }
 
 void check_options(MapsOptions& options) {
