@@ -5,6 +5,17 @@
 
 typedef struct qxcross qxcross;
 
+// A column of free-set flags.
+typedef struct qx_flag_tally {
+  int32_t usable;  // 0: fractions, or too many values to be flags; then the rest means nothing
+  int32_t n;       // distinct values, in increasing order, and how often each occurs
+  int32_t values[256];
+  int64_t counts[256];
+  int64_t flags, missing;  // rows with and without a value
+  int32_t has_free;        // 1: the next one marks the free set
+  int32_t free_value;
+} qx_flag_tally;
+
 QX_C_BEGIN
 
 QX_API qx_status qx_new_qxcross(void);
@@ -43,5 +54,10 @@ QX_API void qx_get_frandom_int_(int32_t* seed, const int32_t* lo, const int32_t*
                                 int32_t* result);
 QX_API void qx_get_frandom_double_(int32_t* seed, const double* lo, const double* hi,
                                    double* result);
+
+// Counts the flags of `n` rows, NaN where missing, and tells by the counts, and where they do not
+// decide by the column's label, which value marks the free set: files disagree on it.
+QX_API void qx_tally_free_flags(int64_t n, const float* column, const char* label,
+                                qx_flag_tally* tally);
 
 QX_C_END

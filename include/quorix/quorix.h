@@ -16,7 +16,9 @@
 #include <quorix/memory.h>
 #include <quorix/model.h>
 #include <quorix/mtz.h>
+#include <quorix/omit.h>
 #include <quorix/parser.h>
+#include <quorix/partition.h>
 #include <quorix/reflection_view.h>
 #include <quorix/reflections.h>
 #include <quorix/scaling.h>
@@ -25,4 +27,5 @@
 #include <quorix/structfact.h>
 #include <quorix/target.h>
 #include <quorix/version.h>
+#include <quorix/views.h>
 #include <quorix/wilson.h>

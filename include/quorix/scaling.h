@@ -33,12 +33,21 @@ typedef struct qx_rfactor_bin {
   int32_t n_work, n_free;
 } qx_rfactor_bin;
 
+// Of the atoms alone, without their solvent: Fo = k exp(-b s^2 / 4) |Fc|.
+typedef struct qx_atoms_scale_view {
+  double k, b;    // b in Angstrom^2
+  int32_t split;  // 1: into a working and a free set; 0: `work` is of all
+  qx_agreement work, free;
+} qx_atoms_scale_view;
+
 QX_C_BEGIN
 
 // 1 and the bin, or 0 when there is none of that number.
 QX_API int32_t qx_get_rfactor_bin_count(void);
 QX_API int32_t qx_get_rfactor_bin(int32_t bin, qx_rfactor_bin* out);
 
+// 1 and the scale of the atoms alone, or 0 when none has been fitted.
+QX_API int32_t qx_get_atoms_scale_view(qx_atoms_scale_view* view);
 // Of the data set's last fit; reports when there is none.
 QX_API qx_status qx_get_scale_view(qx_scale_view* view);
 

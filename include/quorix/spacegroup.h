@@ -52,6 +52,9 @@ QX_API void qx_normalize_translation(double* matrix);
 // Text of an operator; `out` holds 64 characters.
 QX_API qx_status qx_get_string_oper_by_matrix(const double* matrix, char* out);
 
+// Screw axes as some write them, 2_1 and 2(1), become 21 as the database has them, in place; gives
+// 1 to 230 for a name that is such a number, else 0.
+QX_API int32_t qx_plain_group_name(char* name);
 // Quotes become blanks, in place. 1 if two names agree apart from case, quotes and blanks, else 0.
 QX_API void qx_proc_spg_names(char* name);
 QX_API int32_t qx_match_spg_names(const char* a, const char* b);

@@ -328,3 +328,8 @@ Status find_group(const char* file, const GroupRequest& request, GroupRecord& re
 }
 
 }  // namespace qx
+
+std::int32_t qx_plain_group_name(char* name) {
+  qx::plain_group_name(name);
+  return qx::group_number(name);
+}

@@ -2,7 +2,9 @@
 // bin.
 #include "core/constants.h"
 #include "core/object.h"
+#include "core/refsys.h"
 #include "core/report.h"
+#include "core/root.h"
 #include "core/say.h"
 #include "crystal/reflections.h"
 #include "scaling/bin_agreement.h"
@@ -13,6 +15,7 @@
 #include <quorix/cross.h>
 #include <quorix/engine.h>
 #include <quorix/reflections.h>
+#include <quorix/scaling.h>
 
 #include <cmath>
 #include <numeric>
@@ -108,4 +111,16 @@ Status qx_scale_model_structure_factor() {
   result.done = true;
   print_scaling(*cross, result);
   return ok;
+}
+
+std::int32_t qx_get_atoms_scale_view(qx_atoms_scale_view* view) {
+  const refsys* system = quorix ? quorix->reflections : nullptr;
+  const qxstructfact* factors = system ? system->structfact : nullptr;
+  if (!factors || !factors->scaling.done) return 0;
+  const qx::ScaleResult& found = factors->scaling;
+  const auto shown = [](const qx::Agreement& a) -> qx_agreement {
+    return {a.n, a.r, a.correlation};
+  };
+  *view = {found.scale.k, found.scale.b, found.split ? 1 : 0, shown(found.work), shown(found.free)};
+  return 1;
 }

@@ -1,7 +1,8 @@
 #include "driver/commands/free_flags.h"
 
-#include "stats/free_flags.h"
 #include "driver/commands/sections.h"
+
+#include <quorix/cross.h>
 
 #include <algorithm>
 #include <cctype>
@@ -21,19 +22,27 @@ std::string plain(const std::string& label) {
   return text;
 }
 
-std::string values_of(const FlagTally& tally) {
+std::int64_t count_of(const qx_flag_tally& tally, int value) {
+  for (int i = 0; i < tally.n; ++i) {
+    if (tally.values[i] == value) return tally.counts[i];
+  }
+  return 0;
+}
+
+std::string values_of(const qx_flag_tally& tally) {
   constexpr int most = 12;
   std::string text;
   for (int i = 0; i < std::min(tally.n, most); ++i) {
-    text += format("%s%d (%zu)", i > 0 ? ", " : "", tally.values[i].value, tally.values[i].count);
+    text += format("%s%d (%lld)", i > 0 ? ", " : "", tally.values[i],
+                   static_cast<long long>(tally.counts[i]));
   }
   return text + (tally.n > most ? ", ..." : "");
 }
 
-std::string why_none(const FileColumn& column, const FlagTally& tally) {
+std::string why_none(const FileColumn& column, const qx_flag_tally& tally) {
   if (!tally.usable) return "column " + column.label + " holds no free-set flags";
   if (tally.n == 0) return "column " + column.label + " is empty";
-  return format("column %s holds only %d", column.label.c_str(), tally.values[0].value);
+  return format("column %s holds only %d", column.label.c_str(), tally.values[0]);
 }
 
 }  // namespace
@@ -55,9 +64,12 @@ const FileColumn* usual_free_column(const ReflectionFile& file) {
 
 std::optional<FreeSet> choose_free_set(const FileColumn& column, std::optional<int> asked,
                                        std::string& problem) {
-  const FlagTally tally = tally_flags(column.values);
-  const std::optional<int> value =
-      asked ? asked : free_value(tally, is_one_free_label(column.label));
+  qx_flag_tally tally;
+  qx_tally_free_flags(static_cast<std::int64_t>(column.values.size()), column.values.data(),
+                      column.label.c_str(), &tally);
+  const std::optional<int> value = asked                 ? asked
+                                   : tally.has_free == 1 ? std::optional(tally.free_value)
+                                                         : std::nullopt;
   if (!value) {
     problem = why_none(column, tally);
     return {};
@@ -66,14 +78,14 @@ std::optional<FreeSet> choose_free_set(const FileColumn& column, std::optional<i
     problem = "column " + column.label + " has missing flags, which -1 cannot be told from";
     return {};
   }
-  const std::size_t count = tally.usable ? tally.count_of(*value) : 0;
+  const auto count = static_cast<std::size_t>(tally.usable ? count_of(tally, *value) : 0);
   if (count == 0) {
     throw CommandError(2, format("--free-value %d: ", *value) +
                               (tally.n > 0 && tally.usable
                                    ? "column " + column.label + " holds " + values_of(tally)
                                    : why_none(column, tally)));
   }
-  return FreeSet{column.label, *value, count, tally.flags};
+  return FreeSet{column.label, *value, count, static_cast<std::size_t>(tally.flags)};
 }
 
 }  // namespace qx

@@ -1,6 +1,6 @@
 #include "driver/commands/group_name.h"
 
-#include "crystal/spacegroup_file.h"
+#include <quorix/spacegroup.h>
 
 #include <cstring>
 #include <gemmi/symmetry.hpp>  // for find_spacegroup_by_name
@@ -8,9 +8,9 @@
 namespace qx {
 
 const gemmi::SpaceGroup* find_space_group(std::string name, double alpha, double gamma) {
-  plain_group_name(name.data());
+  const int number = qx_plain_group_name(name.data());
   name.resize(std::strlen(name.c_str()));
-  if (const int number = group_number(name.c_str())) {
+  if (number != 0) {
     return gemmi::find_spacegroup_by_number(number);
   }
   return gemmi::find_spacegroup_by_name(name, alpha, gamma);

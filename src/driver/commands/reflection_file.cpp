@@ -1,12 +1,11 @@
 #include "driver/commands/reflection_file.h"
 
-#include "crystal/reflections.h"
 #include "driver/commands/group_name.h"
 #include "driver/commands/sections.h"
-#include "reflio/mtz.h"
 
 #include <quorix/mtz.h>
 #include <quorix/reflections.h>
+#include <quorix/views.h>
 
 #include <algorithm>
 #include <cmath>
@@ -46,31 +45,33 @@ const gemmi::SpaceGroup* group_of(const ReflectionFile& file) {
   return find_space_group(file.group_name, file.cell[3], file.cell[5]);
 }
 
-std::vector<float> values_of(const qxmtz& mtz, const MtzColumn& column) {
-  std::vector<float> values(column.values, column.values + mtz.nreflections);
+std::vector<float> values_of(const qx_mtz_view& mtz, const qx_mtz_column_view& column) {
+  std::vector<float> values(column.values, column.values + mtz.nrows);
   for (float& value : values) {
     if (value == mtz.missing) value = std::numeric_limits<float>::quiet_NaN();
   }
   return values;
 }
 
-void copy_header(const qxmtz& mtz, ReflectionFile& file) {
+void copy_header(const qxrefdata* set, const qx_mtz_view& mtz, ReflectionFile& file) {
   file.title = mtz.title;
-  file.group_name = mtz.spacegroup_name;
-  file.group_number = mtz.spacegroup_number;
-  file.batches = mtz.batches.count;
-  file.rows = static_cast<std::size_t>(mtz.nreflections);
-  for (const MtzLine& line : mtz.symops) file.operators.emplace_back(line.text);
-  for (const MtzLine& line : mtz.history) file.history.emplace_back(line.text);
-  for (const MtzDataset& set : mtz.datasets) {
-    file.datasets.push_back({set.id, set.project, set.crystal, set.name, set.wavelength});
+  file.group_name = mtz.group_name;
+  file.group_number = mtz.group_number;
+  file.batches = mtz.nbatches;
+  file.rows = static_cast<std::size_t>(mtz.nrows);
+  for (int i = 0; i < mtz.noperators; ++i) file.operators.emplace_back(qx_get_mtz_operator(set, i));
+  for (int i = 0; i < mtz.nhistory; ++i) file.history.emplace_back(qx_get_mtz_history(set, i));
+  qx_mtz_dataset_view part;
+  for (int i = 0; qx_get_mtz_dataset_view(set, i, &part) == 1; ++i) {
+    file.datasets.push_back({part.id, part.project, part.crystal, part.name, part.wavelength});
   }
   std::copy_n(mtz.cell, 6, file.cell);
 }
 
-void copy_columns(const qxmtz& mtz, ReflectionFile& file) {
-  for (const MtzColumn& column : mtz.columns) {
-    file.columns.push_back({column.label, column.type, column.dataset_id, values_of(mtz, column)});
+void copy_columns(const qxrefdata* set, const qx_mtz_view& mtz, ReflectionFile& file) {
+  qx_mtz_column_view column;
+  for (int i = 0; qx_get_mtz_column_view(set, i, &column) == 1; ++i) {
+    file.columns.push_back({column.label, column.type, column.dataset, values_of(mtz, column)});
   }
 }
 
@@ -161,8 +162,10 @@ ReflectionFile read_reflections(const std::string& path, bool verbose) {
   engine.call([&] {
     qxrefdata* peek = qx_new_qxrefdata_obj();
     if (!peek || qx_read_refdata_mtz_file_obj(peek, file.readable.c_str()) != ok) return failed;
-    copy_header(*peek->mtz, file);
-    copy_columns(*peek->mtz, file);
+    qx_mtz_view header;
+    if (qx_get_mtz_view(peek, &header) != 1) return failed;
+    copy_header(peek, header, file);
+    copy_columns(peek, header, file);
     // The indices come first, wherever they stand in the file.
     for (const char* label : {"L", "K", "H"}) {
       const auto at = std::find_if(file.columns.begin(), file.columns.end(),

@@ -1,17 +1,14 @@
 #include "driver/commands/fcalc/report.h"
 
-#include "crystal/crystal.h"
-#include "crystal/spacegroup.h"
 #include "driver/commands/model_fit.h"
-#include "grid/grid.h"
-#include "model/molsys.h"
-#include "sf/structfact.h"
 
 #include <quorix/engine.h>
 #include <quorix/memory.h>
 #include <quorix/reflection_view.h>
 #include <quorix/scaling.h>
+#include <quorix/views.h>
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <sys/resource.h>
 
@@ -34,18 +31,18 @@ Json bins_as_json() {
   return bins;
 }
 
-void add_agreement(Json& scaling, bool split, const Agreement& work, const Agreement& free) {
+void add_agreement(Json& scaling, bool split, const qx_agreement& work, const qx_agreement& free) {
   scaling[split ? "work" : "all"] = agreement_as_json(work.n, work.r, work.correlation);
   scaling["free"] = agreement_as_json(free.n, free.r, free.correlation);
   scaling["bins"] = bins_as_json();
 }
 
 // Of the atoms alone, or with their solvent; null where nothing was scaled.
-Json scaling_as_json(const qxstructfact& factors) {
-  const ScaleResult& alone = factors.scaling;
-  if (alone.done) {
-    Json scaling = {{"k", alone.scale.k}, {"b", alone.scale.b}};
-    add_agreement(scaling, alone.split, alone.work, alone.free);
+Json scaling_as_json() {
+  qx_atoms_scale_view alone;
+  if (qx_get_atoms_scale_view(&alone) == 1) {
+    Json scaling = {{"k", alone.k}, {"b", alone.b}};
+    add_agreement(scaling, alone.split == 1, alone.work, alone.free);
     return scaling;
   }
   if (!qx_get_qxscale()) return nullptr;
@@ -54,8 +51,7 @@ Json scaling_as_json(const qxstructfact& factors) {
   qx_agreement work = {};
   qx_agreement free = {};
   if (qx_get_rfactor(&work, &free) != ok) return nullptr;
-  add_agreement(scaling, free.n > 0, {work.n, work.r, work.correlation},
-                {free.n, free.r, free.correlation});
+  add_agreement(scaling, free.n > 0, work, free);
   return scaling;
 }
 
@@ -81,35 +77,43 @@ std::vector<std::string> maps_of(const FcalcOptions& options) {
 
 }  // namespace
 
+namespace {
+
+void note_crystal(FcalcReport& report) {
+  qx_group_view group;
+  if (qx_get_group_view(&group) == 1 && group.full_name) report.group = group.full_name;
+  qx_limits_view limits;
+  if (qx_get_limits_view(&limits) != 1) return;
+  report.high = limits.high;
+  report.low = limits.low;
+}
+
+void note_memory(FcalcReport& report) {
+  qx_grid_view grid;
+  if (qx_get_grid_view(&grid) != 1) return;
+  std::copy_n(grid.counts, 3, report.counts);
+  report.boxes = grid.boxes;
+  const double points = 1.0 * grid.counts[0] * grid.counts[1] * grid.counts[2];
+  report.box_megabytes = 8e-6 * points / report.boxes;
+  report.engine_megabytes = qx_get_max_memory_size();
+  rusage usage = {};
+  if (getrusage(RUSAGE_SELF, &usage) == 0) {
+    report.program_megabytes = 1.024e-3 * static_cast<double>(usage.ru_maxrss);
+  }
+}
+
+}  // namespace
+
 void note_results(FcalcReport& report) {
-  if (const qxspg* group = qx_get_qxspg(); group && group->full_name) {
-    report.group = group->full_name;
+  note_crystal(report);
+  note_memory(report);
+  qx_atoms_view atoms;
+  if (qx_get_atoms_view(&atoms) == 1) {
+    report.atoms = atoms.n;
+    report.b0 = atoms.blurring;
   }
-  if (const qxresol* limits = qx_get_qxresol()) {
-    report.high = limits->high;
-    report.low = limits->low;
-  }
-  if (const qxgrid* grid = qx_get_qxgrid()) {
-    report.counts[0] = grid->nx;
-    report.counts[1] = grid->ny;
-    report.counts[2] = grid->nz;
-  }
-  if (const qxsubgrid* boxes = qx_get_qxsubgrid()) {
-    report.boxes = boxes->one_box ? 1 : boxes->boxes[2];
-    const double points = 1.0 * report.counts[0] * report.counts[1] * report.counts[2];
-    report.box_megabytes = 8e-6 * points / report.boxes;
-    report.engine_megabytes = qx_get_max_memory_size();
-    rusage usage = {};
-    if (getrusage(RUSAGE_SELF, &usage) == 0) {
-      report.program_megabytes = 1.024e-3 * static_cast<double>(usage.ru_maxrss);
-    }
-  }
-  if (const molsys* system = qx_get_molsys()) report.atoms = system->natom;
-  if (const qxatomb* blurring = qx_get_qxatomb()) report.b0 = blurring->b0;
-  if (const qxstructfact* factors = qx_get_qxstructfact()) {
-    report.reflections = factors->nref;
-    report.scaling = scaling_as_json(*factors);
-  }
+  report.reflections = qx_get_structure_factor_count();
+  if (report.reflections > 0) report.scaling = scaling_as_json();
 }
 
 nlohmann::ordered_json as_json(const FcalcJob& job, const FcalcReport& report) {

@@ -1,18 +1,15 @@
 #include "driver/commands/map/check.h"
 
-#include "crystal/cell.h"
-#include "crystal/reflections.h"
-#include "crystal/spacegroup.h"
-#include "crystal/symop.h"
-#include "map/map.h"
-
 #include <quorix/engine.h>
+#include <quorix/map.h>
 #include <quorix/memory.h>
+#include <quorix/views.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <complex>
+#include <numbers>
 #include <set>
 #include <vector>
 
@@ -21,6 +18,7 @@ namespace qx {
 namespace {
 
 constexpr int wanted_points = 100;
+constexpr double pi = std::numbers::pi;
 
 using Index = std::array<int, 3>;
 
@@ -86,42 +84,38 @@ class Orbits {
 
 // All terms of one reflection. Every operator contributes, so a reflection on a symmetry element
 // comes more than once and is weighted down; the terms of an extinct one cancel.
-void add_terms(const qxspg& spg, const Index& hkl, std::complex<double> f, double weight,
-               Orbits& orbits, bool opposites_too, std::vector<Term>& terms) {
+void add_terms(const Index& hkl, std::complex<double> f, double weight, Orbits& orbits,
+               bool opposites_too, std::vector<Term>& terms) {
   std::vector<Index> mates;
-  for (std::int32_t i = 0; i < spg.nops; ++i) {
-    Index mate = {};
-    int rotated[3] = {};
-    const int index[3] = {hkl[0], hkl[1], hkl[2]};
-    rotate_index(index, spg.ops[i], rotated);
-    std::copy_n(rotated, 3, mate.begin());
+  std::vector<double> cycles;
+  Index mate = {};
+  double turn = 0.0;
+  for (std::int32_t op = 0; qx_get_index_mate(op, hkl.data(), mate.data(), &turn) == 1; ++op) {
     mates.push_back(mate);
+    cycles.push_back(turn);
   }
   if (!orbits.insert(hkl, mates, opposites_too)) return;
   const Index opposite = {-hkl[0], -hkl[1], -hkl[2]};
   const auto times = std::count(mates.begin(), mates.end(), hkl);
   const bool centric = std::find(mates.begin(), mates.end(), opposite) != mates.end();
   weight /= static_cast<double>(times) * (centric && opposites_too ? 2.0 : 1.0);
-  for (std::int32_t i = 0; i < spg.nops; ++i) {
-    const double* op = spg.ops[i];
-    const double cycles = hkl[0] * op[3] + hkl[1] * op[7] + hkl[2] * op[11];
-    terms.push_back({mates[static_cast<std::size_t>(i)],
-                     weight * f * std::polar(1.0, -2.0 * pi * (cycles - std::floor(cycles)))});
+  for (std::size_t i = 0; i < mates.size(); ++i) {
+    terms.push_back({mates[i], weight * f * std::polar(1.0, -2.0 * pi * cycles[i])});
   }
 }
 
 Status collect_terms(std::vector<Term>& terms) {
-  const qxrefdata* set = map_refdata();
-  const qxspg* spg = set ? qx_get_qxspg() : nullptr;
-  if (!spg) return failed;
-  const auto n = static_cast<std::size_t>(set->nreflections);
+  qx_reflections_view set;
+  qx_group_view group;
+  if (qx_get_map_reflections_view(&set) != 1 || qx_get_group_view(&group) != 1) return failed;
+  const auto n = static_cast<std::size_t>(set.n);
   std::vector<double> amplitude(n);
   std::vector<double> phase(n);
   if (qx_assemble_input_map_coeff(amplitude.data(), phase.data()) != ok) return failed;
-  const bool opposites_too = set->friedel_flag == 0;
+  const bool opposites_too = set.friedel_opposites_differ == 0;
   Orbits orbits;
   for (std::size_t row = 0; row < n; ++row) {
-    add_terms(*spg, {set->h[row], set->k[row], set->l[row]},
+    add_terms({set.h[row], set.k[row], set.l[row]},
               std::polar(amplitude[row], phase[row] * pi / 180.0), opposites_too ? 2.0 : 1.0,
               orbits, opposites_too, terms);
   }
@@ -129,12 +123,12 @@ Status collect_terms(std::vector<Term>& terms) {
 }
 
 double largest_deviation(const qx_ccp4_map& file, const std::vector<Term>& terms) {
-  const qxmap* map = qx_get_qxmap();
-  const qxcell* cell = map ? qx_get_qxcell() : nullptr;
-  if (!cell) return INFINITY;
-  const bool scaled = map->scale != 0 && map->rms > 0.0;
-  const double unit = (scaled ? map->rms : 1.0) * cell->volume;
-  const double rms = scaled ? 1.0 : map->rms;
+  qx_map_view map;
+  qx_cell_view cell;
+  if (qx_get_map_view(&map) != 1 || qx_get_cell_view(&cell) != 1) return INFINITY;
+  const bool scaled = map.scaled != 0 && map.rms > 0.0;
+  const double unit = (scaled ? map.rms : 1.0) * cell.volume;
+  const double rms = scaled ? 1.0 : map.rms;
   const std::vector<std::complex<double>> roots[3] = {roots_of_unity(file.intervals[0]),
                                                       roots_of_unity(file.intervals[1]),
                                                       roots_of_unity(file.intervals[2])};

@@ -1,10 +1,5 @@
 // quorix map: from a reflection file to maps, with nothing to type but its name.
-#include "map/map.h"
 
-#include "crystal/crystal.h"
-#include "crystal/reflections.h"
-#include "crystal/spacegroup.h"
-#include "crystal/symop.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/coordinates.h"
 #include "driver/commands/map/check.h"
@@ -18,6 +13,7 @@
 #include <quorix/engine.h>
 #include <quorix/grid.h>
 #include <quorix/reflection_view.h>
+#include <quorix/views.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -62,10 +58,10 @@ std::int32_t reflections_used() {
   return qx_get_reflection_view(&view) ? view.n : 0;
 }
 
-bool fits(const std::int32_t (&hkl)[3], const qxspg& spg, const std::int32_t (&counts)[3]) {
-  for (std::int32_t i = 0; i < spg.nops; ++i) {
-    int mate[3] = {};
-    rotate_index(hkl, spg.ops[i], mate);
+bool fits(const std::int32_t (&hkl)[3], const std::int32_t (&counts)[3]) {
+  std::int32_t mate[3] = {};
+  double cycles = 0.0;
+  for (std::int32_t op = 0; qx_get_index_mate(op, hkl, mate, &cycles) == 1; ++op) {
     for (int a = 0; a < 3; ++a) {
       if (2 * std::abs(mate[a]) >= counts[a]) return false;
     }
@@ -75,14 +71,13 @@ bool fits(const std::int32_t (&hkl)[3], const qxspg& spg, const std::int32_t (&c
 
 // The resolution to which the grid holds every reflection with all its mates; none if all fit.
 std::optional<double> resolution_of_grid() {
-  const qxrefdata* set = qx_get_qxrefdata();
-  const qxspg* spg = set ? qx_get_qxspg() : nullptr;
-  std::int32_t counts[3] = {};
-  if (!spg || qx_get_grid_counts(&counts[0], &counts[1], &counts[2]) != ok) return {};
+  qx_reflections_view set;
+  qx_grid_view grid;
+  if (qx_get_reflections_view(&set) != 1 || qx_get_grid_view(&grid) != 1) return {};
   double least = 1e30;
-  for (std::int32_t i = 0; i < set->nreflections; ++i) {
-    const std::int32_t hkl[3] = {set->h[i], set->k[i], set->l[i]};
-    if (set->s_length[i] < least && !fits(hkl, *spg, counts)) least = set->s_length[i];
+  for (std::int32_t i = 0; i < set.n; ++i) {
+    const std::int32_t hkl[3] = {set.h[i], set.k[i], set.l[i]};
+    if (set.s_length[i] < least && !fits(hkl, grid.counts)) least = set.s_length[i];
   }
   if (least == 1e30) return {};
   return (1.0 + 1e-6) / least;
@@ -111,15 +106,19 @@ std::unique_ptr<Engine> start(MapJob& job, MapReport& report) {
 }
 
 void note_crystal(const MapJob& job, MapReport& report) {
-  const qxspg* spg = qx_get_qxspg();
-  const qxresol* resol = spg ? qx_get_qxresol() : nullptr;
-  if (!resol) throw CommandError(1, "the engine has no crystal");
-  report.group = spg->full_name ? spg->full_name : map_group(job);
+  qx_group_view group;
+  qx_limits_view limits;
+  qx_grid_view grid;
+  if (qx_get_group_view(&group) != 1 || qx_get_limits_view(&limits) != 1 ||
+      qx_get_grid_view(&grid) != 1) {
+    throw CommandError(1, "the engine has no crystal");
+  }
+  report.group = group.full_name ? group.full_name : map_group(job);
   if (report.group.empty()) report.group = job.file.group_name + ", by its operators";
-  report.high = resol->high;
-  report.low = resol->low;
+  report.high = limits.high;
+  report.low = limits.low;
   report.used = reflections_used();
-  (void)qx_get_grid_counts(&report.counts[0], &report.counts[1], &report.counts[2]);
+  std::copy_n(grid.counts, 3, report.counts);
   if (report.dropped > 0) {
     warn(job, report,
          format("the grid holds indices to %.3f A: %d reflections beyond take no part", report.high,
@@ -215,12 +214,12 @@ void generate(Engine& engine, const MapJob& job, MapReport& report) {
   engine.run(fft_section(job.options));
   if (job.options.extent.front() == "model") add_model(engine, job, report);
   engine.run(map_section(job));
-  const qxmap* map = qx_get_qxmap();
-  if (!map) throw CommandError(1, "the engine has no map");
-  report.mean = map->mean;
-  report.rms = map->rms;
-  report.cell_rms = map->cell_rms;
-  report.rms_in_file = map->statistics.rms;
+  qx_map_view map;
+  if (qx_get_map_view(&map) != 1) throw CommandError(1, "the engine has no map");
+  report.mean = map.mean;
+  report.rms = map.rms;
+  report.cell_rms = map.cell_rms;
+  report.rms_in_file = map.written_rms;
   if (job.options.check) {
     report.check = check_map(engine, job.output);
     if (!report.check->passed()) {
