@@ -6,7 +6,7 @@
 //   fft_bench --benchmark_filter='rows/.*'
 //
 // QUORIX_FFT=base|avx2|avx512 forces the instruction set of our side.
-#include "fft/plan.h"
+#include "fft/fft.h"
 #include "fft/simd.h"
 #include "fft/transform_half.h"
 
@@ -198,10 +198,12 @@ void columns(benchmark::State& state) {
   const Rows rows_b(b, 1, n, width);
   const qxfftplan* plan = get_qxfftcache(static_cast<int>(n));
   const auto w = static_cast<std::ptrdiff_t>(width);
+  qx::FftScratchBlock scratch;
+  if (scratch.open({static_cast<int>(n)}) != qx::ok) return state.SkipWithError("no scratch");
   const Side ours = {[&] {
                        qx::fft_kernels().columns(
                            plan->column.program, {rows_re.row.data(), rows_im.row.data()},
-                           {rows_a.row.data(), rows_b.row.data()}, 0, w, plan->scratch);
+                           {rows_a.row.data(), rows_b.row.data()}, 0, w, scratch.get());
                      },
                      [] {}};
   const double flops = 5.0 * static_cast<double>(n * width) * std::log2(static_cast<double>(n));
@@ -291,7 +293,7 @@ void half(benchmark::State& state) {
     columns[static_cast<std::size_t>(k < 0 ? k + ny : k)] =
         1 + static_cast<int>(nx / 3.03 * std::sqrt(rest));
   }
-  const qx::HalfSpectrum spectrum = {nx, ny, nz, limit(nx), limit(ny), limit(nz), columns.data()};
+  const qx::HalfSpectrum spectrum = {{nx, ny, nz, limit(nx)}, limit(ny), limit(nz), columns.data()};
   const std::size_t points =
       static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny) * static_cast<std::size_t>(nz);
   Block source(points);

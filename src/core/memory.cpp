@@ -12,6 +12,7 @@
 #endif
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -30,7 +31,9 @@ struct BlockRecord {
 
 }  // namespace
 
+// All that the registry of an engine knows: two engines share nothing but the source of serials.
 struct qxmemmonitor {
+  std::int64_t serial;  // from 1 on, no two alike in the process
   BlockRecord** chains;
   double current_size;
   double maximum_size;
@@ -46,8 +49,10 @@ void* aligned_block(std::size_t size) {
   return posix_memalign(&block, line, size) == 0 ? block : nullptr;
 }
 
-qx::SystemAllocator system_allocator = aligned_block;
-std::int64_t epoch = 0;
+std::atomic<qx::SystemAllocator> system_allocator = aligned_block;
+std::atomic<std::int64_t> last_serial = 0;
+
+void* open_system_block(std::size_t size) { return system_allocator.load()(size); }
 
 std::size_t chain_of(const void* address) {
   static const char anchor = 0;
@@ -89,21 +94,21 @@ qx::Status fail_to_open(const qxmemmonitor* monitor, std::size_t size, const cha
 qx::Status enter(qxmemmonitor* monitor, void* block, std::size_t size, const char* tag) {
   if (!monitor->chains) {
     monitor->chains =
-        static_cast<BlockRecord**>(system_allocator(chain_count * sizeof(BlockRecord*)));
+        static_cast<BlockRecord**>(open_system_block(chain_count * sizeof(BlockRecord*)));
     if (!monitor->chains) {
       std::free(block);
       return qx::fail("xmalloc():", "Failed to open memory for memory registar ");
     }
     std::fill_n(monitor->chains, chain_count, nullptr);
   }
-  auto* record = static_cast<BlockRecord*>(system_allocator(sizeof(BlockRecord)));
+  auto* record = static_cast<BlockRecord*>(open_system_block(sizeof(BlockRecord)));
   if (!record) {
     std::free(block);
     return qx::fail("xmalloc():", "Failed to open memory for memory registar ");
   }
   *record = {nullptr, block, size, nullptr};
   if (tag) {
-    record->tag = static_cast<char*>(system_allocator(std::strlen(tag) + 1));
+    record->tag = static_cast<char*>(open_system_block(std::strlen(tag) + 1));
     if (!record->tag) {
       free_record(record);
       return qx::fail("strdump():", "failed to dump the string %s \n", tag);
@@ -132,23 +137,26 @@ qxmemmonitor* monitor_or_null() { return qx_exist_quorix() ? qx_get_qxmemmonitor
 namespace qx {
 
 SystemAllocator set_system_allocator(SystemAllocator allocator) noexcept {
-  return std::exchange(system_allocator, allocator);
+  return system_allocator.exchange(allocator);
 }
 
-std::int64_t memory_epoch() noexcept { return epoch; }
+std::int64_t memory_epoch() noexcept {
+  const qxmemmonitor* monitor = monitor_or_null();
+  return monitor ? monitor->serial : 0;
+}
 
 }  // namespace qx
 
 using qx::ok;
 
 qx::Status qx_new_qxmemmonitor() {
-  auto* monitor = static_cast<qxmemmonitor*>(system_allocator(sizeof(qxmemmonitor)));
+  auto* monitor = static_cast<qxmemmonitor*>(open_system_block(sizeof(qxmemmonitor)));
   if (!monitor) {
     qx::note("qx_new_qxmemmonitor():", "Failed to malloc qxmemmonitor ");
     return qx::failed;
   }
   *monitor = {};
-  ++epoch;
+  monitor->serial = ++last_serial;
   return qx_set_qxmemmonitor(monitor);
 }
 
@@ -156,7 +164,6 @@ void qx_delete_qxmemmonitor() {
   qxmemmonitor* monitor = monitor_or_null();
   if (!monitor) return;
   (void)qx_set_qxmemmonitor(nullptr);
-  ++epoch;
   if (monitor->chains) {
     for (std::size_t i = 0; i < chain_count; ++i) {
       for (BlockRecord* record = monitor->chains[i]; record;) {
@@ -179,7 +186,7 @@ void* xmalloc(std::size_t size, const char* tag) {
     qx::say("The requested memory size (= %d) for %s is < 1 \n", 0, name);
     return nullptr;
   }
-  void* block = size > PTRDIFF_MAX ? nullptr : system_allocator(size);
+  void* block = size > PTRDIFF_MAX ? nullptr : open_system_block(size);
   if (!block) {
     (void)fail_to_open(monitor, size, name);
     return nullptr;

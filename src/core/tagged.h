@@ -13,8 +13,8 @@
 
 namespace qx {
 
-// Number of the registry in force; it changes whenever a monitor comes or goes, so a block is
-// released only into the registry it came from.
+// Number of the registry in force, 0 without one. Every monitor has its own, so a block is released
+// only into the registry it came from.
 std::int64_t memory_epoch() noexcept;
 
 // `count` uninitialised elements in tagged memory; null after a report (engine gone) and, with the

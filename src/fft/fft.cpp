@@ -27,13 +27,12 @@ Status delete_plan(qxfftplan* plan) {
   QX_TRY(qx::delete_factors(plan->factors));
   QX_TRY(qx::delete_schedule(plan->row));
   QX_TRY(qx::delete_schedule(plan->column));
-  QX_TRY(qx::release(plan->scratch));
   return xfree(plan);
 }
 
 Status delete_plan(qxfftrealplan* plan) {
   QX_TRY(qx::delete_factors(plan->half));
-  for (double** block : {&plan->cosine, &plan->sine, &plan->xr, &plan->xi, &plan->yr, &plan->yi}) {
+  for (double** block : {&plan->cosine, &plan->sine, &plan->xr, &plan->xi}) {
     QX_TRY(qx::release(*block));
   }
   return xfree(plan);
@@ -80,8 +79,7 @@ qxfftplan* create_plan(std::int32_t n) {
   if (qx::create_factors(plan->factors, n, tags) != ok) return nullptr;
   if (qx::create_schedule(plan->row, n, qx::FftOrder::rows) != ok) return nullptr;
   if (qx::create_schedule(plan->column, n, qx::FftOrder::columns) != ok) return nullptr;
-  const auto scratch = static_cast<std::size_t>(qx::fft_scratch_size(n));
-  return qx::open_block(plan->scratch, scratch, "gp_w") == ok ? plan : nullptr;
+  return plan;
 }
 
 qxfftrealplan* create_real_plan(std::int32_t n) {
@@ -97,12 +95,28 @@ qxfftrealplan* create_real_plan(std::int32_t n) {
   const auto points = static_cast<std::size_t>(n / 2);
   if (qx::open_block(plan->cosine, points, "gp_rrco") != qx::ok) return nullptr;
   if (qx::open_block(plan->sine, points, "gp_rrsi") != qx::ok) return nullptr;
-  if (qx::open_block(plan->xr, points, "gp_xr") != qx::ok) return nullptr;
-  if (qx::open_block(plan->xi, points, "gp_xi") != qx::ok) return nullptr;
-  if (qx::open_block(plan->yr, points, "gp_yr") != qx::ok) return nullptr;
-  if (qx::open_block(plan->yi, points, "gp_yi") != qx::ok) return nullptr;
   for (std::int32_t k = 0; k < n / 2; ++k) qx::unit_root(k, n, plan->cosine[k], plan->sine[k]);
   return plan;
+}
+
+qxfftplan* find_plan(qxfft& fft, std::int32_t n) {
+  qxfftplan* plan = find(*fft.plans, n);
+  if (plan) return plan;
+  if (!(plan = create_plan(n))) return nullptr;
+  return enter(*fft.plans, n, plan, "gp_cl") == ok ? plan : nullptr;
+}
+
+qxfftrealplan* find_real_plan(qxfft& fft, std::int32_t n) {
+  qxfftrealplan* plan = find(*fft.real_plans, n);
+  if (plan) return plan;
+  if (!(plan = create_real_plan(n))) return nullptr;
+  return enter(*fft.real_plans, n, plan, "gp_rcl") == ok ? plan : nullptr;
+}
+
+std::size_t scratch_size(std::initializer_list<std::int32_t> lengths) {
+  std::ptrdiff_t most = 0;
+  for (const std::int32_t n : lengths) most = std::max(most, qx::fft_scratch_size(n));
+  return static_cast<std::size_t>(most);
 }
 
 }  // namespace
@@ -128,10 +142,9 @@ Status qx_delete_qxfft() {
   qxfft* fft = qx_get_qxfft();
   if (!fft) return ok;
   QX_TRY(qx_set_qxfft(nullptr));
-  fft->last_plan = nullptr;
-  fft->last_real_plan = nullptr;
   QX_TRY(delete_table(fft->plans));
   QX_TRY(delete_table(fft->real_plans));
+  QX_TRY(qx::release(fft->scratch));
   QX_TRY(qx::release(fft->radices));
   return xfree(fft);
 }
@@ -141,31 +154,51 @@ Status qx_set_qxfft(qxfft* object) { return qx::install(qx_get_refsys(), &refsys
 
 qxfftplan* get_qxfftcache(std::int32_t n) {
   qxfft* fft = qx::fft_object();
-  if (!fft) return nullptr;
-  if (fft->last_plan && fft->last_plan->factors.n == n) return fft->last_plan;
-  qxfftplan* plan = find(*fft->plans, n);
-  if (!plan) {
-    if (!(plan = create_plan(n))) return nullptr;
-    if (enter(*fft->plans, n, plan, "gp_cl") != ok) return nullptr;
-  }
-  return fft->last_plan = plan;
+  return fft ? find_plan(*fft, n) : nullptr;
 }
 
 qxfftrealplan* get_qxfftrealcache(std::int32_t n, const double* in) {
   qxfft* fft = qx::fft_object();
   if (!fft) return nullptr;
-  qxfftrealplan* plan = fft->last_real_plan;
-  if (!plan || plan->n != n) {
-    plan = find(*fft->real_plans, n);
-    if (!plan) {
-      if (!(plan = create_real_plan(n))) return nullptr;
-      if (enter(*fft->real_plans, n, plan, "gp_rcl") != ok) return nullptr;
-    }
-    fft->last_real_plan = plan;
-  }
-  for (std::int32_t j = 0; j < n / 2; ++j) {
-    plan->xr[j] = in[2 * j];
-    plan->xi[j] = in[2 * j + 1];
-  }
+  qxfftrealplan* plan = find_real_plan(*fft, n);
+  if (!plan) return nullptr;
+  const auto points = static_cast<std::size_t>(n / 2);
+  if (!plan->xr && qx::open_block(plan->xr, points, "gp_xr") != ok) return nullptr;
+  if (!plan->xi && qx::open_block(plan->xi, points, "gp_xi") != ok) return nullptr;
+  qx::split_even_odd(n, in, plan->xr, plan->xi);
   return plan;
 }
+
+namespace qx {
+
+const qxfftplan* complex_plan(qxfft& fft, std::int32_t n) { return find_plan(fft, n); }
+const qxfftrealplan* real_plan(qxfft& fft, std::int32_t n) { return find_real_plan(fft, n); }
+
+void split_even_odd(std::int32_t n, const double* in, double* even, double* odd) noexcept {
+  for (std::int32_t j = 0; j < n / 2; ++j) {
+    even[j] = in[2 * j];
+    odd[j] = in[2 * j + 1];
+  }
+}
+
+FftScratch engine_scratch(qxfft& fft, std::initializer_list<std::int32_t> lengths,
+                          std::size_t more) {
+  const std::size_t size = scratch_size(lengths) + more;
+  if (size > fft.scratch_size) {
+    fft.scratch_size = 0;
+    if (release(fft.scratch) != ok) return {nullptr, 0};
+    if (open_block(fft.scratch, size, "gp_w") != ok) return {nullptr, 0};
+    fft.scratch_size = size;
+  }
+  return {fft.scratch, static_cast<std::ptrdiff_t>(fft.scratch_size)};
+}
+
+Status FftScratchBlock::open(std::initializer_list<std::int32_t> lengths) {
+  const std::size_t size = scratch_size(lengths);
+  block_ = Tagged<double>(size, "gp_w");
+  if (!block_) return failed;
+  size_ = static_cast<std::ptrdiff_t>(size);
+  return ok;
+}
+
+}  // namespace qx

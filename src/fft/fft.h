@@ -1,9 +1,12 @@
 // The transform object and its plan caches.
 #pragma once
 
+#include "core/tagged.h"
 #include "fft/plan.h"
 
 #include <quorix/fft.h>
+
+#include <initializer_list>
 
 namespace qx {
 
@@ -29,6 +32,27 @@ struct PlanTable {
 
 // The object, created when there is none; null after a report.
 qxfft* fft_object();
+// The plans of n complex and of n real values (n even), found or made; null after a report.
+const qxfftplan* complex_plan(qxfft& fft, std::int32_t n);
+const qxfftrealplan* real_plan(qxfft& fft, std::int32_t n);
+
+void split_even_odd(std::int32_t n, const double* in, double* even, double* odd) noexcept;
+
+// The object's scratch, enough for the kernels on these lengths and for `more` doubles; no data
+// after a report. It moves when it has to grow: ask once, when all plans are there.
+FftScratch engine_scratch(qxfft& fft, std::initializer_list<std::int32_t> lengths,
+                          std::size_t more = 0);
+
+// Scratch of its own for a transform that may run beside others.
+class FftScratchBlock {
+ public:
+  Status open(std::initializer_list<std::int32_t> lengths);
+  [[nodiscard]] FftScratch get() const { return {block_.get(), size_}; }
+
+ private:
+  Tagged<double> block_;
+  std::ptrdiff_t size_ = 0;
+};
 
 }  // namespace qx
 
@@ -37,6 +61,6 @@ struct qxfft {
   std::int32_t* radices = nullptr;  // in the order in which factors are taken off a length
   qx::PlanTable<qxfftplan>* plans = nullptr;
   qx::PlanTable<qxfftrealplan>* real_plans = nullptr;
-  qxfftplan* last_plan = nullptr;  // looked at before the tables
-  qxfftrealplan* last_real_plan = nullptr;
+  double* scratch = nullptr;  // of the published transforms, one of which runs at a time
+  std::size_t scratch_size = 0;
 };

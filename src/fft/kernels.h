@@ -30,6 +30,12 @@ struct FftColumns {
   double* const* im;
 };
 
+// What a kernel may write into meanwhile: the caller's, at least fft_scratch_size(n) doubles.
+struct FftScratch {
+  double* data;
+  std::ptrdiff_t size;
+};
+
 struct RowMoments {
   double sum, sum_of_squares, minimum, maximum;
 };
@@ -39,12 +45,12 @@ struct FftKernels {
 
   // One transform of contiguous points; `out` may be `in`. Program in row order.
   void (*row)(const FftProgram& program, const double* re, const double* im, double* out_re,
-              double* out_im, double* scratch);
+              double* out_im, FftScratch scratch);
 
   // Columns first .. first + count - 1, each of program.n points; `out` may be `in`. Program in
   // column order.
   void (*columns)(const FftProgram& program, FftColumns in, FftColumns out, std::ptrdiff_t first,
-                  std::ptrdiff_t count, double* scratch);
+                  std::ptrdiff_t count, FftScratch scratch);
 
   // z = a + i b continued to n points, for spectra a and b of real rows whose first `count` terms
   // are given (2 count <= n + 1). The imaginary parts of their terms 0 are ignored.
@@ -66,7 +72,7 @@ constexpr std::ptrdiff_t fft_column_group(std::ptrdiff_t n) {
   return n <= 512 ? 8 : (n < 4096 ? 4096 / n : 1);
 }
 
-// Doubles of scratch that `row` and `columns` need.
+// Doubles of scratch that `row` and `columns` need. Shorter lengths may need more.
 constexpr std::ptrdiff_t fft_scratch_size(std::ptrdiff_t n) {
   return 16 * (fft_column_group(n) + 1) * n + 64;
 }

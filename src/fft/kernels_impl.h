@@ -5,6 +5,8 @@
 #include "fft/kernels.h"
 #include "fft/stage.h"
 
+#include <cassert>
+
 namespace qx::QX_FFT_ISA {
 
 constexpr int lanes = QX_FFT_LANES;
@@ -108,11 +110,12 @@ inline void copy(ConstSplit in, Split out, Index n) {
 }
 
 inline void row(const FftProgram& program, const double* re, const double* im, double* out_re,
-                double* out_im, double* scratch) {
+                double* out_im, FftScratch scratch) {
+  assert(scratch.size >= fft_scratch_size(program.n));
   const Split out = {out_re, out_im};
   // A cache line apart from a power of two, so that the four scratch arrays do not share sets.
   const Index pitch = (program.n + 7) / 8 * 8 + 8;
-  double* block = align(scratch);
+  double* block = align(scratch.data);
   const Split work[2] = {{block, block + pitch}, {block + 2 * pitch, block + 3 * pitch}};
   ConstSplit source = {re, im};
   for (std::int32_t i = 0; i < program.count; ++i) {
@@ -181,8 +184,9 @@ inline void column_block(const FftProgram& program, const ColumnBlock& in, const
 }
 
 inline void columns(const FftProgram& program, FftColumns in, FftColumns out, Index first,
-                    Index count, double* scratch) {
-  double* work = align(scratch);
+                    Index count, FftScratch scratch) {
+  assert(scratch.size >= fft_scratch_size(program.n));
+  double* work = align(scratch.data);
   const Index end = first + count;
   if (program.count == 0) {
     for (Index c = first; c < end; ++c) {

@@ -47,12 +47,11 @@ void unit_root(std::int64_t k, std::int64_t n, double& cosine, double& sine) noe
 
 }  // namespace qx
 
-// A complex plan.
+// A complex plan. Nothing changes in it once it is made: whoever uses it brings the scratch.
 struct qxfftplan {
   qx::FftFactors factors;
   qx::FftSchedule row;
   qx::FftSchedule column;
-  double* scratch = nullptr;  // for the kernels, fft_scratch_size(n)
 };
 
 // A plan for n real values, n even: a complex transform of n / 2 points and what separates it.
@@ -61,8 +60,6 @@ struct qxfftrealplan {
   qx::FftFactors half;
   double* cosine = nullptr;  // of 2 pi k / n, k < n / 2
   double* sine = nullptr;
-  double* xr = nullptr;  // even and odd values of the input
+  double* xr = nullptr;  // even and odd values of the input of get_qxfftrealcache(), else null
   double* xi = nullptr;
-  double* yr = nullptr;  // their transform
-  double* yi = nullptr;
 };

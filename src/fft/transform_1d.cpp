@@ -10,18 +10,34 @@ using qx::Status;
 
 namespace {
 
-void run_row(const qxfftplan* plan, const double* re, const double* im, double* out_re,
-             double* out_im) {
-  qx::fft_kernels().row(plan->row.program, re, im, out_re, out_im, plan->scratch);
+Status run_row(std::int32_t n, const double* re, const double* im, double* out_re, double* out_im) {
+  qxfft* fft = qx::fft_object();
+  if (!fft) return failed;
+  const qxfftplan* plan = qx::complex_plan(*fft, n);
+  if (!plan) return failed;
+  const qx::FftScratch scratch = qx::engine_scratch(*fft, {n});
+  if (!scratch.data) return failed;
+  qx::fft_kernels().row(plan->row.program, re, im, out_re, out_im, scratch);
+  return ok;
+}
+
+// Even and odd values of a real row, and what their transforms become; each begins a cache line.
+struct Halves {
+  double *xr, *xi, *yr, *yi;
+};
+std::ptrdiff_t half_pitch(std::int32_t n) { return (n / 2 + 7) / 8 * 8; }
+Halves halves_at(double* work, std::ptrdiff_t pitch) {
+  return {work, work + pitch, work + 2 * pitch, work + 3 * pitch};
 }
 
 // X[k] = E[k] + exp(2 pi i k / n) O[k] with E and O the spectra of the even and the odd values.
-void combine_halves(const qxfftrealplan& plan, double* out_re, double* out_im) {
+void combine_halves(const qxfftrealplan& plan, const Halves& halves, double* out_re,
+                    double* out_im) {
   const std::int32_t m = plan.n / 2;
-  const double* e_re = plan.xr;
-  const double* e_im = plan.xi;
-  const double* o_re = plan.yr;
-  const double* o_im = plan.yi;
+  const double* e_re = halves.xr;
+  const double* e_im = halves.xi;
+  const double* o_re = halves.yr;
+  const double* o_im = halves.yi;
   out_re[0] = e_re[0] + o_re[0];
   out_re[m] = e_re[0] - o_re[0];
   out_im[0] = 0;
@@ -40,10 +56,7 @@ void combine_halves(const qxfftrealplan& plan, double* out_re, double* out_im) {
 
 Status qx_forward_cfft(std::int32_t n, double* in_re, double* in_im, double* out_re,
                        double* out_im) {
-  const qxfftplan* plan = get_qxfftcache(n);
-  if (!plan) return failed;
-  run_row(plan, in_re, in_im, out_re, out_im);
-  return ok;
+  return run_row(n, in_re, in_im, out_re, out_im);
 }
 
 Status qx_inverse_cfft(std::int32_t n, double* in_re, double* in_im, double* out_re,
@@ -54,19 +67,24 @@ Status qx_inverse_cfft(std::int32_t n, double* in_re, double* in_im, double* out
 Status qx_forward_rfft(std::int32_t n, const double* in, double* work, double* out_re,
                        double* out_im) {
   if (n % 2 != 0) {
-    const qxfftplan* plan = get_qxfftcache(n);
-    if (!plan) return failed;
     std::fill_n(work, n, 0.0);
-    run_row(plan, in, work, out_re, out_im);
-    return ok;
+    return run_row(n, in, work, out_re, out_im);
   }
-  const qxfftrealplan* real = get_qxfftrealcache(n, in);
+  qxfft* fft = qx::fft_object();
+  if (!fft) return failed;
+  const qxfftrealplan* real = qx::real_plan(*fft, n);
   if (!real) return failed;
-  const qxfftplan* plan = get_qxfftcache(n / 2);
+  const qxfftplan* plan = qx::complex_plan(*fft, n / 2);
   if (!plan) return failed;
-  run_row(plan, real->xr, real->xi, real->yr, real->yi);
-  assemble_two_rfft(n / 2, real->yr, real->yi, real->xr, real->xi, real->yr, real->yi);
-  combine_halves(*real, out_re, out_im);
+  const std::ptrdiff_t taken = 4 * half_pitch(n);
+  const qx::FftScratch scratch = qx::engine_scratch(*fft, {n / 2}, static_cast<std::size_t>(taken));
+  if (!scratch.data) return failed;
+  const Halves half = halves_at(scratch.data, half_pitch(n));
+  const qx::FftScratch rest = {scratch.data + taken, scratch.size - taken};
+  qx::split_even_odd(n, in, half.xr, half.xi);
+  qx::fft_kernels().row(plan->row.program, half.xr, half.xi, half.yr, half.yi, rest);
+  assemble_two_rfft(n / 2, half.yr, half.yi, half.xr, half.xi, half.yr, half.yi);
+  combine_halves(*real, half, out_re, out_im);
   return ok;
 }
 
@@ -104,18 +122,14 @@ void assemble_two_rfft(std::int32_t n, const double* z_re, const double* z_im, d
 
 Status qx_forward_two_rfft(std::int32_t n, const double* in_a, const double* in_b, double* a_re,
                            double* a_im, double* b_re, double* b_im) {
-  const qxfftplan* plan = get_qxfftcache(n);
-  if (!plan) return failed;
-  run_row(plan, in_a, in_b, a_re, a_im);
+  QX_TRY(run_row(n, in_a, in_b, a_re, a_im));
   assemble_two_rfft(n, a_re, a_im, a_re, a_im, b_re, b_im);
   return ok;
 }
 
 Status qx_inverse_two_rfft(std::int32_t n, const double* in_a, const double* in_b, double* a_re,
                            double* a_im, double* b_re, double* b_im) {
-  const qxfftplan* plan = get_qxfftcache(n);
-  if (!plan) return failed;
-  run_row(plan, in_b, in_a, a_im, a_re);
+  QX_TRY(run_row(n, in_b, in_a, a_im, a_re));
   assemble_two_rfft(n, a_re, a_im, a_re, a_im, b_re, b_im);
   return ok;
 }

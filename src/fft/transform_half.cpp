@@ -26,9 +26,9 @@ class HalfTransform {
   HalfTransform(const HalfSpectrum& half, double* block)
       : half_(half),
         block_(block),
-        terms_(half.hmax + 1),
+        terms_(half.terms()),
         padded_((terms_ + 7) / 8 * 8),
-        streaming_(std::int64_t{half.nx} * half.ny * half.nz > streaming_points) {}
+        streaming_(half.size() > streaming_points) {}
 
   Status prepare();
   void transform_z() const;
@@ -36,7 +36,7 @@ class HalfTransform {
 
  private:
   [[nodiscard]] double* row(std::int32_t iz, std::int32_t iy) const {
-    return block_ + (std::ptrdiff_t{iz} * half_.ny + iy) * half_.nx;
+    return block_ + half_.row(iz, iy);
   }
   void transform_y(std::int32_t iz) const;
   void transform_x(std::int32_t iz, std::int32_t iy, DensityMoments& moments) const;
@@ -55,6 +55,7 @@ class HalfTransform {
   Tagged<double> zeros_;      // stands for rows outside the sphere
   Tagged<double> plane_;      // [iy][real parts, imaginary parts] of the plane in work
   Tagged<double> line_;       // Z of a pair of rows, then the rows themselves
+  FftScratchBlock scratch_;
 };
 
 Status HalfTransform::prepare() {
@@ -69,7 +70,8 @@ Status HalfTransform::prepare() {
   plane_ = Tagged<double>(2 * static_cast<std::size_t>(padded_ * half_.ny), "phf_y");
   if (!plane_) return failed;
   line_ = Tagged<double>(4 * static_cast<std::size_t>(half_.nx), "phf_x");
-  return line_ ? ok : failed;
+  if (!line_) return failed;
+  return scratch_.open({half_.nx, half_.ny, half_.nz});
 }
 
 // Exchanged real and imaginary lists make the forward kernels inverse.
@@ -83,14 +85,14 @@ void HalfTransform::transform_z() const {
     const std::ptrdiff_t columns = half_.columns[iy];
     if (columns == 0) continue;
     for (std::int32_t iz = 0; iz < nz; ++iz) {
-      const bool inside = iz <= half_.lmax || nz - iz <= half_.lmax;
+      const bool inside = half_.holds_plane(iz);
       out_re[iz] = row(iz, iy);
       out_im[iz] = out_re[iz] + terms_;
       in_re[iz] = inside ? out_re[iz] : zeros_.get();
       in_im[iz] = inside ? out_im[iz] : zeros_.get();
     }
     kernels_.columns(z_plan_->column.program, {in_im, in_re}, {out_im, out_re}, 0, columns,
-                     z_plan_->scratch);
+                     scratch_.get());
   }
 }
 
@@ -112,7 +114,7 @@ void HalfTransform::transform_y(std::int32_t iz) const {
     std::fill(in_im[iy] + columns, in_im[iy] + terms_, 0.0);
   }
   kernels_.columns(y_plan_->column.program, {in_im, in_re}, {out_im, out_re}, 0, terms_,
-                   y_plan_->scratch);
+                   scratch_.get());
 }
 
 void add(DensityMoments& total, const RowMoments& row) {
@@ -133,7 +135,7 @@ void HalfTransform::transform_x(std::int32_t iz, std::int32_t iy, DensityMoments
   double* rows = z_im + nx;
   kernels_.join_pair(nx, terms_, a, a + padded_, pair ? b : zeros_.get(),
                      pair ? b + padded_ : zeros_.get(), z_re, z_im);
-  kernels_.row(x_plan_->row.program, z_im, z_re, rows + nx, rows, x_plan_->scratch);
+  kernels_.row(x_plan_->row.program, z_im, z_re, rows + nx, rows, scratch_.get());
   add(moments, kernels_.deliver(rows, pair ? 2 * nx : nx, row(iz, iy), streaming_));
 }
 
@@ -162,14 +164,8 @@ void HalfTransform::transform_plane(std::int32_t iz, DensityMoments& moments) co
 
 }  // namespace
 
-bool half_spectrum_fits(const HalfSpectrum& half) noexcept {
-  return half.hmax >= 0 && half.kmax >= 0 && half.lmax >= 0 &&
-         2 * (std::int64_t{half.hmax} + 1) <= half.nx && 2 * std::int64_t{half.kmax} < half.ny &&
-         2 * std::int64_t{half.lmax} < half.nz;
-}
-
 Status inverse_half_3d(const HalfSpectrum& half, double* block, DensityMoments* moments) {
-  if (!half_spectrum_fits(half)) {
+  if (!half.fits()) {
     return fail("inverse_half_3d():", "The half spectrum does not fit into the grid.");
   }
   HalfTransform transform(half, block);
@@ -183,13 +179,12 @@ Status inverse_half_3d(const HalfSpectrum& half, double* block, DensityMoments* 
 }
 
 void clear_half_spectrum(const HalfSpectrum& half, double* block) noexcept {
-  const std::ptrdiff_t terms = half.hmax + 1;
   for (std::int32_t iz = 0; iz < half.nz; ++iz) {
-    if (iz > half.lmax && half.nz - iz > half.lmax) continue;
+    if (!half.holds_plane(iz)) continue;
     for (std::int32_t iy = 0; iy < half.ny; ++iy) {
-      double* row = block + (std::ptrdiff_t{iz} * half.ny + iy) * half.nx;
+      double* row = block + half.row(iz, iy);
       std::fill_n(row, half.columns[iy], 0.0);
-      std::fill_n(row + terms, half.columns[iy], 0.0);
+      std::fill_n(row + half.terms(), half.columns[iy], 0.0);
     }
   }
 }

@@ -9,6 +9,7 @@
 
 using qx::FftColumns;
 using qx::FftKernels;
+using qx::FftScratch;
 using qx::ok;
 using qx::Status;
 using qx::Tagged;
@@ -25,21 +26,53 @@ struct Arrays3 {
   double*** im;
 };
 
-void transform_columns(const qxfftplan* plan, FftColumns rows, std::int64_t count) {
-  qx::fft_kernels().columns(plan->column.program, rows, rows, 0, count, plan->scratch);
+// The plans of a plane, fetched before any of the scratch that they need.
+struct PlanePlans {
+  const qxfftplan* down;
+  const qxfftplan* across;
+  FftScratch scratch;
+};
+
+Status fetch_plans(std::int32_t n0, std::int32_t n1, PlanePlans& plans) {
+  qxfft* fft = qx::fft_object();
+  if (!fft) return qx::failed;
+  if (!(plans.down = qx::complex_plan(*fft, n0))) return qx::failed;
+  if (!(plans.across = qx::complex_plan(*fft, n1))) return qx::failed;
+  plans.scratch = qx::engine_scratch(*fft, {n0, n1});
+  return plans.scratch.data ? ok : qx::failed;
 }
 
-void transform_plane(const qxfftplan* down, const qxfftplan* across, Arrays2 in, Arrays2 out) {
+// The same with the plan along the slowest index, which all of them need before the first plane.
+struct CellPlans {
+  const qxfftplan* deep;
+  PlanePlans plane;
+};
+
+Status fetch_plans(std::int32_t n0, std::int32_t n1, std::int32_t n2, CellPlans& plans) {
+  qxfft* fft = qx::fft_object();
+  if (!fft) return qx::failed;
+  if (!(plans.deep = qx::complex_plan(*fft, n0))) return qx::failed;
+  QX_TRY(fetch_plans(n1, n2, plans.plane));
+  plans.plane.scratch = qx::engine_scratch(*fft, {n0, n1, n2});
+  return plans.plane.scratch.data ? ok : qx::failed;
+}
+
+void transform_columns(const qxfftplan* plan, FftColumns rows, std::int64_t count,
+                       FftScratch scratch) {
+  qx::fft_kernels().columns(plan->column.program, rows, rows, 0, count, scratch);
+}
+
+void transform_plane(const PlanePlans& plans, Arrays2 in, Arrays2 out) {
   const FftKernels& kernels = qx::fft_kernels();
-  for (std::int32_t i = 0; i < down->factors.n; ++i) {
-    kernels.row(across->row.program, in.re[i], in.im[i], out.re[i], out.im[i], across->scratch);
+  for (std::int32_t i = 0; i < plans.down->factors.n; ++i) {
+    kernels.row(plans.across->row.program, in.re[i], in.im[i], out.re[i], out.im[i], plans.scratch);
   }
-  transform_columns(down, {out.re, out.im}, across->factors.n);
+  transform_columns(plans.down, {out.re, out.im}, plans.across->factors.n, plans.scratch);
 }
 
 // The first `count` points of every row, transformed along the slowest index.
-Status transform_planes(const qxfftplan* plan, std::int32_t rows, std::int64_t count, Arrays3 x) {
-  const auto n = static_cast<std::size_t>(plan->factors.n);
+Status transform_planes(const CellPlans& plans, std::int32_t rows, std::int64_t count, Arrays3 x) {
+  const auto n = static_cast<std::size_t>(plans.deep->factors.n);
   Tagged<double*> re(n, "pfc3_tir");
   if (!re) return qx::failed;
   Tagged<double*> im(n, "pfc3_tii");
@@ -49,31 +82,25 @@ Status transform_planes(const qxfftplan* plan, std::int32_t rows, std::int64_t c
       re[i] = x.re[i][j];
       im[i] = x.im[i][j];
     }
-    transform_columns(plan, {re.get(), im.get()}, count);
+    transform_columns(plans.deep, {re.get(), im.get()}, count, plans.plane.scratch);
   }
   return ok;
 }
 
 Status complex_2d(std::int32_t n0, std::int32_t n1, Arrays2 in, Arrays2 out) {
-  const qxfftplan* down = get_qxfftcache(n0);
-  if (!down) return qx::failed;
-  const qxfftplan* across = get_qxfftcache(n1);
-  if (!across) return qx::failed;
-  transform_plane(down, across, in, out);
+  PlanePlans plans = {};
+  QX_TRY(fetch_plans(n0, n1, plans));
+  transform_plane(plans, in, out);
   return ok;
 }
 
 Status complex_3d(std::int32_t n0, std::int32_t n1, std::int32_t n2, Arrays3 in, Arrays3 out) {
-  const qxfftplan* deep = get_qxfftcache(n0);
-  if (!deep) return qx::failed;
-  const qxfftplan* down = get_qxfftcache(n1);
-  if (!down) return qx::failed;
-  const qxfftplan* across = get_qxfftcache(n2);
-  if (!across) return qx::failed;
+  CellPlans plans = {};
+  QX_TRY(fetch_plans(n0, n1, n2, plans));
   for (std::int32_t i = 0; i < n0; ++i) {
-    transform_plane(down, across, {in.re[i], in.im[i]}, {out.re[i], out.im[i]});
+    transform_plane(plans.plane, {in.re[i], in.im[i]}, {out.re[i], out.im[i]});
   }
-  return transform_planes(deep, n1, n2, out);
+  return transform_planes(plans, n1, n2, out);
 }
 
 enum class Direction { forward, inverse };
@@ -81,11 +108,12 @@ enum class Direction { forward, inverse };
 // Rows of a real plane two at a time, as far as the middle of the spectrum, then columns.
 class RealPlane {
  public:
-  RealPlane(const qxfftplan* down, const qxfftplan* across, Direction direction)
-      : down_(down),
-        across_(across),
+  RealPlane(const PlanePlans& plans, Direction direction)
+      : down_(plans.down),
+        across_(plans.across),
+        scratch_(plans.scratch),
         direction_(direction),
-        work_(4 * static_cast<std::size_t>(across->factors.n), "pfc3_xi") {}
+        work_(4 * static_cast<std::size_t>(across_->factors.n), "pfc3_xi") {}
   explicit operator bool() const { return static_cast<bool>(work_); }
   [[nodiscard]] std::int64_t half() const { return across_->factors.n / 2 + 1; }
 
@@ -98,7 +126,7 @@ class RealPlane {
     transform_columns(
         down_,
         direction_ == Direction::forward ? FftColumns{out.re, out.im} : FftColumns{out.im, out.re},
-        half());
+        half(), scratch_);
   }
 
  private:
@@ -114,9 +142,9 @@ class RealPlane {
     double* z_re = work_.get();
     double* z_im = z_re + n;
     if (direction_ == Direction::forward) {
-      kernels.row(across_->row.program, a, b, z_re, z_im, across_->scratch);
+      kernels.row(across_->row.program, a, b, z_re, z_im, scratch_);
     } else {
-      kernels.row(across_->row.program, b, a, z_im, z_re, across_->scratch);
+      kernels.row(across_->row.program, b, a, z_im, z_re, scratch_);
     }
     double* none = z_im + n;
     kernels.split_pair(n, half(), z_re, z_im, out.re[0], out.im[0], both ? out.re[1] : none,
@@ -125,6 +153,7 @@ class RealPlane {
 
   const qxfftplan* down_;
   const qxfftplan* across_;
+  FftScratch scratch_;
   Direction direction_;
   Tagged<double> work_;
 };
@@ -138,11 +167,9 @@ void mirror_row(std::int32_t n, const double* re, const double* im, double* to_r
 }
 
 Status real_2d(std::int32_t n0, std::int32_t n1, Direction direction, double** in, Arrays2 out) {
-  const qxfftplan* down = get_qxfftcache(n0);
-  if (!down) return qx::failed;
-  const qxfftplan* across = get_qxfftcache(n1);
-  if (!across) return qx::failed;
-  const RealPlane plane(down, across, direction);
+  PlanePlans plans = {};
+  QX_TRY(fetch_plans(n0, n1, plans));
+  const RealPlane plane(plans, direction);
   if (!plane) return qx::failed;
   plane.transform(in, out);
   for (std::int32_t i = 0; i < n0; ++i) {
@@ -154,16 +181,12 @@ Status real_2d(std::int32_t n0, std::int32_t n1, Direction direction, double** i
 
 Status real_3d(std::int32_t n0, std::int32_t n1, std::int32_t n2, Direction direction, double*** in,
                Arrays3 out) {
-  const qxfftplan* deep = get_qxfftcache(n0);
-  if (!deep) return qx::failed;
-  const qxfftplan* down = get_qxfftcache(n1);
-  if (!down) return qx::failed;
-  const qxfftplan* across = get_qxfftcache(n2);
-  if (!across) return qx::failed;
-  const RealPlane plane(down, across, direction);
+  CellPlans plans = {};
+  QX_TRY(fetch_plans(n0, n1, n2, plans));
+  const RealPlane plane(plans.plane, direction);
   if (!plane) return qx::failed;
   for (std::int32_t i = 0; i < n0; ++i) plane.transform(in[i], {out.re[i], out.im[i]});
-  QX_TRY(transform_planes(deep, n1, plane.half(),
+  QX_TRY(transform_planes(plans, n1, plane.half(),
                           direction == Direction::forward ? out : Arrays3{out.im, out.re}));
   for (std::int32_t i = 0; i < n0; ++i) {
     const std::int32_t mi = (n0 - i) % n0;

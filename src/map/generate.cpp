@@ -1,15 +1,16 @@
-// Density from coefficients, on one of two roads: half a spectrum transformed in the block that
-// becomes the density, or full complex arrays when indices reach beyond half the grid.
+// The road from reflections to the density of the map's box. The transform goes one of two ways:
+// half a spectrum in the block that becomes the density, or full complex arrays when indices reach
+// beyond half the grid.
 #include "core/refsys.h"
 #include "core/report.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
-#include "crystal/spacegroup.h"
 #include "fft/transform_half.h"
 #include "grid/grid.h"
+#include "map/coefficients.h"
 #include "map/map.h"
-#include "map/synthesis.h"
+#include "map/spectrum.h"
 
 #include <quorix/engine.h>
 #include <quorix/fft.h>
@@ -20,7 +21,9 @@
 
 using qx::fail;
 using qx::failed;
+using qx::GridCounts;
 using qx::ok;
+using qx::Spectrum;
 using qx::Status;
 using qx::View3;
 
@@ -28,14 +31,6 @@ namespace {
 
 constexpr auto here = "qx_generate_map_with_coef():";
 constexpr double least_rms = 1e-8;  // below, a map is not scaled
-
-struct GridCounts {
-  std::int32_t nx, ny, nz;
-  [[nodiscard]] std::size_t points() const {
-    return static_cast<std::size_t>(nx) * static_cast<std::size_t>(ny) *
-           static_cast<std::size_t>(nz);
-  }
-};
 
 // An array of the cell that is freed unless it was given away.
 class CellArray {
@@ -61,113 +56,17 @@ class CellArray {
   std::int64_t epoch_;
 };
 
-// A list of coefficients under the symmetry, and what was measured of it.
-class Spectrum {
- public:
-  Status open(const qx::CoefficientList& list, bool add_opposites, const GridCounts& grid);
-  // The part of half a spectrum that can be non-zero.
-  [[nodiscard]] qx::HalfSpectrum half() const {
-    const qx::Index3 largest = extent.largest;
-    return {grid_.nx, grid_.ny, grid_.nz, largest.h, largest.k, largest.l, columns_.get()};
-  }
-  [[nodiscard]] const qx::Expansion& expansion() const { return expansion_; }
-  // Frees what only the expansion needed.
-  void close_expansion() {
-    seen_words_.reset();
-    counts_.reset();
-  }
-
-  qx::SpectrumExtent extent;
-
- private:
-  Status open_symmetry();
-  Status open_scratch(qx::Index3 bounds);
-  Status fold_columns(const std::int32_t* columns, std::int32_t kmax);
-
-  GridCounts grid_ = {};
-  qx::Symmetry symmetry_;
-  qx::IndexSet seen_;
-  qx::Expansion expansion_ = {};
-  qx::Tagged<qx::MateOperator> operators_;
-  qx::Tagged<qx::Index3> mates_;
-  qx::Tagged<std::uint8_t> counts_;
-  qx::Tagged<std::uint64_t> seen_words_;
-  qx::Tagged<std::int32_t> columns_;  // per k of the grid
-};
-
-Status Spectrum::open_symmetry() {
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg || spg->nops < 1) return fail(here, "qxspg object has not been created yet ");
-  const auto count = static_cast<std::size_t>(spg->nops) + 1;
-  operators_ = qx::Tagged<qx::MateOperator>(count, "pgm_op");
-  if (!operators_) return failed;
-  mates_ = qx::Tagged<qx::Index3>(count, "pgm_mate");
-  if (!mates_) return failed;
-  if (!qx::make_symmetry(spg->ops, spg->nops, operators_.get(), symmetry_)) {
-    return fail(here, "The symmetry operators cannot be applied to reflections. ");
-  }
-  return ok;
-}
-
-Status Spectrum::open_scratch(qx::Index3 bounds) {
-  const auto rows = static_cast<std::size_t>(expansion_.list.n);
-  const std::size_t members = rows * static_cast<std::size_t>(symmetry_.nrotations);
-  // Bits for the indices may take a quarter of a byte per grid point, small sets 4 MB.
-  const std::size_t bit_words = std::max(grid_.points() / 32, std::size_t{1} << 19);
-  const bool half = expansion_.add_opposites;
-  counts_ = qx::Tagged<std::uint8_t>(rows, "pgm_cnt");
-  if (!counts_) return failed;
-  seen_words_ = qx::Tagged<std::uint64_t>(
-      qx::IndexSet::words_needed(bounds, half, members, bit_words), "pgm_seen");
-  if (!seen_words_) return failed;
-  seen_ = qx::IndexSet(seen_words_.get(), bounds, half, members, bit_words);
-  return ok;
-}
-
-// Columns by k of the grid from columns by k of the bounds.
-Status Spectrum::fold_columns(const std::int32_t* columns, std::int32_t kmax) {
-  columns_ = qx::Tagged<std::int32_t>(static_cast<std::size_t>(grid_.ny), "pgm_col");
-  if (!columns_) return failed;
-  std::fill_n(columns_.get(), grid_.ny, 0);
-  for (std::int32_t k = -kmax; k <= kmax; ++k) {
-    const std::int32_t rest = k % grid_.ny;
-    std::int32_t& column = columns_[static_cast<std::size_t>(rest < 0 ? rest + grid_.ny : rest)];
-    column = std::max(column, columns[kmax + k]);
-  }
-  return ok;
-}
-
-Status Spectrum::open(const qx::CoefficientList& list, bool add_opposites, const GridCounts& grid) {
-  grid_ = grid;
-  QX_TRY(open_symmetry());
-  qx::Index3 bounds = {};
-  if (!qx::largest_indices(list, bounds) || !qx::mate_bounds(symmetry_, bounds, bounds)) {
-    return fail(here, "The indices of the reflections are too large for a map. ");
-  }
-  expansion_.list = list;
-  expansion_.add_opposites = add_opposites;
-  QX_TRY(open_scratch(bounds));
-  expansion_.symmetry = &symmetry_;
-  expansion_.counts = counts_.get();
-  expansion_.mates = mates_.get();
-  expansion_.seen = &seen_;
-  const qx::Tagged<std::int32_t> columns(2 * static_cast<std::size_t>(bounds.k) + 1, "pgm_col");
-  if (!columns) return failed;
-  extent = qx::measure(expansion_, bounds, columns.get());
-  return fold_columns(columns.get(), bounds.k);
-}
-
 // The density of the cell, multiplied by `scale`; `statistics` of it.
 Status transform_half(Spectrum& spectrum, double scale, const CellArray& cell,
                       qx::MapStatistics& statistics) {
   const qx::HalfSpectrum half = spectrum.half();
-  const View3<double> block = cell.view();
-  qx::clear_half_spectrum(half, block.data);
-  qx::expand_to_half(spectrum.expansion(), scale, block, half.hmax);
+  double* block = cell.view().data;
+  qx::clear_half_spectrum(half, block);
+  qx::expand_to_half(spectrum.expansion(), scale, half, block);
   spectrum.close_expansion();
   qx::DensityMoments moments;
-  QX_TRY(qx::inverse_half_3d(half, block.data, &moments));
-  const auto points = static_cast<double>(block.size());
+  QX_TRY(qx::inverse_half_3d(half, block, &moments));
+  const auto points = static_cast<double>(half.size());
   statistics = {moments.minimum, moments.maximum, moments.sum / points,
                 std::sqrt(moments.sum_of_squares / points)};
   return ok;
@@ -233,7 +132,7 @@ Status generate(qxmap& map, const qx::CoefficientList& list, bool add_opposites,
                 const GridCounts& n, double volume) {
   Spectrum spectrum;
   QX_TRY(spectrum.open(list, add_opposites, n));
-  const bool by_half = qx::half_spectrum_fits(spectrum.half());
+  const bool by_half = spectrum.half().fits();
   const bool by_spectrum = by_half && add_opposites;
   if (by_spectrum) map.cell_rms = std::sqrt(spectrum.extent.power) / volume;
   const bool scaled = by_spectrum && (map.scale == qx::cell_scale || is_whole_cell(map, n));
@@ -249,6 +148,20 @@ Status generate(qxmap& map, const qx::CoefficientList& list, bool add_opposites,
 
 }  // namespace
 
+namespace qx {
+
+const qxrefdata* map_refdata() {
+  const qxmap* map = qx_get_qxmap();
+  const qxrefdata* set = map && map->refdata ? map->refdata : qx_get_qxrefdata();
+  if (!set || set->nreflections < 1) {
+    (void)fail("qx_generate_map():", "There is no reflections defined for generating map");
+    return nullptr;
+  }
+  return set;
+}
+
+}  // namespace qx
+
 Status qx::install_cell(qxmap& map, double*** density) {
   const qxgrid* grid = qx_get_qxgrid();
   if (!grid) return fail(here, "qxgrid object has not been created yet ");
@@ -259,6 +172,27 @@ Status qx::install_cell(qxmap& map, double*** density) {
   const MapStatistics statistics = statistics_of(as_const(cell.view()));
   map.cell_rms = statistics.rms;
   return install_density(map, n, cell, false, statistics);
+}
+
+Status qx_generate_map() {
+  constexpr auto here = "qx_generate_map():";
+  const qxmap* map = qx_get_qxmap();
+  if (!map) return fail(here, "qxmap object has not been created yet.");
+  const qxrefdata* set = qx::map_refdata();
+  if (!set) return failed;
+  const auto n = static_cast<std::size_t>(set->nreflections);
+  const qx::Tagged<double> amplitude(n, "pgm_fa");
+  if (!amplitude) return failed;
+  const qx::Tagged<double> phase(n, "pgm_fb");
+  if (!phase) return failed;
+  QX_TRY(qx::map_coefficients(*map, amplitude.get(), phase.get()));
+  return qx_generate_map_core(amplitude.get(), phase.get());
+}
+
+Status qx_generate_map_core(const double* amplitude, const double* phase) {
+  const qxrefdata* set = qx::map_refdata();
+  if (!set) return failed;
+  return qx_generate_map_with_coef(set->nreflections, set->h, set->k, set->l, amplitude, phase);
 }
 
 Status qx_generate_map_with_coef(std::int32_t nref, const std::int32_t* h, const std::int32_t* k,

@@ -166,12 +166,11 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
   return extent;
 }
 
-void expand_to_half(const Expansion& expansion, double scale, View3<double> block,
-                    std::int32_t hmax) noexcept {
-  PendingTerms pending(hmax + 1);
+void expand_to_half(const Expansion& expansion, double scale, const HalfLayout& half,
+                    double* block) noexcept {
+  PendingTerms pending(half.terms());
   const auto place = [&](Index3 i, double re, double im) {
-    double* row = block.row(i.l < 0 ? i.l + block.n0 : i.l, i.k < 0 ? i.k + block.n1 : i.k);
-    pending.add(row + i.h, re, im);
+    pending.add(block + half.at(i.h, i.k, i.l), re, im);
   };
   expand(expansion, scale, [&](Index3 i, double re, double im) {
     if (i.h >= 0) place(i, re, im);

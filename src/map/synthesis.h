@@ -5,6 +5,7 @@
 
 #include "core/view3.h"
 #include "crystal/mates.h"
+#include "fft/half_spectrum.h"
 
 #include <cstdint>
 
@@ -43,11 +44,9 @@ bool largest_indices(const CoefficientList& list, Index3& largest) noexcept;
 // that have a term at k. Power and f000 need add_opposites; otherwise they stay 0.
 SpectrumExtent measure(const Expansion& expansion, Index3 bounds, std::int32_t* columns) noexcept;
 
-// Half spectrum inside a block of [nz][ny][nx] doubles: row (l mod nz, k mod ny) holds the real
-// parts of h = 0 .. hmax, then the imaginary parts. Adds `scale` times every term; call measure()
-// first.
-void expand_to_half(const Expansion& expansion, double scale, View3<double> block,
-                    std::int32_t hmax) noexcept;
+// Adds `scale` times every term to half a spectrum; call measure() first.
+void expand_to_half(const Expansion& expansion, double scale, const HalfLayout& half,
+                    double* block) noexcept;
 
 // The whole spectrum on full arrays, indices wrapped by the extents of the arrays: terms that fall
 // on one point are summed.

@@ -76,7 +76,7 @@ Status measure(const char* heading, const Needs& needs, const qxrefdata& data, E
       allocate_zeroed<std::int32_t>(static_cast<std::size_t>(grid.ny), "pgm_columns"));
   if (!extent.columns) return failed;
   HalfSpectrum& half = extent.half;
-  half = {grid.nx, grid.ny, grid.nz, 0, 0, 0, extent.columns.get()};
+  half = {{grid.nx, grid.ny, grid.nz, 0}, 0, 0, extent.columns.get()};
   for (std::int32_t op = 0; op < needs.nops; ++op) {
     for (std::int32_t i = 0; i < data.nreflections; ++i) {
       const RotatedIndex mate = needs.mate(op, data, i);
@@ -89,7 +89,7 @@ Status measure(const char* heading, const Needs& needs, const qxrefdata& data, E
       if (h == 0) mark(extent, grid.ny, -k, 0);
     }
   }
-  if (half_spectrum_fits(half)) return ok;
+  if (half.fits()) return ok;
   return fail(heading, "The grid of %d x %d x %d is too coarse for the gradient ", grid.nx, grid.ny,
               grid.nz);
 }
@@ -99,11 +99,9 @@ struct Spectrum {
   double* block;
 
   void add(std::int32_t h, std::int32_t k, std::int32_t l, double re, double im) const {
-    const std::int64_t iz = l < 0 ? l + half.nz : l;
-    const std::int64_t iy = k < 0 ? k + half.ny : k;
-    double* row = block + (iz * half.ny + iy) * half.nx;
-    row[h] += re;
-    row[half.hmax + 1 + h] += im;
+    double* term = block + half.at(h, k, l);
+    term[0] += re;
+    term[half.terms()] += im;
   }
   // A real term Re(w exp(2 pi i m x)): half of w* at m and of w at -m, of which one side is stored,
   // both where h is 0.

@@ -32,20 +32,20 @@ struct TwentyFourths {
 };
 
 Value whole(const Transform& t, std::int32_t ix, std::int32_t iy, std::int32_t iz) noexcept {
-  const std::ptrdiff_t at = (static_cast<std::ptrdiff_t>(iz) * t.ny + iy) * t.nx + ix;
+  const std::ptrdiff_t at = (static_cast<std::ptrdiff_t>(iz) * t.half.ny + iy) * t.half.nx + ix;
   return {t.re[at], t.im[at]};
 }
 
 // Of a real density F(-h) is the conjugate of F(h).
 Value half(const Transform& t, std::int32_t ix, std::int32_t iy, std::int32_t iz) noexcept {
-  const bool stored = ix <= t.hmax;
+  const bool stored = ix <= t.half.hmax;
   if (!stored) {
-    ix = t.nx - ix;
-    iy = iy == 0 ? 0 : t.ny - iy;
-    iz = iz == 0 ? 0 : t.nz - iz;
+    ix = t.half.nx - ix;
+    iy = iy == 0 ? 0 : t.half.ny - iy;
+    iz = iz == 0 ? 0 : t.half.nz - iz;
   }
-  const double* row = t.re + (static_cast<std::ptrdiff_t>(iz) * t.ny + iy) * t.nx;
-  const double im = row[t.hmax + 1 + ix];
+  const double* row = t.re + t.half.row(iz, iy);
+  const double im = row[t.half.terms() + ix];
   return {row[ix], stored ? im : -im};
 }
 
@@ -76,7 +76,7 @@ void add(const Transform& t, const IndexOperator& op, const BoxPlanes& planes,
     const std::int64_t l = reflections.l[i];
     const RotatedIndex mate = mate_of(op, h, k, l);
     const PlaneTurn& turn = planes.of_l[wrapped(mate.l, planes.nz)];
-    Value f = sample(t, wrapped(mate.h, t.nx), wrapped(mate.k, t.ny), turn.row);
+    Value f = sample(t, wrapped(mate.h, t.half.nx), wrapped(mate.k, t.half.ny), turn.row);
     if (turned) f = f * Value{turn.cosine, turn.sine};
     if (translated) f = f * translation_phase(op, table, h, k, l);
     sum_re[i] += f.re;
@@ -116,7 +116,7 @@ IndexOperator index_operator(const double (&op)[16]) noexcept {
 void add_mates(const Transform& transform, const IndexOperator& op, const BoxPlanes& planes,
                const SinCosTable& table, const MillerIndices& reflections, double* sum_re,
                double* sum_im) noexcept {
-  if (transform.hmax < 0) {
+  if (transform.half.hmax < 0) {
     add(transform, op, planes, table, reflections, sum_re, sum_im, whole);
   } else {
     add(transform, op, planes, table, reflections, sum_re, sum_im, half);

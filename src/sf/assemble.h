@@ -2,15 +2,16 @@
 // transform at the rotated index times exp(2 pi i h.t).
 #pragma once
 
+#include "fft/half_spectrum.h"
+
 #include <cstdint>
 
 namespace qx {
 
-// The transform of a box: either all of it, re and im as [nz][ny][nx], or only the columns 0 <= h
-// <= hmax of a real density, in rows of nx with hmax + 1 real parts before hmax + 1 imaginary ones.
+// The transform of a box: either all of it, re and im as [nz][ny][nx], or half the spectrum of a
+// real density in `re`.
 struct Transform {
-  std::int32_t nx, ny, nz;
-  std::int32_t hmax;  // -1: all of it
+  HalfLayout half;  // hmax of -1: all of it
   const double* re;
   const double* im;
 };

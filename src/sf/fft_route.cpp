@@ -78,7 +78,7 @@ Status add_operators(const FftRoute& route, const Transform& transform, std::int
   const qxrefdata& data = *route.data;
   const std::int32_t nz = route.grid->nz;
   Tagged<PlaneTurn> of_l;
-  QX_TRY(plan_planes(nz, transform.nz, shift, of_l));
+  QX_TRY(plan_planes(nz, transform.half.nz, shift, of_l));
   const BoxPlanes planes = {nz, wrapped(shift, nz) != 0, of_l.get()};
   const MillerIndices reflections = {data.nreflections, data.h, data.k, data.l};
   for (std::int32_t op = 0; op < route.nops; ++op) {
@@ -97,7 +97,7 @@ Status add_whole(const FftRoute& route, std::int32_t planes, std::int32_t shift,
   double*** im = xopen_3d_double(planes, grid.ny, grid.nx, "pcs_fi");
   if (!im) return failed;
   QX_TRY(qx_forward_rfft_3D(planes, grid.ny, grid.nx, density, re, im));
-  QX_TRY(add_operators(route, {grid.nx, grid.ny, planes, -1, re[0][0], im[0][0]}, shift, sums));
+  QX_TRY(add_operators(route, {{grid.nx, grid.ny, planes, -1}, re[0][0], im[0][0]}, shift, sums));
   QX_TRY(xfree_3d_double(re));
   return xfree_3d_double(im);
 }
@@ -117,7 +117,11 @@ Status fetch_operators(const char* heading, Tagged<IndexOperator>& operators, st
   return ok;
 }
 
-bool FftRoute::in_place() const { return 2 * (std::int64_t{hmax} + 1) <= grid->nx; }
+bool FftRoute::in_place() const { return layout(grid->nz).rows_fit(); }
+
+HalfLayout FftRoute::layout(std::int32_t planes) const {
+  return {grid->nx, grid->ny, planes, hmax};
+}
 
 Status prepare_route(const char* heading, FftRoute& route) {
   route.data = qx_get_qxrefdata();
@@ -134,10 +138,10 @@ Status prepare_route(const char* heading, FftRoute& route) {
 Status add_box(const FftRoute& route, std::int32_t planes, std::int32_t shift, double*** density,
                PartSums& sums) {
   if (!route.in_place()) return add_whole(route, planes, shift, density, sums);
-  const qxgrid& grid = *route.grid;
+  const HalfLayout half = route.layout(planes);
   double* block = density[0][0];
-  QX_TRY(forward_half_3d({grid.nx, grid.ny, planes, route.hmax, route.columns.get()}, block));
-  return add_operators(route, {grid.nx, grid.ny, planes, route.hmax, block, nullptr}, shift, sums);
+  QX_TRY(forward_half_3d(half, route.columns.get(), block));
+  return add_operators(route, {half, block, nullptr}, shift, sums);
 }
 
 }  // namespace qx

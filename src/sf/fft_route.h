@@ -22,6 +22,8 @@ struct FftRoute {
   // True when the columns that reflections lie on can be transformed in the density's own block;
   // otherwise the spectrum takes two further boxes.
   [[nodiscard]] bool in_place() const;
+  // How they lie in a box of so many planes.
+  [[nodiscard]] HalfLayout layout(std::int32_t planes) const;
 };
 
 // The group's operators as they act on indices; a missing group is told under the heading.

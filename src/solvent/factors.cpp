@@ -55,15 +55,13 @@ Status mark_columns(const qxsolvent& solvent, const qxrefdata& data, Columns& co
 }
 
 // F at an index from the rows that forward_half_3d leaves.
-void read_off(const qx::MaskGrid& grid, const double* block, std::int32_t hmax, double scale,
+void read_off(const qx::HalfLayout& half, const double* block, double scale,
               const std::int32_t (&index)[3], double& re, double& im) {
   const bool opposite = index[0] < 0;
-  const std::int32_t h = std::abs(index[0]);
-  const std::int32_t k = opposite ? -index[1] : index[1];
-  const std::int32_t l = opposite ? -index[2] : index[2];
-  const double* row = block + grid.row(l < 0 ? l + grid.nz : l, k < 0 ? k + grid.ny : k);
-  re = scale * row[h];
-  im = scale * (opposite ? -row[hmax + 1 + h] : row[hmax + 1 + h]);
+  const std::int32_t sign = opposite ? -1 : 1;
+  const double* term = block + half.at(sign * index[0], sign * index[1], sign * index[2]);
+  re = scale * term[0];
+  im = scale * (opposite ? -term[half.terms()] : term[half.terms()]);
 }
 
 Status transform(const qxsolvent& solvent, const std::uint8_t* mask, const qxrefdata& data,
@@ -75,14 +73,13 @@ Status transform(const qxsolvent& solvent, const std::uint8_t* mask, const qxref
   if (!block) return failed;
   for (std::size_t i = 0; i < grid.points(); ++i) block[i] = mask[i] ? 0.0 : 1.0;
   if (!qx::fft_object()) return failed;
-  QX_TRY(qx::forward_half_3d({grid.nx, grid.ny, grid.nz, columns.hmax, columns.counts.get()},
-                             block.get()));
+  const qx::HalfLayout half = {grid.nx, grid.ny, grid.nz, columns.hmax};
+  QX_TRY(qx::forward_half_3d(half, columns.counts.get(), block.get()));
   const double scale = volume / static_cast<double>(grid.points());
   for (std::int32_t i = 0; i < data.nreflections; ++i) {
     re[i] = im[i] = 0.0;
     if (!counts(solvent, data, i)) continue;
-    read_off(grid, block.get(), columns.hmax, scale, {data.h[i], data.k[i], data.l[i]}, re[i],
-             im[i]);
+    read_off(half, block.get(), scale, {data.h[i], data.k[i], data.l[i]}, re[i], im[i]);
   }
   return ok;
 }

@@ -33,7 +33,7 @@ TEST_P(ForwardHalf3d, isTheGeneralTransformWhereItIsAskedFor) {
   for (std::size_t iy = 0; iy < columns.size(); ++iy) {
     columns[iy] = static_cast<std::int32_t>(random() % static_cast<unsigned>(hmax + 2));
   }
-  ASSERT_EQ(forward_half_3d({nx, ny, nz, hmax, columns.data()}, block.get()), ok);
+  ASSERT_EQ(forward_half_3d({nx, ny, nz, hmax}, columns.data(), block.get()), ok);
   const double bar = 1e-14 * std::sqrt(static_cast<double>(n)) * 10;
   for (int iz = 0; iz < nz; ++iz) {
     for (int iy = 0; iy < ny; ++iy) {
@@ -55,7 +55,7 @@ TEST_F(ForwardHalf3d, refusesWhatDoesNotFit) {
   double block[8] = {};
   const std::int32_t columns[1] = {1};
   const std::string output = captured([&] {
-    EXPECT_EQ(forward_half_3d({8, 1, 1, 4, columns}, block), failed);
+    EXPECT_EQ(forward_half_3d({8, 1, 1, 4}, columns, block), failed);
   });
   EXPECT_NE(output.find("does not fit into the grid."), std::string::npos);
   EXPECT_EQ(qx_exist_quorix(), 0);

@@ -160,7 +160,7 @@ class HalfSpectrumTest {
   }
 
   [[nodiscard]] qx::HalfSpectrum half() const {
-    return {size_.nx, size_.ny, size_.nz, size_.hmax, size_.kmax, size_.lmax, columns_.data()};
+    return {{size_.nx, size_.ny, size_.nz, size_.hmax}, size_.kmax, size_.lmax, columns_.data()};
   }
 
   void set_terms(const qx::HalfSpectrum& half) {
@@ -224,7 +224,7 @@ TEST_P(TransformNd, HalfSpectrumGivesThePlainSum) {
   for (const HalfCase& size : cases) {
     HalfSpectrumTest spectrum(size);
     const qx::HalfSpectrum half = spectrum.half();
-    ASSERT_TRUE(qx::half_spectrum_fits(half));
+    ASSERT_TRUE(half.fits());
     spectrum.set_terms(half);
     qx::DensityMoments moments;
     ASSERT_EQ(qx::inverse_half_3d(half, spectrum.block(), &moments), qx::ok);
@@ -257,12 +257,12 @@ TEST_P(TransformNd, HalfSpectrumGivesThePlainSum) {
 }
 
 TEST(HalfSpectrum, SpectraThatWrapAreRefused) {
-  const std::int32_t columns[8] = {};
-  EXPECT_FALSE(qx::half_spectrum_fits({6, 8, 8, 3, 1, 1, columns}));
-  EXPECT_FALSE(qx::half_spectrum_fits({8, 8, 8, 3, 4, 1, columns}));
-  EXPECT_FALSE(qx::half_spectrum_fits({8, 8, 7, 3, 1, 4, columns}));
-  EXPECT_FALSE(qx::half_spectrum_fits({8, 8, 8, INT32_MAX, 1, 1, columns}));
-  EXPECT_TRUE(qx::half_spectrum_fits({8, 8, 7, 3, 3, 3, columns}));
+  const auto fits = [](const qx::HalfSpectrum& half) { return half.fits(); };
+  EXPECT_FALSE(fits({{6, 8, 8, 3}, 1, 1}));
+  EXPECT_FALSE(fits({{8, 8, 8, 3}, 4, 1}));
+  EXPECT_FALSE(fits({{8, 8, 7, 3}, 1, 4}));
+  EXPECT_FALSE(fits({{8, 8, 8, INT32_MAX}, 1, 1}));
+  EXPECT_TRUE(fits({{8, 8, 7, 3}, 3, 3}));
 }
 
 }  // namespace
