@@ -99,10 +99,20 @@ qxfftrealplan* create_real_plan(std::int32_t n) {
   return plan;
 }
 
+Status grow_scratch(qxfft& fft, std::ptrdiff_t size) {
+  if (size <= fft.scratch_size) return ok;
+  fft.scratch_size = 0;
+  QX_TRY(qx::release(fft.scratch));
+  QX_TRY(qx::open_block(fft.scratch, static_cast<std::size_t>(size), "gp_w"));
+  fft.scratch_size = size;
+  return ok;
+}
+
 qxfftplan* find_plan(qxfft& fft, std::int32_t n) {
   qxfftplan* plan = find(*fft.plans, n);
   if (plan) return plan;
   if (!(plan = create_plan(n))) return nullptr;
+  if (grow_scratch(fft, qx::fft_scratch_size(n)) != ok) return nullptr;
   return enter(*fft.plans, n, plan, "gp_cl") == ok ? plan : nullptr;
 }
 
@@ -110,13 +120,8 @@ qxfftrealplan* find_real_plan(qxfft& fft, std::int32_t n) {
   qxfftrealplan* plan = find(*fft.real_plans, n);
   if (plan) return plan;
   if (!(plan = create_real_plan(n))) return nullptr;
+  if (grow_scratch(fft, qx::real_rows_size(n) + qx::fft_scratch_size(n / 2)) != ok) return nullptr;
   return enter(*fft.real_plans, n, plan, "gp_rcl") == ok ? plan : nullptr;
-}
-
-std::size_t scratch_size(std::initializer_list<std::int32_t> lengths) {
-  std::ptrdiff_t most = 0;
-  for (const std::int32_t n : lengths) most = std::max(most, qx::fft_scratch_size(n));
-  return static_cast<std::size_t>(most);
 }
 
 }  // namespace
@@ -181,24 +186,17 @@ void split_even_odd(std::int32_t n, const double* in, double* even, double* odd)
   }
 }
 
-FftScratch engine_scratch(qxfft& fft, std::initializer_list<std::int32_t> lengths,
-                          std::size_t more) {
-  const std::size_t size = scratch_size(lengths) + more;
-  if (size > fft.scratch_size) {
-    fft.scratch_size = 0;
-    if (release(fft.scratch) != ok) return {nullptr, 0};
-    if (open_block(fft.scratch, size, "gp_w") != ok) return {nullptr, 0};
-    fft.scratch_size = size;
-  }
-  return {fft.scratch, static_cast<std::ptrdiff_t>(fft.scratch_size)};
+FftScratch engine_scratch(const qxfft& fft) noexcept { return {fft.scratch, fft.scratch_size}; }
+
+std::ptrdiff_t real_rows_size(std::int32_t n) noexcept {
+  return 4 * std::ptrdiff_t{(n / 2 + 7) / 8 * 8};
 }
 
 Status FftScratchBlock::open(std::initializer_list<std::int32_t> lengths) {
-  const std::size_t size = scratch_size(lengths);
-  block_ = Tagged<double>(size, "gp_w");
-  if (!block_) return failed;
-  size_ = static_cast<std::ptrdiff_t>(size);
-  return ok;
+  size_ = 0;
+  for (const std::int32_t n : lengths) size_ = std::max(size_, fft_scratch_size(n));
+  block_ = Tagged<double>(static_cast<std::size_t>(size_), "gp_w");
+  return block_ ? ok : failed;
 }
 
 }  // namespace qx

@@ -25,7 +25,7 @@ struct PlanBucket {
 // Plans by length: bucket length mod 20, new entries at the head of their chain, none evicted.
 template <class Plan>
 struct PlanTable {
-  std::int32_t buckets = 20;
+  static constexpr std::int32_t buckets = 20;
   std::int32_t entries = 0;
   PlanBucket<Plan>* heads = nullptr;
 };
@@ -38,10 +38,11 @@ const qxfftrealplan* real_plan(qxfft& fft, std::int32_t n);
 
 void split_even_odd(std::int32_t n, const double* in, double* even, double* odd) noexcept;
 
-// The object's scratch, enough for the kernels on these lengths and for `more` doubles; no data
-// after a report. It moves when it has to grow: ask once, when all plans are there.
-FftScratch engine_scratch(qxfft& fft, std::initializer_list<std::int32_t> lengths,
-                          std::size_t more = 0);
+// The object's scratch, enough for the kernels on every length that has a plan and, behind them,
+// for the rows of every real plan. It moves when a plan is made: ask when all plans are there.
+FftScratch engine_scratch(const qxfft& fft) noexcept;
+// Doubles that a real plan takes of it beside the kernels.
+std::ptrdiff_t real_rows_size(std::int32_t n) noexcept;
 
 // Scratch of its own for a transform that may run beside others.
 class FftScratchBlock {
@@ -62,5 +63,5 @@ struct qxfft {
   qx::PlanTable<qxfftplan>* plans = nullptr;
   qx::PlanTable<qxfftrealplan>* real_plans = nullptr;
   double* scratch = nullptr;  // of the published transforms, one of which runs at a time
-  std::size_t scratch_size = 0;
+  std::ptrdiff_t scratch_size = 0;
 };

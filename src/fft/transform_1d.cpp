@@ -15,9 +15,7 @@ Status run_row(std::int32_t n, const double* re, const double* im, double* out_r
   if (!fft) return failed;
   const qxfftplan* plan = qx::complex_plan(*fft, n);
   if (!plan) return failed;
-  const qx::FftScratch scratch = qx::engine_scratch(*fft, {n});
-  if (!scratch.data) return failed;
-  qx::fft_kernels().row(plan->row.program, re, im, out_re, out_im, scratch);
+  qx::fft_kernels().row(plan->row.program, re, im, out_re, out_im, qx::engine_scratch(*fft));
   return ok;
 }
 
@@ -25,8 +23,8 @@ Status run_row(std::int32_t n, const double* re, const double* im, double* out_r
 struct Halves {
   double *xr, *xi, *yr, *yi;
 };
-std::ptrdiff_t half_pitch(std::int32_t n) { return (n / 2 + 7) / 8 * 8; }
-Halves halves_at(double* work, std::ptrdiff_t pitch) {
+Halves halves_at(double* work, std::int32_t n) {
+  const std::ptrdiff_t pitch = qx::real_rows_size(n) / 4;
   return {work, work + pitch, work + 2 * pitch, work + 3 * pitch};
 }
 
@@ -76,10 +74,9 @@ Status qx_forward_rfft(std::int32_t n, const double* in, double* work, double* o
   if (!real) return failed;
   const qxfftplan* plan = qx::complex_plan(*fft, n / 2);
   if (!plan) return failed;
-  const std::ptrdiff_t taken = 4 * half_pitch(n);
-  const qx::FftScratch scratch = qx::engine_scratch(*fft, {n / 2}, static_cast<std::size_t>(taken));
-  if (!scratch.data) return failed;
-  const Halves half = halves_at(scratch.data, half_pitch(n));
+  const qx::FftScratch scratch = qx::engine_scratch(*fft);
+  const Halves half = halves_at(scratch.data, n);
+  const std::ptrdiff_t taken = qx::real_rows_size(n);
   const qx::FftScratch rest = {scratch.data + taken, scratch.size - taken};
   qx::split_even_odd(n, in, half.xr, half.xi);
   qx::fft_kernels().row(plan->row.program, half.xr, half.xi, half.yr, half.yi, rest);

@@ -26,35 +26,26 @@ struct Arrays3 {
   double*** im;
 };
 
-// The plans of a plane, fetched before any of the scratch that they need.
-struct PlanePlans {
-  const qxfftplan* down;
-  const qxfftplan* across;
-  FftScratch scratch;
+// The plans of a plane or of all planes, and scratch enough for each.
+struct Plans {
+  const qxfftplan* deep = nullptr;  // along the slowest index of three
+  const qxfftplan* down = nullptr;
+  const qxfftplan* across = nullptr;
+  FftScratch scratch = {};
 };
 
-Status fetch_plans(std::int32_t n0, std::int32_t n1, PlanePlans& plans) {
+Status fetch_plans(std::int32_t n0, std::int32_t n1, Plans& plans) {
   qxfft* fft = qx::fft_object();
   if (!fft) return qx::failed;
   if (!(plans.down = qx::complex_plan(*fft, n0))) return qx::failed;
   if (!(plans.across = qx::complex_plan(*fft, n1))) return qx::failed;
-  plans.scratch = qx::engine_scratch(*fft, {n0, n1});
-  return plans.scratch.data ? ok : qx::failed;
+  plans.scratch = qx::engine_scratch(*fft);
+  return ok;
 }
 
-// The same with the plan along the slowest index, which all of them need before the first plane.
-struct CellPlans {
-  const qxfftplan* deep;
-  PlanePlans plane;
-};
-
-Status fetch_plans(std::int32_t n0, std::int32_t n1, std::int32_t n2, CellPlans& plans) {
-  qxfft* fft = qx::fft_object();
-  if (!fft) return qx::failed;
-  if (!(plans.deep = qx::complex_plan(*fft, n0))) return qx::failed;
-  QX_TRY(fetch_plans(n1, n2, plans.plane));
-  plans.plane.scratch = qx::engine_scratch(*fft, {n0, n1, n2});
-  return plans.plane.scratch.data ? ok : qx::failed;
+Status fetch_plans(std::int32_t n0, std::int32_t n1, std::int32_t n2, Plans& plans) {
+  if (!(plans.deep = get_qxfftcache(n0))) return qx::failed;
+  return fetch_plans(n1, n2, plans);
 }
 
 void transform_columns(const qxfftplan* plan, FftColumns rows, std::int64_t count,
@@ -62,7 +53,7 @@ void transform_columns(const qxfftplan* plan, FftColumns rows, std::int64_t coun
   qx::fft_kernels().columns(plan->column.program, rows, rows, 0, count, scratch);
 }
 
-void transform_plane(const PlanePlans& plans, Arrays2 in, Arrays2 out) {
+void transform_plane(const Plans& plans, Arrays2 in, Arrays2 out) {
   const FftKernels& kernels = qx::fft_kernels();
   for (std::int32_t i = 0; i < plans.down->factors.n; ++i) {
     kernels.row(plans.across->row.program, in.re[i], in.im[i], out.re[i], out.im[i], plans.scratch);
@@ -71,7 +62,7 @@ void transform_plane(const PlanePlans& plans, Arrays2 in, Arrays2 out) {
 }
 
 // The first `count` points of every row, transformed along the slowest index.
-Status transform_planes(const CellPlans& plans, std::int32_t rows, std::int64_t count, Arrays3 x) {
+Status transform_planes(const Plans& plans, std::int32_t rows, std::int64_t count, Arrays3 x) {
   const auto n = static_cast<std::size_t>(plans.deep->factors.n);
   Tagged<double*> re(n, "pfc3_tir");
   if (!re) return qx::failed;
@@ -82,23 +73,23 @@ Status transform_planes(const CellPlans& plans, std::int32_t rows, std::int64_t 
       re[i] = x.re[i][j];
       im[i] = x.im[i][j];
     }
-    transform_columns(plans.deep, {re.get(), im.get()}, count, plans.plane.scratch);
+    transform_columns(plans.deep, {re.get(), im.get()}, count, plans.scratch);
   }
   return ok;
 }
 
 Status complex_2d(std::int32_t n0, std::int32_t n1, Arrays2 in, Arrays2 out) {
-  PlanePlans plans = {};
+  Plans plans;
   QX_TRY(fetch_plans(n0, n1, plans));
   transform_plane(plans, in, out);
   return ok;
 }
 
 Status complex_3d(std::int32_t n0, std::int32_t n1, std::int32_t n2, Arrays3 in, Arrays3 out) {
-  CellPlans plans = {};
+  Plans plans;
   QX_TRY(fetch_plans(n0, n1, n2, plans));
   for (std::int32_t i = 0; i < n0; ++i) {
-    transform_plane(plans.plane, {in.re[i], in.im[i]}, {out.re[i], out.im[i]});
+    transform_plane(plans, {in.re[i], in.im[i]}, {out.re[i], out.im[i]});
   }
   return transform_planes(plans, n1, n2, out);
 }
@@ -108,7 +99,7 @@ enum class Direction { forward, inverse };
 // Rows of a real plane two at a time, as far as the middle of the spectrum, then columns.
 class RealPlane {
  public:
-  RealPlane(const PlanePlans& plans, Direction direction)
+  RealPlane(const Plans& plans, Direction direction)
       : down_(plans.down),
         across_(plans.across),
         scratch_(plans.scratch),
@@ -167,7 +158,7 @@ void mirror_row(std::int32_t n, const double* re, const double* im, double* to_r
 }
 
 Status real_2d(std::int32_t n0, std::int32_t n1, Direction direction, double** in, Arrays2 out) {
-  PlanePlans plans = {};
+  Plans plans;
   QX_TRY(fetch_plans(n0, n1, plans));
   const RealPlane plane(plans, direction);
   if (!plane) return qx::failed;
@@ -181,9 +172,9 @@ Status real_2d(std::int32_t n0, std::int32_t n1, Direction direction, double** i
 
 Status real_3d(std::int32_t n0, std::int32_t n1, std::int32_t n2, Direction direction, double*** in,
                Arrays3 out) {
-  CellPlans plans = {};
+  Plans plans;
   QX_TRY(fetch_plans(n0, n1, n2, plans));
-  const RealPlane plane(plans.plane, direction);
+  const RealPlane plane(plans, direction);
   if (!plane) return qx::failed;
   for (std::int32_t i = 0; i < n0; ++i) plane.transform(in[i], {out.re[i], out.im[i]});
   QX_TRY(transform_planes(plans, n1, plane.half(),

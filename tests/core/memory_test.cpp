@@ -130,6 +130,25 @@ TEST_F(Memory, scratchStaysSilentAfterADie) {
 int countdown = 0;
 void* failing(std::size_t size) { return countdown-- == 0 ? nullptr : std::malloc(size); }
 
+// Scratch of one engine outlives the time in which another registry is in force: it goes back to its
+// own, and never to the other.
+TEST_F(Memory, eachRegistryTakesBackItsOwnBlocks) {
+  qxmemmonitor* first = qx_get_qxmemmonitor();
+  const double before = qx_get_xmalloc_memory_size();
+  Tagged<char> kept(100, "kept");
+  Tagged<char> early(100, "early");
+  ASSERT_EQ(qx_set_qxmemmonitor(nullptr), ok);
+  ASSERT_EQ(qx_new_qxmemmonitor(), ok);
+  char* block = early.get();
+  early.reset();
+  EXPECT_EQ(qx_get_xmalloc_memory_size(), 0.0);
+  qx_delete_qxmemmonitor();
+  ASSERT_EQ(qx_set_qxmemmonitor(first), ok);
+  kept.reset();
+  EXPECT_EQ(xfree(block), ok);
+  EXPECT_NEAR(qx_get_xmalloc_memory_size(), before, 1e-12);
+}
+
 TEST_F(Memory, everyFailedAllocationOfARootIsReportedOnce) {
   qx_terminate_quorix();
   int succeeded_at = -1;
