@@ -113,7 +113,9 @@ qxfftplan* find_plan(qxfft& fft, std::int32_t n) {
   if (plan) return plan;
   if (!(plan = create_plan(n))) return nullptr;
   if (grow_scratch(fft, qx::fft_scratch_size(n)) != ok) return nullptr;
-  return enter(*fft.plans, n, plan, "gp_cl") == ok ? plan : nullptr;
+  if (enter(*fft.plans, n, plan, "gp_cl") != ok) return nullptr;
+  fft.newest_plan = plan;
+  return plan;
 }
 
 qxfftrealplan* find_real_plan(qxfft& fft, std::int32_t n) {
@@ -176,7 +178,10 @@ qxfftrealplan* get_qxfftrealcache(std::int32_t n, const double* in) {
 
 namespace qx {
 
-const qxfftplan* complex_plan(qxfft& fft, std::int32_t n) { return find_plan(fft, n); }
+const qxfftplan* complex_plan(qxfft& fft, std::int32_t n) {
+  const qxfftplan* newest = fft.newest_plan;
+  return newest && newest->factors.n == n ? newest : find_plan(fft, n);
+}
 const qxfftrealplan* real_plan(qxfft& fft, std::int32_t n) { return find_real_plan(fft, n); }
 
 void split_even_odd(std::int32_t n, const double* in, double* even, double* odd) noexcept {

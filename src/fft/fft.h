@@ -62,6 +62,7 @@ struct qxfft {
   std::int32_t* radices = nullptr;  // in the order in which factors are taken off a length
   qx::PlanTable<qxfftplan>* plans = nullptr;
   qx::PlanTable<qxfftrealplan>* real_plans = nullptr;
+  const qxfftplan* newest_plan = nullptr;  // set when one is made, looked at before the tables
   double* scratch = nullptr;  // of the published transforms, one of which runs at a time
   std::ptrdiff_t scratch_size = 0;
 };
