@@ -130,8 +130,8 @@ TEST_F(Memory, scratchStaysSilentAfterADie) {
 int countdown = 0;
 void* failing(std::size_t size) { return countdown-- == 0 ? nullptr : std::malloc(size); }
 
-// Scratch of one engine outlives the time in which another registry is in force: it goes back to its
-// own, and never to the other.
+// Scratch of one engine outlives the time in which another registry is in force: it goes back to
+// its own, and never to the other.
 TEST_F(Memory, eachRegistryTakesBackItsOwnBlocks) {
   qxmemmonitor* first = qx_get_qxmemmonitor();
   const double before = qx_get_xmalloc_memory_size();
