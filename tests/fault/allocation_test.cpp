@@ -9,6 +9,7 @@
 
 #include <quorix/driver.h>
 #include <quorix/engine.h>
+#include <quorix/map.h>
 #include <quorix/reflections.h>
 
 #include <algorithm>
@@ -152,7 +153,9 @@ TEST(Allocations, ofMapsFromAmplitudesAndAModelFailOneByOne) {
       "xbulk\nmask\nwrite ccp4" + out + "xend\n",
       "xoverall\nparam solvent bins\nscale\nprint\nxend\n",
       "xrfactor\ncalc\nprint\njson" + out + "xend\n",
-      "xmlf\nestimate\nreplace\nprint\nxend\n",
+      "xmlf\nestimate\nreplace\nanomalous\nprint\nxend\n",
+      "xfcc\nreplace both fitted\nxend\n",
+      "xcry\nwrite refl mtz" + out.substr(0, out.size() - 1) + " coid FC FWT_nofill FAN\nxend\n",
       "xmap\nparam type sigmaa\nkick naverage 1\ngenerate\nxend\n",
       "xomit\nregion frac xmin=0 xmax=0.4 ymin=0 ymax=0.4 zmin=0 "
       "zmax=0.4\nregion atoms 3\nparam mask clear\ngenerate\nexclude\nxend\n",
@@ -173,11 +176,24 @@ TEST(Allocations, ofMapsFromAmplitudesAndAModelFailOneByOne) {
         const auto count = static_cast<std::size_t>(data.nreflections);
         if (open_block(data.fobs, count, "test_f") != ok) return false;
         std::copy_n(data.fc, count, data.fobs);
+        for (float** column : {&data.fp, &data.fm}) {
+          if (open_block(*column, count, "test_f") != ok) return false;
+          std::copy_n(data.fc, count, *column);
+        }
+        const std::vector<std::int32_t> groups(atoms.size(), 0);
+        qx_density_correlation density = {};
         static int failing_at = 0;
         countdown = failing_at;
         failing_at += 7;  // each run costs as much as the road
+        std::int32_t added = 0;
+        if (qx_fill_refdata(&added) != ok) return false;
+        if (!run_section_text("xfcc\ncalc\nxend\n")) return false;
         for (const std::string& text : texts) {
           if (!run_section_text(text)) return false;
+        }
+        if (qx_calc_density_correlation(1.5, static_cast<std::int32_t>(groups.size()),
+                                        groups.data(), 1, &density) != ok) {
+          return false;
         }
         countdown = 1 << 30;
         qx_terminate_quorix();

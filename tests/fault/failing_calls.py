@@ -26,6 +26,9 @@ def jobs(bin_folder, source):
                          'PHWT', '', 'out'], None, ['out']
     yield 'map', [bin_folder / 'quorix', 'map', mtz, 'out.ccp4', '--dmin', '4'], None, ['out.ccp4']
     yield 'fcalc', [bin_folder / 'quorix', 'fcalc', pdb, '--dmin', '6', '-o', 'out.mtz'], None, ['out.mtz']
+    yield 'maps', [bin_folder / 'quorix', 'maps', pdb, mtz, '--dmin', '4', '-o', 'out.mtz', '--maps', 'm'], None, [
+        'out.mtz', 'm_2mFo-DFc.ccp4', 'm_mFo-DFc.ccp4']
+    yield 'validate', [bin_folder / 'quorix', 'validate', pdb, mtz, '--dmin', '4', '--worst', '3'], None, []
     yield 'info', [bin_folder / 'quorix', 'info', mtz], None, []
     yield 'run', [bin_folder / 'quorix', 'run', '-'], text.encode(), ['out']
 
