@@ -12,9 +12,6 @@ struct qxminimizer {
 struct qxminparm {
   std::int32_t idle = 0;
 };
-struct qxtimerfactory {
-  std::int32_t idle = 0;
-};
 
 using qx::create_in;
 using qx::remove_from;
@@ -27,14 +24,6 @@ Status qx_new_qxminimizer() {
 Status qx_new_qxminparm() {
   return create_in(qx_delete_qxminparm, qx_set_qxminparm, "pnp_minparm");
 }
-// Kept: the root neither creates nor deletes one; what is left of it goes with the tagged memory.
-Status qx_new_qxtimerfactory() {
-  return create_in(qx_delete_qxtimerfactory, qx_set_qxtimerfactory, "pnp_timer");
-}
-
 Status qx_delete_qxwater() { return remove_from(qx_get_qxwater(), qx_set_qxwater); }
 Status qx_delete_qxminimizer() { return remove_from(qx_get_qxminimizer(), qx_set_qxminimizer); }
 Status qx_delete_qxminparm() { return remove_from(qx_get_qxminparm(), qx_set_qxminparm); }
-Status qx_delete_qxtimerfactory() {
-  return remove_from(qx_get_qxtimerfactory(), qx_set_qxtimerfactory);
-}

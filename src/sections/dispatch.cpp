@@ -1,6 +1,7 @@
 // The section table and the loop over it.
 #include "core/command.h"
 #include "core/report.h"
+#include "core/timer.h"
 
 #include <quorix/engine.h>
 
@@ -52,6 +53,7 @@ Status dispatch() {
   }
   for (const SectionRow& row : sections) {
     if (std::strcmp(word, row.key) != 0) continue;
+    qx::begin_timed_section(word);
     return row.run() == ok ? ok : fail(heading, "%s", row.failure);
   }
   return fail(heading, "*** Unknow quorix task: %s ***\n", word);

@@ -3,6 +3,7 @@
 
 #include "core/command.h"
 #include "core/report.h"
+#include "core/timer.h"
 
 #include <cstddef>
 #include <cstring>
@@ -40,7 +41,9 @@ Status run_section(const SectionTexts& texts, const Command<State> (&commands)[N
       }
     }
     if (match) {
+      const double start = cpu_seconds();
       QX_TRY(match->run(state));
+      tell_step(word, start);
       if (match->ends) return ok;
     } else if (texts.unknown_before) {
       return fail(texts.heading, "%s%s%s", texts.unknown_before, word, texts.unknown_after);

@@ -1,5 +1,6 @@
 // Scale, R factors, likelihood and weighted maps through the engine, on data simulated from a
 // model.
+#include "core/harvest.h"
 #include "core/tagged.h"
 #include "crystal/reflections.h"
 #include "map/map.h"
@@ -263,6 +264,45 @@ TEST_F(Scaling, densityCorrelationIsThatOfBothMapsAboutTheAtoms) {
   for (const double value : of_data) squares += value * value;
   const double rms = std::sqrt(squares / static_cast<double>(of_data.size()));
   EXPECT_NEAR(found[1].density, mean(o) / rms, 1e-4);
+}
+
+TEST_F(Scaling, switchesDecideWhatIsPrintedAndTheHarvestHasTheNumbers) {
+  simulate(1.3, 0.35, 40.0, 25.0, 1500);
+  struct Row {
+    const char *text, *line;
+    bool shown;
+  };
+  for (const Row& row : {Row{"xoverall\nscale\nxend\n", "Least squares  ", true},
+                         Row{"xverbose\nparam verb_ls 0\nxend\n", "", true},
+                         Row{"xoverall\nscale\nxend\n", "Least squares  ", false},
+                         Row{"xrfactor\ncalc\nxend\n", "RFree       R\n", false},
+                         Row{"xmlf\nestimate\nxend\n", "Likelihood     ", false},
+                         Row{"xmlf\nprint\nxend\n", "Processor time", false},
+                         Row{"xverbose\nparam verb_binr 1 verb_ml 1 verb_cpu 2\nxend\n", "", true},
+                         Row{"xrfactor\ncalc\nxend\n", "RFree       R\n", true},
+                         Row{"xmlf\nestimate\nxend\n", "Likelihood     ", true},
+                         Row{"xmlf\nprint\nxend\n", "Processor time XMLF PRIN     : 0.", true},
+                         Row{"xwilson\nparam nbin 8\nplot\nxend\n", "XWIL PLOT", true}}) {
+    const SectionResult result = section(row.text);
+    ASSERT_TRUE(result.ok) << result.output;
+    EXPECT_EQ(result.output.find(row.line) != std::string::npos, row.shown)
+        << row.text << result.output;
+  }
+  const qxharvest& harvest = *qx_get_qxharvest();
+  qx_agreement work = {}, free = {};
+  ASSERT_EQ(qx_get_rfactor(&work, &free), ok);
+  qx_wilson_view wilson = {};
+  ASSERT_EQ(qx_get_wilson_view(&wilson), ok);
+  EXPECT_EQ(harvest.r_work, work.r);
+  EXPECT_EQ(harvest.r_free, free.r);
+  EXPECT_GT(harvest.r_free, 0.0);
+  EXPECT_EQ(harvest.k_sol, model().k_sol);
+  EXPECT_EQ(harvest.b_sol, model().b_sol);
+  EXPECT_GT(harvest.b_sol, 0.0);
+  EXPECT_EQ(harvest.fom, qx_get_qxml()->mean_fom);
+  EXPECT_GT(harvest.fom, 0.0);
+  EXPECT_EQ(harvest.wilson_b, wilson.b);
+  EXPECT_NE(harvest.wilson_b, 0.0);
 }
 
 TEST_F(Scaling, faultsHaveTheirTexts) {
