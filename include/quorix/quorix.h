@@ -10,6 +10,7 @@
 #include <quorix/driver.h>
 #include <quorix/engine.h>
 #include <quorix/fft.h>
+#include <quorix/fofo.h>
 #include <quorix/formfactors.h>
 #include <quorix/grid.h>
 #include <quorix/map.h>

@@ -9,6 +9,7 @@
 #include <quorix/density.h>
 #include <quorix/engine.h>
 #include <quorix/fft.h>
+#include <quorix/fofo.h>
 #include <quorix/grid.h>
 #include <quorix/map.h>
 #include <quorix/omit.h>
@@ -25,6 +26,7 @@ Status qx_delete_refsys() {
   refsys* system = qx_get_refsys();
   if (!system) return ok;
   if (system->omit) QX_TRY(qx_delete_qxomit());
+  if (system->fofo) QX_TRY(qx_delete_qxfofo());
   if (system->target) QX_TRY(qx_delete_qxtargetfunc());
   if (system->ml) QX_TRY(qx_delete_qxml());
   if (system->scale) QX_TRY(qx_delete_qxscale());

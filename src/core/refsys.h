@@ -13,6 +13,7 @@ struct qxscale;
 struct qxml;
 struct qxtargetfunc;
 struct qxomit;
+struct qxfofo;
 
 struct refsys {
   qxxcry* crystal = nullptr;
@@ -27,4 +28,5 @@ struct refsys {
   qxml* ml = nullptr;
   qxtargetfunc* target = nullptr;
   qxomit* omit = nullptr;
+  qxfofo* fofo = nullptr;
 };

@@ -61,6 +61,8 @@ Ccp4Header header_of(const qxmap& map, const qx::MapStatistics& statistics, cons
   char text[81];
   if (map.kind) {
     std::snprintf(text, sizeof text, "Map type: %s", map.kind);
+  } else if (map.of_two_sets) {
+    std::snprintf(text, sizeof text, "Map type: Fo - Fo");
   } else {
     std::snprintf(text, sizeof text, "Map type: %dFo - %dFc", rounded(map.u), rounded(map.v));
   }

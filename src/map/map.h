@@ -46,6 +46,7 @@ struct qxmap {
   bool symmetry_records = false;  // the operators, 80 characters each, behind the header
   bool zero_origin = false;       // zeros, no blanks, where others read an origin
   char* kind = nullptr;           // what label 2 says that the map is; null: by u and v
+  bool of_two_sets = false;       // then that is Fo - Fo
   char* input = nullptr;          // what labels 3 to 10 name as the source; null: no such labels
   char* columns = nullptr;        // and as its columns
   std::int32_t amplitude_source = qx::calculated_source;

@@ -80,6 +80,8 @@ struct MtzLine {
 
 }  // namespace qx
 
+struct qxspg;
+
 struct qxmtz {
   char* path = nullptr;  // of the file that was read
   qx::MtzText version = {};
@@ -110,6 +112,9 @@ struct qxmtz {
 };
 
 namespace qx {
+
+// Whether the file is of this space group, as far as it tells.
+bool has_same_group(const qxmtz& mtz, const qxspg& spg);
 
 // Copies what fits into a record.
 void copy_text(MtzText& to, const char* from) noexcept;

@@ -271,8 +271,19 @@ bool has_operator(const qxspg& spg, const double op[16]) {
   return false;
 }
 
+void warn_of_other_group(const qxmtz& mtz, const qxspg& spg) {
+  if (spg.nops < 1 || qx::has_same_group(mtz, spg)) return;
+  qx::say(
+      "WARNING: the MTZ file is of the space group %s, whose operators are not those of the "
+      "section: "
+      "the section's are used \n",
+      mtz.spacegroup_name[0] ? mtz.spacegroup_name : "?");
+}
+
+}  // namespace
+
 // By operators where the file has them: one group has many names, and one number many settings.
-bool has_same_group(const qxmtz& mtz, const qxspg& spg) {
+bool qx::has_same_group(const qxmtz& mtz, const qxspg& spg) {
   if (mtz.symops.count == 0) {
     // Thousands tell other settings, which a file may name by the plain number.
     return mtz.spacegroup_number == 0 || spg.spg_id == 0 ||
@@ -287,17 +298,6 @@ bool has_same_group(const qxmtz& mtz, const qxspg& spg) {
   }
   return mtz.symops.count == spg.nops;
 }
-
-void warn_of_other_group(const qxmtz& mtz, const qxspg& spg) {
-  if (spg.nops < 1 || has_same_group(mtz, spg)) return;
-  qx::say(
-      "WARNING: the MTZ file is of the space group %s, whose operators are not those of the "
-      "section: "
-      "the section's are used \n",
-      mtz.spacegroup_name[0] ? mtz.spacegroup_name : "?");
-}
-
-}  // namespace
 
 Status qx_build_qxrefdata_mtz(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply) {
   const qxmtz* mtz = refdata->mtz;

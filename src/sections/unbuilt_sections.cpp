@@ -5,4 +5,3 @@ using qx::failed;
 using qx::Status;
 
 Status qx_water_ctrl() { return failed; }
-Status qx_fofomap_generation_ctrl() { return failed; }

@@ -55,6 +55,7 @@ void build_app(CLI::App& app, int& status) {
   add_maps(app, status);
   add_validate(app, status);
   add_stats(app, status);
+  add_fofo(app, status);
   add_report(app, status);
   add_batch(app, status);
   for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {

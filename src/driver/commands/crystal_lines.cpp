@@ -19,4 +19,20 @@ void add_group(SectionText& text, const std::string& name, const ReflectionFile&
   }
 }
 
+std::string group_name_of(const ReflectionFile& file) {
+  const std::string known = file.engine_group();
+  return known.empty() && file.operators.empty() ? file.group_name : known;
+}
+
+std::string cell_line(const double* c) {
+  return format("cell %.6f %.6f %.6f %.6f %.6f %.6f", c[0], c[1], c[2], c[3], c[4], c[5]);
+}
+
+std::string limits_line(double dmin, double dmax) {
+  constexpr double no_high_limit = 0.01;  // narrowed to the data
+  constexpr double no_low_limit = 99999.0;
+  return format("reso %.9g %.9g", dmin > 0.0 ? dmin : no_high_limit,
+                dmax > 0.0 ? dmax : no_low_limit);
+}
+
 }  // namespace qx

@@ -1,6 +1,7 @@
 #include "driver/commands/free_flags.h"
 
 #include "driver/commands/sections.h"
+#include "stats/free_flags.h"
 
 #include <quorix/cross.h>
 

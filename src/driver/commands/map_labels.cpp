@@ -19,8 +19,10 @@ struct Convention {
 
 constexpr Convention main_pairs[] = {
     {"FWT", "PHWT", "2mFo-DFc"}, {"2FOFCWT", "PH2FOFCWT", "2mFo-DFc"}, {"FDM", "PHIDM", "FDM"}};
-constexpr Convention difference_pairs[] = {
-    {"DELFWT", "PHDELWT", "mFo-DFc"}, {"FOFCWT", "PHFOFCWT", "mFo-DFc"}, {"FAN", "PHAN", "FAN"}};
+constexpr Convention difference_pairs[] = {{"DELFWT", "PHDELWT", "mFo-DFc"},
+                                           {"FOFCWT", "PHFOFCWT", "mFo-DFc"},
+                                           {"FAN", "PHAN", "FAN"},
+                                           {"FOFOWT", "PHFOFOWT", "Fo-Fo"}};
 
 std::span<const Convention> conventions(bool difference) {
   return difference ? std::span<const Convention>(difference_pairs)

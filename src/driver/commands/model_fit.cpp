@@ -22,19 +22,24 @@ SectionText scale_section(const std::string& solvent) {
 
 }  // namespace
 
-std::string heed_warnings(FcalcJob& job, const std::string& printed) {
+std::string heed_warnings(const std::string& printed,
+                          const std::function<void(const std::string&)>& hand_on) {
   std::string rest;
   for (std::size_t at = 0; at < printed.size();) {
     const std::size_t end = std::min(printed.find('\n', at), printed.size());
     const std::string line = printed.substr(at, end - at);
     at = end + 1;
     if (line.starts_with(warning_mark)) {
-      warn(job, line.substr(std::string(warning_mark).size()));
+      hand_on(line.substr(std::string(warning_mark).size()));
     } else {
       rest += line + '\n';
     }
   }
   return rest;
+}
+
+std::string heed_warnings(FcalcJob& job, const std::string& printed) {
+  return heed_warnings(printed, [&](const std::string& line) { warn(job, line); });
 }
 
 std::vector<SectionText> fit_sections(const std::string& solvent, bool brief) {

@@ -4,13 +4,17 @@
 
 #include "driver/commands/fcalc/job.h"
 
+#include <functional>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
 namespace qx {
 
-// The lines of `printed` that are no warnings; those become the job's.
+// The lines of `printed` that are no warnings; those are handed on.
+std::string heed_warnings(const std::string& printed,
+                          const std::function<void(const std::string&)>& hand_on);
+// The same, to the job.
 std::string heed_warnings(FcalcJob& job, const std::string& printed);
 
 // Solvent, scale and R factors of the structure factors that have been calculated; gives what users

@@ -9,8 +9,7 @@ namespace qx {
 
 std::string map_group(const MapJob& job) {
   if (!job.options.space_group.empty()) return job.options.space_group;
-  const std::string known = job.file.engine_group();
-  return known.empty() && job.file.operators.empty() ? job.file.group_name : known;
+  return group_name_of(job.file);
 }
 
 const gemmi::SpaceGroup* known_group(const MapJob& job) {

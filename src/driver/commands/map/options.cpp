@@ -11,7 +11,8 @@ namespace {
 constexpr const char* closing = R"(
 What a file is, is told by its content. Cell, group and resolution are the file's. Without labels
 the first complete pair is taken among FWT/PHWT, 2FOFCWT/PH2FOFCWT and FDM/PHIDM, and for a
-difference map among DELFWT/PHDELWT, FOFCWT/PHFOFCWT and FAN/PHAN; a file with none of them, or with
+difference map among DELFWT/PHDELWT, FOFCWT/PHFOFCWT, FAN/PHAN and
+FOFOWT/PHFOFOWT; a file with none of them, or with
 a label twice, ends in a list of the amplitudes that have phases. Of --f and --phi one is enough
 where names or order of the columns tell the other. Without a name for the map both are written, in the working directory, as
 IN_2mFo-DFc.ccp4 and IN_mFo-DFc.ccp4 (IN_FDM.ccp4 and IN_FAN.ccp4 for those labels, IN_LABEL.ccp4

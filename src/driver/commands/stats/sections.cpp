@@ -7,15 +7,11 @@ namespace qx {
 SectionText crystal_section(const StatsJob& job, const std::string& input) {
   const StatsOptions& options = job.options;
   SectionText text("xcry");
-  const std::string known = job.file.engine_group();
-  const std::string own = known.empty() && job.file.operators.empty() ? job.file.group_name : known;
-  add_group(text, options.space_group.empty() ? own : options.space_group, job.file);
-  const double* c = job.file.cell;
-  text.line(format("cell %.6f %.6f %.6f %.6f %.6f %.6f", c[0], c[1], c[2], c[3], c[4], c[5]));
+  add_group(text, options.space_group.empty() ? group_name_of(job.file) : options.space_group,
+            job.file);
+  text.line(cell_line(job.file.cell));
   if (options.dmin > 0.0 || options.dmax > 0.0) {
-    constexpr double no_high_limit = 0.01;  // narrowed to the data
-    text.line(format("reso %.9g %.9g", options.dmin > 0.0 ? options.dmin : no_high_limit,
-                     options.dmax > 0.0 ? options.dmax : 99999.0));
+    text.line(limits_line(options.dmin, options.dmax));
   }
   return text.line(read_line(input, job.columns));
 }

@@ -1,0 +1,225 @@
+// quorix fofo: differences between two sets of observations of one crystal form.
+#include "driver/commands/commands.h"
+#include "driver/commands/crystal_lines.h"
+#include "driver/commands/fcalc/setup.h"
+#include "driver/commands/fofo/job.h"
+#include "driver/commands/model_fit.h"
+#include "driver/commands/output_place.h"
+#include "driver/commands/stats/job.h"
+
+#include <quorix/engine.h>
+#include <quorix/fofo.h>
+#include <quorix/map.h>
+
+#include <CLI/CLI.hpp>
+#include <cmath>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+namespace qx {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct FofoReport {
+  std::vector<std::string> warnings;
+  std::string lines;
+  Json numbers;
+  double rms = 0.0;  // of the map
+};
+
+void warn(const FofoOptions& options, FofoReport& report, const std::string& text) {
+  report.warnings.push_back(text);
+  if (!options.base.json) std::cerr << "quorix fofo: warning: " << text << '\n';
+}
+
+// F and SIGF of a file's intensities, in a file for the time of this run.
+AmplitudeSet with_amplitudes(const ReflectionFile& file, const ObservedColumns& columns,
+                             bool verbose) {
+  StatsOptions options;
+  options.data = file.path;
+  options.verbose = verbose;
+  const StatsJob job = {options, file, columns};
+  auto place = std::make_shared<TemporaryFile>();
+  Engine engine(verbose);
+  engine.run(crystal_section(job, file.readable));
+  engine.run(SectionText("xwilson").line("amplitudes"));
+  engine.run(amplitudes_section(job, place->path()));
+  return {place->path(), place, {"F", "SIGF", columns.free}};
+}
+
+AmplitudeSet amplitude_set(const FofoOptions& options, const ReflectionFile& file,
+                           const std::vector<std::string>& labels) {
+  const ObservedColumns columns =
+      labels.empty() ? usual_observations(file) : given_observations(file, labels, true);
+  if (!columns.amplitude.empty()) {
+    return {options.print_sections ? file.path : file.readable, file.unpacked, columns};
+  }
+  if (columns.intensity.empty()) {
+    throw CommandError(2, file.path +
+                              " has neither amplitudes nor intensities under a usual name: give "
+                              "--labels F,SIGF,FREE");
+  }
+  if (options.print_sections) {
+    throw CommandError(2, file.path +
+                              " holds intensities: make amplitudes of them first, with "
+                              "quorix stats --amplitudes");
+  }
+  return with_amplitudes(file, columns, options.base.verbose);
+}
+
+const std::vector<std::string>& labels_of_on(const FofoOptions& options) {
+  return options.on_labels.empty() ? options.base.labels : options.on_labels;
+}
+
+AmplitudeSet read_on(const FofoOptions& options) {
+  return amplitude_set(options, read_reflections(options.on, options.base.verbose),
+                       labels_of_on(options));
+}
+
+Json numbers_of_engine() {
+  qx_fofo_view v = {};
+  if (qx_get_fofo_view(&v) != ok) return nullptr;
+  Json curve = Json::array();
+  for (std::int32_t i = 0; i < v.nbins; ++i) {
+    curve.push_back({{"d", 1.0 / std::sqrt(v.centre[i])}, {"k", v.k * v.curve[i]}});
+  }
+  return {
+      {"reflections", {{"both", v.pairs}, {"only_off", v.first_only}, {"only_on", v.second_only}}},
+      {"scale", {{"k", v.k}, {"b_cart", std::vector<double>(v.b, v.b + 6)}, {"curve", curve}}},
+      {"r", v.r},
+      {"correlation", v.correlation},
+      {"rms_difference", v.rms_difference},
+      {"rms_error", v.rms_error},
+      {"mean_weight", v.mean_weight},
+      {"without_error", v.without_error},
+      {"negative", v.negative},
+      {"rejected", v.rejected}};
+}
+
+// The differences, the map and the file, in an engine that has the first set and its phases.
+void subtract(Engine& engine, const FofoOptions& options, const AmplitudeSet& on,
+              const ObservedColumns& off, FofoReport& report) {
+  const FcalcOptions& base = options.base;
+  const auto tell = [&](const std::string& line) { warn(options, report, line); };
+  std::unique_ptr<OutputPlace> map;
+  if (!base.map_fofc.empty()) map = std::make_unique<OutputPlace>(base.map_fofc);
+  const std::string printed =
+      heed_warnings(engine.run(difference_section(options, on, map ? map->path() : "")), tell);
+  const std::size_t at = printed.find("Difference  ");
+  if (at != std::string::npos) report.lines += printed.substr(at);
+  engine.call([&] {
+    qx_map_statistics_view view = {};
+    if (map && qx_get_map_statistics(&view) == 1) report.rms = view.rms;
+    report.numbers = numbers_of_engine();
+    return qx_exist_quorix() ? ok : failed;
+  });
+  if (map) map->deliver();
+  if (base.output.empty()) return;
+  const OutputPlace place(base.output);
+  engine.run(differences_written(options, off, place.path()));
+  place.deliver();
+}
+
+SectionText grid_of_map(const FcalcOptions& options) {
+  return SectionText("xgrid").line(format("frac %f", options.fraction));
+}
+
+void run_with_phases(const FofoOptions& options, FofoReport& report) {
+  const FcalcOptions& base = options.base;
+  const ReflectionFile file = read_reflections(base.hkl, base.verbose);
+  if (file.find(options.phases).empty()) {
+    throw CommandError(2, base.hkl + " has no column " + options.phases);
+  }
+  if (file.find(options.phases).front()->type != 'P') {
+    throw CommandError(2, "column " + options.phases + " is no phase");
+  }
+  const AmplitudeSet off = amplitude_set(options, file, base.labels);
+  const AmplitudeSet on = read_on(options);
+  const SectionText first[] = {phased_section(options, file, off), grid_of_map(base),
+                               SectionText("xfft").line(format("memory %f", base.memory))};
+  if (options.print_sections) {
+    for (const SectionText& section : first) std::cout << printed(section);
+    std::cout << printed(difference_section(options, on, base.map_fofc))
+              << printed(differences_written(options, off.columns, base.output));
+    return;
+  }
+  Engine engine(base.verbose);
+  for (const SectionText& section : first) engine.run(section);
+  subtract(engine, options, on, off.columns, report);
+}
+
+void run_with_model(const FofoOptions& options, FofoReport& report) {
+  const FcalcOptions& base = options.base;
+  FcalcJob job{base, Coordinates(base.model), {}, {}, {}, {}, {}};
+  prepare(job);
+  if (job.observed.amplitude.empty()) {
+    const ReflectionFile file = read_reflections(base.hkl, base.verbose);
+    const AmplitudeSet off = amplitude_set(options, file, base.labels);
+    const std::optional<FreeSet> free_set = job.observed.free_set;
+    job.input = off.path;
+    job.unpacked = off.kept;
+    job.observed = off.columns;
+    job.observed.free_set = free_set;
+  }
+  const AmplitudeSet on = read_on(options);
+  const NamedAtoms names(job.coordinates);
+  Engine engine(base.verbose);
+  set_up(engine, job);
+  note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
+  if (job.with_solvent()) report.lines = fit_to_observations(engine, job, base.solvent, true);
+  engine.run(SectionText("xfcc").line("replace"));
+  report.warnings = job.warnings;
+  subtract(engine, options, on, job.observed, report);
+}
+
+void tell(const FofoOptions& options, const FofoReport& report) {
+  const FcalcOptions& base = options.base;
+  std::cout << format("%-28s: ", "Difference of amplitudes") << options.on << " minus " << base.hkl
+            << '\n'
+            << report.lines;
+  if (!base.map_fofc.empty()) {
+    std::cout << format("%s written, rms %.4g\n", base.map_fofc.c_str(), report.rms);
+  }
+  if (!base.output.empty()) std::cout << base.output << " written\n";
+}
+
+void tell_json(const FofoOptions& options, const FofoReport& report) {
+  const FcalcOptions& base = options.base;
+  Json json = {{"on", options.on}, {"off", base.hkl}, {"difference", "on minus off"}};
+  if (report.numbers.is_object()) json.update(report.numbers);
+  if (!base.map_fofc.empty()) json["map"] = {{"file", base.map_fofc}, {"rms", report.rms}};
+  if (!base.output.empty()) json["output"] = base.output;
+  json["warnings"] = report.warnings;
+  std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+}
+
+int run(FofoOptions& options) {
+  options.base.command = "fofo";
+  check_options(options);
+  if (options.base.json) keep_standard_output_clean();
+  const Progress progress("calculating differences");
+  FofoReport report;
+  options.base.model.empty() ? run_with_phases(options, report) : run_with_model(options, report);
+  if (options.print_sections) return 0;
+  if (options.base.json) {
+    tell_json(options, report);
+  } else if (!options.base.quiet) {
+    tell(options, report);
+  }
+  return 0;
+}
+
+}  // namespace
+
+void add_fofo(CLI::App& app, int& status) {
+  auto options = std::make_shared<FofoOptions>();
+  CLI::App* command =
+      app.add_subcommand("fofo", "What differs between two sets of observations of a crystal form");
+  add_fofo_options(*command, *options);
+  command->callback([options, &status] { status = run(*options); });
+}
+
+}  // namespace qx
