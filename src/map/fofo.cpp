@@ -5,6 +5,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
@@ -12,7 +13,6 @@
 #include "map/coefficients.h"
 #include "map/fofo_pairs.h"
 #include "map/map.h"
-#include "reflio/mtz.h"
 #include "scaling/observed.h"
 
 #include <quorix/cell.h>
@@ -82,30 +82,6 @@ Status fetch(const char* heading, Needs& needs) {
   needs.cell = qx_get_qxcell();
   if (!needs.cell) return missing(heading, "qxcell object has not been created yet ");
   return ok;
-}
-
-// The reader has warned of another cell; one as far off as this is of another crystal form.
-bool is_another_form(const qxmtz& mtz, const qxcell& cell) {
-  const double own[6] = {cell.a, cell.b, cell.c, cell.alpha, cell.beta, cell.gamma};
-  for (int i = 0; mtz.has_cell && i < 6; ++i) {
-    const double slack = i < 3 ? 0.05 * own[i] : 5.0;
-    if (mtz.cell[i] > 0.0 && std::fabs(mtz.cell[i] - own[i]) > slack) return true;
-  }
-  return false;
-}
-
-Status check_second(const Needs& needs) {
-  const qxrefdata* second = needs.fofo->second;
-  if (!second) return fail(here, "There is no second set of reflections: read one.");
-  if (!second->mtz) return ok;
-  if (!qx::has_same_group(*second->mtz, *needs.group)) {
-    return fail(here, "The second set is of another space group: %s ",
-                second->mtz->spacegroup_name);
-  }
-  if (!is_another_form(*second->mtz, *needs.cell)) return ok;
-  const double* c = second->mtz->cell;
-  return fail(here, "The second set's cell is that of another crystal form: %g %g %g %g %g %g ",
-              c[0], c[1], c[2], c[3], c[4], c[5]);
 }
 
 // The pairs side by side, and where in the first set each is.
@@ -216,8 +192,8 @@ void warn_of_strangers(const qxfofo& fofo) {
 Status qx_calc_fofo_differences() {
   Needs needs;
   QX_TRY(fetch(here, needs));
-  QX_TRY(check_second(needs));
   qxfofo& fofo = *needs.fofo;
+  if (!fofo.second) return fail(here, "There is no second set of reflections: read one.");
   QX_TRY(qx::drop_differences(fofo));
   qx::Partners partners;
   QX_TRY(qx::find_partners(here, *needs.data, *fofo.second, *needs.group, partners));

@@ -1,12 +1,18 @@
 // The section of differences between two sets: the second one, scale and weights, the map.
+#include "crystal/cell.h"
 #include "crystal/crystal.h"
+#include "crystal/reflections.h"
 #include "map/fofo.h"
+#include "reflio/mtz.h"
 #include "sections/map_commands.h"
 #include "sections/values.h"
 
+#include <quorix/cell.h>
 #include <quorix/engine.h>
 #include <quorix/reflections.h>
+#include <quorix/spacegroup.h>
 
+#include <cmath>
 #include <utility>
 
 using qx::fail;
@@ -27,6 +33,34 @@ constexpr qx::Choice<qx::FofoWeight> weights[] = {{"none", qx::fofo_unweighted},
 struct FofoSection {
   qxmap* map;
 };
+
+// The reader has warned of another cell; one as far off as this is of another crystal form.
+bool is_another_form(const qxmtz& mtz, const qxcell& cell) {
+  const double own[6] = {cell.a, cell.b, cell.c, cell.alpha, cell.beta, cell.gamma};
+  for (int i = 0; mtz.has_cell && i < 6; ++i) {
+    const double slack = i < 3 ? 0.05 * own[i] : 5.0;
+    if (mtz.cell[i] > 0.0 && std::fabs(mtz.cell[i] - own[i]) > slack) return true;
+  }
+  return false;
+}
+
+// Reflections of the crystal, as far as their file tells.
+Status check_form(const qxrefdata& set) {
+  const qxspg* group = qx_get_qxspg();
+  if (!group) return failed;
+  const qxcell* cell = qx_get_qxcell();
+  if (!cell) return failed;
+  if (!set.mtz) return ok;
+  if (!qx::has_same_group(*set.mtz, *group)) {
+    return fail(texts.heading, "The second set is of another space group: %s ",
+                set.mtz->spacegroup_name);
+  }
+  if (!is_another_form(*set.mtz, *cell)) return ok;
+  const double* c = set.mtz->cell;
+  return fail(texts.heading,
+              "The second set's cell is that of another crystal form: %g %g %g %g %g %g ", c[0],
+              c[1], c[2], c[3], c[4], c[5]);
+}
 
 // read refl ...
 Status read(FofoSection& /*section*/) {
@@ -49,7 +83,8 @@ Status read(FofoSection& /*section*/) {
   if (!reject) {
     return qx_exist_quorix() ? fail(texts.heading, "qxrefreject has not been created yet") : failed;
   }
-  return qx_build_qxrefdata(set, reject, 1);
+  QX_TRY(qx_build_qxrefdata(set, reject, 1));
+  return check_form(*set);
 }
 
 Status parameters(FofoSection& /*section*/) {

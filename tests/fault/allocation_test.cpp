@@ -148,6 +148,12 @@ TEST(Allocations, ofMapsFromAmplitudesAndAModelFailOneByOne) {
   const auto atoms = random_atoms(30, true, 1);
   const ScratchDirectory scratch;
   const std::string out = " file \"" + scratch.file("out") + "\"\n";
+  MtzMaker second(half_sphere(4, 5, 6));
+  second.cell = "12 14 16 90 90 90";
+  second.symmetry = "4 4 P 19 'P 21 21 21' PG222";
+  second.operators = {"x,y,z", "-x+1/2,-y,z+1/2", "-x,y+1/2,-z+1/2", "x+1/2,-y+1/2,-z"};
+  second.add("FP", 'F', std::vector<float>(second.rows(), 30.0F));
+  write_file(scratch.file("second.mtz"), second.bytes());
   const std::string texts[] = {
       "xcross\nparam percent 20\nxend\n",
       "xbulk\nmask\nwrite ccp4" + out + "xend\n",
@@ -161,7 +167,9 @@ TEST(Allocations, ofMapsFromAmplitudesAndAModelFailOneByOne) {
       "zmax=0.4\nregion atoms 3\nparam mask clear\ngenerate\nexclude\nxend\n",
       "xomit\nrestore\ncomposite boxes 2\ngenerate\nxend\n",
       "xtarget\ncalc\ngradient" + out + "xend\n",
-      "xwilson\nplot\nmoments\ntwin\nanisotropy\nprint\nxend\n"};
+      "xwilson\nplot\nmoments\ntwin\nanisotropy\nprint\nxend\n",
+      "xfofo\nread refl mtz file \"" + scratch.file("second.mtz") +
+          "\" coid FOBS=FP\nreplace\nextent asym\ngenerate\nwrite ccp4" + out + "xend\n"};
   const int n = fail_each(
       [&] {
         countdown = 1 << 30;

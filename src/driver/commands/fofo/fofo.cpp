@@ -25,7 +25,8 @@ using Json = nlohmann::ordered_json;
 
 struct FofoReport {
   std::vector<std::string> warnings;
-  std::string lines;
+  std::string lines;  // of the model
+  qx_fofo_view found = {};
   Json numbers;
   double rms = 0.0;  // of the map
 };
@@ -79,9 +80,7 @@ AmplitudeSet read_on(const FofoOptions& options) {
                        labels_of_on(options));
 }
 
-Json numbers_of_engine() {
-  qx_fofo_view v = {};
-  if (qx_get_fofo_view(&v) != ok) return nullptr;
+Json numbers_of(const qx_fofo_view& v) {
   Json curve = Json::array();
   for (std::int32_t i = 0; i < v.nbins; ++i) {
     curve.push_back({{"d", 1.0 / std::sqrt(v.centre[i])}, {"k", v.k * v.curve[i]}});
@@ -106,14 +105,11 @@ void subtract(Engine& engine, const FofoOptions& options, const AmplitudeSet& on
   const auto tell = [&](const std::string& line) { warn(options, report, line); };
   std::unique_ptr<OutputPlace> map;
   if (!base.map_fofc.empty()) map = std::make_unique<OutputPlace>(base.map_fofc);
-  const std::string printed =
-      heed_warnings(engine.run(difference_section(options, on, map ? map->path() : "")), tell);
-  const std::size_t at = printed.find("Difference  ");
-  if (at != std::string::npos) report.lines += printed.substr(at);
+  heed_warnings(engine.run(difference_section(options, on, map ? map->path() : "")), tell);
   engine.call([&] {
     qx_map_statistics_view view = {};
     if (map && qx_get_map_statistics(&view) == 1) report.rms = view.rms;
-    report.numbers = numbers_of_engine();
+    if (qx_get_fofo_view(&report.found) == ok) report.numbers = numbers_of(report.found);
     return qx_exist_quorix() ? ok : failed;
   });
   if (map) map->deliver();
@@ -151,6 +147,23 @@ void run_with_phases(const FofoOptions& options, FofoReport& report) {
   subtract(engine, options, on, off.columns, report);
 }
 
+// Everything as text, nothing of it written.
+void show_sections(FcalcJob& job, const FofoOptions& options, const AmplitudeSet& on) {
+  const FcalcOptions& base = options.base;
+  Engine engine(base.verbose);
+  engine.run(crystal_section(job));
+  job.input = base.hkl;
+  std::vector<SectionText> sections = set_up_sections(job);
+  sections.push_back(SectionText("xfcc").line("calc"));
+  if (job.with_solvent()) {
+    for (const SectionText& section : fit_sections(base.solvent, true)) sections.push_back(section);
+  }
+  sections.push_back(SectionText("xfcc").line("replace"));
+  sections.push_back(difference_section(options, on, base.map_fofc));
+  sections.push_back(differences_written(options, job.observed, base.output));
+  for (const SectionText& section : sections) std::cout << printed(section);
+}
+
 void run_with_model(const FofoOptions& options, FofoReport& report) {
   const FcalcOptions& base = options.base;
   FcalcJob job{base, Coordinates(base.model), {}, {}, {}, {}, {}};
@@ -165,6 +178,7 @@ void run_with_model(const FofoOptions& options, FofoReport& report) {
     job.observed.free_set = free_set;
   }
   const AmplitudeSet on = read_on(options);
+  if (options.print_sections) return show_sections(job, options, on);
   const NamedAtoms names(job.coordinates);
   Engine engine(base.verbose);
   set_up(engine, job);
@@ -177,9 +191,21 @@ void run_with_model(const FofoOptions& options, FofoReport& report) {
 
 void tell(const FofoOptions& options, const FofoReport& report) {
   const FcalcOptions& base = options.base;
-  std::cout << format("%-28s: ", "Difference of amplitudes") << options.on << " minus " << base.hkl
-            << '\n'
-            << report.lines;
+  const qx_fofo_view& v = report.found;
+  std::cout << report.lines << "Difference                  : " << options.on << " minus "
+            << base.hkl << '\n'
+            << format("Reflections in both         : %d, only in ON %d, only in OFF %d\n", v.pairs,
+                      v.second_only, v.first_only)
+            << format(
+                   "Scale of ON                 : k = %.5f  B11 = %.3f B22 = %.3f B33 = %.3f "
+                   "B12 = %.3f B13 = %.3f B23 = %.3f, %d bins\n",
+                   v.k, v.b[0], v.b[1], v.b[2], v.b[3], v.b[4], v.b[5], v.nbins)
+            << format("Agreement of the sets       : R = %.4f  correlation = %.4f\n", v.r,
+                      v.correlation)
+            << format(
+                   "Differences                 : rms = %.4g  rms error = %.4g  %d below 0, %d "
+                   "rejected, mean weight = %.3f\n",
+                   v.rms_difference, v.rms_error, v.negative, v.rejected, v.mean_weight);
   if (!base.map_fofc.empty()) {
     std::cout << format("%s written, rms %.4g\n", base.map_fofc.c_str(), report.rms);
   }
