@@ -3,6 +3,7 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
 #include "crystal/crystal.h"
@@ -69,8 +70,8 @@ Status qx_calc_box_with_asu(double* xlo, double* xhi, double* ylo, double* yhi, 
   constexpr const char* here = "qx_calc_box_with_asu():";
   const qxasu* asu = qx_get_qxasu();
   if (!asu) return fail(here, "%s", no_asu);
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
   const double dx = cushion / (cell->a * cell->delta);
   const double dy = cushion / (cell->b * cell->omega);
   const double dz = cushion / (cell->c * cell->theta);

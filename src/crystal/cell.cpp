@@ -4,6 +4,7 @@
 #include "core/constants.h"
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell_geometry.h"
@@ -107,8 +108,9 @@ Status qx_run_qxcell_checker() {
 }
 
 Status qx_set_qxcell_others() {
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail("qx_set_qxcell_others():", " qxcell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require("qx_set_qxcell_others():", qx_get_qxcell, cell,
+                     " qxcell object has not been created yet "));
   QX_TRY(qx_set_qxcell_csang());
   QX_TRY(qx_set_qxcell_volume());
   QX_TRY(qx_set_qxcell_delta());
@@ -210,8 +212,9 @@ Status qx_set_qxrecicell_from_realspace() {
   constexpr const char* here = "qx_set_qxrecicell_from_realspace():";
   const qxcell* cell = qx_get_qxcell();
   if (!cell) return fail(here, "%s", no_cell);
-  qxrecicell* recicell = qx_get_qxrecicell();
-  if (!recicell) return fail(here, "qxrecicell object has not been created yet ");
+  qxrecicell* recicell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxrecicell, recicell,
+                     "qxrecicell object has not been created yet "));
   const qx::ReciprocalCell r =
       qx::reciprocal_cell(Edges(*cell).values, angles_of(*cell), cell->volume);
   recicell->a = r.edges[0];
@@ -258,8 +261,9 @@ Status qx_set_qxcell_gmetric() {
   constexpr const char* here = "qx_set_qxcell_gmetric():";
   qxcell* cell = qx_get_qxcell();
   if (!cell) return fail(here, "%s", no_cell);
-  qxrecicell* recicell = qx_get_qxrecicell();
-  if (!recicell) return fail(here, "qxrecicell object has not been created yet ");
+  qxrecicell* recicell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxrecicell, recicell,
+                     "qxrecicell object has not been created yet "));
   const double cosines[3] = {cell->cos_alpha, cell->cos_beta, cell->cos_gamma};
   qx::metric_tensor(Edges(*cell).values, cosines, cell->metric);
   cell->volume_squared = cell->volume * cell->volume;
@@ -274,25 +278,26 @@ Status qx_set_qxcell_gmetric() {
 }
 
 Status qx_get_cell_data_(double out[6]) {
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail("qx_get_cell_data_():", "qxcell object has not been created yet.");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require("qx_get_cell_data_():", qx_get_qxcell, cell,
+                     "qxcell object has not been created yet."));
   const double values[6] = {cell->a, cell->b, cell->c, cell->alpha, cell->beta, cell->gamma};
   std::copy_n(values, 6, out);
   return ok;
 }
 
 Status qx_get_pdb_fraction_trans_(double out[12]) {
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) {
-    return fail("qx_get_pdb_fraction_trans_():", "qxcell object has not been created yet.");
-  }
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require("qx_get_pdb_fraction_trans_():", qx_get_qxcell, cell,
+                     "qxcell object has not been created yet."));
   std::copy_n(cell->orth2frac, 12, out);
   return ok;
 }
 
 Status qx_shift_model_by_unit_(double xyz[3]) {
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail("qx_shift_model_by_unit_():", "qxcell object has not been created yet.");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require("qx_shift_model_by_unit_():", qx_get_qxcell, cell,
+                     "qxcell object has not been created yet."));
   double fractional[3];
   qx::apply_affine(cell->orth2frac, xyz, fractional);
   fractional[1] += 1.0;  // Kept: only along b

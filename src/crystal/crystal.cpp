@@ -4,6 +4,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
@@ -68,8 +69,9 @@ Status qx_set_qxresol(qxresol* object) {
 }
 
 Status qx_set_qxresol_resol(float high, float low) {
-  qxresol* resol = qx_get_qxresol();
-  if (!resol) return fail("qx_set_qxresol_resol():", "qxresol object has not been created yet ");
+  qxresol* resol = nullptr;
+  QX_TRY(qx::require("qx_set_qxresol_resol():", qx_get_qxresol, resol,
+                     "qxresol object has not been created yet "));
   resol->high = high;
   resol->low = low;
   return ok;
@@ -77,8 +79,8 @@ Status qx_set_qxresol_resol(float high, float low) {
 
 Status qx_run_qxresol_checker() {
   constexpr const char* here = "qx_run_qxresol_checker():";
-  const qxresol* resol = qx_get_qxresol();
-  if (!resol) return fail(here, "qxresol object has not been created yet ");
+  const qxresol* resol = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxresol, resol, "qxresol object has not been created yet "));
   if (!(resol->high >= 0 && resol->high <= resol->low && std::isfinite(resol->low))) {
     return fail(here,
                 " Failed to set up resolution limits. \n %g to %g Angstrom is no resolution range ",
@@ -102,8 +104,9 @@ Status qx_set_qxrefreject(qxrefreject* object) {
 namespace {
 
 Status set_cut(const char* heading, double qxrefreject::*field, double cut) {
-  qxrefreject* reject = qx_get_qxrefreject();
-  if (!reject) return fail(heading, "qxrefreject object has not been created yet ");
+  qxrefreject* reject = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxrefreject, reject,
+                     "qxrefreject object has not been created yet "));
   reject->*field = cut;
   return ok;
 }

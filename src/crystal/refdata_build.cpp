@@ -1,6 +1,7 @@
 // Filling the data set from the file that was read: choice of the format's builder, and the checker
 // that completes what the builder left.
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/tagged.h"
 #include "crystal/crystal.h"
@@ -79,22 +80,24 @@ Status complete(qxrefdata& refdata, qxresol& resol) {
 Status qx_run_qxrefdata_checker() {
   // Kept: the heading names another routine.
   constexpr const char* heading = " qx_assign_qxrefdata_ptrs():";
-  qxrefdata* refdata = qx_get_qxrefdata();
-  if (!refdata) return fail(heading, "reflection data object has not been created yet ");
-  qxresol* resol = qx_get_qxresol();
-  if (!resol) return fail(heading, "qxresol has not been created yet.");
-  const qxrefreject* reject = qx_get_qxrefreject();
-  if (!reject) return fail(heading, "qxrefreject has not been created yet");
+  qxrefdata* refdata = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxrefdata, refdata,
+                     "reflection data object has not been created yet "));
+  qxresol* resol = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxresol, resol, "qxresol has not been created yet."));
+  const qxrefreject* reject = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxrefreject, reject, "qxrefreject has not been created yet"));
   QX_TRY(qx_build_qxrefdata(refdata, reject, 1));
   return complete(*refdata, *resol);
 }
 
 Status qx_set_refdata_indices(std::int32_t n, const std::int32_t* hkl) {
   constexpr const char* heading = "qx_set_refdata_indices():";
-  qxrefdata* refdata = qx_get_qxrefdata();
-  if (!refdata) return fail(heading, "refdata object has not been created yet ");
-  qxresol* resol = qx_get_qxresol();
-  if (!resol) return fail(heading, "qxresol has not been created yet.");
+  qxrefdata* refdata = nullptr;
+  QX_TRY(
+      qx::require(heading, qx_get_qxrefdata, refdata, "refdata object has not been created yet "));
+  qxresol* resol = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxresol, resol, "qxresol has not been created yet."));
   if (n < 1) return fail(heading, " There is no reflection survived. ");
   QX_TRY(qx::forget_file(*refdata));
   QX_TRY(qx::clear_reflections(*refdata));

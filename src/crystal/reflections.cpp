@@ -2,6 +2,7 @@
 
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/root.h"
 #include "core/slot.h"
 #include "core/tagged.h"
@@ -149,8 +150,9 @@ Status qx_set_refdata_s() {
   constexpr const char* heading = "qx_set_refdata_s():";
   qxrefdata* refdata = qx::required(heading, " refdata object has not been created yet");
   if (!refdata) return failed;
-  const qxrecicell* cell = qx_get_qxrecicell();
-  if (!cell) return fail(heading, " qxrecicell object has not been created yet ");
+  const qxrecicell* cell = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxrecicell, cell,
+                     " qxrecicell object has not been created yet "));
   QX_TRY(qx::renew(refdata->s, refdata->nreflections, "psrrs_s"));
   QX_TRY(qx::renew(refdata->s_length, refdata->nreflections, "psrrs_sm"));
   refdata->s_max = -1e10;

@@ -3,6 +3,7 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "core/text.h"
@@ -54,8 +55,8 @@ Status insert_text(qx::OperatorTexts& list, std::int32_t step, const char* text)
 }
 
 Status insert_operator(const char* heading, qx::OperatorTexts qxspg::*list, const char* text) {
-  qxspg* spg = qx_get_qxspg();
-  if (!spg) return fail(heading, " qxspg object has not been created yet ");
+  qxspg* spg = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxspg, spg, " qxspg object has not been created yet "));
   return insert_text(spg->*list, spg->growth_step, text);
 }
 
@@ -92,10 +93,9 @@ qxspg* qx_get_qxspg() { return qx::slot(qx_get_qxxcry(), &qxxcry::spg); }
 Status qx_set_qxspg(qxspg* object) { return qx::install(qx_get_qxxcry(), &qxxcry::spg, object); }
 
 Status qx_set_qxspg_spgname(const char* name) {
-  qxspg* spg = qx_get_qxspg();
-  if (!spg) {
-    return fail(" qx_set_qxspg_spgname():", " The qxspg object has not been created yet ");
-  }
+  qxspg* spg = nullptr;
+  QX_TRY(qx::require(" qx_set_qxspg_spgname():", qx_get_qxspg, spg,
+                     " The qxspg object has not been created yet "));
   QX_TRY(qx::release(spg->user_name));
   return qx::open_text(spg->user_name, name, "psrps_spg");
 }
@@ -192,10 +192,9 @@ std::int32_t qx_match_spg_names(const char* a, const char* b) {
 }
 
 Status qx_set_qxspg_centric_oper() {
-  qxspg* spg = qx_get_qxspg();
-  if (!spg) {
-    return fail(" qx_set_qxspg_centric_oper():", " The qxspg object has not been created yet ");
-  }
+  qxspg* spg = nullptr;
+  QX_TRY(qx::require(" qx_set_qxspg_centric_oper():", qx_get_qxspg, spg,
+                     " The qxspg object has not been created yet "));
   for (int zone = 0; zone < qx::centric_zone_count; ++zone) {
     spg->centric_zones[zone] = qx::centric_operator(zone, spg->nops, spg->ops);
   }
@@ -203,10 +202,9 @@ Status qx_set_qxspg_centric_oper() {
 }
 
 Status qx_set_qxspg_epsilon_zone() {
-  qxspg* spg = qx_get_qxspg();
-  if (!spg) {
-    return fail(" qx_set_qxspg_epsilon_zone():", " The qxspg object has not been created yet ");
-  }
+  qxspg* spg = nullptr;
+  QX_TRY(qx::require(" qx_set_qxspg_epsilon_zone():", qx_get_qxspg, spg,
+                     " The qxspg object has not been created yet "));
   constexpr int general = qx::epsilon_zone_count - 1;
   for (int zone = 0; zone < general; ++zone) {
     spg->epsilon_zones[zone] =
@@ -254,8 +252,9 @@ void print_operators(const char* kind, const qx::Operators& operators) {
 }  // namespace
 
 Status qx_print_qxspg() {
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg) return fail(" qx_print_qxspg():", " The qxspg object has not been created yet ");
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(" qx_print_qxspg():", qx_get_qxspg, spg,
+                     " The qxspg object has not been created yet "));
   qx::say("spg_id = %d\n", spg->spg_id);
   print_text("short_spg_name", spg->short_name);
   print_text("full_spg_name", spg->full_name);
@@ -279,10 +278,9 @@ Status qx_print_qxspg() {
 
 // Kept: the length is 10 also for a name that is longer.
 Status qx_get_space_group_name_(char* out, std::int32_t* len) {
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg) {
-    return fail(" qx_get_space_group_name_():", " The qxspg object has not been created yet ");
-  }
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(" qx_get_space_group_name_():", qx_get_qxspg, spg,
+                     " The qxspg object has not been created yet "));
   const char* name = spg->short_name ? spg->short_name : "";
   const std::size_t size = std::strlen(name);
   std::copy_n(name, size, out);

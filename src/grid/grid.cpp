@@ -4,6 +4,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 
@@ -94,10 +95,9 @@ Status qx_set_qxboundary(qxboundary* object) {
 }
 
 Status qx_define_qxboundary(double ex, double ey, double ez, double mx, double my, double mz) {
-  qxboundary* boundary = qx_get_qxboundary();
-  if (!boundary) {
-    return fail("qx_define_qxboundary():", "qxboundary object has not been created yet ");
-  }
+  qxboundary* boundary = nullptr;
+  QX_TRY(qx::require("qx_define_qxboundary():", qx_get_qxboundary, boundary,
+                     "qxboundary object has not been created yet "));
   const double outer[3] = {ex, ey, ez};
   const double inner[3] = {mx, my, mz};
   for (int axis = 0; axis < 3; ++axis) {
@@ -110,57 +110,60 @@ Status qx_define_qxboundary(double ex, double ey, double ez, double mx, double m
 }
 
 Status qx_init_qxgrid_nxyz(std::int32_t nx, std::int32_t ny, std::int32_t nz) {
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail("qx_init_qxgrid_nxyz():", "qxgrid object has not been created yet ");
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require("qx_init_qxgrid_nxyz():", qx_get_qxgrid, grid,
+                     "qxgrid object has not been created yet "));
   const std::int32_t n[3] = {nx, ny, nz};
   std::copy_n(n, 3, grid->requested_n);
   return ok;
 }
 
 Status qx_init_qxgrid_sxyz(double sx, double sy, double sz) {
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail("qx_init_qxgrid_sxyz():", "qxgrid object has not been created yet ");
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require("qx_init_qxgrid_sxyz():", qx_get_qxgrid, grid,
+                     "qxgrid object has not been created yet "));
   const double spacing[3] = {sx, sy, sz};
   std::copy_n(spacing, 3, grid->requested_spacing);
   return ok;
 }
 
 Status qx_set_grid_sincosmem(std::int32_t flag) {
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail("qx_set_grid_sincosmem():", "qxgrid object has not been created yet ");
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require("qx_set_grid_sincosmem():", qx_get_qxgrid, grid,
+                     "qxgrid object has not been created yet "));
   grid->sincos_memory = flag;
   return ok;
 }
 
 Status qx_set_coarse_grid_flag_on() {
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) {
-    return fail("qx_set_coarse_grid_flag_on():", "qxgrid object has not been created yet ");
-  }
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require("qx_set_coarse_grid_flag_on():", qx_get_qxgrid, grid,
+                     "qxgrid object has not been created yet "));
   grid->coarse_switch = 1;
   return ok;
 }
 
 Status qx_set_coarse_grid_flag_off() {
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) {
-    return fail("qx_set_coarse_grid_flag_off():", "qxgrid object has not been created yet ");
-  }
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require("qx_set_coarse_grid_flag_off():", qx_get_qxgrid, grid,
+                     "qxgrid object has not been created yet "));
   grid->coarse_switch = 0;
   return ok;
 }
 
 Status qx_print_qxgrid() {
-  const qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail("qx_print_qxgrid():", "qxgrid object has not been created yet ");
+  const qxgrid* grid = nullptr;
+  QX_TRY(qx::require("qx_print_qxgrid():", qx_get_qxgrid, grid,
+                     "qxgrid object has not been created yet "));
   qx::say("grid: nx=%4d ny=%4d nz=%4d sx=%8.5f sy=%8.5f sz=%8.5f", grid->nx, grid->ny, grid->nz,
           grid->sx, grid->sy, grid->sz);
   return ok;
 }
 
 Status qx_print_qxsubgrid() {
-  const qxsubgrid* box = qx_get_qxsubgrid();
-  if (!box) return fail("qx_print_qxsubgrid():", "qxsubgrid object has not been created yet.");
+  const qxsubgrid* box = nullptr;
+  QX_TRY(qx::require("qx_print_qxsubgrid():", qx_get_qxsubgrid, box,
+                     "qxsubgrid object has not been created yet."));
   qx::say(" sub-grid space info:\n");
   qx::say(" number of sub-grid space along x/y/z directions: %d  %d  %d \n", box->boxes[0],
           box->boxes[1], box->boxes[2]);
@@ -170,8 +173,9 @@ Status qx_print_qxsubgrid() {
 }
 
 Status qx_get_grid_counts(std::int32_t* nx, std::int32_t* ny, std::int32_t* nz) {
-  const qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail("qx_get_grid_counts():", "qxgrid object has not been created yet ");
+  const qxgrid* grid = nullptr;
+  QX_TRY(qx::require("qx_get_grid_counts():", qx_get_qxgrid, grid,
+                     "qxgrid object has not been created yet "));
   *nx = grid->nx;
   *ny = grid->ny;
   *nz = grid->nz;

@@ -1,5 +1,6 @@
 // From what was asked for to the counts that are transformed.
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/tagged.h"
 #include "crystal/asu.h"
@@ -56,10 +57,9 @@ bool counts_agree_with_spacings(const qxgrid& grid, const Edges& edges) {
 
 // Spacings of a third of the resolution; without one, a spacing that suits most data.
 Status request_default(qxgrid& grid) {
-  const qxresol* resol = qx_get_qxresol();
-  if (!resol) {
-    return fail("qx_run_qxgrid_io_checker():", "qxresol object has not been created yet ");
-  }
+  const qxresol* resol = nullptr;
+  QX_TRY(qx::require("qx_run_qxgrid_io_checker():", qx_get_qxresol, resol,
+                     "qxresol object has not been created yet "));
   double spacing = resol->high / 3.0;
   if (!(resol->high > 0.0)) {
     qx::say("WARNING: the high resolution has not been defined yet, \n");
@@ -72,8 +72,8 @@ Status request_default(qxgrid& grid) {
 
 // What the space group demands of an axis' count.
 Status axis_multiple(const char* here, std::int32_t axis, std::int64_t& multiple) {
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg) return fail(here, "qxspg object has not been created yet ");
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxspg, spg, "qxspg object has not been created yet "));
   if (axis < 0 || axis > 2) return fail(here, "invalid axis %d ", axis);
   multiple = 1;
   for (const auto* divisors : {&spg->translation_divisors[axis], &spg->asu_divisors[axis]}) {
@@ -129,10 +129,10 @@ void print_coarse_grid(const qxgrid& grid, double ratio) {
 
 Status qx_set_qxgrid_nxyz_by_sxyz() {
   constexpr auto here = "qx_set_qxgrid_nxyz_by_sxyz():";
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been defined yet ");
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been defined yet "));
   const double* s = grid->requested_spacing;
   if (!(s[0] > 0) || !(s[1] > 0) || !(s[2] > 0)) {
     return fail(here, "invalid grid spacing (%f  %f  %f) ", s[0], s[1], s[2]);
@@ -148,10 +148,10 @@ Status qx_set_qxgrid_nxyz_by_sxyz() {
 
 Status qx_set_qxgrid_sxyz_by_nxyz() {
   constexpr auto here = "qx_set_qxgrid_sxyz_by_nxyz():";
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been defined yet ");
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been defined yet "));
   const std::int32_t* n = grid->requested_n;
   if (n[0] < 1 || n[1] < 1 || n[2] < 1) {
     return fail(here, "invalid grid numbers (%d  %d  %d) ", n[0], n[1], n[2]);
@@ -182,10 +182,10 @@ Status qx_get_closest_ngrid_wo_trn(std::int32_t n, std::int32_t* out) {
 
 Status qx_run_qxgrid_io_checker() {
   constexpr auto here = "qx_run_qxgrid_io_checker():";
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been defined yet ");
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been defined yet "));
   if (all_counts_set(*grid)) {
     if (!all_spacings_set(*grid)) return qx_set_qxgrid_sxyz_by_nxyz();
     if (counts_agree_with_spacings(*grid, edges_of(*cell))) return ok;
@@ -199,10 +199,10 @@ Status qx_run_qxgrid_io_checker() {
 
 Status qx_get_ideal_fftgrid() {
   constexpr auto here = "qx_get_ideal_fftgrid():";
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been defined yet ");
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been defined yet "));
   std::int32_t n[3];
   for (std::int32_t axis = 0; axis < 3; ++axis) {
     if (grid->requested_n[axis] < 1) {
@@ -227,15 +227,15 @@ Status qx_get_ideal_fftgrid() {
 
 Status qx_setup_coarse_grid() {
   constexpr auto here = "qx_setup_coarse_grid():";
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
-  const qxrefdata* refdata = qx_get_qxrefdata();
-  if (!refdata) return fail(here, "refdata object has not been created yet");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been defined yet ");
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
+  const qxrefdata* refdata = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxrefdata, refdata, "refdata object has not been created yet"));
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been defined yet "));
   if (!qx_get_qxverbsys()) return fail(here, "qxverbsys object has not been created yet ");
-  const qxresol* resol = qx_get_qxresol();
-  if (!resol) return fail(here, "qxresol object has not been created yet ");
+  const qxresol* resol = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxresol, resol, "qxresol object has not been created yet "));
   grid->coarse_in_use = 0;
   if (!(resol->high > 0.0)) return ok;
 
@@ -261,10 +261,10 @@ Status qx_setup_coarse_grid() {
 Status qx_set_grids() {
   constexpr auto here = "qx_set_grids():";
   if (!qx_get_qxcell()) return fail(here, "qxcell object has not been defined yet ");
-  qxsubgrid* box = qx_get_qxsubgrid();
-  if (!box) return fail(here, "qxsubgrid object has not been created yet. ");
-  const qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet. ");
+  qxsubgrid* box = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxsubgrid, box, "qxsubgrid object has not been created yet. "));
+  const qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet. "));
   if (qx_get_ideal_fftgrid() != ok) return fail(here, "Failed to set up a grid for FFT ");
   QX_TRY(qx_setup_coarse_grid());
   const std::int32_t points[3] = {grid->nx, grid->ny, grid->nz};

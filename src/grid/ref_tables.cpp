@@ -1,5 +1,6 @@
 // Where each symmetry mate of each reflection falls on the grid, and with what phase.
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/crystal.h"
 #include "crystal/reflections.h"
@@ -94,14 +95,14 @@ Status fill_sincos(qxgrid& grid, std::int32_t planes, std::int32_t nops, std::in
 
 Status qx_calc_ref2gind() {
   constexpr auto here = "qx_calc_ref2gind():";
-  const qxsubgrid* box = qx_get_qxsubgrid();
-  if (!box) return fail(here, "qxsubgrid object has not been created yet.");
-  const qxrefdata* set = qx_get_qxrefdata();
-  if (!set) return fail(here, "qxrefdata object has not been created yet.");
-  qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg) return fail(here, "qxspg object has not been created yet ");
+  const qxsubgrid* box = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxsubgrid, box, "qxsubgrid object has not been created yet."));
+  const qxrefdata* set = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxrefdata, set, "qxrefdata object has not been created yet."));
+  qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxspg, spg, "qxspg object has not been created yet "));
   const std::int32_t n[3] = {box->one_box ? grid->nx : box->points[0],
                              box->one_box ? grid->ny : box->points[1],
                              box->one_box ? grid->nz : box->points[2]};

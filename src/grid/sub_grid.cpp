@@ -1,5 +1,6 @@
 // The split of the grid in hand.
 #include "core/report.h"
+#include "core/require.h"
 #include "grid/grid.h"
 #include "grid/sub_box.h"
 
@@ -19,10 +20,10 @@ using qx::Status;
 
 Status qx_run_qxsubgrid_checker() {
   constexpr auto here = "qx_run_qxsubgrid_checker():";
-  const qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
-  qxsubgrid* box = qx_get_qxsubgrid();
-  if (!box) return fail(here, "qxsubgrid object has not been created yet.");
+  const qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
+  qxsubgrid* box = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxsubgrid, box, "qxsubgrid object has not been created yet."));
   std::int32_t boxes = 1;
   std::int32_t planes = grid->nz;
   switch (qx::split_grid(grid->nx, grid->ny, grid->nz, box->memory, boxes, planes)) {

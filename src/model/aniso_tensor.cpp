@@ -1,6 +1,7 @@
 // Symmetric tensors of anisotropic atoms.
 #include "core/constants.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/cell.h"
 #include "crystal/spacegroup.h"
 
@@ -67,11 +68,9 @@ void apply(const double (&matrix)[36], const double u[6], double out[6]) {
 
 qx::Status qx_transform_aniso_u_to_oper(std::int32_t op, const double u[6], double out[6]) {
   constexpr const char* heading = "qx_transform_aniso_u_to_oper():";
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) {
-    return qx_exist_quorix() ? qx::fail(heading, "qxcell object has not been created yet ")
-                             : qx::failed;
-  }
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxcell, cell,
+                               "qxcell object has not been created yet "));
   const qxspg* group = qx_get_qxspg();
   if (!group || op < 0 || op >= group->nops) {
     return qx_exist_quorix() ? qx::fail(heading, "qxspg object has not been created yet.")

@@ -2,6 +2,7 @@
 
 #include "core/constants.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "model/atom_name.h"
 
 #include <quorix/engine.h>
@@ -18,14 +19,14 @@ constexpr double eight_pi_squared = 8.0 * pi * pi;
 }  // namespace
 
 Status fetch_sources(const char* heading, AtomSources& sources) {
-  sources.system = qx_get_molsys();
-  if (!sources.system) return fail(heading, "molsys object has not been created yet.");
+  QX_TRY(qx::require(heading, qx_get_molsys, sources.system,
+                     "molsys object has not been created yet."));
   sources.pickup = qx_get_molformfact();
   if (!sources.pickup || sources.pickup->natom != sources.system->natom) {
     return fail(heading, "molformfact object has not been created yet.");
   }
-  sources.base = qx_get_atfrmfactbase();
-  if (!sources.base) return fail(heading, "atmfrmfactbase object has not been created yet.");
+  QX_TRY(qx::require(heading, qx_get_atfrmfactbase, sources.base,
+                     "atmfrmfactbase object has not been created yet."));
   sources.atomb = qx_get_qxatomb();
   if (!sources.atomb || !sources.atomb->index) {
     return fail(heading, "qxatomb object has not been created yet.");

@@ -1,6 +1,7 @@
 // Cut-off radii of all atoms.
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/cell.h"
 #include "model/atom_terms.h"
@@ -31,12 +32,12 @@ struct Needs {
 
 Status fetch(Needs& needs) {
   qx::AtomSources& atoms = needs.atoms;
-  needs.cut = qx_get_qxradcut();
-  if (!needs.cut) return fail(heading, " qxradcut object has not been created yet ");
-  atoms.pickup = qx_get_molformfact();
-  if (!atoms.pickup) return fail(heading, " molformfact object has not been created yet ");
-  atoms.base = qx_get_atfrmfactbase();
-  if (!atoms.base) return fail(heading, " atmfrmfactbase object has not been created yet ");
+  QX_TRY(qx::require(heading, qx_get_qxradcut, needs.cut,
+                     " qxradcut object has not been created yet "));
+  QX_TRY(qx::require(heading, qx_get_molformfact, atoms.pickup,
+                     " molformfact object has not been created yet "));
+  QX_TRY(qx::require(heading, qx_get_atfrmfactbase, atoms.base,
+                     " atmfrmfactbase object has not been created yet "));
   atoms.system = qx_get_molsys();
   if (!atoms.system || atoms.system->natom < 1) {
     return fail(heading, " molsys object has not been created yet ");
@@ -44,10 +45,10 @@ Status fetch(Needs& needs) {
   if (atoms.pickup->natom != atoms.system->natom) {
     return fail(heading, " molformfact object has not been created yet ");
   }
-  needs.cell = qx_get_qxcell();
-  if (!needs.cell) return fail(heading, " qxcell object has not been created yet ");
-  needs.reciprocal = qx_get_qxrecicell();
-  if (!needs.reciprocal) return fail(heading, " qxcell object has not been created yet ");
+  QX_TRY(
+      qx::require(heading, qx_get_qxcell, needs.cell, " qxcell object has not been created yet "));
+  QX_TRY(qx::require(heading, qx_get_qxrecicell, needs.reciprocal,
+                     " qxcell object has not been created yet "));
   atoms.atomb = qx_get_qxatomb();
   if (!atoms.atomb || !atoms.atomb->index) {
     return fail(heading, " qxatomb object has not been created yet ");

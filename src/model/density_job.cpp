@@ -1,6 +1,7 @@
 #include "model/density_job.h"
 
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/cell.h"
 #include "grid/grid.h"
 #include "model/atom_name.h"
@@ -18,8 +19,9 @@ namespace {
 Status lay_out(DensityJob& job, Box box, std::int32_t shift, double*** density) {
   const qxgrid* grid = qx_get_qxgrid();
   if (!grid || grid->nx < 1) return fail(job.heading, "qxgrid object has not been created yet.");
-  const qxsubgrid* subgrid = qx_get_qxsubgrid();
-  if (!subgrid) return fail(job.heading, "qxsubgrid object has not been created yet.");
+  const qxsubgrid* subgrid = nullptr;
+  QX_TRY(qx::require(job.heading, qx_get_qxsubgrid, subgrid,
+                     "qxsubgrid object has not been created yet."));
   const double(&f)[9] = job.cell->standard_frac2orth;
   SpreadGrid& out = job.grid;
   out = {grid->nx,
@@ -63,8 +65,8 @@ Status prepare_job(DensityJob& job, const char* heading, Box box, std::int32_t s
                    double*** density) {
   job.heading = heading;
   QX_TRY(fetch_sources(heading, job.atoms));
-  const qxexptab* table = qx_get_qxexptab();
-  if (!table) return fail(heading, "qxexptab object has not been created yet.");
+  const qxexptab* table = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxexptab, table, "qxexptab object has not been created yet."));
   job.cut = qx_get_qxradcut();
   if (!job.cut || job.cut->natom != job.atoms.system->natom || job.cut->natom < 1) {
     return fail(heading, "qxradcut object has not been created yet.");
@@ -73,8 +75,8 @@ Status prepare_job(DensityJob& job, const char* heading, Box box, std::int32_t s
   if (!job.cell || !(job.cell->volume > 0.0)) {
     return fail(heading, " qxcell object has not been created yet ");
   }
-  job.reciprocal = qx_get_qxrecicell();
-  if (!job.reciprocal) return fail(heading, " qxrecicell object has not been created yet ");
+  QX_TRY(qx::require(heading, qx_get_qxrecicell, job.reciprocal,
+                     " qxrecicell object has not been created yet "));
   QX_TRY(check_reach(job));
   return lay_out(job, box, shift, density);
 }

@@ -2,6 +2,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/slot.h"
 #include "model/density.h"
 #include "model/molsys.h"
@@ -93,10 +94,9 @@ void fill_exponentials(std::int32_t n, double h, double* values) {
 
 Status qx_init_qxexptab(std::int32_t n, double h) {
   constexpr const char* heading = "qx_init_qxexptab():";
-  qxexptab* table = qx_get_qxexptab();
-  if (!table) {
-    return qx_exist_quorix() ? fail(heading, " qxexptab object has not been created yet ") : failed;
-  }
+  qxexptab* table = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxexptab, table,
+                               " qxexptab object has not been created yet "));
   if (n < 1) return fail(heading, "invalid input argument n = %d \n", n);
   if (!(h > 0.0)) return fail(heading, "invalid input argument h = %f \n", h);
   table->n = 0;
@@ -111,10 +111,9 @@ Status qx_init_qxexptab(std::int32_t n, double h) {
 namespace {
 
 Status set_cut(const char* heading, double qxradcut::*field, double value) {
-  qxradcut* cut = qx_get_qxradcut();
-  if (!cut) {
-    return qx_exist_quorix() ? fail(heading, "qxradcut object has not been created yet.") : failed;
-  }
+  qxradcut* cut = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxradcut, cut,
+                               "qxradcut object has not been created yet."));
   cut->*field = value;
   return ok;
 }

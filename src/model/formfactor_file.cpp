@@ -3,6 +3,7 @@
 #include "core/files_read.h"
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/text.h"
 #include "model/formfactor_base.h"
 #include "model/formfactors.h"
@@ -202,11 +203,8 @@ Status qx_fill_atfrmfactbase(std::int32_t method) {
 }
 
 Status qx_run_atfrmfactbase_checker() {
-  const atfrmfactbase* base = qx_get_atfrmfactbase();
-  if (!base) {
-    return qx_exist_quorix() ? fail("qx_run_atfrmfactbase_checker():",
-                                    "atomformfactorbase object has not been created yet.")
-                             : failed;
-  }
+  const atfrmfactbase* base = nullptr;
+  QX_TRY(qx::require_of_engine("qx_run_atfrmfactbase_checker():", qx_get_atfrmfactbase, base,
+                               "atomformfactorbase object has not been created yet."));
   return base->natomformfactors > 0 ? ok : qx_fill_atfrmfactbase(base->method);
 }

@@ -3,6 +3,7 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "core/text.h"
@@ -134,12 +135,9 @@ ioafrmfact* present_settings(const char* heading) {
 }  // namespace
 
 Status qx_set_atfrmfactbase_diffmethod(std::int32_t method) {
-  atfrmfactbase* base = qx_get_atfrmfactbase();
-  if (!base) {
-    return qx_exist_quorix() ? fail("qx_set_atfrmfactbase_diffmethod():",
-                                    "atomformfactorbase object has not been created yet.")
-                             : failed;
-  }
+  atfrmfactbase* base = nullptr;
+  QX_TRY(qx::require_of_engine("qx_set_atfrmfactbase_diffmethod():", qx_get_atfrmfactbase, base,
+                               "atomformfactorbase object has not been created yet."));
   base->method = method;
   return ok;
 }

@@ -1,6 +1,7 @@
 // From an atom's type to its entry in the form-factor base.
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/text.h"
 #include "model/atom_name.h"
 #include "model/formfactors.h"
@@ -46,8 +47,8 @@ struct Tables {
 };
 
 Status fetch_tables(Tables& tables) {
-  tables.five = qx_get_qxatformfacthash5();
-  if (!tables.five) return fail(heading, "qxatformfact5 has not been created yet ");
+  QX_TRY(qx::require(heading, qx_get_qxatformfacthash5, tables.five,
+                     "qxatformfact5 has not been created yet "));
   tables.two = qx_get_qxatformfacthash2();
   return tables.two ? ok : fail(heading, "qxatformfact2 has not been created yet ");
 }
@@ -86,14 +87,12 @@ std::int32_t qx_pickup_afrmfactbase_index(const char* type, std::int32_t* ngauss
 
 Status qx_make_molformfact() {
   constexpr const char* name = "qx_make_molformfact():";
-  const molsys* system = qx_get_molsys();
-  if (!system) {
-    return qx_exist_quorix() ? fail(name, "molsys object has not been created yet ") : failed;
-  }
-  molformfact* pickup = qx_get_molformfact();
-  if (!pickup) {
-    return qx_exist_quorix() ? fail(name, "molformfact object does not exist yet. ") : failed;
-  }
+  const molsys* system = nullptr;
+  QX_TRY(qx::require_of_engine(name, qx_get_molsys, system,
+                               "molsys object has not been created yet "));
+  molformfact* pickup = nullptr;
+  QX_TRY(qx::require_of_engine(name, qx_get_molformfact, pickup,
+                               "molformfact object does not exist yet. "));
   QX_TRY(qx_run_atfrmfactbase_checker());
   QX_TRY(release(pickup->ngauss));
   QX_TRY(release(pickup->index));
@@ -136,12 +135,10 @@ std::int32_t keep_entries(const molformfact* pickup, const molsys* system, std::
 
 Status qx_update_molformfact_with_waters() {
   constexpr const char* name = "qx_update_molformfact_with_waters():";
-  const molsys* system = qx_get_molsys();
-  if (!system) {
-    return qx_exist_quorix() ? fail(name, "molsys object does not exist yet. ") : failed;
-  }
-  molformfact* pickup = qx_get_molformfact();
-  if (!pickup) return fail(name, "molformfact object does not exist yet. ");
+  const molsys* system = nullptr;
+  QX_TRY(qx::require_of_engine(name, qx_get_molsys, system, "molsys object does not exist yet. "));
+  molformfact* pickup = nullptr;
+  QX_TRY(qx::require(name, qx_get_molformfact, pickup, "molformfact object does not exist yet. "));
   if (!qx_get_qxwater()) return fail(name, "qxwater object has not been created yet ");
   const auto n = static_cast<std::size_t>(system->natom);
   qx::Tagged<std::int32_t> ngauss(n, "pum_ng");

@@ -1,5 +1,6 @@
 #include "reflio/mtz.h"
 
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/reflections.h"
 
@@ -111,18 +112,16 @@ Status qx_delete_mtz_obj(qxmtz* mtz) {
 }
 
 Status qx_new_refdata_mtz() {
-  qxrefdata* refdata = qx_get_qxrefdata();
-  if (!refdata) {
-    return fail("qx_new_refdata_mtz():", "refdata object has not been created yet ");
-  }
+  qxrefdata* refdata = nullptr;
+  QX_TRY(qx::require("qx_new_refdata_mtz():", qx_get_qxrefdata, refdata,
+                     "refdata object has not been created yet "));
   return qx_new_refdata_mtz_obj(refdata);
 }
 
 Status qx_delete_refdata_mtz() {
-  qxrefdata* refdata = qx_get_qxrefdata();
-  if (!refdata) {
-    return fail("qx_delete_refdata_mtz():", "refdata object has not been created yet ");
-  }
+  qxrefdata* refdata = nullptr;
+  QX_TRY(qx::require("qx_delete_refdata_mtz():", qx_get_qxrefdata, refdata,
+                     "refdata object has not been created yet "));
   return qx_delete_refdata_mtz_obj(refdata);
 }
 

@@ -1,4 +1,5 @@
 // From the columns of an MTZ object to the data set: choice by label, filtering, copying.
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/cell.h"
 #include "crystal/columns.h"
@@ -302,12 +303,12 @@ bool qx::has_same_group(const qxmtz& mtz, const qxspg& spg) {
 Status qx_build_qxrefdata_mtz(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply) {
   const qxmtz* mtz = refdata->mtz;
   if (!mtz) return fail(heading, "mtzdata object has not been created yet");
-  const qxresol* resol = qx_get_qxresol();
-  if (!resol) return fail(heading, "qxresol has not been created yet.");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(heading, "qxcell object has not been created yet ");
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg) return fail(heading, " The qxspg object has not been created yet ");
+  const qxresol* resol = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxresol, resol, "qxresol has not been created yet."));
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxcell, cell, "qxcell object has not been created yet "));
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxspg, spg, " The qxspg object has not been created yet "));
   const qx::RejectionRules rules = rules_of(*reject, apply != 0, *resol, *cell);
   Chosen chosen;
   QX_TRY(choose(*refdata, *mtz, chosen));

@@ -1,4 +1,5 @@
 // Finding columns by label alone or by crystal, data set and label.
+#include "core/require.h"
 #include "crystal/reflections.h"
 #include "reflio/mtz.h"
 
@@ -105,8 +106,9 @@ Status qx_get_mtz_cry_ds_col_name(const char* name, char* crystal, char* dataset
 Status qx_get_mtz_cry_ds_pos(const char* crystal, const char* dataset,
                              std::int32_t* crystal_position, std::int32_t* dataset_position) {
   *crystal_position = *dataset_position = -1;
-  const qxmtz* mtz = qx_get_refdata_mtz();
-  if (!mtz) return fail(" qx_get_mtz_cry_ds_pos():", "mtzdata object has not been created yet");
+  const qxmtz* mtz = nullptr;
+  QX_TRY(qx::require(" qx_get_mtz_cry_ds_pos():", qx_get_refdata_mtz, mtz,
+                     "mtzdata object has not been created yet"));
   const qx::DatasetPosition position = qx::find_position(*mtz, crystal, dataset);
   *crystal_position = position.crystal;
   *dataset_position = position.dataset;

@@ -1,4 +1,5 @@
 // An MTZ object for writing, made from the data set, the cell and the space group.
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/cell.h"
 #include "crystal/columns.h"
@@ -53,8 +54,9 @@ Status add_datasets(qxmtz& mtz, const qxrefdata& refdata) {
 }
 
 Status add_cell(qxmtz& mtz) {
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return qx::fail("qx_make_mtz_obj():", "qxcell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require("qx_make_mtz_obj():", qx_get_qxcell, cell,
+                     "qxcell object has not been created yet "));
   const double values[6] = {cell->a, cell->b, cell->c, cell->alpha, cell->beta, cell->gamma};
   std::copy_n(values, 6, mtz.cell);
   mtz.has_cell = true;
@@ -62,8 +64,9 @@ Status add_cell(qxmtz& mtz) {
 }
 
 Status add_symmetry(qxmtz& mtz) {
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg) return qx::fail("qx_make_mtz_obj():", " qxspg object has not been created yet ");
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require("qx_make_mtz_obj():", qx_get_qxspg, spg,
+                     " qxspg object has not been created yet "));
   mtz.nprimitive = spg->primitive.count;
   mtz.spacegroup_number = spg->spg_id;
   const char* name = or_else(spg->full_name, or_else(spg->short_name, ""));

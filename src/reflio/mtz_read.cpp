@@ -1,6 +1,7 @@
 // Reading an MTZ file: preamble, two passes over the main header, data, history and batches. Every
 // size is held against the length of the file before memory is asked for.
 #include "core/files_read.h"
+#include "core/require.h"
 #include "crystal/reflections.h"
 #include "reflio/mtz_records.h"
 #include "reflio/mtz_words.h"
@@ -329,7 +330,8 @@ Status qx_read_refdata_mtz_file_obj(qxrefdata* refdata, const char* path) {
 }
 
 Status qx_read_refdata_mtz_file(const char* path) {
-  qxrefdata* refdata = qx_get_qxrefdata();
-  if (!refdata) return fail(heading, "refdata object has not been created yet ");
+  qxrefdata* refdata = nullptr;
+  QX_TRY(
+      qx::require(heading, qx_get_qxrefdata, refdata, "refdata object has not been created yet "));
   return qx_read_refdata_mtz_file_obj(refdata, path);
 }

@@ -3,6 +3,7 @@
 #include "core/constants.h"
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/reflections.h"
 #include "crystal/spacegroup.h"
 #include "fft/transform_half.h"
@@ -105,8 +106,8 @@ Status add_whole(const FftRoute& route, std::int32_t planes, std::int32_t shift,
 }  // namespace
 
 Status fetch_operators(const char* heading, Tagged<IndexOperator>& operators, std::int32_t& n) {
-  const qxspg* group = qx_get_qxspg();
-  if (!group) return fail(heading, "qxspg object has not been created yet.");
+  const qxspg* group = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxspg, group, "qxspg object has not been created yet."));
   n = group->nops;
   if (n < 1) return ok;
   operators = Tagged<IndexOperator>(static_cast<std::size_t>(n), "pcs_ops");
@@ -124,8 +125,8 @@ HalfLayout FftRoute::layout(std::int32_t planes) const {
 }
 
 Status prepare_route(const char* heading, FftRoute& route) {
-  route.data = qx_get_qxrefdata();
-  if (!route.data) return fail(heading, "qxrefdata object has not been created yet.");
+  QX_TRY(qx::require(heading, qx_get_qxrefdata, route.data,
+                     "qxrefdata object has not been created yet."));
   route.grid = qx_get_qxgrid();
   if (!route.grid || route.grid->nx < 1) {
     return fail(heading, "qxgrid object has not been created yet.");
@@ -153,15 +154,17 @@ using qx::Status;
 Status qx_calc_sf_by_fft_eden(std::int32_t part, std::int32_t /*set*/, std::int32_t shift,
                               double*** density) {
   constexpr const char* heading = "qx_calc_sf_by_fft_eden():";
-  const qxsubgrid* box = qx_get_qxsubgrid();
-  if (!box) return fail(heading, "qxsubgrid object has not been created yet.");
-  const qxrefdata* data = qx_get_qxrefdata();
-  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  const qxsubgrid* box = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxsubgrid, box, "qxsubgrid object has not been created yet."));
+  const qxrefdata* data = nullptr;
+  QX_TRY(
+      qx::require(heading, qx_get_qxrefdata, data, "qxrefdata object has not been created yet."));
   if (!qx_get_qxelecden()) return fail(heading, "qxelecden object has not been created yet.");
   qx::FftRoute route;
   QX_TRY(qx::prepare_route(heading, route));
-  qxstructfact* sf = qx_get_qxstructfact();
-  if (!sf) return fail(heading, "qxstructfact object has not been created yet.");
+  qxstructfact* sf = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxstructfact, sf,
+                     "qxstructfact object has not been created yet."));
   if (part < -1 || part >= sf->nparts) {
     return fail(heading, "There is no part %d of the system.", part);
   }

@@ -5,6 +5,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
@@ -126,12 +127,9 @@ void fill_sincos(qxsincostab* table) {
 }  // namespace
 
 Status qx_init_qxsincostab() {
-  qxsincostab* table = qx_get_qxsincostab();
-  if (!table) {
-    return qx_exist_quorix()
-               ? fail("qx_init_qxsincostab():", " qxsincostab object has not been created yet ")
-               : failed;
-  }
+  qxsincostab* table = nullptr;
+  QX_TRY(qx::require_of_engine("qx_init_qxsincostab():", qx_get_qxsincostab, table,
+                               " qxsincostab object has not been created yet "));
   QX_TRY(release(table->sine));
   QX_TRY(release(table->cosine));
   QX_TRY(qx::open_block(table->sine, qxsincostab::n, "pis_sin"));
@@ -142,19 +140,22 @@ Status qx_init_qxsincostab() {
 
 Status qx_set_pre_factor() {
   constexpr const char* heading = "qx_set_pre_factor()";  // Kept: without the colon
-  qxstructfact* sf = qx_get_qxstructfact();
-  if (!sf) return fail(heading, " qxstructfact object has not been created yet.");
-  const qxrefdata* data = qx_get_qxrefdata();
-  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  qxstructfact* sf = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxstructfact, sf,
+                     " qxstructfact object has not been created yet."));
+  const qxrefdata* data = nullptr;
+  QX_TRY(
+      qx::require(heading, qx_get_qxrefdata, data, "qxrefdata object has not been created yet."));
   if (sf->prefactor && data->nreflections == sf->nprefactor) return ok;
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(heading, "qxcell object has not been created yet.");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxcell, cell, "qxcell object has not been created yet."));
   const qxgrid* grid = qx_get_qxgrid();
   if (!grid || grid->nx < 1) return fail(heading, "qxgrid object has not been created yet.");
-  const qxatomb* atomb = qx_get_qxatomb();
-  if (!atomb) return fail(heading, "qxatomb object has not been created yet.");
-  const qxrecicell* reciprocal = qx_get_qxrecicell();
-  if (!reciprocal) return fail(heading, "qxrecicell object has not been created yet.");
+  const qxatomb* atomb = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxatomb, atomb, "qxatomb object has not been created yet."));
+  const qxrecicell* reciprocal = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxrecicell, reciprocal,
+                     "qxrecicell object has not been created yet."));
   if (data->nreflections < 1) return ok;
   QX_TRY(release(sf->prefactor));
   QX_TRY(qx::open_block(sf->prefactor, static_cast<std::size_t>(data->nreflections), "pss_pre"));
@@ -181,10 +182,12 @@ Status qx_set_pre_factor() {
 
 Status qx_calc_model_structure_factor(double* re, double* im) {
   constexpr const char* heading = "qx_calc_model_structure_factor():";
-  const qxstructfact* sf = qx_get_qxstructfact();
-  if (!sf) return fail(heading, "qxstructfact object has not been created yet ");
-  const qxrefdata* data = qx_get_qxrefdata();
-  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  const qxstructfact* sf = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxstructfact, sf,
+                     "qxstructfact object has not been created yet "));
+  const qxrefdata* data = nullptr;
+  QX_TRY(
+      qx::require(heading, qx_get_qxrefdata, data, "qxrefdata object has not been created yet."));
   if (!qx_get_qxcell()) return fail(heading, "qxcell object has not been created yet.");
   const std::int32_t n = data->nreflections;
   const bool calculated = std::all_of(sf->parts, sf->parts + sf->nparts,

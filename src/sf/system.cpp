@@ -1,6 +1,7 @@
 // Structure factors of the whole system, box by box under the memory budget.
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/reflections.h"
 #include "grid/grid.h"
 #include "grid/sub_box.h"
@@ -45,8 +46,8 @@ Status make_ready(std::int32_t& natom) {
 // The sections split the grid as if six arrays of it were held. This road holds one box (three
 // where the spectrum does not fit into it) beside what is there already.
 Status choose_boxes(const qx::FftRoute& route, std::int32_t natom) {
-  qxsubgrid* box = qx_get_qxsubgrid();
-  if (!box) return fail(heading, "qxsubgrid object has not been created yet.");
+  qxsubgrid* box = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxsubgrid, box, "qxsubgrid object has not been created yet."));
   if (!(box->memory >= 0.0)) return ok;  // no budget
   const qxgrid& grid = *route.grid;
   const double arrays = route.in_place() ? 1.0 : 3.0;
