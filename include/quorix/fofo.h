@@ -5,7 +5,7 @@
 
 typedef struct qxfofo qxfofo;
 
-// Results of qx_calc_fofo_differences(void); the arrays stay valid until the next one.
+// Results of qx_calc_fofo_differences(); the arrays stay valid until the next one.
 typedef struct qx_fofo_view {
   int32_t pairs, first_only, second_only;  // observed reflections
   double k, b[6];                // of the second set: F2' = k curve(s) exp(-s^T B s / 4) F2
