@@ -2,6 +2,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "scaling/cross_record.h"
@@ -29,10 +30,8 @@ struct Subjects {
 };
 
 Status fetch(const char* heading, Subjects& subjects) {
-  subjects.cross = qx_get_qxcross();
-  if (!subjects.cross) {
-    return qx_exist_quorix() ? fail(heading, "qxcross object has not been created yet") : failed;
-  }
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxcross, subjects.cross,
+                               "qxcross object has not been created yet"));
   if (!qx_get_reflection_view(&subjects.data)) {
     return fail(heading, "qxrefdata object has not been created yet");
   }
@@ -41,10 +40,9 @@ Status fetch(const char* heading, Subjects& subjects) {
 
 template <class T>
 Status set_field(const char* heading, T qxcross::*field, T value) {
-  qxcross* cross = qx_get_qxcross();
-  if (!cross) {
-    return qx_exist_quorix() ? fail(heading, "qxcross object has not been created yet") : failed;
-  }
+  qxcross* cross = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxcross, cross,
+                               "qxcross object has not been created yet"));
   cross->*field = value;
   return ok;
 }

@@ -2,6 +2,7 @@
 
 #include "core/constants.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
 #include "crystal/spacegroup.h"
@@ -86,10 +87,9 @@ void put_polar(const ComplexF& f, std::int32_t n, float* amplitude, float* phase
 }
 
 Status scattering_vectors(const char* heading, const qxrefdata& data, Tagged<double[3]>& s) {
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) {
-    return qx_exist_quorix() ? fail(heading, "qxcell object has not been created yet ") : failed;
-  }
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxcell, cell,
+                               "qxcell object has not been created yet "));
   s = Tagged<double[3]>(static_cast<std::size_t>(data.nreflections), "pso_s");
   if (!s) return failed;
   const double(&m)[9] = cell->standard_orth2frac;

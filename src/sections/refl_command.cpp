@@ -2,6 +2,7 @@
 #include "core/command.h"
 #include "core/name_code.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/tagged.h"
 #include "crystal/columns.h"
@@ -173,8 +174,9 @@ Status qx_read_refdata_ctrl(qxrefdata* refdata, std::int32_t /*mode*/) {
 
 Status qx_write_refdata_ctrl() {
   constexpr const char* heading = "qx_write_refdata_ctrl():";
-  qxrefdata* refdata = qx_get_qxrefdata();
-  if (!refdata) return fail(heading, " qxrefdata object has not been created yet ");
+  qxrefdata* refdata = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxrefdata, refdata,
+                     " qxrefdata object has not been created yet "));
   for (std::int32_t i = 0; i < refdata->nderived; ++i) refdata->derived[i].wanted = false;
   const qx::FileFormat* format = take_format(heading);
   if (!format) return failed;

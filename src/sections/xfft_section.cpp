@@ -1,6 +1,7 @@
 // The transform section: memory budget, sine and cosine planes, the density's B offset; at its end
 // the split into sub-boxes.
 #include "core/refsys.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "fft/fft.h"
 #include "grid/grid.h"
@@ -38,8 +39,9 @@ Status memory(NoState& /*none*/) {
   double megabytes = 0;
   QX_TRY(take_number("memory", megabytes));
   if (!qx_get_qxgrid()) return fail(texts.heading, "qxgrid object has not been created yet ");
-  qxsubgrid* box = qx_get_qxsubgrid();
-  if (!box) return fail(texts.heading, "qxsubgrid object has not been created yet.");
+  qxsubgrid* box = nullptr;
+  QX_TRY(qx::require(texts.heading, qx_get_qxsubgrid, box,
+                     "qxsubgrid object has not been created yet."));
   box->memory = std::max(megabytes, 0.0);
   return ok;
 }

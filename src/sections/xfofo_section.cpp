@@ -1,4 +1,5 @@
 // The section of differences between two sets: the second one, scale and weights, the map.
+#include "core/require.h"
 #include "crystal/cell.h"
 #include "crystal/crystal.h"
 #include "crystal/reflections.h"
@@ -79,10 +80,9 @@ Status read(FofoSection& /*section*/) {
   if (!set) return failed;
   fofo->second = set;
   QX_TRY(qx_read_refdata_ctrl(set, 0));
-  const qxrefreject* reject = qx_get_qxrefreject();
-  if (!reject) {
-    return qx_exist_quorix() ? fail(texts.heading, "qxrefreject has not been created yet") : failed;
-  }
+  const qxrefreject* reject = nullptr;
+  QX_TRY(qx::require_of_engine(texts.heading, qx_get_qxrefreject, reject,
+                               "qxrefreject has not been created yet"));
   QX_TRY(qx_build_qxrefdata(set, reject, 1));
   return check_form(*set);
 }

@@ -1,5 +1,6 @@
 // The grid section.
 #include "core/refsys.h"
+#include "core/require.h"
 #include "crystal/crystal.h"
 #include "grid/grid.h"
 #include "sections/section.h"
@@ -108,8 +109,8 @@ Status fraction(GridSection& section) {
   }
   const double frac = value;
   if (!(frac >= 0)) return fail(heading, "Invalid frac value: %f", frac);
-  const qxresol* resol = qx_get_qxresol();
-  if (!resol) return fail(heading, "qxresol object has not been created yet.");
+  const qxresol* resol = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxresol, resol, "qxresol object has not been created yet."));
   if (!(resol->high > 0)) {
     return fail(heading,
                 "Can not define spacing through fraction of high resolution.\n"

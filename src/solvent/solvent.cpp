@@ -3,6 +3,7 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
 #include "crystal/spacegroup.h"
@@ -61,11 +62,9 @@ void measure_fraction(qxsolvent* solvent) {
 namespace {
 
 Status set_length(const char* heading, double qxsolvent::*field, double value, bool may_be_zero) {
-  qxsolvent* solvent = qx_get_qxsolvent();
-  if (!solvent) {
-    return qx_exist_quorix() ? fail(heading, " qxsolvent object has not been created yet ")
-                             : failed;
-  }
+  qxsolvent* solvent = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxsolvent, solvent,
+                               " qxsolvent object has not been created yet "));
   constexpr double largest = 20.0;  // Angstrom: beyond any probe, shell or solvent's resolution
   if (!(value >= 0.0) || value > largest || (value == 0.0 && !may_be_zero)) {
     return fail(heading, "Invalid length of the solvent mask: %f ", value);
