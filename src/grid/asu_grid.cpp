@@ -2,6 +2,7 @@
 // what moves between a point and its mates.
 #include "core/report.h"
 #include "core/tagged.h"
+#include "core/wrapped.h"
 #include "crystal/asu.h"
 #include "crystal/spacegroup.h"
 #include "grid/asu_mask.h"
@@ -194,13 +195,12 @@ Status qx_clean_non_ASU_sub_gridpoints(double*** density, std::int32_t x0, std::
                                        std::int32_t nz) {
   const qx::View3<char> mask = current_mask("qx_clean_non_ASU_sub_gridpoints():");
   if (!mask.data) return failed;
-  const auto modulo = [](std::int64_t i, std::ptrdiff_t n) { return (i % n + n) % n; };
   for (std::int32_t iz = 0; iz < nz; ++iz) {
     for (std::int32_t iy = 0; iy < ny; ++iy) {
-      const char* marks =
-          mask.row(modulo(std::int64_t{z0} + iz, mask.n0), modulo(std::int64_t{y0} + iy, mask.n1));
+      const char* marks = mask.row(qx::wrapped(std::int64_t{z0} + iz, mask.n0),
+                                   qx::wrapped(std::int64_t{y0} + iy, mask.n1));
       for (std::int32_t ix = 0; ix < nx; ++ix) {
-        if (!marks[modulo(std::int64_t{x0} + ix, mask.n2)]) density[iz][iy][ix] = 0;
+        if (!marks[qx::wrapped(std::int64_t{x0} + ix, mask.n2)]) density[iz][iy][ix] = 0;
       }
     }
   }

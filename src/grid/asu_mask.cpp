@@ -1,16 +1,13 @@
 #include "grid/asu_mask.h"
 
+#include "core/wrapped.h"
+
 #include <algorithm>
 #include <cmath>
 
 namespace qx {
 
 namespace {
-
-std::int32_t wrap(std::int64_t index, std::int32_t n) noexcept {
-  const std::int64_t rest = index % n;
-  return static_cast<std::int32_t>(rest < 0 ? rest + n : rest);
-}
 
 struct Point {
   std::int32_t x, y, z;
@@ -44,7 +41,7 @@ void move_point(const GridOperators& ops, std::int32_t op, const std::int32_t pe
   for (int row = 0; row < 3; ++row, r += 3) {
     const std::int64_t moved = std::int64_t{r[0]} * point[0] + std::int64_t{r[1]} * point[1] +
                                std::int64_t{r[2]} * point[2];
-    out[row] = wrap(moved + t[row], period[row]);
+    out[row] = wrapped(moved + t[row], period[row]);
   }
 }
 
@@ -62,7 +59,7 @@ void first_mates(const GridOperators& ops, const std::int32_t period[3],
     std::int32_t step[3];
     move_point(ops, op, period, start, mate);
     for (int axis = 0; axis < 3; ++axis)
-      step[axis] = wrap(ops.rotations[op][3 * axis], period[axis]);
+      step[axis] = wrapped(ops.rotations[op][3 * axis], period[axis]);
     for (std::int32_t i = 0; i < count; ++i) {
       first[i] = std::min(first[i], Point{mate[0], mate[1], mate[2]});
       for (int axis = 0; axis < 3; ++axis) {

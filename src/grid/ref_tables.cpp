@@ -2,6 +2,7 @@
 #include "core/report.h"
 #include "core/require.h"
 #include "core/tagged.h"
+#include "core/wrapped.h"
 #include "crystal/crystal.h"
 #include "crystal/reflections.h"
 #include "crystal/spacegroup.h"
@@ -13,6 +14,7 @@ using qx::fail;
 using qx::failed;
 using qx::ok;
 using qx::Status;
+using qx::wrapped;
 
 namespace {
 
@@ -28,11 +30,6 @@ Mate mate_of(const double (&op)[16], const std::int32_t (&hkl)[3]) {
     mate.shift += hkl[i] * op[4 * i + 3];
   }
   return mate;
-}
-
-std::int32_t wrapped(std::int64_t index, std::int32_t n) {
-  const std::int64_t rest = index % n;
-  return static_cast<std::int32_t>(rest < 0 ? rest + n : rest);
 }
 
 // Whole cycles would multiply the error of the single-precision 2 pi.

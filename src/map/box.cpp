@@ -1,5 +1,7 @@
 #include "map/box.h"
 
+#include "core/wrapped.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -48,11 +50,6 @@ struct Sums {
     return {minimum, maximum, sum / n, std::sqrt(sum_of_squares / n)};
   }
 };
-
-std::ptrdiff_t wrapped(std::ptrdiff_t index, std::ptrdiff_t n) noexcept {
-  const std::ptrdiff_t rest = index % n;
-  return rest < 0 ? rest + n : rest;
-}
 
 }  // namespace
 

@@ -200,10 +200,10 @@ Status qx_calc_density_correlation(double radius, std::int32_t n, const std::int
       qx::for_each_run(
           grid, place, radius,
           [&](std::int32_t iz, std::int32_t iy, std::int32_t first, std::int32_t last) {
-            const std::int32_t z = qx::wrapped_index(iz, grid.nz);
-            const std::int32_t y = qx::wrapped_index(iy, grid.ny);
+            const std::int32_t z = qx::wrapped(iz, grid.nz);
+            const std::int32_t y = qx::wrapped(iy, grid.ny);
             for (std::int32_t ix = first; ix <= last; ++ix) {
-              const std::int32_t x = qx::wrapped_index(ix, grid.nx);
+              const std::int32_t x = qx::wrapped(ix, grid.nx);
               std::int32_t& seen = last_group[grid.row(z, y) + static_cast<std::size_t>(x)];
               if (std::exchange(seen, g + 1) == g + 1) continue;
               sums.add(of_data.planes()[z][y][x], of_model.planes()[z][y][x]);

@@ -114,7 +114,7 @@ void claim_near(const PointOwners& owners, const double (&centre)[3], double rad
   const MaskGrid& grid = owners.grid;
   const double at[3] = {centre[0] * grid.nx, centre[1] * grid.ny, centre[2] * grid.nz};
   for_each_run(grid, at, radius, [&](int iz, int iy, int first, int last) {
-    const std::size_t row = grid.row(wrapped_index(iz, grid.nz), wrapped_index(iy, grid.ny));
+    const std::size_t row = grid.row(wrapped(iz, grid.nz), wrapped(iy, grid.ny));
     const double dz = iz - at[2];
     const double dy = iy - at[1];
     const double y = dy * grid.by + dz * grid.cy;
@@ -122,7 +122,7 @@ void claim_near(const PointOwners& owners, const double (&centre)[3], double rad
     for (int ix = first; ix <= last; ++ix) {
       const double x = (ix - at[0]) * grid.ax + dy * grid.bx + dz * grid.cx;
       const auto distance = static_cast<float>(square + x * x);
-      const std::size_t to = row + static_cast<std::size_t>(wrapped_index(ix, grid.nx));
+      const std::size_t to = row + static_cast<std::size_t>(wrapped(ix, grid.nx));
       const bool nearer = distance < owners.distance[to] ||
                           (distance == owners.distance[to] && group < owners.owner[to]);
       if (!nearer) continue;
@@ -142,8 +142,8 @@ std::uint16_t owner_beside(const PointOwners& owners, std::int32_t iz, std::int3
                                      {iz, iy + 1, ix}, {iz, iy, ix - 1}, {iz, iy, ix + 1}};
   std::uint16_t lowest = PointOwners::nobody;
   for (const auto& at : around) {
-    const std::size_t to = g.row(wrapped_index(at[0], g.nz), wrapped_index(at[1], g.ny)) +
-                           static_cast<std::size_t>(wrapped_index(at[2], g.nx));
+    const std::size_t to = g.row(wrapped(at[0], g.nz), wrapped(at[1], g.ny)) +
+                           static_cast<std::size_t>(wrapped(at[2], g.nx));
     if (owners.distance[to] < layer) lowest = std::min(lowest, owners.owner[to]);
   }
   return lowest;
@@ -200,7 +200,7 @@ bool symmetrise_owners(const PointOwners& owners, std::int32_t nops,
           image(ops[op], point, mate);
           std::int32_t index[3];
           for (int i = 0; i < 3; ++i) {
-            index[i] = wrapped_index(static_cast<std::int32_t>(std::lround(mate[i] * n[i])), n[i]);
+            index[i] = wrapped(static_cast<std::int32_t>(std::lround(mate[i] * n[i])), n[i]);
           }
           first = std::min(first, g.row(index[2], index[1]) + static_cast<std::size_t>(index[0]));
         }

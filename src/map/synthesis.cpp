@@ -1,6 +1,7 @@
 #include "map/synthesis.h"
 
 #include "core/constants.h"
+#include "core/wrapped.h"
 
 #include <algorithm>
 #include <cmath>
@@ -117,11 +118,6 @@ class PendingTerms {
   std::size_t next_ = 0;
   Term terms_[capacity];
 };
-
-std::ptrdiff_t wrapped(std::int32_t index, std::ptrdiff_t n) noexcept {
-  const std::ptrdiff_t rest = index % n;
-  return rest < 0 ? rest + n : rest;
-}
 
 }  // namespace
 

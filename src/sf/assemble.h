@@ -2,6 +2,7 @@
 // transform at the rotated index times exp(2 pi i h.t).
 #pragma once
 
+#include "core/wrapped.h"
 #include "fft/half_spectrum.h"
 
 #include <cstdint>
@@ -52,12 +53,6 @@ inline RotatedIndex mate_of(const IndexOperator& op, std::int64_t h, std::int64_
   return {h * op.r[0][0] + k * op.r[1][0] + l * op.r[2][0],
           h * op.r[0][1] + k * op.r[1][1] + l * op.r[2][1],
           h * op.r[0][2] + k * op.r[1][2] + l * op.r[2][2]};
-}
-
-// An index brought into [0, n).
-inline std::int32_t wrapped(std::int64_t index, std::int32_t n) noexcept {
-  if (index >= n || index <= -n) index %= n;
-  return static_cast<std::int32_t>(index < 0 ? index + n : index);
 }
 
 // What a box of every n-th plane makes of an l (by l mod nz, the planes of the cell): the row of

@@ -15,7 +15,7 @@ void set_run(std::uint8_t* row, std::int32_t n, std::int32_t first, std::int32_t
     std::memset(row, 1, static_cast<std::size_t>(n));
     return;
   }
-  const std::int32_t start = wrapped_index(first, n);
+  const std::int32_t start = wrapped(first, n);
   const std::int32_t here = count < n - start ? count : n - start;
   std::memset(row + start, 1, static_cast<std::size_t>(here));
   std::memset(row, 1, static_cast<std::size_t>(count - here));
@@ -41,9 +41,9 @@ std::int32_t longest_shift(const MaskGrid& grid, double distance) noexcept {
 // A row with `pad` points of its periodic continuation on both sides.
 void pad_row(const std::uint8_t* row, std::int32_t n, std::int32_t pad,
              std::uint8_t* out) noexcept {
-  for (std::int32_t i = -pad; i < 0; ++i) out[i + pad] = row[wrapped_index(i, n)];
+  for (std::int32_t i = -pad; i < 0; ++i) out[i + pad] = row[wrapped(i, n)];
   std::memcpy(out + pad, row, static_cast<std::size_t>(n));
-  for (std::int32_t i = n; i < n + pad; ++i) out[i + pad] = row[wrapped_index(i, n)];
+  for (std::int32_t i = n; i < n + pad; ++i) out[i + pad] = row[wrapped(i, n)];
 }
 
 }  // namespace
@@ -53,8 +53,8 @@ void mark_sphere(const MaskGrid& grid, const double (&centre)[3], double radius,
   const double at[3] = {centre[0] * grid.nx, centre[1] * grid.ny, centre[2] * grid.nz};
   for_each_run(grid, at, radius,
                [&](std::int32_t iz, std::int32_t iy, std::int32_t first, std::int32_t last) {
-                 set_run(mask + grid.row(wrapped_index(iz, grid.nz), wrapped_index(iy, grid.ny)),
-                         grid.nx, first, last - first + 1);
+                 set_run(mask + grid.row(wrapped(iz, grid.nz), wrapped(iy, grid.ny)), grid.nx,
+                         first, last - first + 1);
                });
 }
 
@@ -74,7 +74,7 @@ void shrink_mask(const MaskGrid& grid, double distance, const std::uint8_t* mask
           grid, distance,
           [&](std::int32_t dz, std::int32_t dy, std::int32_t first, std::int32_t last) {
             const std::uint8_t* row =
-                mask + grid.row(wrapped_index(iz + dz, grid.nz), wrapped_index(iy + dy, grid.ny));
+                mask + grid.row(wrapped(iz + dz, grid.nz), wrapped(iy + dy, grid.ny));
             pad_row(row, grid.nx, pad, scratch);
             for (std::int32_t shift = first; shift <= last; ++shift) {
               const std::uint8_t* from = scratch + pad + shift;

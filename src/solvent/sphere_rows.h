@@ -1,17 +1,12 @@
 // K. The rows of grid points within a sphere.
 #pragma once
 
+#include "core/wrapped.h"
 #include "solvent/mask.h"
 
 #include <cmath>
 
 namespace qx {
-
-// A grid index in [0, n).
-inline std::int32_t wrapped_index(std::int32_t i, std::int32_t n) noexcept {
-  const std::int32_t rest = i % n;
-  return rest < 0 ? rest + n : rest;
-}
 
 // Indices i with |i step + offset| <= half.
 struct StepRange {
