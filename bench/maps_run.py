@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """quorix maps beside cctbx's mmtbx on the same model and data: R factors, correlation of the map
 coefficients, seconds. Needs python3-cctbx (Debian) and python3-gemmi.
-Usage: maps_run.py MODEL.pdb DATA.mtz [--quorix PATH]; the data hold FP, SIGFP and, if there is one, FREE (0: the
+Usage: maps_run.py MODEL.pdb DATA.mtz [--quorix PATH] [--beside-fcalc RUNS]; the data hold FP, SIGFP and, if there is one, FREE (0: the
 free set)."""
 import argparse
 import json
+import resource
+import statistics
 import subprocess
 import tempfile
 import time
@@ -68,12 +70,34 @@ def correlation(a, b, weights):
     return (w * (x * y.conj()).real).sum() / np.sqrt((w * abs(x) ** 2).sum() * (w * abs(y) ** 2).sum())
 
 
+def cpu_seconds(words):
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    subprocess.run(words, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+
+
+def beside_fcalc(program, model, data, runs):
+    """maps with both maps over fcalc with one: of the scaled model, and of the atoms alone."""
+    with tempfile.TemporaryDirectory() as folder:
+        fcalc = [program, 'fcalc', model, '--hkl', data, '-o', f'{folder}/f.mtz', '--map-2fofc', f'{folder}/f.ccp4']
+        maps = [program, 'maps', model, data, '-o', f'{folder}/m.mtz', '--maps', f'{folder}/m']
+        for name, words in (('fcalc', fcalc), ('fcalc --solvent none', [*fcalc, '--solvent', 'none'])):
+            pairs = [(cpu_seconds(maps), cpu_seconds(words)) for _ in range(runs)]
+            ratio = statistics.median(a / b for a, b in pairs)
+            print(f'maps over {name:20s} {ratio:.2f}   (least cpu s {min(p[0] for p in pairs):.2f} / '
+                  f'{min(p[1] for p in pairs):.2f}, {runs} pairs)')
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument('model')
     parser.add_argument('data')
     parser.add_argument('--quorix', default=Path(__file__).resolve().parent.parent / 'build/bin/quorix')
+    parser.add_argument('--beside-fcalc', type=int, metavar='RUNS', help='processor time beside quorix fcalc instead')
     args = parser.parse_args()
+    if args.beside_fcalc:
+        return beside_fcalc(args.quorix, args.model, args.data, args.beside_fcalc)
     told, ours, seconds = run_quorix(args.quorix, args.model, args.data)
     r_work, r_free, theirs, weights, their_seconds = run_cctbx(args.model, args.data)
     free = told['r']['free']

@@ -46,6 +46,16 @@ void pad_row(const std::uint8_t* row, std::int32_t n, std::int32_t pad,
   for (std::int32_t i = n; i < n + pad; ++i) out[i + pad] = row[wrapped(i, n)];
 }
 
+// row[i] &= padded[i + shift] for all shifts of a run. Without other names for the bytes, and with
+// the count in a register, this is a vector loop.
+void and_shifted(std::int32_t n, const std::uint8_t* __restrict padded, std::int32_t first,
+                 std::int32_t last, std::uint8_t* __restrict row) noexcept {
+  for (std::int32_t shift = first; shift <= last; ++shift) {
+    const std::uint8_t* __restrict from = padded + shift;
+    for (std::int32_t i = 0; i < n; ++i) row[i] = static_cast<std::uint8_t>(row[i] & from[i]);
+  }
+}
+
 }  // namespace
 
 void mark_sphere(const MaskGrid& grid, const double (&centre)[3], double radius,
@@ -67,22 +77,17 @@ void shrink_mask(const MaskGrid& grid, double distance, const std::uint8_t* mask
                  std::uint8_t* scratch, std::uint8_t* out) noexcept {
   const std::int32_t pad = longest_shift(grid, distance);
   std::memcpy(out, mask, grid.points());
-  for (std::int32_t iz = 0; iz < grid.nz; ++iz) {
-    for (std::int32_t iy = 0; iy < grid.ny; ++iy) {
-      std::uint8_t* target = out + grid.row(iz, iy);
-      for_each_neighbour_run(
-          grid, distance,
-          [&](std::int32_t dz, std::int32_t dy, std::int32_t first, std::int32_t last) {
-            const std::uint8_t* row =
-                mask + grid.row(wrapped(iz + dz, grid.nz), wrapped(iy + dy, grid.ny));
-            pad_row(row, grid.nx, pad, scratch);
-            for (std::int32_t shift = first; shift <= last; ++shift) {
-              const std::uint8_t* from = scratch + pad + shift;
-              for (std::int32_t i = 0; i < grid.nx; ++i) target[i] &= from[i];
-            }
-          });
+  const auto take_run = [&](std::int32_t dz, std::int32_t dy, std::int32_t first,
+                            std::int32_t last) noexcept {
+    for (std::int32_t iz = 0; iz < grid.nz; ++iz) {
+      const std::int32_t z = wrapped(iz + dz, grid.nz);
+      for (std::int32_t iy = 0; iy < grid.ny; ++iy) {
+        pad_row(mask + grid.row(z, wrapped(iy + dy, grid.ny)), grid.nx, pad, scratch);
+        and_shifted(grid.nx, scratch + pad, first, last, out + grid.row(iz, iy));
+      }
     }
-  }
+  };
+  for_each_neighbour_run(grid, distance, take_run);
 }
 
 }  // namespace qx
