@@ -26,7 +26,8 @@ QX_API qx_status qx_add_omit_atoms(int32_t n, const int32_t* atoms);
 // there are that many groups, at most one for each atom. Each point of the map is taken from the
 // map without the group that it is nearest to.
 QX_API qx_status qx_set_qxomit_boxes(int32_t boxes);
-// Atoms within `rim` Angstrom of a box or a sphere are left out as well (1.5).
+// Atoms within `rim` Angstrom of a box, a sphere or the atoms of a group are left out as well
+// (1.5).
 QX_API qx_status qx_set_qxomit_rim(double rim);
 // 1: the region, of listed atoms and of groups what lies within 3 A of them, holds no solvent
 // either. 0: the solvent stays as it is.

@@ -174,14 +174,18 @@ Status generate_regions(const OmitSetting& setting) {
   return qx_generate_map_core(run.amplitude(), run.phase());
 }
 
-// Groups of the atoms, and what their boxes leave out.
+// Groups of the atoms, and how to find the neighbours of each.
 struct Groups {
   std::int32_t count = 0;
   Tagged<std::int32_t> of_atom;  // per computed atom
-  Tagged<qx::OmitRegion> boxes;
+  Tagged<double[3]> positions;   // the same
+  Tagged<std::int32_t> starts, sorted;
+  qx::AtomBins bins = {};
 
   Status open(const OmitSetting& setting);
-  Status bound(const OmitSetting& setting);
+  Status open_bins(const OmitSetting& setting);
+  // Marks the atoms of a group and those within the rim of any mate of them.
+  void mark(const OmitSetting& setting, std::int32_t group, std::int32_t* marks) const;
 };
 
 Status Groups::open(const OmitSetting& setting) {
@@ -190,30 +194,43 @@ Status Groups::open(const OmitSetting& setting) {
   count = std::min(setting.omit->boxes, system.natom);
   of_atom = Tagged<std::int32_t>(n, "pom_group");
   if (!of_atom) return failed;
-  const Tagged<std::int32_t> order(n, "pom_order");
-  if (!order) return failed;
+  sorted = Tagged<std::int32_t>(n, "pom_order");
+  if (!sorted) return failed;
   const double* const axes[3] = {system.x, system.y, system.z};
-  qx::halve_atoms(system.natom, axes, count, order.get(), of_atom.get());
-  boxes = Tagged<qx::OmitRegion>(static_cast<std::size_t>(count), "pom_box");
-  if (!boxes) return failed;
-  return bound(setting);
+  qx::halve_atoms(system.natom, axes, count, sorted.get(), of_atom.get());
+  return open_bins(setting);
 }
 
-Status Groups::bound(const OmitSetting& setting) {
-  for (std::size_t group = 0; group < static_cast<std::size_t>(count); ++group) {
-    boxes[group] = {qx::OmitShape::box, {1e30, -1e30, 1e30, -1e30, 1e30, -1e30}};
-  }
-  for (std::int32_t i = 0; i < setting.system->natom; ++i) {
-    double at[3];
+Status Groups::open_bins(const OmitSetting& setting) {
+  const std::int32_t natom = setting.system->natom;
+  positions = Tagged<double[3]>(static_cast<std::size_t>(natom), "pom_at");
+  if (!positions) return failed;
+  for (std::int32_t i = 0; i < natom; ++i) {
+    double(&at)[3] = positions[static_cast<std::size_t>(i)];
     setting.fractional(i, at);
-    const auto group = static_cast<std::size_t>(of_atom[static_cast<std::size_t>(i)]);
-    double(&limits)[6] = boxes[group].at;
-    for (int axis = 0; axis < 3; ++axis) {
-      limits[2 * axis] = std::min(limits[2 * axis], at[axis]);
-      limits[2 * axis + 1] = std::max(limits[2 * axis + 1], at[axis]);
+    for (double& x : at) x -= std::floor(x);
+  }
+  qx::choose_bins(setting.frame, 2.0 * setting.omit->rim, bins);
+  starts = Tagged<std::int32_t>(static_cast<std::size_t>(bins.bins()) + 1, "pom_bins");
+  if (!starts) return failed;
+  bins.starts = starts.get();
+  bins.atoms = sorted.get();
+  bins.positions = positions.get();
+  qx::sort_into_bins(bins, natom);
+  return ok;
+}
+
+void Groups::mark(const OmitSetting& setting, std::int32_t group, std::int32_t* marks) const {
+  for (std::int32_t i = 0; i < setting.system->natom; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    if (of_atom[at] != group) continue;
+    for (std::int32_t op = 0; op < setting.group->nops; ++op) {
+      double mate[3];
+      qx::image(setting.group->ops[op], positions[at], mate);
+      for (double& x : mate) x -= std::floor(x);
+      qx::mark_near(bins, setting.frame, mate, setting.omit->rim, marks);
     }
   }
-  return ok;
 }
 
 // Every point of the map's grid goes to the group of the atom that it is nearest to.
@@ -227,14 +244,12 @@ Status share_points(const OmitSetting& setting, const Groups& groups, const Mask
   const qx::PointOwners owners = {grid, owner.get(), distance.get()};
   qx::clear_owners(owners);
   for (std::int32_t i = 0; i < setting.system->natom; ++i) {
-    double at[3];
-    setting.fractional(i, at);
+    const auto atom = static_cast<std::size_t>(i);
     for (std::int32_t op = 0; op < setting.group->nops; ++op) {
       double mate[3];
-      qx::image(setting.group->ops[op], at, mate);
+      qx::image(setting.group->ops[op], groups.positions[atom], mate);
       for (double& x : mate) x -= std::floor(x);
-      qx::claim_near(owners, mate, near,
-                     static_cast<std::uint16_t>(groups.of_atom[static_cast<std::size_t>(i)]));
+      qx::claim_near(owners, mate, near, static_cast<std::uint16_t>(groups.of_atom[atom]));
     }
   }
   qx::claim_rest(owners);
@@ -267,8 +282,7 @@ Status add_group(const OmitSetting& setting, OmitRun& run, const Groups& groups,
   const Tagged<std::int32_t> marks(
       qx::allocate_zeroed<std::int32_t>(static_cast<std::size_t>(system.natom), "pom_marks"));
   if (!marks) return failed;
-  const qx::OmitRegion* box = groups.boxes.get() + group;
-  (void)qx::mark_regions(setting, box, 1, marks.get());
+  groups.mark(setting, group, marks.get());
   omitted.add(drop_excluded(system, marks.get()));
   QX_TRY(run.coefficients(marks.get(), groups.of_atom.get(), group));
   QX_TRY(qx_generate_map_core(run.amplitude(), run.phase()));

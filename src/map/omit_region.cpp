@@ -19,6 +19,14 @@ StepRange copies_within(double low, double high, double point) noexcept {
           static_cast<std::int32_t>(std::floor(high - point + tolerance))};
 }
 
+double square_length(const CellFrame& frame, const double (&d)[3]) noexcept {
+  const double(&m)[9] = frame.matrix;
+  const double x = m[0] * d[0] + m[1] * d[1] + m[2] * d[2];
+  const double y = m[4] * d[1] + m[5] * d[2];
+  const double z = m[8] * d[2];
+  return x * x + y * y + z * z;
+}
+
 bool sphere_holds(const OmitRegion& sphere, const CellFrame& frame, double rim,
                   const double (&point)[3]) noexcept {
   const double radius = sphere.at[3] + rim;
@@ -27,16 +35,12 @@ bool sphere_holds(const OmitRegion& sphere, const CellFrame& frame, double rim,
     const double reach = radius * frame.stars[i];
     copies[i] = copies_within(sphere.at[i] - reach, sphere.at[i] + reach, point[i]);
   }
-  const double(&m)[9] = frame.matrix;
   for (std::int32_t k = copies[2].first; k <= copies[2].last; ++k) {
     for (std::int32_t j = copies[1].first; j <= copies[1].last; ++j) {
       for (std::int32_t i = copies[0].first; i <= copies[0].last; ++i) {
         const double d[3] = {point[0] + i - sphere.at[0], point[1] + j - sphere.at[1],
                              point[2] + k - sphere.at[2]};
-        const double x = m[0] * d[0] + m[1] * d[1] + m[2] * d[2];
-        const double y = m[4] * d[1] + m[5] * d[2];
-        const double z = m[8] * d[2];
-        if (x * x + y * y + z * z <= radius * radius + tolerance) return true;
+        if (square_length(frame, d) <= radius * radius + tolerance) return true;
       }
     }
   }
@@ -101,6 +105,81 @@ void halve_atoms(std::int32_t n, const double* const (&xyz)[3], std::int32_t gro
                      });
     waiting[count++] = {share.begin, middle, half, share.first};
     waiting[count++] = {middle, share.end, share.groups - half, share.first + half};
+  }
+}
+
+void choose_bins(const CellFrame& frame, double length, AtomBins& bins) noexcept {
+  for (int i = 0; i < 3; ++i) {
+    const double wanted = 1.0 / (std::max(length, 1.0) * frame.stars[i]);
+    bins.counts[i] =
+        static_cast<std::int32_t>(std::clamp(wanted, 1.0, static_cast<double>(AtomBins::most)));
+  }
+}
+
+namespace {
+
+std::int32_t bin_along(double x, std::int32_t count) noexcept {
+  return std::clamp(static_cast<std::int32_t>(x * count), 0, count - 1);
+}
+
+std::int32_t bin_of(const AtomBins& bins, const double (&at)[3]) noexcept {
+  return (bin_along(at[2], bins.counts[2]) * bins.counts[1] + bin_along(at[1], bins.counts[1])) *
+             bins.counts[0] +
+         bin_along(at[0], bins.counts[0]);
+}
+
+}  // namespace
+
+void sort_into_bins(const AtomBins& bins, std::int32_t natom) noexcept {
+  std::fill_n(bins.starts, bins.bins() + 1, 0);
+  for (std::int32_t i = 0; i < natom; ++i) ++bins.starts[bin_of(bins, bins.positions[i]) + 1];
+  std::partial_sum(bins.starts, bins.starts + bins.bins() + 1, bins.starts);
+  // Backwards, each bin from its end: its start is left where it is.
+  for (std::int32_t i = natom; i-- > 0;) {
+    bins.atoms[--bins.starts[bin_of(bins, bins.positions[i]) + 1]] = i;
+  }
+  // What was each bin's end has become its start.
+  for (std::int32_t bin = 0; bin < bins.bins(); ++bin) bins.starts[bin] = bins.starts[bin + 1];
+  bins.starts[bins.bins()] = natom;
+}
+
+namespace {
+
+// Atoms of a bin whose copies, shifted by whole cells, lie near the point.
+void mark_in_bin(const AtomBins& bins, const CellFrame& frame, std::int32_t bin,
+                 const double (&shifted)[3], double square, std::int32_t* marks) noexcept {
+  for (std::int32_t j = bins.starts[bin]; j < bins.starts[bin + 1]; ++j) {
+    const double(&at)[3] = bins.positions[bins.atoms[j]];
+    const double d[3] = {at[0] - shifted[0], at[1] - shifted[1], at[2] - shifted[2]};
+    if (square_length(frame, d) <= square) marks[bins.atoms[j]] = 1;
+  }
+}
+
+}  // namespace
+
+void mark_near(const AtomBins& bins, const CellFrame& frame, const double (&point)[3],
+               double radius, std::int32_t* marks) noexcept {
+  StepRange range[3];
+  for (int i = 0; i < 3; ++i) {
+    const double reach = radius * frame.stars[i] + tolerance;
+    range[i] = {static_cast<std::int32_t>(std::floor((point[i] - reach) * bins.counts[i])),
+                static_cast<std::int32_t>(std::floor((point[i] + reach) * bins.counts[i]))};
+  }
+  const double square = radius * radius + tolerance;
+  const auto cell_of = [](std::int32_t bin, std::int32_t count) {
+    return (bin - wrapped_index(bin, count)) / count;
+  };
+  const std::int32_t(&n)[3] = bins.counts;
+  for (std::int32_t k = range[2].first; k <= range[2].last; ++k) {
+    for (std::int32_t j = range[1].first; j <= range[1].last; ++j) {
+      for (std::int32_t i = range[0].first; i <= range[0].last; ++i) {
+        const double shifted[3] = {point[0] - cell_of(i, n[0]), point[1] - cell_of(j, n[1]),
+                                   point[2] - cell_of(k, n[2])};
+        const std::int32_t bin = (wrapped_index(k, n[2]) * n[1] + wrapped_index(j, n[1])) * n[0] +
+                                 wrapped_index(i, n[0]);
+        mark_in_bin(bins, frame, bin, shifted, square, marks);
+      }
+    }
   }
 }
 

@@ -38,6 +38,24 @@ inline void image(const double (&op)[16], const double (&point)[3], double (&out
 void halve_atoms(std::int32_t n, const double* const (&xyz)[3], std::int32_t groups,
                  std::int32_t* order, std::int32_t* group) noexcept;
 
+// Atoms of a cell sorted into bins along its axes.
+struct AtomBins {
+  static constexpr std::int32_t most = 32;  // along an axis
+  std::int32_t counts[3];
+  std::int32_t* starts;  // counts[0] * counts[1] * counts[2] + 1
+  std::int32_t* atoms;
+  const double (*positions)[3];  // fractional, in the cell
+
+  [[nodiscard]] std::int32_t bins() const noexcept { return counts[0] * counts[1] * counts[2]; }
+};
+
+// About a bin for each `length` Angstrom between the planes of the lattice.
+void choose_bins(const CellFrame& frame, double length, AtomBins& bins) noexcept;
+void sort_into_bins(const AtomBins& bins, std::int32_t natom) noexcept;
+// Sets the marks of all atoms a lattice copy of which lies within `radius` of the point to 1.
+void mark_near(const AtomBins& bins, const CellFrame& frame, const double (&point)[3],
+               double radius, std::int32_t* marks) noexcept;
+
 // To whom the points of a cell belong.
 struct PointOwners {
   static constexpr std::uint16_t nobody = 65535;

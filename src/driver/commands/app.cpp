@@ -54,6 +54,7 @@ void build_app(CLI::App& app, int& status) {
   add_fcalc(app, status);
   add_maps(app, status);
   add_validate(app, status);
+  add_omit(app, status);
   add_stats(app, status);
   add_fofo(app, status);
   add_report(app, status);

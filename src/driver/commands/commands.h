@@ -16,6 +16,7 @@ void add_report(CLI::App& app, int& status);
 void add_batch(CLI::App& app, int& status);
 void add_maps(CLI::App& app, int& status);
 void add_validate(CLI::App& app, int& status);
+void add_omit(CLI::App& app, int& status);
 void add_stats(CLI::App& app, int& status);
 void add_fofo(CLI::App& app, int& status);
 

@@ -16,6 +16,7 @@
 #include <gemmi/mmread.hpp>    // for coor_format_from_content
 #include <gemmi/reciproc.hpp>  // for make_miller_vector
 #include <gemmi/select.hpp>    // for Selection
+#include <unordered_set>
 
 namespace qx {
 
@@ -217,15 +218,51 @@ void Coordinates::note_defaults(const std::string& path, const DefaultValues& de
 
 Coordinates::~Coordinates() = default;
 
-void Coordinates::select(const std::string& selection, const std::string& path) {
+namespace {
+
+gemmi::Selection parse_selection(const std::string& text, const std::string& option) {
   try {
-    gemmi::Selection(selection).remove_not_selected(structure_->models.front());
+    return gemmi::Selection(text);
   } catch (const std::exception& error) {
     throw CommandError(
-        2, "--select: " + std::string(error.what()) + "; as in 'A/40-44', '(LIG)', 'B/101/CA,CB'");
+        2, option + ": " + std::string(error.what()) + "; as in 'A/40-44', '(LIG)', 'B/101/CA,CB'");
   }
-  if (atom_count() == 0)
-    throw CommandError(2, "no atom of " + path + " is in --select " + selection);
+}
+
+[[noreturn]] void report_empty(const std::string& selection, const std::string& path,
+                               const std::string& option) {
+  throw CommandError(2, "no atom of " + path + " is in " + option + " " + selection);
+}
+
+}  // namespace
+
+void Coordinates::select(const std::string& selection, const std::string& path) {
+  parse_selection(selection, "--select").remove_not_selected(structure_->models.front());
+  if (atom_count() == 0) report_empty(selection, path, "--select");
+}
+
+std::vector<std::size_t> Coordinates::entries_of(const std::string& selection,
+                                                 const std::string& path,
+                                                 const std::string& option) const {
+  const gemmi::Selection wanted = parse_selection(selection, option);
+  std::unordered_set<const gemmi::Atom*> atoms;
+  for (const gemmi::Chain& chain : structure_->models.front().chains) {
+    if (!wanted.matches(chain)) continue;
+    for (const gemmi::Residue& residue : chain.residues) {
+      if (!wanted.matches(residue)) continue;
+      for (const gemmi::Atom& atom : residue.atoms) {
+        if (wanted.matches(atom)) atoms.insert(&atom);
+      }
+    }
+  }
+  std::vector<std::size_t> entries;
+  std::size_t at = 0;
+  for_each_entry(*structure_, deuterium_, [&](const gemmi::Atom& atom, double, bool) {
+    if (atoms.count(&atom) > 0) entries.push_back(at);
+    ++at;
+  });
+  if (entries.empty()) report_empty(selection, path, option);
+  return entries;
 }
 
 std::size_t Coordinates::atom_count() const {

@@ -35,6 +35,11 @@ class Coordinates {
   // Leaves the atoms that are selected in gemmi's language; throws CommandError for a text that is
   // none in it, or that selects no atom.
   void select(const std::string& selection, const std::string& path);
+  // Places of the selected atoms in the model that is filled, from 0; throws the same, naming the
+  // option that the selection was given with.
+  [[nodiscard]] std::vector<std::size_t> entries_of(const std::string& selection,
+                                                    const std::string& path,
+                                                    const std::string& option) const;
   [[nodiscard]] std::size_t atom_count() const;
   // How many atoms of unknown element take no part, and which is the first; empty for none.
   [[nodiscard]] std::string unknown_atoms() const;

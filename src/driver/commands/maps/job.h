@@ -24,16 +24,23 @@ struct MapsOptions {
   std::string hydrogens = "yes";
   int kick = 0;  // sets of coefficients that the CCP4 maps are the mean of
   std::string fill = "yes";
-  int worst = 10;  // residues that are printed
+  int worst = 10;    // residues that are printed
+  std::string omit;  // atoms that the maps lack
   bool all = false, scripts = false, print_sections = false;
 };
 
+// Model, data and crystal; how they are compared.
+void add_data_options(CLI::App& command, MapsOptions& options);
+void add_method_options(CLI::App& command, MapsOptions& options);
+// Which reflections enter a map.
+void add_map_options(CLI::App& command, MapsOptions& options);
 void add_maps_options(CLI::App& command, MapsOptions& options);
 void add_validate_options(CLI::App& command, MapsOptions& options);
 // Throws CommandError for values that no section is to see; fills what the base asks for.
 void check_options(MapsOptions& options);
 
-SectionText likelihood_section(const FcalcJob& job, const MapsOptions& options);
+// The likelihood, and what the data set takes of it; between the two atoms are left out.
+std::vector<SectionText> likelihood_sections(const FcalcJob& job, const MapsOptions& options);
 SectionText weighted_map_section(const MapsOptions& options, const std::string& path,
                                  bool difference);
 // The last section: the engine is gone after it.
@@ -59,6 +66,15 @@ struct MapsReport {
   std::vector<ResidueDensity> residues;
   double seconds = 0.0;
 };
+
+// Crystal and observations, which have to be there; throws CommandError.
+void prepare_with_data(FcalcJob& job);
+// Amplitudes, structure factors, solvent, scale, R factors, likelihood; as sections the same.
+std::vector<SectionText> model_sections(FcalcJob& job, const MapsOptions& options);
+void calculate(Engine& engine, FcalcJob& job, const MapsOptions& options, MapsReport& report);
+// The report as text.
+void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& report);
+double rms_of_map();
 
 // R factors, scale, solvent and likelihood, from the engine while it is there.
 nlohmann::ordered_json numbers_of_engine();

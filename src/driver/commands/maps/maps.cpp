@@ -2,6 +2,7 @@
 #include "driver/commands/commands.h"
 #include "driver/commands/fcalc/setup.h"
 #include "driver/commands/maps/job.h"
+#include "driver/commands/maps/omitted.h"
 #include "driver/commands/model_fit.h"
 #include "driver/commands/output_place.h"
 #include "driver/commands/viewer_scripts.h"
@@ -55,23 +56,6 @@ void correlate_densities(Engine& engine, const FcalcJob& job, MapsReport& report
   }
 }
 
-void tell_residues(const MapsReport& report, int worst) {
-  std::vector<ResidueDensity> sorted = report.residues;
-  if (sorted.empty() || worst < 1) return;
-  std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
-    return a.found.correlation < b.found.correlation;
-  });
-  const double median = sorted[sorted.size() / 2].found.correlation;
-  std::cout << format("Density correlation         : median %.3f of %zu residues, within %.2f A\n",
-                      median, sorted.size(), report.radius);
-  sorted.resize(std::min(sorted.size(), static_cast<std::size_t>(worst)));
-  std::cout << "residue              atoms  correlation  density/rms\n";
-  for (const ResidueDensity& row : sorted) {
-    std::cout << format("%-20s %5d  %11.3f  %11.2f\n", row.name.c_str(), row.found.atoms,
-                        row.found.correlation, row.found.density);
-  }
-}
-
 Json residues_json(const MapsReport& report) {
   Json rows = Json::array();
   for (const ResidueDensity& row : report.residues) {
@@ -82,11 +66,6 @@ Json residues_json(const MapsReport& report) {
                     {"density", row.found.density}});
   }
   return {{"radius", report.radius}, {"residues", rows}};
-}
-
-double rms_of_map() {
-  qx_map_statistics_view view = {};
-  return qx_get_map_statistics(&view) == 1 ? view.rms : 0.0;
 }
 
 void write_map(Engine& engine, const MapsOptions& options, const std::string& path, bool difference,
@@ -108,47 +87,10 @@ void write_scripts_of(const MapsOptions& options, const MapsReport& report) {
                 viewer_scripts(prefix.filename().string(), viewed, options.base.model, folder));
 }
 
-constexpr double least_completeness = 0.8;
-
-void look_at_completeness(Engine& engine, FcalcJob& job, const MapsOptions& options,
-                          MapsReport& report) {
-  qx_completeness found = {};
-  engine.call([&] { return qx_calc_completeness(&found); });
-  report.completeness = found;
-  if (found.possible < 1 || found.observed >= least_completeness * found.possible) return;
-  std::string line =
-      format("only %d of %d unique reflections between the data's limits were observed (%.1f %%)",
-             found.observed, found.possible, 100.0 * found.observed / found.possible);
-  if (options.base.fill)
-    line +=
-        ": the others are DFc in FWT, which makes it look like the model; FWT_nofill is without";
-  warn(job, line);
-}
-
-bool needs_amplitudes(const FcalcJob& job) { return job.observed.amplitude.empty(); }
-
-SectionText amplitudes_section() { return SectionText("xwilson").line("amplitudes"); }
-
-// Amplitudes, structure factors, solvent, scale, R factors.
-void calculate(Engine& engine, FcalcJob& job, const MapsOptions& options, MapsReport& report) {
-  set_up(engine, job);
-  if (needs_amplitudes(job)) report.lines += engine.run(amplitudes_section());
-  look_at_completeness(engine, job, options, report);
-  note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
-  report.lines += fit_to_observations(engine, job, options.base.solvent, false);
-}
-
 // Everything as text, nothing of it written.
 void show_sections(FcalcJob& job, const MapsOptions& options) {
-  Engine engine(options.base.verbose);
-  engine.run(crystal_section(job));
-  job.input = options.base.hkl;
-  std::vector<SectionText> sections = set_up_sections(job);
+  std::vector<SectionText> sections = model_sections(job, options);
   const auto add = [&](const SectionText& section) { sections.push_back(section); };
-  if (needs_amplitudes(job)) add(amplitudes_section());
-  add(SectionText("xfcc").line("calc"));
-  for (const SectionText& section : fit_sections(options.base.solvent, false)) add(section);
-  add(likelihood_section(job, options));
   add(SectionText("xfcc").line("replace"));
   const std::string& full = options.base.map_2fofc;
   const std::string& difference = options.base.map_fofc;
@@ -156,36 +98,6 @@ void show_sections(FcalcJob& job, const MapsOptions& options) {
   if (!difference.empty()) add(weighted_map_section(options, difference, true));
   add(coefficients_section(job, options, options.base.output));
   for (const SectionText& section : sections) std::cout << printed(section);
-}
-
-void prepare_with_data(FcalcJob& job) {
-  prepare(job);
-  if (job.observed.empty) {
-    throw CommandError(2, "there is no amplitude above 0 in column " + job.observed.amplitude +
-                              " of " + job.options.hkl);
-  }
-  if (job.observed.amplitude.empty() && job.observed.intensity.empty()) {
-    throw CommandError(2, job.options.hkl +
-                              " has neither amplitudes nor intensities under a usual name: give "
-                              "--labels F,SIGF,FREE");
-  }
-}
-
-void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& report) {
-  if (job.observed.free_set) {
-    std::cout << "Free flags                  : " << job.observed.free_set->line() << '\n';
-  }
-  const qx_completeness& found = report.completeness;
-  std::cout << format(
-      "Completeness                : %d of %d unique reflections observed (%.1f %%)",
-      found.observed, found.possible, 100.0 * found.observed / std::max(found.possible, 1));
-  if (found.added > 0) std::cout << format(", %d added to the file's", found.added);
-  std::cout << '\n' << report.lines;
-  tell_residues(report, options.worst);
-  for (const WrittenMap& map : report.maps) {
-    std::cout << format("%s written, rms %.4f e/A^3\n", map.path.c_str(), map.rms);
-  }
-  if (!options.base.output.empty()) std::cout << options.base.output << " written\n";
 }
 
 void tell_json(const FcalcJob& job, const MapsOptions& options, const MapsReport& report,
@@ -212,6 +124,7 @@ int run(MapsOptions& options, bool maps) {
   const auto start = std::chrono::steady_clock::now();
   Progress progress("reading");
   FcalcJob job{options.base, Coordinates(options.base.model), {}, {}, {}, {}, {}};
+  if (!options.omit.empty()) (void)omitted_atoms_line(job, options.omit, "--omit");
   prepare_with_data(job);
   if (options.print_sections) {
     show_sections(job, options);
@@ -222,7 +135,6 @@ int run(MapsOptions& options, bool maps) {
   MapsReport report;
   progress.step("calculating structure factors");
   calculate(engine, job, options, report);
-  report.lines += heed_warnings(job, engine.run(likelihood_section(job, options)));
   Json numbers;
   engine.call([&] {
     numbers = numbers_of_engine();

@@ -40,7 +40,9 @@ Examples:
   quorix validate 1ubq.pdb 1ubq.mtz
 )";
 
-void add_input(CLI::App& command, MapsOptions& o) {
+}  // namespace
+
+void add_data_options(CLI::App& command, MapsOptions& o) {
   FcalcOptions& base = o.base;
   command.add_option("MODEL", base.model, "Coordinates: PDB or mmCIF, also gzipped")
       ->required()
@@ -69,7 +71,7 @@ void add_input(CLI::App& command, MapsOptions& o) {
       ->expected(6);
 }
 
-void add_method(CLI::App& command, MapsOptions& o) {
+void add_method_options(CLI::App& command, MapsOptions& o) {
   add_solvent_option(command, o.base);
   command.add_option("--mode", o.mode, "sigmaA as a continuous curve or in bins")
       ->check(CLI::IsMember({"continuous", "binned"}))
@@ -85,22 +87,7 @@ void add_method(CLI::App& command, MapsOptions& o) {
   command.add_flag("-v,--verbose", o.base.verbose, "Show everything the engine prints");
 }
 
-}  // namespace
-
-void add_maps_options(CLI::App& command, MapsOptions& o) {
-  command.footer(maps_closing);
-  add_input(command, o);
-  command.add_option("-o,--output", o.base.output, "MTZ file to write")
-      ->type_name("FILE")
-      ->required()
-      ->check(names_files("mtz"));
-  command
-      .add_option("--maps", o.prefix,
-                  "Write both maps as CCP4 files too: PREFIX_2mFo-DFc.ccp4, PREFIX_mFo-DFc.ccp4")
-      ->type_name("PREFIX");
-  command.add_flag("--scripts", o.scripts,
-                   "With --maps: scripts for Coot, PyMOL and ChimeraX beside them");
-  command.add_flag("--all", o.all, "Write KTOT, WT, FSOLV and PHISOLV too");
+void add_map_options(CLI::App& command, MapsOptions& o) {
   command
       .add_option(
           "--free", o.free_reflections,
@@ -115,6 +102,28 @@ void add_maps_options(CLI::App& command, MapsOptions& o) {
       ->check(CLI::IsMember({"yes", "no"}))
       ->check(proposes("yes no"))
       ->capture_default_str();
+}
+
+void add_maps_options(CLI::App& command, MapsOptions& o) {
+  command.footer(maps_closing);
+  add_data_options(command, o);
+  command.add_option("-o,--output", o.base.output, "MTZ file to write")
+      ->type_name("FILE")
+      ->required()
+      ->check(names_files("mtz"));
+  command
+      .add_option("--maps", o.prefix,
+                  "Write both maps as CCP4 files too: PREFIX_2mFo-DFc.ccp4, PREFIX_mFo-DFc.ccp4")
+      ->type_name("PREFIX");
+  command.add_flag("--scripts", o.scripts,
+                   "With --maps: scripts for Coot, PyMOL and ChimeraX beside them");
+  command.add_flag("--all", o.all, "Write KTOT, WT, FSOLV and PHISOLV too");
+  add_map_options(command, o);
+  command
+      .add_option("--omit", o.omit,
+                  "Atoms that structure factors and maps are to lack, in gemmi's selection syntax; "
+                  "scale, solvent, R factors and sigmaA are those of the whole model")
+      ->type_name("SEL");
   command
       .add_option(
           "--kick", o.kick,
@@ -122,7 +131,7 @@ void add_maps_options(CLI::App& command, MapsOptions& o) {
           "than an omit map")
       ->type_name("N")
       ->check(CLI::Range(1, 1000));
-  add_method(command, o);
+  add_method_options(command, o);
   command.add_flag("--print-sections", o.print_sections,
                    "Print the text of sections that would be run, and write nothing");
   command.add_flag("--force", o.base.force,
@@ -131,8 +140,8 @@ void add_maps_options(CLI::App& command, MapsOptions& o) {
 
 void add_validate_options(CLI::App& command, MapsOptions& o) {
   command.footer(validate_closing);
-  add_input(command, o);
-  add_method(command, o);
+  add_data_options(command, o);
+  add_method_options(command, o);
   command
       .add_option("--worst", o.worst,
                   "How many residues to print, those whose density agrees least with the model's")
@@ -143,7 +152,7 @@ void add_validate_options(CLI::App& command, MapsOptions& o) {
 
 void check_options(MapsOptions& options) {
   FcalcOptions& base = options.base;
-  base.fill = options.fill == "yes" && base.command == "maps";
+  base.fill = options.fill == "yes" && base.command != "validate";
   base.hydrogens = options.hydrogens == "yes" ? 1 : -1;
   if (options.scripts && options.prefix.empty()) {
     throw CommandError(2, "--scripts belong to maps: give --maps PREFIX as well");

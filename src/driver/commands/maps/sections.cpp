@@ -1,18 +1,31 @@
 // The sections that the options come to.
 #include "driver/commands/maps/job.h"
+#include "driver/commands/maps/omitted.h"
 
 namespace qx {
 
-SectionText likelihood_section(const FcalcJob& job, const MapsOptions& options) {
-  SectionText text("xmlf");
-  text.line("param mode " + options.mode +
+std::vector<SectionText> likelihood_sections(const FcalcJob& job, const MapsOptions& options) {
+  SectionText estimate("xmlf");
+  estimate
+      .line("param mode " + options.mode +
             (options.free_reflections == "fill" ? " test fill" : " test keep") +
             (options.fill == "yes" ? " missing df" : " missing zero"))
       .line("estimate")
-      .line("print")
-      .line("replace");
-  if (job.anomalous()) text.line("anomalous");
-  return text;
+      .line("print");
+  const auto put = [&](SectionText& section) {
+    section.line("replace");
+    if (job.anomalous()) section.line("anomalous");
+  };
+  if (options.omit.empty()) {
+    put(estimate);
+    return {estimate};
+  }
+  SectionText without("xmlf");
+  put(without);
+  return {
+      estimate,
+      SectionText("xomit").line(omitted_atoms_line(job, options.omit, "--omit")).line("exclude"),
+      without};
 }
 
 SectionText weighted_map_section(const MapsOptions& options, const std::string& path,
