@@ -70,6 +70,21 @@ if run local --restart-times 0; then echo "workflow: nobody noticed the kill" >&
 run local || { cat log; exit 1; }
 check "by hand"
 
+# Maps of amplitudes and models: one model for all, the results as of one batch.
+mkdir model
+cp "$root/examples/1ubq.pdb" model
+"$QUORIX" batch data -o whole-maps -q --maps --model model/1ubq.pdb -- --dmin 3.4 || [ $? -eq 1 ]
+snakemake --snakefile "$root/workflow/Snakefile" --profile "$root/workflow/profiles/local" --quiet \
+  --config input=data output=model-maps parts=2 quorix="$QUORIX" maps=true model=model/1ubq.pdb 'map_options=["--dmin", "3.4"]' \
+  >>log 2>&1 || { cat log; exit 1; }
+for name in r_work r_free status; do
+  column=$(head -1 whole-maps/results.tsv | tr '\t' '\n' | grep -nx $name | cut -d: -f1)
+  cmp <(cut -f "$column" whole-maps/results.tsv) <(cut -f "$column" model-maps/results.tsv)
+done
+[ "$(cut -f 2 model-maps/results.tsv | grep -c done)" -eq 10 ]
+for map in whole-maps/*/*.ccp4; do cmp "$map" "model-maps${map#whole-maps}"; done
+echo "workflow: maps of models are those of one batch"
+
 export STAND_IN=$scratch/stand-in PATH=$root/tests/workflow/stand-in:$PATH
 export QUORIX_IMAGE=registry.example/quorix QUORIX_CLAIM=crystals QUORIX_MOUNT=$scratch
 mkdir "$STAND_IN"

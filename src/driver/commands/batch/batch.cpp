@@ -9,6 +9,7 @@
 #include "driver/commands/commands.h"
 #include "driver/commands/file_kind.h"
 #include "driver/commands/map/job.h"
+#include "driver/commands/maps/job.h"
 #include "driver/commands/option_facts.h"
 
 #include <CLI/CLI.hpp>
@@ -29,9 +30,10 @@ std::vector<std::string> words_for_map;
 
 struct BatchOptions {
   std::vector<std::string> inputs;
-  std::string output, range;
+  std::string output, range, model;
   int jobs = 0;          // 0: the processors available
   double timeout = 0.0;  // seconds, 0: none
+  bool maps = false;     // of observations and a model
   bool shared_grid = false, resume = false, overwrite = false, gather = false, quiet = false;
 };
 
@@ -57,36 +59,63 @@ Slice slice_of(const std::string& range, std::size_t count) {
   return slice;
 }
 
-// Everything that would fail for every data set alike is told before the first.
-void check_map_options(const BatchOptions& options) {
-  MapOptions map;
-  CLI::App app;
+// The words behind -- as the subcommand would take them, beside the names that the batch gives.
+void parse_words(CLI::App& app, const char* subcommand, const std::vector<const char*>& names) {
   app.set_help_flag();
-  add_map_options(app, map);
   std::vector<std::string> words(words_for_map.rbegin(), words_for_map.rend());
-  words.emplace_back("IN");  // in whose place each data set stands
+  words.insert(words.end(), names.rbegin(), names.rend());
   try {
     app.parse(words);
   } catch (const CLI::ParseError& error) {
-    throw CommandError(2, std::string("behind --, options of quorix map: ") + error.what());
+    throw CommandError(
+        2, std::string("behind --, options of quorix ") + subcommand + ": " + error.what());
   }
+}
+
+void refuse_given(const std::vector<std::pair<bool, const char*>>& refused,
+                  const char* subcommand) {
+  for (const auto& [given, name] : refused) {
+    if (!given) continue;
+    throw CommandError(2, std::string(name) + " cannot be handed on to quorix " + subcommand +
+                              " (the batch names the maps and reads the reports itself)");
+  }
+}
+
+void check_maps_options(const BatchOptions& options) {
+  if (options.shared_grid) {
+    throw CommandError(2, "--shared-grid is for maps of coefficients, not beside --maps");
+  }
+  MapsOptions maps;
+  CLI::App app;
+  add_maps_options(app, maps);
+  parse_words(app, "maps", {"MODEL", "IN", "-o", "OUT"});
+  refuse_given({{!maps.prefix.empty(), "--maps"},
+                {maps.base.json, "--json"},
+                {maps.print_sections, "--print-sections"},
+                {maps.base.verbose, "--verbose"}},
+               "maps");
+}
+
+// Everything that would fail for every data set alike is told before the first.
+void check_map_options(const BatchOptions& options) {
+  if (options.maps) return check_maps_options(options);
+  if (!options.model.empty()) throw CommandError(2, "--model belongs to --maps: give both");
+  MapOptions map;
+  CLI::App app;
+  add_map_options(app, map);
+  parse_words(app, "map", {"IN"});
   if (!map.files.empty()) {
     throw CommandError(2, map.files.front() +
                               " cannot be handed on to quorix map: it would be the "
                               "one of every data set");
   }
-  const std::pair<bool, const char*> refused[] = {
-      {!map.prefix.empty(), "--prefix"},
-      {map.json, "--json"},
-      {map.show_grid, "--show-grid"},
-      {map.print_sections, "--print-sections"},
-      {map.verbose, "--verbose"},
-      {options.shared_grid && !map.counts.empty(), "--grid beside --shared-grid"}};
-  for (const auto& [given, name] : refused) {
-    if (!given) continue;
-    throw CommandError(2, std::string(name) + " cannot be handed on to quorix map" +
-                              " (the batch names the maps and reads the reports itself)");
-  }
+  refuse_given({{!map.prefix.empty(), "--prefix"},
+                {map.json, "--json"},
+                {map.show_grid, "--show-grid"},
+                {map.print_sections, "--print-sections"},
+                {map.verbose, "--verbose"},
+                {options.shared_grid && !map.counts.empty(), "--grid beside --shared-grid"}},
+               "map");
 }
 
 [[noreturn]] void refuse_to_replace(const std::string& path) {
@@ -251,7 +280,7 @@ class Batch {
     refused.item = item;
     try {
       const std::vector<std::string> arguments = folder(item).begin(map_options(item));
-      if (grids_) refused.reason = grids_->problem(item);
+      refused.reason = grids_ ? grids_->problem(item) : sets_[item].problem;
       if (refused.reason.empty()) return pool.start(item, arguments);
     } catch (const CommandError& error) {
       refused.reason = error.what();
@@ -309,7 +338,10 @@ class Batch {
 
 int run(const BatchOptions& options) {
   check_map_options(options);
-  const BatchInputs inputs = find_data_sets(options.inputs, options.output);
+  BatchInputs inputs = find_data_sets(options.inputs, options.output);
+  if (options.maps) {
+    for (DataSet& set : inputs.sets) find_model(set, options.model);
+  }
   for (const std::string& note : inputs.notes) std::cerr << "quorix batch: " << note << '\n';
   if (inputs.sets.empty()) {
     throw CommandError(2,
@@ -324,8 +356,12 @@ constexpr const char* closing = R"(
 What stands behind -- is handed on to quorix map, for every data set alike:
   quorix batch lists/today.txt -o maps -j 4 -- --dmin 1.8 --frac 0.25
 
+With --maps every data set goes through quorix maps, with the model beside it (the coordinates of its
+name, else the only ones in its folder) or with that of --model:
+  quorix batch screen/ -o out --maps --model '{folder}/dimple.pdb' -- --dmin 1.8
+
 Each data set gets a folder in OUT with its maps and a record, result.json. OUT/results.tsv and
-OUT/results.json have a row for each: status, reason, resolution, group, grid, rms, files.
+OUT/results.json have a row for each: status, reason, resolution, group, grid, rms, files; with --maps also R factors.
 
 Exit status:
   0    every data set is done
@@ -355,6 +391,15 @@ void add_work_options(CLI::App& command, BatchOptions& o) {
                   "Seconds after which a data set is given up (default: never)")
       ->type_name("SECONDS")
       ->check(CLI::PositiveNumber);
+  command.add_flag("--maps", o.maps,
+                   "Coefficients and maps of measured amplitudes and a model: quorix maps instead "
+                   "of quorix map");
+  command
+      .add_option("--model", o.model,
+                  "With --maps: the model, {name} and {folder} in it being those of each data set "
+                  "(default: what stands beside the data)")
+      ->type_name("FILE")
+      ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
   command.add_flag("--shared-grid", o.shared_grid,
                    "One grid for all data sets of a space group: the largest counts that any of "
                    "them needs along each axis");

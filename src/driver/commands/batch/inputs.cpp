@@ -1,6 +1,7 @@
 #include "driver/commands/batch/inputs.h"
 
 #include "driver/commands/batch/names.h"
+#include "driver/commands/file_kind.h"
 #include "driver/commands/readable_file.h"
 #include "driver/commands/sections.h"
 
@@ -148,6 +149,74 @@ BatchInputs find_data_sets(const std::vector<std::string>& arguments, const fs::
   for (std::size_t i = 0; i < names.size(); ++i) inputs.sets.push_back({search.paths[i], names[i]});
   inputs.notes = std::move(search.notes);
   return inputs;
+}
+
+namespace {
+
+// The file's name without what tells its format.
+std::string stem_of_file(const fs::path& path) {
+  std::string name = path.filename().string();
+  for (const char* ending : {".gz", ".mtz", ".cif", ".mmcif", ".ent", ".pdb"}) {
+    if (name.size() > std::strlen(ending) && name.ends_with(ending)) {
+      name.resize(name.size() - std::strlen(ending));
+    }
+  }
+  return name;
+}
+
+void replace_all(std::string& text, const std::string& mark, const std::string& with) {
+  for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += with.size()) {
+    text.replace(at, mark.size(), with);
+  }
+}
+
+// Files with coordinates in a folder, by name.
+std::vector<fs::path> coordinates_in(const fs::path& folder) {
+  std::vector<fs::path> found;
+  std::error_code error;
+  fs::directory_iterator at(folder, error);
+  for (; !error && at != fs::directory_iterator(); at.increment(error)) {
+    const std::string path = at->path().string();
+    const bool named = ends_like_reflections(path, {".pdb", ".ent", ".cif", ".mmcif"});
+    if (at->path().filename().string().front() == '.' || !named) continue;
+    if (at->is_regular_file(error) && kind_of(path) == FileKind::atoms) found.push_back(path);
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+std::string names_of(const std::vector<fs::path>& paths) {
+  std::string text;
+  for (const fs::path& path : paths) text += " " + path.filename().string();
+  return text;
+}
+
+}  // namespace
+
+void find_model(DataSet& set, const std::string& pattern) {
+  set.with_model = true;
+  const fs::path folder = fs::path(set.path).parent_path();
+  if (!pattern.empty()) {
+    set.model = pattern;
+    replace_all(set.model, "{name}", stem_of_file(set.path));
+    replace_all(set.model, "{folder}", folder.empty() ? "." : folder.string());
+    std::error_code error;
+    if (!fs::exists(set.model, error)) set.problem = "there is no model " + set.model;
+    return;
+  }
+  std::vector<fs::path> models = coordinates_in(folder.empty() ? fs::path(".") : folder);
+  std::vector<fs::path> own;
+  for (const fs::path& path : models) {
+    if (stem_of_file(path) == stem_of_file(set.path)) own.push_back(path);
+  }
+  if (!own.empty()) models = own;
+  if (models.size() == 1) {
+    set.model = models.front().string();
+  } else if (models.empty()) {
+    set.problem = "no model stands beside the data: name one with --model";
+  } else {
+    set.problem = "several models stand beside the data:" + names_of(models);
+  }
 }
 
 }  // namespace qx

@@ -8,8 +8,11 @@
 namespace qx {
 
 struct DataSet {
-  std::string path;  // of the reflections
-  std::string name;  // of its folder and the beginning of its maps' names; no two share one
+  std::string path;          // of the reflections
+  std::string name;          // of its folder and the beginning of its maps' names; no two share one
+  bool with_model = false;   // maps are made of observations and a model
+  std::string model = {};    // empty: none was found
+  std::string problem = {};  // why not
 };
 
 struct BatchInputs {
@@ -21,5 +24,10 @@ struct BatchInputs {
 // and `output`. Throws CommandError for an argument that is none of them.
 BatchInputs find_data_sets(const std::vector<std::string>& arguments,
                            const std::filesystem::path& output);
+
+// The model of a data set, or why there is none: what `pattern` names, {name} in it being the
+// data's file name without its ending and {folder} its folder; without a pattern the coordinates
+// beside the data that share their name, else the only ones there.
+void find_model(DataSet& set, const std::string& pattern);
 
 }  // namespace qx

@@ -68,6 +68,14 @@ bool is_whole_map(const fs::path& path, std::uintmax_t size) {
          expected + static_cast<std::uintmax_t>(words[symmetry_bytes]) + sizeof words == size;
 }
 
+// Intervals of the cell along x, y, z, of a whole map.
+Json grid_of(const fs::path& path) {
+  std::int32_t words[10] = {};
+  std::ifstream file(path, std::ios::binary);
+  if (!file.read(reinterpret_cast<char*>(words), sizeof words)) return nullptr;
+  return {words[7], words[8], words[9]};
+}
+
 // Empty if the file is as it was recorded.
 std::string doubt_of_file(const fs::path& folder, const Json& file) {
   const std::string name = file.value("file", "");
@@ -84,6 +92,9 @@ std::string doubt_of(const Json& record, const Json& wanted, const fs::path& fol
   if (record.at("program") != wanted.at("program")) return "made by another version of the program";
   if (record.at("input") != wanted.at("input")) return "the input has changed";
   if (record.at("options") != wanted.at("options")) return "made with other options";
+  if (record.value("model", Json()) != wanted.value("model", Json())) {
+    return "made with another model, or the model has changed";
+  }
   if (record.at("option_files") != wanted.at("option_files"))
     return "a file that the options name has changed";
   if (record.at("status") != "done") return {};
@@ -135,10 +146,11 @@ Json DataSetFolder::wanted(const std::vector<std::string>& map_options) const {
     std::error_code error;
     if (fs::is_regular_file(option, error)) files.push_back(stamp_of(option));
   }
-  const Json json = {{"program", "quorix " QUORIX_VERSION},
-                     {"input", stamp_of(set_.path)},
-                     {"options", map_options},
-                     {"option_files", files}};
+  Json json = {{"program", "quorix " QUORIX_VERSION},
+               {"input", stamp_of(set_.path)},
+               {"options", map_options},
+               {"option_files", files}};
+  if (set_.with_model) json["model"] = stamp_of(set_.model);
   return Json::parse(text_of(json));  // comparable with what a file gives back
 }
 
@@ -165,7 +177,8 @@ bool DataSetFolder::takes_place_of(const fs::path& input) const {
   std::error_code error;
   const std::string name = input.filename().string();
   return fs::equivalent(input.parent_path(), folder_, error) &&
-         (name == "result.json" || name == "log.txt" || name.ends_with(".ccp4"));
+         (name == "result.json" || name == "log.txt" || name.ends_with(".ccp4") ||
+          (set_.with_model && name == set_.name + ".mtz"));
 }
 
 Json DataSetFolder::record(const Json& wanted, std::string& doubt) const {
@@ -206,24 +219,36 @@ std::vector<std::string> DataSetFolder::begin(const std::vector<std::string>& ma
   if (fs::exists(folder_, error)) clear();
   fs::create_directories(work(), error);
   if (error) throw CommandError(2, "cannot make " + work().string() + ": " + error.message());
-  std::vector<std::string> arguments = {"map", set_.path, "--json", "--prefix",
-                                        (work() / set_.name).string()};
+  const std::string stem = (work() / set_.name).string();
+  std::vector<std::string> arguments = {"map", set_.path, "--json", "--prefix", stem};
+  if (set_.with_model) {
+    arguments = {"maps", set_.model, set_.path, "--json", "--maps", stem, "-o", stem + ".mtz"};
+  }
   arguments.insert(arguments.end(), map_options.begin(), map_options.end());
   return arguments;
 }
 
+std::string DataSetFolder::check_report(Json& report) const {
+  Json* maps = set_.with_model && report.is_object() ? &report["maps"] : &report;
+  if (!maps->is_array() || maps->empty()) return "its report cannot be read";
+  const char* key = set_.with_model ? "file" : "map";
+  for (Json& map : *maps) {
+    map[key] = fs::path(map.value(key, "")).filename().string();
+    std::string doubt = doubt_of_file(work(), {{"file", map[key]}, {"size", 0}});
+    if (doubt.ends_with("is gone")) return doubt;
+    if (set_.with_model) map["grid"] = grid_of(work() / map[key].get<std::string>());
+  }
+  if (set_.with_model) report["output"] = set_.name + ".mtz";
+  return {};
+}
+
 std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) const {
   Json report = Json::parse(result.output, nullptr, false);
-  if (!report.is_array() || report.empty()) return "its report cannot be read";
-  for (Json& map : report) {
-    map["map"] = fs::path(map.value("map", "")).filename().string();
-    std::string doubt = doubt_of_file(work(), {{"file", map["map"]}, {"size", 0}});
-    if (doubt.ends_with("is gone")) return doubt;
-  }
+  if (std::string doubt = check_report(report); !doubt.empty()) return doubt;
   const std::vector<fs::path> made = files_in(work());
   Json files = Json::array();
   for (const fs::path& path : made) {
-    if (path.extension() != ".ccp4") move_names_up(path);
+    if (path.extension() != ".ccp4" && path.extension() != ".mtz") move_names_up(path);
     const std::string name = path.filename().string();
     files.push_back({{"file", name}, {"size", fs::file_size(path)}});
     std::string doubt = doubt_of_file(work(), files.back());

@@ -54,6 +54,8 @@ class DataSetFolder {
  private:
   [[nodiscard]] std::filesystem::path work() const { return folder_ / ".work"; }
   [[nodiscard]] std::filesystem::path record_path() const { return folder_ / "result.json"; }
+  // Makes the names in the report those of the files. Empty, or what is wrong.
+  std::string check_report(Json& report) const;
   // Empty, or what is wrong.
   std::string keep_maps(const ChildResult& result, Json& record) const;
 

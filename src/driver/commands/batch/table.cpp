@@ -2,7 +2,9 @@
 
 #include "driver/commands/sections.h"
 
+#include <algorithm>
 #include <cctype>
+#include <cmath>
 
 namespace qx {
 
@@ -27,7 +29,12 @@ constexpr Column columns[] = {{"name", ""},
                               {"seconds", "%.3f"},
                               {"input", ""},
                               {"map", ""},
-                              {"difference_map", ""}};
+                              {"difference_map", ""},
+                              {"r_work", "%.4f"},
+                              {"r_free", "%.4f"},
+                              {"fom", "%.3f"},
+                              {"model", ""},
+                              {"coefficients", ""}};
 
 // A field stays in its line and in its column.
 std::string escaped(const std::string& text) {
@@ -92,6 +99,36 @@ void add_report(const Json& report, const std::string& folder, Json& row) {
   row["warnings"] = warnings;
 }
 
+// Of quorix maps.
+void add_model_report(const Json& report, const std::string& folder, Json& row) {
+  double high = INFINITY;
+  double low = 0.0;
+  for (const Json& bin : report.at("r").at("bins")) {
+    high = std::min(high, bin.at("resolution").at(0).get<double>());
+    low = std::max(low, bin.at("resolution").at(1).get<double>());
+  }
+  if (low > 0.0) {
+    row["resolution"] = high;
+    row["low_resolution"] = low;
+  }
+  row["space_group"] = report.at("space_group");
+  row["reflections"] = report.at("reflections").at("observed");
+  for (const Json& map : report.at("maps")) {
+    const bool difference = map.at("difference").get<bool>();
+    row["grid"] = map.at("grid");
+    row[difference ? "rms_difference" : "rms"] = map.at("rms");
+    row[difference ? "difference_map" : "map"] = folder + map.at("file").get<std::string>();
+  }
+  for (const char* set : {"work", "free"}) {
+    const Json& agreement = report.at("r").at(set);
+    if (!agreement.is_null()) row[std::string("r_") + set] = agreement.at("r");
+  }
+  row["fom"] = report.at("fom");
+  row["model"] = report.at("model");
+  row["coefficients"] = folder + report.at("output").get<std::string>();
+  row["warnings"] = report.at("warnings");
+}
+
 }  // namespace
 
 Json table_row(const DataSet& set, const Json& record, const std::string& doubt) {
@@ -103,7 +140,10 @@ Json table_row(const DataSet& set, const Json& record, const std::string& doubt)
   row["reason"] = doubt;
   if (!doubt.empty()) return row;
   try {
-    if (record.contains("report")) add_report(record["report"], set.name + "/", row);
+    if (record.contains("report")) {
+      const Json& report = record["report"];
+      (report.is_object() ? add_model_report : add_report)(report, set.name + "/", row);
+    }
     row["seconds"] = record.at("seconds");
     row["reason"] = record.at("reason");
     row["status"] = record.at("status");

@@ -102,7 +102,9 @@ void show_sections(FcalcJob& job, const MapsOptions& options) {
 
 void tell_json(const FcalcJob& job, const MapsOptions& options, const MapsReport& report,
                const Json& numbers) {
-  Json json = {{"model", options.base.model}, {"data", options.base.hkl}};
+  Json json = {{"model", options.base.model},
+               {"data", options.base.hkl},
+               {"space_group", job.crystal.space_group}};
   const qx_completeness& found = report.completeness;
   json["reflections"] = {
       {"unique", found.possible}, {"observed", found.observed}, {"added", found.added}};
