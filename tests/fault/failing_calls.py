@@ -29,6 +29,9 @@ def jobs(bin_folder, source):
     yield 'maps', [bin_folder / 'quorix', 'maps', pdb, mtz, '--dmin', '4', '-o', 'out.mtz', '--maps', 'm'], None, [
         'out.mtz', 'm_2mFo-DFc.ccp4', 'm_mFo-DFc.ccp4']
     yield 'validate', [bin_folder / 'quorix', 'validate', pdb, mtz, '--dmin', '4', '--worst', '3'], None, []
+    yield 'stats', [bin_folder / 'quorix', 'stats', mtz, '--dmin', '3', '--plot', 'p.svg'], None, ['p.svg']
+    yield 'fofo', [bin_folder / 'quorix', 'fofo', mtz, mtz, '--phases', 'PHWT', '--dmin', '4', '-o', 'out.mtz', '--map', 'm'], \
+        None, ['out.mtz', 'm']
     yield 'info', [bin_folder / 'quorix', 'info', mtz], None, []
     yield 'run', [bin_folder / 'quorix', 'run', '-'], text.encode(), ['out']
 
