@@ -1,5 +1,6 @@
 #include "map/omit_region.h"
 
+#include "core/wrapped.h"
 #include "solvent/sphere_rows.h"
 
 #include <algorithm>
@@ -167,7 +168,7 @@ void mark_near(const AtomBins& bins, const CellFrame& frame, const double (&poin
   }
   const double square = radius * radius + tolerance;
   const auto cell_of = [](std::int32_t bin, std::int32_t count) {
-    return (bin - wrapped_index(bin, count)) / count;
+    return (bin - wrapped(bin, count)) / count;
   };
   const std::int32_t(&n)[3] = bins.counts;
   for (std::int32_t k = range[2].first; k <= range[2].last; ++k) {
@@ -175,8 +176,8 @@ void mark_near(const AtomBins& bins, const CellFrame& frame, const double (&poin
       for (std::int32_t i = range[0].first; i <= range[0].last; ++i) {
         const double shifted[3] = {point[0] - cell_of(i, n[0]), point[1] - cell_of(j, n[1]),
                                    point[2] - cell_of(k, n[2])};
-        const std::int32_t bin = (wrapped_index(k, n[2]) * n[1] + wrapped_index(j, n[1])) * n[0] +
-                                 wrapped_index(i, n[0]);
+        const std::int32_t bin =
+            (wrapped(k, n[2]) * n[1] + wrapped(j, n[1])) * n[0] + wrapped(i, n[0]);
         mark_in_bin(bins, frame, bin, shifted, square, marks);
       }
     }
