@@ -225,16 +225,13 @@ bool any_holds(const OmitSetting& setting, const OmitRegion* regions, std::int32
 
 }  // namespace
 
-std::int32_t mark_regions(const OmitSetting& setting, const OmitRegion* regions, std::int32_t n,
-                          std::int32_t* marks) {
-  std::int32_t count = 0;
+void mark_regions(const OmitSetting& setting, const OmitRegion* regions, std::int32_t n,
+                  std::int32_t* marks) {
   for (std::int32_t i = 0; i < setting.system->natom; ++i) {
     double at[3];
     setting.fractional(i, at);
     if (any_holds(setting, regions, n, setting.omit->rim, at)) marks[i] = 1;
-    count += marks[i];
   }
-  return count;
 }
 
 void mark_listed(const OmitSetting& setting, std::int32_t* marks) {

@@ -35,11 +35,20 @@ struct OmitSetting {
   void fractional(std::int32_t atom, double (&out)[3]) const;
 };
 
-// Marks (1) the computed atoms any symmetry mate of which a region holds, the rim included, and
-// those listed; gives their number.
-std::int32_t mark_regions(const OmitSetting& setting, const OmitRegion* regions, std::int32_t n,
-                          std::int32_t* marks);
+// Marks (1) the computed atoms any symmetry mate of which a region holds, the rim included, beside
+// those that are marked.
+void mark_regions(const OmitSetting& setting, const OmitRegion* regions, std::int32_t n,
+                  std::int32_t* marks);
+// Marks those listed and no others.
 void mark_listed(const OmitSetting& setting, std::int32_t* marks);
+
+bool has_regions(const qxomit& omit);
+Status check_regions(const char* heading, const qxomit& omit);  // reports that there is none
+// Marks of the atoms that the regions leave out, and of those that were listed alone.
+Status mark_atoms(const OmitSetting& setting, Tagged<std::int32_t>& marks,
+                  Tagged<std::int32_t>& listed);
+// Takes the marks off what is left out already and scatters nothing; gives how many are left.
+std::int32_t drop_excluded(const ::molsys& system, std::int32_t* marks);
 
 // Sets the points of the regions, without the rim, to 1 on a mask of the cell.
 void mark_points(const OmitSetting& setting, const OmitRegion* regions, std::int32_t n,

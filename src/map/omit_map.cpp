@@ -78,7 +78,7 @@ Status OmitRun::open(const OmitSetting& setting) {
   QX_TRY(qx::open_f(data_->nreflections, less_));
   QX_TRY(qx::open_f(data_->nreflections, f_));
   QX_TRY(fetch_scale());
-  return setting.omit->clear_mask && scale_ ? fetch_solvent() : ok;
+  return setting.omit->clear_mask ? fetch_solvent() : ok;
 }
 
 Status OmitRun::fetch_scale() {
@@ -91,10 +91,13 @@ Status OmitRun::fetch_scale() {
 }
 
 Status OmitRun::fetch_solvent() {
-  if (scale_->fit.model.mode == qx::no_solvent) return ok;
   const qxsolvent* solvent = qx_get_qxsolvent();
   if (!qx_exist_quorix()) return failed;
-  if (solvent && solvent->mask) solvent_ = solvent;
+  if (scale_ && scale_->fit.model.mode != qx::no_solvent && solvent && solvent->mask) {
+    solvent_ = solvent;
+  } else {
+    qx::say("WARNING: the model has no solvent that could be cleared \n");
+  }
   return ok;
 }
 
@@ -133,40 +136,11 @@ Status OmitRun::coefficients(const std::int32_t* marks, const std::int32_t* grou
   return qx::coefficients_from(here, *map_, *data_, f_, amplitude_.get(), phase_.get());
 }
 
-// Atoms that are left out already scatter nothing that could be taken off.
-std::int32_t drop_excluded(const molsys& system, std::int32_t* marks) {
-  std::int32_t count = 0;
-  for (std::int32_t i = 0; i < system.natom; ++i) {
-    if (system.info.excluded && system.info.excluded[i] != 0) marks[i] = 0;
-    count += marks[i];
-  }
-  return count;
-}
-
-bool has_regions(const qxomit& omit) { return omit.nregions > 0 || omit.listed; }
-
-Status check_regions(const char* heading, const qxomit& omit) {
-  return has_regions(omit) ? ok : fail(heading, "There is no region to omit.");
-}
-
-// Marks of the atoms that the regions leave out; `listed` of those that were named alone.
-Status mark_atoms(const OmitSetting& setting, Tagged<std::int32_t>& marks,
-                  Tagged<std::int32_t>& listed) {
-  const auto n = static_cast<std::size_t>(setting.system->natom);
-  for (Tagged<std::int32_t>* list : {&marks, &listed}) {
-    *list = Tagged<std::int32_t>(n, "pom_marks");
-    if (!*list) return failed;
-    qx::mark_listed(setting, list->get());
-  }
-  (void)qx::mark_regions(setting, setting.omit->regions, setting.omit->nregions, marks.get());
-  return ok;
-}
-
 Status generate_regions(const OmitSetting& setting) {
-  QX_TRY(check_regions(here, *setting.omit));
+  QX_TRY(qx::check_regions(here, *setting.omit));
   Tagged<std::int32_t> marks, listed;
-  QX_TRY(mark_atoms(setting, marks, listed));
-  const std::int32_t count = drop_excluded(*setting.system, marks.get());
+  QX_TRY(qx::mark_atoms(setting, marks, listed));
+  const std::int32_t count = qx::drop_excluded(*setting.system, marks.get());
   qx::say("Omitted                     : %d of %d atoms\n", count, setting.system->natom);
   OmitRun run;
   QX_TRY(run.open(setting));
@@ -283,7 +257,7 @@ Status add_group(const OmitSetting& setting, OmitRun& run, const Groups& groups,
       qx::allocate_zeroed<std::int32_t>(static_cast<std::size_t>(system.natom), "pom_marks"));
   if (!marks) return failed;
   groups.mark(setting, group, marks.get());
-  omitted.add(drop_excluded(system, marks.get()));
+  omitted.add(qx::drop_excluded(system, marks.get()));
   QX_TRY(run.coefficients(marks.get(), groups.of_atom.get(), group));
   QX_TRY(qx_generate_map_core(run.amplitude(), run.phase()));
   const qxmap* map = qx_get_qxmap();
@@ -316,7 +290,7 @@ Status fill_composite(const OmitSetting& setting, const Groups& groups, const Ma
 }
 
 Status generate_composite(const OmitSetting& setting, qxmap& map) {
-  if (has_regions(*setting.omit)) {
+  if (qx::has_regions(*setting.omit)) {
     return fail(here, "A composite map has regions of its own.");
   }
   Groups groups;
@@ -343,64 +317,4 @@ Status qx_generate_omit_map() {
   if (!qx_exist_quorix()) return failed;
   if (!map) return fail(here, "qxmap object has not been created yet.");
   return setting.omit->boxes > 0 ? generate_composite(setting, *map) : generate_regions(setting);
-}
-
-namespace {
-
-// The sums follow the list of excluded atoms; nothing to do before they have been calculated.
-Status follow_list(const char* heading) {
-  const qxstructfact* sf = qx_get_qxstructfact();
-  if (!qx_exist_quorix()) return failed;
-  return sf && sf->nref > 0 ? qx::recalculate_factors(heading) : ok;
-}
-
-Status clear_mask(const OmitSetting& setting, const std::int32_t* listed) {
-  const qxsolvent* found = qx_get_qxsolvent();
-  if (!qx_exist_quorix()) return failed;
-  if (!found || !found->mask) QX_TRY(qx_make_solvent_mask());
-  qxsolvent* solvent = qx_get_qxsolvent();
-  if (!solvent) return failed;
-  qx::mark_points(setting, setting.omit->regions, setting.omit->nregions, solvent->grid,
-                  solvent->mask);
-  qx::mark_points_near(setting, listed, 1, solvent->grid, solvent->mask);
-  qx::measure_fraction(solvent);
-  return qx::drop_solvent_factors(solvent);
-}
-
-}  // namespace
-
-Status qx_exclude_omit_atoms() {
-  constexpr const char* heading = "qx_exclude_omit_atoms():";
-  OmitSetting setting;
-  QX_TRY(setting.fetch(heading));
-  if (setting.omit->boxes > 0) return fail(heading, "A composite map has regions of its own.");
-  QX_TRY(check_regions(heading, *setting.omit));
-  Tagged<std::int32_t> marks, listed;
-  QX_TRY(mark_atoms(setting, marks, listed));
-  if (setting.omit->clear_mask) QX_TRY(clear_mask(setting, listed.get()));
-  const std::int32_t count = drop_excluded(*setting.system, marks.get());
-  molsys* system = qx_get_molsys();
-  if (!system) return failed;
-  const std::int32_t n = system->natom;
-  if (!system->info.excluded) {
-    QX_TRY(qx::open_zeroed(system->info.excluded, static_cast<std::size_t>(n), "pom_list"));
-  }
-  for (std::int32_t i = 0; i < n; ++i) {
-    if (marks[static_cast<std::size_t>(i)] != 0) system->info.excluded[i] = 1;
-  }
-  qx::say("Excluded                    : %d of %d atoms\n", count, n);
-  return follow_list(heading);
-}
-
-Status qx_restore_omit_atoms() {
-  constexpr const char* heading = "qx_restore_omit_atoms():";
-  molsys* system = qx_get_molsys();
-  if (!qx_exist_quorix()) return failed;
-  if (!system) return fail(heading, "molsys object has not been created yet ");
-  if (!system->info.excluded) return ok;
-  QX_TRY(qx::release(system->info.excluded));
-  qxsolvent* solvent = qx_get_qxsolvent();
-  if (!qx_exist_quorix()) return failed;
-  if (solvent) QX_TRY(qx::drop_solvent_mask(solvent));
-  return follow_list(heading);
 }

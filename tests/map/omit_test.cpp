@@ -347,6 +347,19 @@ TEST_F(Omit, oddRegionsHaveAResult) {
   EXPECT_NE(many.output.find(": 40 groups of 40 atoms"), std::string::npos) << many.output;
 }
 
+TEST_F(Omit, withoutSolventThereIsNoneToClear) {
+  simulate("P 21 21 21", "25 29 33 90 90 90", 40, 2.6);
+  ASSERT_TRUE(section("xoverall\nparam solvent none\nscale\nxend\nxmlf\n").ok);
+  ASSERT_TRUE(section("xmlf\nestimate\nxend\n").ok);
+  const SectionResult clear =
+      section("xomit\nregion atoms 1:5\nparam mask clear\ngenerate\nxend\n");
+  ASSERT_TRUE(clear.ok) << clear.output;
+  EXPECT_NE(clear.output.find("no solvent that could be cleared"), std::string::npos);
+  const std::vector<double> map = map_values();
+  ASSERT_TRUE(section("xomit\nregion atoms 1:5\ngenerate\nxend\n").ok);
+  EXPECT_EQ(map, map_values());
+}
+
 TEST_F(Omit, faultsHaveTheirTexts) {
   const auto expect = [](const std::string& text, const std::string& said) {
     const SectionResult result = section("xomit\n" + text + "xend\n");

@@ -1,6 +1,7 @@
 #include "driver/commands/commands.h"
 #include "driver/commands/fcalc/setup.h"
 #include "driver/commands/maps/omitted.h"
+#include "driver/commands/model_fit.h"
 #include "driver/commands/omit/job.h"
 #include "driver/commands/output_place.h"
 
@@ -25,11 +26,12 @@ std::string what_was_left_out(const std::string& said) {
   return at == std::string::npos ? std::string() : said.substr(at, said.find('\n', at) + 1 - at);
 }
 
-void write_map(Engine& engine, const FcalcJob& job, const OmitOptions& options,
-               const std::string& path, bool difference, MapsReport& report) {
+void write_map(Engine& engine, FcalcJob& job, const OmitOptions& options, const std::string& path,
+               bool difference, MapsReport& report) {
   if (path.empty()) return;
   const OutputPlace place(path);
-  const std::string said = engine.run(omit_map_section(job, options, place.path(), difference));
+  const std::string said =
+      heed_warnings(job, engine.run(omit_map_section(job, options, place.path(), difference)));
   place.deliver();
   if (report.maps.empty()) report.lines += what_was_left_out(said);
   report.maps.push_back({path, difference, rms_of_map()});
