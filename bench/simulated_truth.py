@@ -90,7 +90,7 @@ def main():
     f = numpy.array(truth.data())
     indices = numpy.array(truth.indices())
     amplitude = abs(f)
-    sigma = case['noise'] * amplitude + 0.01 * amplitude.mean()
+    sigma = case['noise'] * amplitude
     observed = abs(amplitude + random.normal(0.0, 1.0, len(f)) * sigma)
     seen = random.uniform(size=len(f)) > UNOBSERVED
     free = (random.uniform(size=len(f)) < FREE).astype(float)
