@@ -11,13 +11,16 @@ double ResolutionCurve::at(double s2_there) const noexcept {
   return n > 0 ? std::exp(interpolate(n, s2, log_mean, s2_there)) : 0.0;
 }
 
-ResolutionCurve draw_curve(std::int32_t n, const double* s2, const double* values, int least,
-                           std::int32_t* order) noexcept {
-  ResolutionCurve curve;
-  if (n < 1) return curve;
+void order_by_s2(std::int32_t n, const double* s2, std::int32_t* order) noexcept {
   for (std::int32_t i = 0; i < n; ++i) order[i] = i;
   std::sort(order, order + n,
             [&](std::int32_t a, std::int32_t b) { return s2[a] != s2[b] ? s2[a] < s2[b] : a < b; });
+}
+
+ResolutionCurve draw_ordered_curve(std::int32_t n, const double* s2, const double* values,
+                                   int least, const std::int32_t* order) noexcept {
+  ResolutionCurve curve;
+  if (n < 1) return curve;
   const int groups = std::clamp(n / least, 1, ResolutionCurve::most);
   double means[ResolutionCurve::most];
   std::int64_t start = 0;
@@ -40,6 +43,12 @@ ResolutionCurve draw_curve(std::int32_t n, const double* s2, const double* value
     curve.log_mean[group] = std::log(means[group] > 0.0 ? means[group] : floor);
   }
   return curve;
+}
+
+ResolutionCurve draw_curve(std::int32_t n, const double* s2, const double* values, int least,
+                           std::int32_t* order) noexcept {
+  order_by_s2(n, s2, order);
+  return draw_ordered_curve(n, s2, values, least, order);
 }
 
 }  // namespace qx

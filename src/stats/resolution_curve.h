@@ -17,8 +17,14 @@ struct ResolutionCurve {
   [[nodiscard]] double at(double s2_there) const noexcept;
 };
 
-// `order`: n places of scratch; groups of at least `least` values, at most ResolutionCurve::most of
-// them. A group whose mean is not above 0 takes a thousandth of the largest.
+// The reflections by s^2, as those that curves are drawn of.
+void order_by_s2(std::int32_t n, const double* s2, std::int32_t* order) noexcept;
+
+// Groups of at least `least` values, at most ResolutionCurve::most of them, of reflections in that
+// order. A group whose mean is not above 0 takes a thousandth of the largest.
+ResolutionCurve draw_ordered_curve(std::int32_t n, const double* s2, const double* values,
+                                   int least, const std::int32_t* order) noexcept;
+// The same; `order`: n places of scratch.
 ResolutionCurve draw_curve(std::int32_t n, const double* s2, const double* values, int least,
                            std::int32_t* order) noexcept;
 

@@ -12,7 +12,6 @@ namespace qx {
 namespace {
 
 constexpr int curve_members = 80;  // reflections of a point of the curves, at least
-constexpr double least_log = -690.0;
 
 // A likelihood that wants sigmaA at 1 (a model without errors) must not run away.
 constexpr double wall = 8.0;
@@ -20,41 +19,16 @@ constexpr double wall_strength = 10.0;
 
 double logistic(double p) noexcept { return 1.0 / (1.0 + std::exp(-p)); }
 
-double safe_log(double x) noexcept { return x > 0.0 ? std::log(x) : least_log; }
-
-// ---- curves of <Fo^2 / epsilon> and <F^2 / epsilon>: means of groups of equal count
-
-void order_by_resolution(const SigmaaData& data, std::int32_t* order) noexcept {
-  for (std::int32_t i = 0; i < data.n; ++i) order[i] = i;
-  std::sort(order, order + data.n, [&](std::int32_t a, std::int32_t b) {
-    return data.s2[a] != data.s2[b] ? data.s2[a] < data.s2[b] : a < b;
-  });
-}
-
-void add_point(const SigmaaData& data, const std::int32_t* first, const std::int32_t* last,
-               SigmaaModel& model) noexcept {
-  double s2 = 0.0, fo = 0.0, f = 0.0;
-  for (const std::int32_t* i = first; i != last; ++i) {
-    s2 += data.s2[*i];
-    fo += data.fo[*i] * data.fo[*i] / data.epsilon[*i];
-    f += data.f[*i] * data.f[*i] / data.epsilon[*i];
-  }
-  const auto count = static_cast<double>(last - first);
-  const int at = model.ncurve++;
-  model.curve_s2[at] = s2 / count;
-  model.curve_fo[at] = safe_log(fo / count);
-  model.curve_f[at] = safe_log(f / count);
-}
-
-void draw_curves(const SigmaaData& data, std::int32_t* order, SigmaaModel& model) noexcept {
-  order_by_resolution(data, order);
-  const int groups = std::clamp(data.n / curve_members, 1, SigmaaModel::most_curve);
-  std::int64_t start = 0;
-  for (int group = 1; group <= groups; ++group) {
-    const std::int64_t end = std::int64_t{data.n} * group / groups;
-    add_point(data, order + start, order + end, model);
-    start = end;
-  }
+// Curves of <Fo^2 / epsilon> and <F^2 / epsilon>; `values` has room for all reflections.
+void draw_curves(const SigmaaData& data, std::int32_t* order, double* values,
+                 SigmaaModel& model) noexcept {
+  order_by_s2(data.n, data.s2, order);
+  const auto draw = [&](const double* f) noexcept {
+    for (std::int32_t i = 0; i < data.n; ++i) values[i] = f[i] * f[i] / data.epsilon[i];
+    return draw_ordered_curve(data.n, data.s2, values, curve_members, order);
+  };
+  model.mean_fo = draw(data.fo);
+  model.mean_f = draw(data.f);
 }
 
 struct Means {
@@ -62,10 +36,15 @@ struct Means {
   [[nodiscard]] double ratio() const noexcept { return std::sqrt(fo / f); }
 };
 
+// Both curves have their points at the same places.
 Means means_at(const SigmaaModel& model, double s2) noexcept {
-  const double log_fo = interpolate(model.ncurve, model.curve_s2, model.curve_fo, s2);
-  const double log_f = interpolate(model.ncurve, model.curve_s2, model.curve_f, s2);
-  return {std::exp(log_fo), std::exp(log_f)};
+  const ResolutionCurve& fo = model.mean_fo;
+  const Between at = between(fo.n, fo.s2, s2);
+  const auto value = [&](const ResolutionCurve& curve) noexcept {
+    if (curve.n < 2) return std::exp(curve.log_mean[0]);
+    return std::exp((1.0 - at.t) * curve.log_mean[at.i] + at.t * curve.log_mean[at.i + 1]);
+  };
+  return {value(fo), value(model.mean_f)};
 }
 
 // ---- likelihood over the reflections used, packed into the scratch
@@ -188,7 +167,7 @@ SigmaaFit fit_sigmaa(const SigmaaData& data, LikelihoodMode mode, int nodes,
   SigmaaModel& model = result.model;
   model.mode = mode;
   auto* order = reinterpret_cast<std::int32_t*>(scratch);
-  draw_curves(data, order, model);
+  draw_curves(data, order, scratch + data.n, model);
   auto* used = reinterpret_cast<Used*>(scratch + data.n);
   const auto count = static_cast<std::int32_t>(std::count(data.used, data.used + data.n, 1));
   place_nodes(data, node_count(count, nodes), model);

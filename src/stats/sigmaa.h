@@ -7,6 +7,8 @@
 // differences penalised. Amplitudes are on one scale, without what the overall scale takes off.
 #pragma once
 
+#include "stats/resolution_curve.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -27,14 +29,9 @@ struct SigmaaData {
 };
 
 struct SigmaaModel {
-  static constexpr int most_curve = 40;
   static constexpr int most_nodes = 20;
   LikelihoodMode mode = continuous_likelihood;
-  // ln <Fo^2 / epsilon> and ln <F^2 / epsilon> over all reflections, linear in s^2 between points.
-  int ncurve = 0;
-  double curve_s2[most_curve];
-  double curve_fo[most_curve];
-  double curve_f[most_curve];
+  ResolutionCurve mean_fo, mean_f;  // <Fo^2 / epsilon>, <F^2 / epsilon> over all reflections
   int nnodes = 0;
   double node_s2[most_nodes];
   double p[most_nodes];
