@@ -1,4 +1,5 @@
 // The command line of quorix fcalc.
+#include "driver/commands/common_options.h"
 #include "driver/commands/fcalc/job.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/output_guard.h"
@@ -64,32 +65,16 @@ void add_solvent_option(CLI::App& command, FcalcOptions& o) {
 namespace {
 
 void add_input_options(CLI::App& command, FcalcOptions& o) {
-  command.add_option("MODEL", o.model, "Coordinates: PDB or mmCIF, also gzipped")
-      ->required()
-      ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
-  command
-      .add_option("--hkl", o.hkl,
+  add_model(command, "MODEL", o.model, "Coordinates: PDB or mmCIF, also gzipped").required();
+  add_reflections(command, "--hkl", o.hkl,
                   "MTZ or structure-factor mmCIF, also gzipped, whose reflections are calculated, "
                   "in its order")
-      ->type_name("FILE")
-      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
-  command.add_option("--labels", o.labels, "Its columns (default: the usual names)")
-      ->type_name("F,SIGF,FREE")
-      ->delimiter(',')
-      ->allow_extra_args(false);  // what follows is the model
-  command.add_option("--dmin", o.dmin, "High-resolution limit in A; without --hkl: the unique set")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command.add_option("--dmax", o.dmax, "Low-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command
-      .add_option("--spacegroup", o.space_group,
-                  "Space group, a name or a number (default: the model's)")
-      ->type_name("NAME");
-  command.add_option("--cell", o.cell, "Unit cell in A and degrees (default: the model's)")
-      ->type_name("A B C ALPHA BETA GAMMA")
-      ->expected(6);
+      .type_name("FILE");
+  add_labels(command, "--labels", o.labels, "F,SIGF,FREE",
+             "Its columns (default: the usual names)");
+  add_limits(command, o.dmin, o.dmax, "High-resolution limit in A; without --hkl: the unique set");
+  add_space_group(command, o.space_group, "the model's");
+  add_cell(command, o.cell, "the model's");
 }
 
 void add_method_options(CLI::App& command, FcalcOptions& o) {
@@ -136,11 +121,7 @@ void add_output_options(CLI::App& command, FcalcOptions& o) {
       ->type_name("PERCENT[,SEED]")
       ->delimiter(',')
       ->allow_extra_args(false);
-  command
-      .add_option("--free-value", o.free_value,
-                  "Flag of the free reflections (default: told by how often each value occurs)")
-      ->type_name("N")
-      ->excludes("--free");
+  add_free_value(command, o.free_value).excludes("--free");
   command.add_option("--map-2fofc", o.map_2fofc, "Write a 2Fo-Fc map (CCP4)")
       ->type_name("FILE")
       ->check(names_files("ccp4 map mrc"));
@@ -148,11 +129,8 @@ void add_output_options(CLI::App& command, FcalcOptions& o) {
       ->type_name("FILE")
       ->check(names_files("ccp4 map mrc"));
   command.add_flag("--scale", o.scale, "Put FC on the scale of the observations");
-  command.add_flag("--force", o.force,
-                   "Write over a file that holds something else; never over an input");
-  command.add_flag("--json", o.json, "Tell what was found as JSON, warnings included");
-  command.add_flag("-q,--quiet", o.quiet, "Warnings and errors only");
-  command.add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
+  add_force(command, o.force);
+  add_telling(command, o.json, o.quiet, o.verbose);
 }
 
 }  // namespace

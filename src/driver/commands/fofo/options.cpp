@@ -1,4 +1,5 @@
 // The command line of quorix fofo.
+#include "driver/commands/common_options.h"
 #include "driver/commands/fofo/job.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/output_guard.h"
@@ -34,59 +35,30 @@ Examples:
 
 void add_input(CLI::App& command, FofoOptions& o) {
   FcalcOptions& base = o.base;
-  command.add_option("ON", o.on, "Reflections of the changed crystal: MTZ or mmCIF, also gzipped")
-      ->required()
-      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
-  command.add_option("OFF", base.hkl, "Reflections of the crystal it is compared with")
-      ->required()
-      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
+  add_reflections(command, "ON", o.on,
+                  "Reflections of the changed crystal: MTZ or mmCIF, also gzipped")
+      .required();
+  add_reflections(command, "OFF", base.hkl, "Reflections of the crystal it is compared with")
+      .required();
   CLI::Option* model =
-      command.add_option("--model", base.model, "Coordinates whose phases are taken: PDB or mmCIF")
-          ->type_name("FILE")
-          ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
+      add_model(command, "--model", base.model, "Coordinates whose phases are taken: PDB or mmCIF")
+          .type_name("FILE");
   command.add_option("--phases", o.phases, "Column of OFF whose phases are taken")
       ->type_name("LABEL")
       ->excludes(model);
-  command
-      .add_option("--labels", base.labels,
-                  "Columns of both files, or of OFF alone beside --on-labels (default: the usual "
-                  "names)")
-      ->type_name("F,SIGF,FREE")
-      ->delimiter(',')
-      ->allow_extra_args(false);
-  command.add_option("--on-labels", o.on_labels, "Columns of ON")
-      ->type_name("F,SIGF")
-      ->delimiter(',')
-      ->allow_extra_args(false);
-  command.add_option("--dmin", base.dmin, "High-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command.add_option("--dmax", base.dmax, "Low-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command
-      .add_option("--spacegroup", base.space_group,
-                  "Space group (default: the model's, else that of OFF)")
-      ->type_name("NAME");
-  command
-      .add_option("--cell", base.cell,
-                  "Unit cell in A and degrees (default: the model's, else that of OFF)")
-      ->type_name("A B C ALPHA BETA GAMMA")
-      ->expected(6);
+  add_labels(command, "--labels", base.labels, "F,SIGF,FREE",
+             "Columns of both files, or of OFF alone beside --on-labels (default: the usual "
+             "names)");
+  add_labels(command, "--on-labels", o.on_labels, "F,SIGF", "Columns of ON");
+  add_limits(command, base.dmin, base.dmax);
+  add_space_group(command, base.space_group, "the model's, else that of OFF");
+  add_cell(command, base.cell, "the model's, else that of OFF");
 }
 
 void add_method(CLI::App& command, FofoOptions& o) {
-  command
-      .add_option("--scale", o.scale,
-                  "How ON is put on the scale of OFF: aniso, iso (both with a curve of 20 bins) or "
-                  "none")
-      ->check(CLI::IsMember({"aniso", "iso", "none"}))
-      ->check(proposes("aniso iso none"))
-      ->capture_default_str();
-  command.add_option("--weight", o.weight, "Weights of the differences: q or none")
-      ->check(CLI::IsMember({"q", "none"}))
-      ->check(proposes("q none"))
-      ->capture_default_str();
+  add_word(command, "--scale", o.scale, "aniso iso none",
+           "How ON is put on the scale of OFF: aniso, iso (both with a curve of 20 bins) or none");
+  add_word(command, "--weight", o.weight, "q none", "Weights of the differences: q or none");
   command.add_option("--alpha", o.alpha, "How far large differences lose weight")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
@@ -97,10 +69,7 @@ void add_method(CLI::App& command, FofoOptions& o) {
       ->type_name("X")
       ->check(CLI::PositiveNumber);
   add_solvent_option(command, o.base);
-  command.add_option("--hydrogens", o.hydrogens, "Whether the model's hydrogens scatter")
-      ->check(CLI::IsMember({"yes", "no"}))
-      ->check(proposes("yes no"))
-      ->capture_default_str();
+  add_word(command, "--hydrogens", o.hydrogens, "yes no", "Whether the model's hydrogens scatter");
 }
 
 }  // namespace
@@ -117,11 +86,8 @@ void add_fofo_options(CLI::App& command, FofoOptions& o) {
   add_method(command, o);
   command.add_flag("--print-sections", o.print_sections,
                    "Print the text of sections that would be run, and write nothing");
-  command.add_flag("--force", o.base.force,
-                   "Write over a file that holds something else; never over an input");
-  command.add_flag("--json", o.base.json, "Tell what was found as JSON, warnings included");
-  command.add_flag("-q,--quiet", o.base.quiet, "Warnings and errors only");
-  command.add_flag("-v,--verbose", o.base.verbose, "Show everything the engine prints");
+  add_force(command, o.base.force);
+  add_telling(command, o.base.json, o.base.quiet, o.base.verbose);
 }
 
 void check_options(FofoOptions& options) {

@@ -1,4 +1,5 @@
 // The command line of quorix map.
+#include "driver/commands/common_options.h"
 #include "driver/commands/map/job.h"
 #include "driver/commands/option_facts.h"
 
@@ -47,9 +48,9 @@ Examples:
 )";
 
 void add_data_options(CLI::App& command, MapOptions& o) {
-  command.add_option("IN", o.input, "Reflections: MTZ or structure-factor mmCIF, also gzipped")
-      ->required()
-      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
+  add_reflections(command, "IN", o.input,
+                  "Reflections: MTZ or structure-factor mmCIF, also gzipped")
+      .required();
   command
       .add_option("FILE", o.files,
                   "More reflections; a model (PDB or mmCIF); behind one file of reflections a name "
@@ -63,8 +64,7 @@ void add_data_options(CLI::App& command, MapOptions& o) {
                   "Path and name in place of IN in the default names of the maps; a folder, if it "
                   "ends in /")
       ->type_name("PATH");
-  command.add_flag("--force", o.force,
-                   "Write over a file that holds something else; never over an input");
+  add_force(command, o.force);
   command.add_option("--f", o.amplitude, "Amplitude column (default: FWT, 2FOFCWT or FDM)")
       ->type_name("LABEL");
   command.add_option("--phi", o.phase, "Phase column (default: that of the amplitude)")
@@ -76,19 +76,9 @@ void add_data_options(CLI::App& command, MapOptions& o) {
           "Figure of merit that multiplies a measured amplitude (--f, --phi; or the only one "
           "with a phase); refused for coefficients that are weighted already")
       ->type_name("LABEL");
-  command.add_option("--dmin", o.dmin, "High-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command.add_option("--dmax", o.dmax, "Low-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command
-      .add_option("--spacegroup", o.space_group,
-                  "Space group, a name or a number (default: the file's)")
-      ->type_name("NAME");
-  command.add_option("--cell", o.cell, "Unit cell in A and degrees (default: the file's)")
-      ->type_name("A B C ALPHA BETA GAMMA")
-      ->expected(6);
+  add_limits(command, o.dmin, o.dmax);
+  add_space_group(command, o.space_group, "the file's");
+  add_cell(command, o.cell, "the file's");
 }
 
 void add_grid_options(CLI::App& command, MapOptions& o) {
@@ -149,9 +139,7 @@ void add_output_options(CLI::App& command, MapOptions& o) {
   command.add_flag("--show-grid", o.show_grid, "Tell the grid and make no map");
   command.add_flag("--print-sections", o.print_sections,
                    "Print the sections for quorix run and make no map");
-  command.add_flag("--json", o.json, "Tell what was found as JSON, warnings included");
-  command.add_flag("-q,--quiet", o.quiet, "Warnings and errors only");
-  command.add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
+  add_telling(command, o.json, o.quiet, o.verbose);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // The command lines of quorix maps and quorix validate.
+#include "driver/commands/common_options.h"
 #include "driver/commands/maps/job.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/output_guard.h"
@@ -44,64 +45,33 @@ Examples:
 
 void add_data_options(CLI::App& command, MapsOptions& o) {
   FcalcOptions& base = o.base;
-  command.add_option("MODEL", base.model, "Coordinates: PDB or mmCIF, also gzipped")
-      ->required()
-      ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
-  command.add_option("DATA", base.hkl, "Reflections: MTZ or structure-factor mmCIF, also gzipped")
-      ->required()
-      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
-  command.add_option("--labels", base.labels, "Columns of the data (default: the usual names)")
-      ->type_name("F,SIGF,FREE")
-      ->delimiter(',')
-      ->allow_extra_args(false);
-  command
-      .add_option("--free-value", base.free_value,
-                  "Flag of the free reflections (default: told by how often each value occurs)")
-      ->type_name("N");
-  command.add_option("--dmin", base.dmin, "High-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command.add_option("--dmax", base.dmax, "Low-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command.add_option("--spacegroup", base.space_group, "Space group (default: the model's)")
-      ->type_name("NAME");
-  command.add_option("--cell", base.cell, "Unit cell in A and degrees (default: the model's)")
-      ->type_name("A B C ALPHA BETA GAMMA")
-      ->expected(6);
+  add_model(command, "MODEL", base.model, "Coordinates: PDB or mmCIF, also gzipped").required();
+  add_reflections(command, "DATA", base.hkl,
+                  "Reflections: MTZ or structure-factor mmCIF, also gzipped")
+      .required();
+  add_labels(command, "--labels", base.labels, "F,SIGF,FREE",
+             "Columns of the data (default: the usual names)");
+  add_free_value(command, base.free_value);
+  add_limits(command, base.dmin, base.dmax);
+  add_space_group(command, base.space_group, "the model's");
+  add_cell(command, base.cell, "the model's");
 }
 
 void add_method_options(CLI::App& command, MapsOptions& o) {
   add_solvent_option(command, o.base);
-  command.add_option("--mode", o.mode, "sigmaA as a continuous curve or in bins")
-      ->check(CLI::IsMember({"continuous", "binned"}))
-      ->check(proposes("continuous binned"))
-      ->capture_default_str();
-  command.add_option("--hydrogens", o.hydrogens, "Whether the model's hydrogens scatter")
-      ->check(CLI::IsMember({"yes", "no"}))
-      ->check(proposes("yes no"))
-      ->capture_default_str();
+  add_word(command, "--mode", o.mode, "continuous binned",
+           "sigmaA as a continuous curve or in bins");
+  add_word(command, "--hydrogens", o.hydrogens, "yes no", "Whether the model's hydrogens scatter");
   command.add_flag("--neutron", o.base.neutron, "Neutron scattering lengths");
-  command.add_flag("--json", o.base.json, "Tell what was found as JSON, warnings included");
-  command.add_flag("-q,--quiet", o.base.quiet, "Warnings and errors only");
-  command.add_flag("-v,--verbose", o.base.verbose, "Show everything the engine prints");
+  add_telling(command, o.base.json, o.base.quiet, o.base.verbose);
 }
 
 void add_map_options(CLI::App& command, MapsOptions& o) {
-  command
-      .add_option(
-          "--free", o.free_reflections,
-          "use: reflections of the free set enter the maps; fill: they count as not observed")
-      ->check(CLI::IsMember({"use", "fill"}))
-      ->check(proposes("use fill"))
-      ->capture_default_str();
-  command
-      .add_option("--fill", o.fill,
-                  "yes: what was not observed within the data's limits is DFc in 2mFo-DFc, indices "
-                  "that the file lacks are added; no: neither")
-      ->check(CLI::IsMember({"yes", "no"}))
-      ->check(proposes("yes no"))
-      ->capture_default_str();
+  add_word(command, "--free", o.free_reflections, "use fill",
+           "use: reflections of the free set enter the maps; fill: they count as not observed");
+  add_word(command, "--fill", o.fill, "yes no",
+           "yes: what was not observed within the data's limits is DFc in 2mFo-DFc, indices that "
+           "the file lacks are added; no: neither");
 }
 
 void add_maps_options(CLI::App& command, MapsOptions& o) {
@@ -134,8 +104,7 @@ void add_maps_options(CLI::App& command, MapsOptions& o) {
   add_method_options(command, o);
   command.add_flag("--print-sections", o.print_sections,
                    "Print the text of sections that would be run, and write nothing");
-  command.add_flag("--force", o.base.force,
-                   "Write over a file that holds something else; never over an input");
+  add_force(command, o.base.force);
 }
 
 void add_validate_options(CLI::App& command, MapsOptions& o) {

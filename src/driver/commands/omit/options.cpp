@@ -1,4 +1,5 @@
 // The command line of quorix omit, and the section that it comes to.
+#include "driver/commands/common_options.h"
 #include "driver/commands/maps/omitted.h"
 #include "driver/commands/omit/job.h"
 #include "driver/commands/option_facts.h"
@@ -71,8 +72,7 @@ void add_omit_options(CLI::App& command, OmitOptions& o) {
   add_method_options(command, o.maps);
   command.add_flag("--print-sections", o.print_sections,
                    "Print the text of sections that would be run, and write nothing");
-  command.add_flag("--force", base.force,
-                   "Write over a file that holds something else; never over an input");
+  add_force(command, base.force);
 }
 
 void check_options(OmitOptions& options) {

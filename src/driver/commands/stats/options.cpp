@@ -1,4 +1,5 @@
 // The command line of quorix stats.
+#include "driver/commands/common_options.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/output_guard.h"
 #include "driver/commands/stats/job.h"
@@ -29,23 +30,13 @@ Examples:
 )";
 
 void add_choice(CLI::App& command, StatsOptions& o) {
-  command.add_option("DATA", o.data, "Reflections: MTZ or structure-factor mmCIF, also gzipped")
-      ->required()
-      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz"));
-  command
-      .add_option("--labels", o.labels,
-                  "Columns of the data, intensities or amplitudes (default: the usual names)")
-      ->type_name("I,SIGI,FREE")
-      ->delimiter(',')
-      ->allow_extra_args(false);
-  command.add_option("--dmin", o.dmin, "High-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command.add_option("--dmax", o.dmax, "Low-resolution limit in A")
-      ->type_name("A")
-      ->check(CLI::PositiveNumber);
-  command.add_option("--spacegroup", o.space_group, "Space group (default: the file's)")
-      ->type_name("NAME");
+  add_reflections(command, "DATA", o.data,
+                  "Reflections: MTZ or structure-factor mmCIF, also gzipped")
+      .required();
+  add_labels(command, "--labels", o.labels, "I,SIGI,FREE",
+             "Columns of the data, intensities or amplitudes (default: the usual names)");
+  add_limits(command, o.dmin, o.dmax);
+  add_space_group(command, o.space_group, "the file's");
   command.add_option("--shells", o.shells, "How many shells")
       ->type_name("N")
       ->check(CLI::Range(1, 100))
@@ -71,11 +62,8 @@ void add_stats_options(CLI::App& command, StatsOptions& o) {
       ->check(names_files("svg"));
   command.add_flag("--print-sections", o.print_sections,
                    "Print the sections for quorix run and do no more");
-  command.add_flag("--force", o.force,
-                   "Write over a file that holds something else; never over an input");
-  command.add_flag("--json", o.json, "Tell what was found as JSON, warnings included");
-  command.add_flag("-q,--quiet", o.quiet, "Warnings and errors only");
-  command.add_flag("-v,--verbose", o.verbose, "Show everything the engine prints");
+  add_force(command, o.force);
+  add_telling(command, o.json, o.quiet, o.verbose);
 }
 
 void check_options(const StatsOptions& options) {
