@@ -18,6 +18,6 @@ struct Partners {
 // reflections that the second set has several times count by their mean. Reports under `heading`
 // what is missing.
 Status find_partners(const char* heading, const qxrefdata& first, const qxrefdata& second,
-                     const qxspg& group, Partners& partners);
+                     const qxspg& group, Partners& out);
 
 }  // namespace qx

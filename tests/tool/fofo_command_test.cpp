@@ -166,7 +166,7 @@ float value_at(const std::string& path, const std::array<double, 3>& place) {
     return value;
   };
   std::size_t index = 0;
-  for (const std::size_t axis : {2, 1, 0}) {
+  for (const std::size_t axis : {2U, 1U, 0U}) {
     const int n = word(axis);
     const int i = static_cast<int>(std::lround(place[axis] * n)) % n;
     index = index * static_cast<std::size_t>(n) + static_cast<std::size_t>((i + n) % n);

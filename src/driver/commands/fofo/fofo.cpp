@@ -27,8 +27,8 @@ struct FofoReport {
   std::vector<std::string> warnings;
   std::string lines;  // of the model
   qx_fofo_view found = {};
-  Json numbers;
-  double rms = 0.0;  // of the map
+  std::vector<std::pair<double, double>> curve;  // d (Angstrom) and k
+  double rms = 0.0;                              // of the map
 };
 
 void warn(const FofoOptions& options, FofoReport& report, const std::string& text) {
@@ -80,11 +80,18 @@ AmplitudeSet read_on(const FofoOptions& options) {
                        labels_of_on(options));
 }
 
-Json numbers_of(const qx_fofo_view& v) {
-  Json curve = Json::array();
+void fetch_numbers(FofoReport& report) {
+  qx_fofo_view& v = report.found;
+  if (qx_get_fofo_view(&v) != ok) return;
   for (std::int32_t i = 0; i < v.nbins; ++i) {
-    curve.push_back({{"d", 1.0 / std::sqrt(v.centre[i])}, {"k", v.k * v.curve[i]}});
+    report.curve.emplace_back(1.0 / std::sqrt(v.centre[i]), v.k * v.curve[i]);
   }
+}
+
+Json numbers_of(const FofoReport& report) {
+  const qx_fofo_view& v = report.found;
+  Json curve = Json::array();
+  for (const auto& [d, k] : report.curve) curve.push_back({{"d", d}, {"k", k}});
   return {
       {"reflections", {{"both", v.pairs}, {"only_off", v.first_only}, {"only_on", v.second_only}}},
       {"scale", {{"k", v.k}, {"b_cart", std::vector<double>(v.b, v.b + 6)}, {"curve", curve}}},
@@ -109,7 +116,7 @@ void subtract(Engine& engine, const FofoOptions& options, const AmplitudeSet& on
   engine.call([&] {
     qx_map_statistics_view view = {};
     if (map && qx_get_map_statistics(&view) == 1) report.rms = view.rms;
-    if (qx_get_fofo_view(&report.found) == ok) report.numbers = numbers_of(report.found);
+    fetch_numbers(report);
     return qx_exist_quorix() ? ok : failed;
   });
   if (map) map->deliver();
@@ -215,7 +222,7 @@ void tell(const FofoOptions& options, const FofoReport& report) {
 void tell_json(const FofoOptions& options, const FofoReport& report) {
   const FcalcOptions& base = options.base;
   Json json = {{"on", options.on}, {"off", base.hkl}, {"difference", "on minus off"}};
-  if (report.numbers.is_object()) json.update(report.numbers);
+  json.update(numbers_of(report));
   if (!base.map_fofc.empty()) json["map"] = {{"file", base.map_fofc}, {"rms", report.rms}};
   if (!base.output.empty()) json["output"] = base.output;
   json["warnings"] = report.warnings;

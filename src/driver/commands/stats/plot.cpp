@@ -27,6 +27,15 @@ double step_of(const Axis& axis) {
   return 10.0 * power;
 }
 
+std::vector<double> ticks_of(const Axis& axis) {
+  const double step = step_of(axis);
+  const auto first = std::lround(std::ceil(axis.low / step));
+  const auto last = std::lround(std::floor(axis.high / step));
+  std::vector<double> ticks;
+  for (long i = first; i <= last; ++i) ticks.push_back(static_cast<double>(i) * step);
+  return ticks;
+}
+
 std::string text_at(double x, double y, const char* anchor, const std::string& text) {
   std::string safe;
   for (const char c : text) {
@@ -43,8 +52,7 @@ constexpr const char* thin = "stroke='#888'";
 
 std::string horizontal_axis(const Axis& x, double y) {
   std::string svg = line_between(x.first, y, x.last, y, thin);
-  const double step = step_of(x);
-  for (double value = std::ceil(x.low / step) * step; value <= x.high; value += step) {
+  for (const double value : ticks_of(x)) {
     svg += line_between(x(value), y, x(value), y + 5, thin);
     svg += text_at(x(value), y + 20, "middle", format("%.3g", value));
     if (value > 0.0) {
@@ -57,10 +65,9 @@ std::string horizontal_axis(const Axis& x, double y) {
 
 std::string vertical_axis(const Axis& y, double x) {
   std::string svg = line_between(x, y.first, x, y.last, thin);
-  const double step = step_of(y);
-  for (double value = std::ceil(y.low / step) * step; value <= y.high; value += step) {
+  for (const double value : ticks_of(y)) {
     svg += line_between(x - 5, y(value), x, y(value), thin);
-    svg += text_at(x - 9, y(value) + 4, "end", format("%.3g", std::fabs(value) < 1e-9 ? 0 : value));
+    svg += text_at(x - 9, y(value) + 4, "end", format("%.3g", value));
   }
   return svg;
 }
