@@ -12,6 +12,7 @@
 #include <random>
 #include <vector>
 
+namespace qx::test {
 namespace {
 
 using Numbers = std::vector<double>;
@@ -81,27 +82,26 @@ double difference(const Signal& a, const Signal& b) {
 
 Signal forward(Signal x) {
   Signal y(x.size());
-  EXPECT_EQ(qx_forward_cfft(x.size(), x.re.data(), x.im.data(), y.re.data(), y.im.data()), qx::ok);
+  EXPECT_EQ(qx_forward_cfft(x.size(), x.re.data(), x.im.data(), y.re.data(), y.im.data()), ok);
   return y;
 }
 
 constexpr double tolerance = 5e-15;
 
-std::vector<const qx::FftKernels*> all_kernels() {
-  const qx::FftKernels* tables[3];
-  const int count = qx::list_fft_kernels(tables);
+std::vector<const FftKernels*> all_kernels() {
+  const FftKernels* tables[3];
+  const int count = list_fft_kernels(tables);
   return {tables, tables + count};
 }
 
-class Transform : public qx::test::Engine,
-                  public ::testing::WithParamInterface<const qx::FftKernels*> {
+class Transform : public Engine, public ::testing::WithParamInterface<const FftKernels*> {
  protected:
   void SetUp() override {
     Engine::SetUp();
-    qx::force_fft_kernels(GetParam());
+    force_fft_kernels(GetParam());
   }
   void TearDown() override {
-    qx::force_fft_kernels(nullptr);
+    force_fft_kernels(nullptr);
     Engine::TearDown();
   }
 };
@@ -109,21 +109,21 @@ class Transform : public qx::test::Engine,
 INSTANTIATE_TEST_SUITE_P(EveryInstructionSet, Transform, ::testing::ValuesIn(all_kernels()),
                          [](const auto& instance) { return std::string(instance.param->name); });
 
-TEST_P(Transform, EveryLengthAgreesWithTheDirectSum) {
+TEST_P(Transform, everyLengthAgreesWithTheDirectSum) {
   for (const int n : smooth_lengths(2000)) {
     const Signal x = random_signal(n);
     EXPECT_LE(relative_error(x, forward(x), 1, n > 600 ? 7 : 1), tolerance) << n;
   }
 }
 
-TEST_P(Transform, LongLengthsAgreeWithTheDirectSum) {
+TEST_P(Transform, longLengthsAgreeWithTheDirectSum) {
   for (const int n : {2025, 2187, 3125, 4096, 5000, 6561, 8192, 10125, 15625, 18750, 20000}) {
     const Signal x = random_signal(n);
     EXPECT_LE(relative_error(x, forward(x), 1, n / 40), tolerance) << n;
   }
 }
 
-TEST_P(Transform, TheoremsHold) {
+TEST_P(Transform, theoremsHold) {
   for (const int n : smooth_lengths(2000)) {
     const Signal x = random_signal(n);
     const Signal y = random_signal(n, 2);
@@ -161,16 +161,15 @@ TEST_P(Transform, TheoremsHold) {
   }
 }
 
-TEST_P(Transform, InverseUndoesForwardInPlaceAndApart) {
+TEST_P(Transform, inverseUndoesForwardInPlaceAndApart) {
   for (const int n : smooth_lengths(400)) {
     const Signal x = random_signal(n);
     Signal y = x;
-    ASSERT_EQ(qx_forward_cfft(n, y.re.data(), y.im.data(), y.re.data(), y.im.data()), qx::ok);
+    ASSERT_EQ(qx_forward_cfft(n, y.re.data(), y.im.data(), y.re.data(), y.im.data()), ok);
     EXPECT_LE(relative_error(x, y, 1), tolerance) << n;
     Signal z(n);
     Signal source = y;
-    ASSERT_EQ(qx_inverse_cfft(n, source.re.data(), source.im.data(), z.re.data(), z.im.data()),
-              qx::ok);
+    ASSERT_EQ(qx_inverse_cfft(n, source.re.data(), source.im.data(), z.re.data(), z.im.data()), ok);
     EXPECT_LE(relative_error(y, z, -1), tolerance) << n;
     for (double& value : z.re) value /= n;
     for (double& value : z.im) value /= n;
@@ -178,7 +177,7 @@ TEST_P(Transform, InverseUndoesForwardInPlaceAndApart) {
   }
 }
 
-TEST_P(Transform, RealAndPairsOfReal) {
+TEST_P(Transform, realAndPairsOfReal) {
   for (const int n : smooth_lengths(500)) {
     const Signal pair = random_signal(n);
     Signal a(n);
@@ -193,10 +192,10 @@ TEST_P(Transform, RealAndPairsOfReal) {
       Signal gb(n);
       const auto real = sign == 1 ? qx_forward_rfft : qx_inverse_rfft;
       const auto two = sign == 1 ? qx_forward_two_rfft : qx_inverse_two_rfft;
-      ASSERT_EQ(real(n, a.re.data(), work.data(), fa.re.data(), fa.im.data()), qx::ok);
+      ASSERT_EQ(real(n, a.re.data(), work.data(), fa.re.data(), fa.im.data()), ok);
       ASSERT_EQ(
           two(n, a.re.data(), b.re.data(), ga.re.data(), ga.im.data(), gb.re.data(), gb.im.data()),
-          qx::ok);
+          ok);
       EXPECT_LE(relative_error(a, fa, sign), tolerance) << n;
       EXPECT_LE(relative_error(a, ga, sign), tolerance) << n;
       EXPECT_LE(relative_error(b, gb, sign), tolerance) << n;
@@ -212,12 +211,12 @@ TEST_P(Transform, RealAndPairsOfReal) {
   }
 }
 
-class Plans : public qx::test::Engine {};
+class Plans : public Engine {};
 
-TEST_F(Plans, FactorsAreTakenInOrder) {
+TEST_F(Plans, factorsAreTakenInOrder) {
   const qxfftplan* plan = get_qxfftcache(240);
   ASSERT_NE(plan, nullptr);
-  const qx::FftFactors& f = plan->factors;
+  const FftFactors& f = plan->factors;
   ASSERT_EQ(f.count, 4);
   EXPECT_EQ(std::vector<int>(f.factors, f.factors + 4), (std::vector{5, 4, 4, 3}));
   EXPECT_EQ(std::vector<int>(f.before, f.before + 4), (std::vector{1, 5, 20, 80}));
@@ -229,7 +228,7 @@ TEST_F(Plans, FactorsAreTakenInOrder) {
   EXPECT_EQ(get_qxfftcache(240), plan);
 }
 
-TEST_F(Plans, PlainSequenceAgreesInBothDirections) {
+TEST_F(Plans, plainSequenceAgreesInBothDirections) {
   for (const int n : {1, 2, 9, 16, 45, 100, 240, 486, 1000}) {
     const Signal x = random_signal(n);
     Signal source = x;
@@ -245,7 +244,7 @@ TEST_F(Plans, PlainSequenceAgreesInBothDirections) {
 }
 
 // 3 x 7 x 2 points by a published kernel, a general one in the middle, and a general last one.
-TEST_F(Plans, GeneralFactorKernels) {
+TEST_F(Plans, generalFactorKernels) {
   const int factors[] = {3, 7, 2};
   const int before[] = {1, 3, 21};
   const int after[] = {14, 2, 1};
@@ -255,7 +254,7 @@ TEST_F(Plans, GeneralFactorKernels) {
     Signal b(42);
     Numbers c(42);
     Numbers s(42);
-    ASSERT_EQ(set_fft_cossin_tab(42, 3, factors, before, after, c.data(), s.data()), qx::ok);
+    ASSERT_EQ(set_fft_cossin_tab(42, 3, factors, before, after, c.data(), s.data()), ok);
     const auto three = inverse ? qx_fft_radix3i_ : qx_fft_radix3f_;
     const auto general = inverse ? qx_fft_radix_geni_ : qx_fft_radix_genf_;
     three(before, after, x.re.data(), x.im.data(), a.re.data(), a.im.data(), c.data(), s.data());
@@ -273,16 +272,16 @@ struct Fault {
   const char* output;
 };
 
-class TransformFault : public qx::test::Engine, public ::testing::WithParamInterface<Fault> {};
+class TransformFault : public Engine, public ::testing::WithParamInterface<Fault> {};
 
-TEST_P(TransformFault, IsReportedAndEndsTheEngine) {
-  EXPECT_EQ(qx::test::captured(GetParam().provoke), GetParam().output);
+TEST_P(TransformFault, isReportedAndEndsTheEngine) {
+  EXPECT_EQ(captured(GetParam().provoke), GetParam().output);
   EXPECT_EQ(qx_exist_quorix(), 0);
 }
 
 void transform_seven() {
   Signal x(7);
-  EXPECT_EQ(qx_inverse_cfft(7, x.re.data(), x.im.data(), x.re.data(), x.im.data()), qx::failed);
+  EXPECT_EQ(qx_inverse_cfft(7, x.re.data(), x.im.data(), x.re.data(), x.im.data()), failed);
 }
 void real_plan_of_odd_length() {
   const Numbers x(9);
@@ -292,7 +291,7 @@ void count_factors(int expected) {
   int factors[4];
   int before[4];
   int after[4];
-  EXPECT_EQ(set_fft_factors(60, expected, factors, before, after), qx::failed);
+  EXPECT_EQ(set_fft_factors(60, expected, factors, before, after), failed);
 }
 void overfull_table() {
   const int factors[] = {4, 4};
@@ -300,7 +299,7 @@ void overfull_table() {
   const int after[] = {4, 1};
   Numbers c(16);
   Numbers s(16);
-  EXPECT_EQ(set_fft_cossin_tab(15, 2, factors, before, after, c.data(), s.data()), qx::failed);
+  EXPECT_EQ(set_fft_cossin_tab(15, 2, factors, before, after, c.data(), s.data()), failed);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -323,3 +322,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& instance) { return std::string(instance.param.name); });
 
 }  // namespace
+}  // namespace qx::test

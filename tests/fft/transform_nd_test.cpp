@@ -14,6 +14,7 @@
 #include <random>
 #include <vector>
 
+namespace qx::test {
 namespace {
 
 // An array of row pointers; two-dimensional ones are plane 0.
@@ -25,7 +26,7 @@ class Array {
   }
   Array(const Array&) = delete;
   Array& operator=(const Array&) = delete;
-  ~Array() { EXPECT_EQ(xfree_3d_double(planes_), qx::ok); }
+  ~Array() { EXPECT_EQ(xfree_3d_double(planes_), ok); }
   [[nodiscard]] double*** planes() const { return planes_; }
   [[nodiscard]] double** plane() const { return planes_[0]; }
   [[nodiscard]] double* begin() const { return planes_[0][0]; }
@@ -53,21 +54,20 @@ double difference(const Array& a, const Array& b) {
 
 constexpr double tolerance = 1e-14;
 
-std::vector<const qx::FftKernels*> all_kernels() {
-  const qx::FftKernels* tables[3];
-  const int count = qx::list_fft_kernels(tables);
+std::vector<const FftKernels*> all_kernels() {
+  const FftKernels* tables[3];
+  const int count = list_fft_kernels(tables);
   return {tables, tables + count};
 }
 
-class TransformNd : public qx::test::Engine,
-                    public ::testing::WithParamInterface<const qx::FftKernels*> {
+class TransformNd : public Engine, public ::testing::WithParamInterface<const FftKernels*> {
  protected:
   void SetUp() override {
     Engine::SetUp();
-    qx::force_fft_kernels(GetParam());
+    force_fft_kernels(GetParam());
   }
   void TearDown() override {
-    qx::force_fft_kernels(nullptr);
+    force_fft_kernels(nullptr);
     Engine::TearDown();
   }
 };
@@ -76,7 +76,7 @@ INSTANTIATE_TEST_SUITE_P(EveryInstructionSet, TransformNd, ::testing::ValuesIn(a
                          [](const auto& instance) { return std::string(instance.param->name); });
 
 // Counts of columns that fill registers and that leave every remainder; odd, even, 1.
-TEST_P(TransformNd, ComplexAndRealAgreeWithTheTwins) {
+TEST_P(TransformNd, complexAndRealAgreeWithTheTwins) {
   const int sizes[][3] = {{1, 1, 1},   {4, 3, 5},   {6, 10, 9},  {9, 5, 12},   {16, 8, 15},
                           {5, 24, 10}, {15, 1, 6},  {1, 27, 20}, {20, 18, 25}, {12, 30, 18},
                           {2, 16, 27}, {25, 9, 16}, {8, 12, 3},  {10, 45, 8}};
@@ -89,10 +89,10 @@ TEST_P(TransformNd, ComplexAndRealAgreeWithTheTwins) {
     Array b(n[0], n[1], n[2]);
     Array c(n[0], n[1], n[2]);
     Array d(n[0], n[1], n[2]);
-    const auto compare = [&](const char* name, bool planes, qx::Status got, qx::Status twin) {
+    const auto compare = [&](const char* name, bool planes, Status got, Status twin) {
       SCOPED_TRACE(name);
-      ASSERT_EQ(got, qx::ok);
-      ASSERT_EQ(twin, qx::ok);
+      ASSERT_EQ(got, ok);
+      ASSERT_EQ(twin, ok);
       if (!planes && n[0] > 1) return;
       EXPECT_LE(difference(c, a), tolerance) << n[0] << ' ' << n[1] << ' ' << n[2];
       EXPECT_LE(difference(d, b), tolerance) << n[0] << ' ' << n[1] << ' ' << n[2];
@@ -109,7 +109,7 @@ TEST_P(TransformNd, ComplexAndRealAgreeWithTheTwins) {
       const auto real_twin2 = inverse ? qx_inverse_rfft_2D_debug : qx_forward_rfft_2D_debug;
       const auto real_fast2 = inverse ? qx_inverse_rfft_2D : qx_forward_rfft_2D;
       const auto [x, y] = in3();
-      qx::Status t = twin(n[0], n[1], n[2], x, y, c.planes(), d.planes());
+      Status t = twin(n[0], n[1], n[2], x, y, c.planes(), d.planes());
       compare("complex 3-D", true, fast(n[0], n[1], n[2], x, y, a.planes(), b.planes()), t);
       re.fill(3);
       im.fill(4);
@@ -126,7 +126,7 @@ TEST_P(TransformNd, ComplexAndRealAgreeWithTheTwins) {
   }
 }
 
-TEST_P(TransformNd, OutputsMayBeTheInputs) {
+TEST_P(TransformNd, outputsMayBeTheInputs) {
   Array re(12, 15, 20);
   Array im(12, 15, 20);
   re.fill(1);
@@ -134,9 +134,8 @@ TEST_P(TransformNd, OutputsMayBeTheInputs) {
   Array a(12, 15, 20);
   Array b(12, 15, 20);
   ASSERT_EQ(qx_forward_cfft_3D_debug(12, 15, 20, re.planes(), im.planes(), a.planes(), b.planes()),
-            qx::ok);
-  ASSERT_EQ(qx_forward_cfft_3D(12, 15, 20, re.planes(), im.planes(), re.planes(), im.planes()),
-            qx::ok);
+            ok);
+  ASSERT_EQ(qx_forward_cfft_3D(12, 15, 20, re.planes(), im.planes(), re.planes(), im.planes()), ok);
   EXPECT_LE(difference(a, re), tolerance);
   EXPECT_LE(difference(b, im), tolerance);
 }
@@ -159,13 +158,13 @@ class HalfSpectrumTest {
     if (size.kmax > 2) columns_[row_of(2, size.ny)] = columns_[row_of(-2, size.ny)] = 0;
   }
 
-  [[nodiscard]] qx::HalfSpectrum half() const {
+  [[nodiscard]] HalfSpectrum half() const {
     return {{size_.nx, size_.ny, size_.nz, size_.hmax}, size_.kmax, size_.lmax, columns_.data()};
   }
 
-  void set_terms(const qx::HalfSpectrum& half) {
+  void set_terms(const HalfSpectrum& half) {
     std::fill(block_.begin(), block_.end(), std::nan(""));
-    qx::clear_half_spectrum(half, block_.begin());
+    clear_half_spectrum(half, block_.begin());
     std::mt19937 random(7);
     std::uniform_real_distribution<double> uniform(-1, 1);
     for (int l = -size_.lmax; l <= size_.lmax; ++l) {
@@ -216,18 +215,18 @@ class HalfSpectrumTest {
   std::vector<Term> terms_;
 };
 
-TEST_P(TransformNd, HalfSpectrumGivesThePlainSum) {
+TEST_P(TransformNd, halfSpectrumGivesThePlainSum) {
   const HalfCase cases[] = {{2, 1, 1, 0, 0, 0},     {3, 3, 3, 0, 1, 1},     {4, 2, 6, 1, 0, 2},
                             {6, 5, 4, 2, 2, 1},     {5, 6, 1, 1, 2, 0},     {1 + 1, 4, 5, 0, 1, 2},
                             {8, 8, 8, 3, 3, 3},     {15, 9, 10, 6, 4, 4},   {24, 25, 12, 7, 8, 3},
                             {36, 20, 27, 17, 9, 4}, {50, 27, 16, 16, 8, 5}, {45, 30, 8, 21, 14, 3}};
   for (const HalfCase& size : cases) {
     HalfSpectrumTest spectrum(size);
-    const qx::HalfSpectrum half = spectrum.half();
+    const HalfSpectrum half = spectrum.half();
     ASSERT_TRUE(half.fits());
     spectrum.set_terms(half);
-    qx::DensityMoments moments;
-    ASSERT_EQ(qx::inverse_half_3d(half, spectrum.block(), &moments), qx::ok);
+    DensityMoments moments;
+    ASSERT_EQ(inverse_half_3d(half, spectrum.block(), &moments), ok);
     double error = 0;
     double sum = 0;
     double squares = 0;
@@ -256,8 +255,8 @@ TEST_P(TransformNd, HalfSpectrumGivesThePlainSum) {
   }
 }
 
-TEST(HalfSpectrum, SpectraThatWrapAreRefused) {
-  const auto fits = [](const qx::HalfSpectrum& half) { return half.fits(); };
+TEST(HalfSpectrum, spectraThatWrapAreRefused) {
+  const auto fits = [](const HalfSpectrum& half) { return half.fits(); };
   EXPECT_FALSE(fits({{6, 8, 8, 3}, 1, 1}));
   EXPECT_FALSE(fits({{8, 8, 8, 3}, 4, 1}));
   EXPECT_FALSE(fits({{8, 8, 7, 3}, 1, 4}));
@@ -266,3 +265,4 @@ TEST(HalfSpectrum, SpectraThatWrapAreRefused) {
 }
 
 }  // namespace
+}  // namespace qx::test

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <gtest/gtest.h>
 
+namespace qx::test {
 namespace {
 
 // Literally what the counts must satisfy.
@@ -16,34 +17,34 @@ bool allowed(std::int64_t m, std::int64_t multiple) {
   return m == 1;
 }
 
-TEST(ClosestCount, IsTheFirstAllowedFromBelow) {
+TEST(ClosestCount, isTheFirstAllowedFromBelow) {
   for (const std::int64_t multiple : {1, 2, 3, 4, 6, 12, 24, 10, 90}) {
     for (std::int32_t n = 1; n <= 2100; ++n) {
       std::int32_t expected = n;
       while (!allowed(expected, multiple)) ++expected;
-      ASSERT_EQ(qx::closest_count(n, multiple), expected) << n << " by " << multiple;
+      ASSERT_EQ(closest_count(n, multiple), expected) << n << " by " << multiple;
     }
   }
 }
 
-TEST(ClosestCount, NamedCasesAndTheEndOfTheRange) {
-  EXPECT_EQ(qx::closest_count(151, 1), 160);
-  EXPECT_EQ(qx::closest_count(151, 3), 162);
-  EXPECT_EQ(qx::closest_count(-5, 4), 4);
-  EXPECT_EQ(qx::closest_count(2000000000, 1), 2000000000);
-  EXPECT_EQ(qx::closest_count(2147483647, 1), 0);
-  EXPECT_EQ(qx::closest_count(1, 1 << 30), 1 << 30);
+TEST(ClosestCount, namedCasesAndTheEndOfTheRange) {
+  EXPECT_EQ(closest_count(151, 1), 160);
+  EXPECT_EQ(closest_count(151, 3), 162);
+  EXPECT_EQ(closest_count(-5, 4), 4);
+  EXPECT_EQ(closest_count(2000000000, 1), 2000000000);
+  EXPECT_EQ(closest_count(2147483647, 1), 0);
+  EXPECT_EQ(closest_count(1, 1 << 30), 1 << 30);
 }
 
-TEST(CombineDivisors, RefusesWhatNoTransformableCountCanHold) {
+TEST(CombineDivisors, refusesWhatNoTransformableCountCanHold) {
   std::int64_t multiple = 1;
   std::int32_t culprit = 0;
   const std::int32_t good[] = {2, 3, 4, 8};
-  EXPECT_TRUE(qx::combine_divisors(good, multiple, culprit));
+  EXPECT_TRUE(combine_divisors(good, multiple, culprit));
   EXPECT_EQ(multiple, 24);
   for (const std::int32_t bad : {7, 0, -2, 22}) {
     const std::int32_t divisors[] = {2, bad};
-    EXPECT_FALSE(qx::combine_divisors(divisors, multiple, culprit));
+    EXPECT_FALSE(combine_divisors(divisors, multiple, culprit));
     EXPECT_EQ(culprit, bad);
   }
 }
@@ -51,22 +52,22 @@ TEST(CombineDivisors, RefusesWhatNoTransformableCountCanHold) {
 struct Split {
   std::int32_t n[3];
   double megabytes;
-  qx::BoxSplit kind;
+  BoxSplit kind;
   std::int32_t boxes, planes;
 };
 
 class SplitGrid : public ::testing::TestWithParam<Split> {};
 
-TEST_P(SplitGrid, ByHand) {
+TEST_P(SplitGrid, byHand) {
   const Split& c = GetParam();
   std::int32_t boxes = 1;
   std::int32_t planes = c.n[2];
-  EXPECT_EQ(qx::split_grid(c.n[0], c.n[1], c.n[2], c.megabytes, boxes, planes), c.kind);
+  EXPECT_EQ(split_grid(c.n[0], c.n[1], c.n[2], c.megabytes, boxes, planes), c.kind);
   EXPECT_EQ(boxes, c.boxes);
   EXPECT_EQ(planes, c.planes);
 }
 
-using enum qx::BoxSplit;
+using enum BoxSplit;
 INSTANTIATE_TEST_SUITE_P(
     Budgets, SplitGrid,
     ::testing::Values(
@@ -103,9 +104,10 @@ TEST(BoxesUnderBudget, holdWhatOneArrayNeeds) {
                       {{300, 300, 225}, 400, 399, 5},        {{10, 10, 1}, 0, 0, 1},
                       {{2000, 2000, 2000}, 64000, 0, 1},     {{2000, 2000, 2000}, 32000, 0, 2}};
   for (const Row& row : rows) {
-    EXPECT_EQ(qx::boxes_under_budget(row.n[0], row.n[1], row.n[2], row.budget, row.held), row.boxes)
+    EXPECT_EQ(boxes_under_budget(row.n[0], row.n[1], row.n[2], row.budget, row.held), row.boxes)
         << row.n[2] << " planes, " << row.budget << " MB, held " << row.held;
   }
 }
 
 }  // namespace
+}  // namespace qx::test

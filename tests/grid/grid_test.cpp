@@ -14,13 +14,10 @@
 
 #include <cmath>
 
+namespace qx::test {
 namespace {
 
-using qx::ok;
-using qx::test::captured;
-using qx::test::section;
-
-class GridSection : public qx::test::Engine {
+class GridSection : public Engine {
  protected:
   void SetUp() override {
     Engine::SetUp();
@@ -34,8 +31,8 @@ class GridSection : public qx::test::Engine {
     give_divisors(2, {3});
   }
   static void give_divisors(int axis, std::initializer_list<std::int32_t> values) {
-    qx::Divisors& divisors = qx_get_qxspg()->translation_divisors[axis];
-    divisors.values = qx::allocate<std::int32_t>(values.size(), "test");
+    Divisors& divisors = qx_get_qxspg()->translation_divisors[axis];
+    divisors.values = allocate<std::int32_t>(values.size(), "test");
     divisors.count = static_cast<std::int32_t>(values.size());
     std::copy(values.begin(), values.end(), divisors.values);
   }
@@ -45,7 +42,7 @@ class GridSection : public qx::test::Engine {
   }
 };
 
-TEST_F(GridSection, FractionOfTheResolution) {
+TEST_F(GridSection, fractionOfTheResolution) {
   const auto result = section("xgrid\nfrac 0.330000\nxend\n");
   EXPECT_TRUE(result.ok);
   EXPECT_EQ(result.output, "");
@@ -58,7 +55,7 @@ TEST_F(GridSection, FractionOfTheResolution) {
   EXPECT_EQ(box->one_box, 1);
 }
 
-TEST_F(GridSection, ThreeSpellingsOfCountsAndSpacings) {
+TEST_F(GridSection, threeSpellingsOfCountsAndSpacings) {
   for (const char* line :
        {"ngrid nx=48 ny=50 nz=60", "NGRID nx = 48 ny = 50 nz = 60", "ngri nz 60 ny 50 nx 48"}) {
     (void)qx_new_xgrid();
@@ -70,7 +67,7 @@ TEST_F(GridSection, ThreeSpellingsOfCountsAndSpacings) {
   EXPECT_EQ(counts(), (std::array<int, 3>{100, 60, 36}));
 }
 
-TEST_F(GridSection, WithoutARequestAThirdOfTheResolutionOrSixTenths) {
+TEST_F(GridSection, withoutARequestAThirdOfTheResolutionOrSixTenths) {
   EXPECT_TRUE(section("xgrid\nxend\n").ok);
   EXPECT_EQ(counts(), (std::array<int, 3>{150, 90, 120}));
   (void)qx_new_xgrid();
@@ -82,7 +79,7 @@ TEST_F(GridSection, WithoutARequestAThirdOfTheResolutionOrSixTenths) {
   EXPECT_EQ(counts(), (std::array<int, 3>{180, 100, 135}));
 }
 
-TEST_F(GridSection, LaterSectionsWithOtherRequests) {
+TEST_F(GridSection, laterSectionsWithOtherRequests) {
   EXPECT_TRUE(section("xgrid\nngrid nx=48 ny=50 nz=60\nxend\n").ok);
   EXPECT_EQ(section("xgrid\nspace sx=1 sy=1 sz=1\nxend\n").output,
             "Both space and ngrid command are defined unconsistently, \n"
@@ -90,7 +87,7 @@ TEST_F(GridSection, LaterSectionsWithOtherRequests) {
   EXPECT_EQ(counts(), (std::array<int, 3>{100, 60, 81}));
 }
 
-TEST_F(GridSection, ResolvingTwiceChangesNothing) {
+TEST_F(GridSection, resolvingTwiceChangesNothing) {
   qxcell* cell = qx_get_qxcell();
   std::uint32_t state = 1;
   const auto below = [&state](std::uint32_t n) { return (state = 1664525U * state + 7) / 64 % n; };
@@ -106,7 +103,7 @@ TEST_F(GridSection, ResolvingTwiceChangesNothing) {
   }
 }
 
-TEST_F(GridSection, NewCountsDropWhatHangsOnTheOldOnes) {
+TEST_F(GridSection, newCountsDropWhatHangsOnTheOldOnes) {
   EXPECT_TRUE(section("xgrid\nngrid nx=48 ny=50 nz=60\nxend\n").ok);
   qxasu* asu = qx_get_qxasu();
   asu->mask = xopen_3d_char(1, 1, 1, "test");
@@ -121,7 +118,7 @@ TEST_F(GridSection, NewCountsDropWhatHangsOnTheOldOnes) {
   EXPECT_EQ(qx_get_qxgrid()->ref_ix, nullptr);
 }
 
-TEST_F(GridSection, CoarseGrid) {
+TEST_F(GridSection, coarseGrid) {
   qxrefdata* set = qx_get_qxrefdata();
   set->hmax = 20;
   set->kmax = 20;
@@ -150,7 +147,7 @@ struct Fault {
 
 class GridFault : public GridSection, public ::testing::WithParamInterface<Fault> {};
 
-TEST_P(GridFault, IsReportedOnceAndEndsTheEngine) {
+TEST_P(GridFault, isReportedOnceAndEndsTheEngine) {
   const auto result = section(std::string("xgrid\n") + GetParam().lines + "\nxend\n");
   EXPECT_FALSE(result.ok);
   EXPECT_NE(result.output.find(GetParam().text), std::string::npos) << result.output;
@@ -183,7 +180,7 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"ngrid nx=2147483647 ny=1 nz=1", "Failed to set up a grid for FFT \n"},
         Fault{"space sx=1e9 sy=1 sz=1", "input fft grid sizes have not been defined yet \n"}));
 
-TEST_F(GridSection, MissingObjects) {
+TEST_F(GridSection, missingObjects) {
   qx_get_qxresol()->high = 0;
   EXPECT_NE(section("xgrid\nfrac 0.33\nxend\n")
                 .output.find("Can not define spacing through fraction of high resolution.\n"
@@ -200,14 +197,14 @@ TEST_F(GridSection, MissingObjects) {
             std::string::npos);
 }
 
-TEST_F(GridSection, EndOfTextEndsTheSection) {
+TEST_F(GridSection, endOfTextEndsTheSection) {
   const auto result = section("xgrid\nfrac 0.33\n");
   EXPECT_FALSE(result.ok);
   EXPECT_NE(result.output.find("\nqx_grid_ctrl():\nFailed to get quorix command. \n"),
             std::string::npos);
 }
 
-TEST_F(GridSection, DivisorsThatNoGridHas) {
+TEST_F(GridSection, divisorsThatNoGridHas) {
   give_divisors(0, {7});
   const auto result = section("xgrid\nxend\n");
   EXPECT_NE(result.output.find("divided by 7"), std::string::npos);
@@ -217,18 +214,18 @@ TEST_F(GridSection, DivisorsThatNoGridHas) {
 
 // exp(2 pi i (l' j / nz + shift)) of every mate against its definition, whole cycles left out, on
 // one box and on planes.
-TEST_F(GridSection, ReflectionTables) {
+TEST_F(GridSection, reflectionTables) {
   qxspg* spg = qx_get_qxspg();
   spg->nops = 2;
-  spg->ops = reinterpret_cast<double(*)[16]>(qx::allocate_zeroed<double>(32, "test"));
+  spg->ops = reinterpret_cast<double(*)[16]>(allocate_zeroed<double>(32, "test"));
   const double second[16] = {0, -1, 0, 0.25, 1, -1, 0, 0, 0, 0, 1, 1.0 / 3, 0, 0, 0, 1};
   for (int i = 0; i < 4; ++i) spg->ops[0][5 * i] = 1;
   std::copy_n(second, 16, spg->ops[1]);
   qxrefdata* set = qx_get_qxrefdata();
   set->nreflections = 2;
-  set->h = qx::allocate<std::int32_t>(2, "test");
-  set->k = qx::allocate<std::int32_t>(2, "test");
-  set->l = qx::allocate<std::int32_t>(2, "test");
+  set->h = allocate<std::int32_t>(2, "test");
+  set->k = allocate<std::int32_t>(2, "test");
+  set->l = allocate<std::int32_t>(2, "test");
   const std::int32_t hkl[2][3] = {{1, -2, 3}, {-40, 7, -61}};
   for (int i = 0; i < 2; ++i) {
     set->h[i] = hkl[i][0];
@@ -264,7 +261,7 @@ TEST_F(GridSection, ReflectionTables) {
   EXPECT_EQ(qx_get_qxgrid()->sine, nullptr);
 }
 
-TEST_F(GridSection, Boundary) {
+TEST_F(GridSection, boundary) {
   (void)qx_new_xgrid();
   ASSERT_EQ(qx_define_qxboundary(0.1, 0.2, 0.3, 0.01, 0.02, 0.03), ok);
   const qxboundary* boundary = qx_get_qxboundary();
@@ -277,3 +274,4 @@ TEST_F(GridSection, Boundary) {
 }
 
 }  // namespace
+}  // namespace qx::test

@@ -7,9 +7,8 @@
 #include <array>
 #include <cmath>
 
+namespace qx::test {
 namespace {
-
-using qx::test::section;
 
 // Space group and cell as the file's own header records say them.
 struct Header {
@@ -18,7 +17,7 @@ struct Header {
 };
 
 Header header_of(const std::filesystem::path& path) {
-  const std::string bytes = qx::test::read_file(path.string());
+  const std::string bytes = read_file(path.string());
   const auto record = [&](const std::string& key) {
     const std::size_t at = bytes.find(key);
     return at == std::string::npos ? std::string() : bytes.substr(at + key.size(), 76);
@@ -32,10 +31,10 @@ Header header_of(const std::filesystem::path& path) {
   return header;
 }
 
-class RealData : public qx::test::Engine {
+class RealData : public Engine {
  protected:
   void SetUp() override {
-    if (qx::test::real_data().empty()) GTEST_SKIP();
+    if (real_data().empty()) GTEST_SKIP();
     Engine::SetUp();
   }
   // The map of a file on a given grid ("" for the grid that suits it); empty after a report.
@@ -62,10 +61,9 @@ class RealData : public qx::test::Engine {
   }
 };
 
-TEST_F(RealData, OwnGroupAndExpandedToP1GiveTheSameMap) {
+TEST_F(RealData, ownGroupAndExpandedToP1GiveTheSameMap) {
   int pairs = 0;
-  for (const auto& entry :
-       std::filesystem::directory_iterator(qx::test::real_data() / "sg_pairs")) {
+  for (const auto& entry : std::filesystem::directory_iterator(real_data() / "sg_pairs")) {
     const std::string stem = entry.path().stem().string();
     if (stem.size() != 4) continue;
     std::string output;
@@ -86,7 +84,7 @@ TEST_F(RealData, OwnGroupAndExpandedToP1GiveTheSameMap) {
   EXPECT_EQ(pairs, 32);
 }
 
-TEST_F(RealData, FilesOfAllKindsGiveMaps) {
+TEST_F(RealData, filesOfAllKindsGiveMaps) {
   const std::vector<std::array<std::string, 3>> files = {
       {"1rx2_P212121.mtz", "FWT", "PHWT"},
       {"5orl_P6122.mtz", "FWT", "PHWT"},
@@ -95,10 +93,11 @@ TEST_F(RealData, FilesOfAllKindsGiveMaps) {
       {"poor_map_P1.mtz", "FWT", "PHWT"}};
   for (const auto& [name, amplitude, phase] : files) {
     std::string output;
-    EXPECT_FALSE(map_of(qx::test::real_data() / name, amplitude, phase, "", output).empty())
+    EXPECT_FALSE(map_of(real_data() / name, amplitude, phase, "", output).empty())
         << name << output;
     EXPECT_GT(qx_get_qxmap()->rms, 0.01) << name;
   }
 }
 
 }  // namespace
+}  // namespace qx::test

@@ -4,14 +4,8 @@
 #include <cmath>
 #include <random>
 
+namespace qx::test {
 namespace {
-
-using qx::ok;
-using qx::test::Cell;
-using qx::test::Hkl;
-using qx::test::MapEngine;
-using qx::test::RandomCrystal;
-using qx::test::Row;
 
 struct Group {
   const char* name;
@@ -49,7 +43,7 @@ class SynthesisBase : public MapEngine {
       const int z = static_cast<int>(random() % static_cast<unsigned>(grid->nz));
       const double at[3] = {static_cast<double>(x) / grid->nx, static_cast<double>(y) / grid->ny,
                             static_cast<double>(z) / grid->nz};
-      const double expected = qx::test::direct_density(terms, volume, at);
+      const double expected = direct_density(terms, volume, at);
       const double scale = map->scale ? 1.0 / rms : 1.0;
       worst = std::max(worst, std::abs(map->density[z][y][x] / scale - expected) / rms);
     }
@@ -79,9 +73,9 @@ constexpr double tolerance = 2e-6;  // single-precision 2 pi in the phases of th
 
 class Synthesis : public SynthesisBase, public ::testing::WithParamInterface<Group> {};
 
-TEST_P(Synthesis, IsTheFourierSumOnEveryRoad) {
+TEST_P(Synthesis, isTheFourierSumOnEveryRoad) {
   const Group& g = GetParam();
-  const auto group = qx::test::closed_group(g.generators);
+  const auto group = closed_group(g.generators);
   ASSERT_EQ(group.size(), g.order);
   RandomCrystal crystal(group, g.cell, 11);
   const Terms terms = terms_of(crystal, g.dmin);
@@ -103,9 +97,9 @@ TEST_P(Synthesis, IsTheFourierSumOnEveryRoad) {
 
 // Each row with all its mates and opposites, each orbit shuffled: the first of an orbit wins, so
 // the others may say what they like.
-TEST_P(Synthesis, FurtherRowsOfAnOrbitDoNotCount) {
+TEST_P(Synthesis, furtherRowsOfAnOrbitDoNotCount) {
   const Group& g = GetParam();
-  RandomCrystal crystal(qx::test::closed_group(g.generators), g.cell, 12);
+  RandomCrystal crystal(closed_group(g.generators), g.cell, 12);
   const Terms terms = terms_of(crystal, g.dmin);
   std::vector<Row> rows = crystal.unique_rows(g.dmin);
   const std::size_t unique = rows.size();
@@ -120,9 +114,9 @@ TEST_P(Synthesis, FurtherRowsOfAnOrbitDoNotCount) {
 
 // Rows that the symmetry extinguishes have amplitudes of rounding size only; with garbage in them
 // the map must stay.
-TEST_P(Synthesis, ExtinctRowsWeighNothing) {
+TEST_P(Synthesis, extinctRowsWeighNothing) {
   const Group& g = GetParam();
-  RandomCrystal crystal(qx::test::closed_group(g.generators), g.cell, 13);
+  RandomCrystal crystal(closed_group(g.generators), g.cell, 13);
   Terms terms = terms_of(crystal, g.dmin);
   std::vector<Row> rows = crystal.unique_rows(g.dmin);
   const auto strength = [](double amplitude) { return amplitude > 1e-6; };
@@ -141,9 +135,9 @@ TEST_P(Synthesis, ExtinctRowsWeighNothing) {
 
 // Phases that the symmetry does not allow, of centric reflections above all: the map has its
 // symmetry all the same, and its rms is known beforehand.
-TEST_P(Synthesis, HasItsSymmetryWhateverThePhases) {
+TEST_P(Synthesis, hasItsSymmetryWhateverThePhases) {
   const Group& g = GetParam();
-  RandomCrystal crystal(qx::test::closed_group(g.generators), g.cell, 15);
+  RandomCrystal crystal(closed_group(g.generators), g.cell, 15);
   std::vector<Row> rows = crystal.unique_rows(g.dmin);
   for (Row& row : rows) row = {row.hkl, 50.0, static_cast<double>(crystal.random()() % 360)};
   const int n = 72;  // every translation is a whole number of points
@@ -161,15 +155,15 @@ TEST_P(Synthesis, HasItsSymmetryWhateverThePhases) {
     }
     ASSERT_NEAR(map->density[x[2]][x[1]][x[0]], map->density[y[2]][y[1]][y[0]], 1e-5);
   }
-  const qx::View3<const double> all = {map->density[0][0], n, n, n};
-  EXPECT_NEAR(qx::statistics_of(all).rms, 1.0, 1e-9);
+  const View3<const double> all = {map->density[0][0], n, n, n};
+  EXPECT_NEAR(statistics_of(all).rms, 1.0, 1e-9);
 }
 
 // With the flag set, a list of the whole sphere or of one row per orbit without opposites stands
 // for itself alone.
-TEST_P(Synthesis, OppositesWithRowsOfTheirOwn) {
+TEST_P(Synthesis, oppositesWithRowsOfTheirOwn) {
   const Group& g = GetParam();
-  RandomCrystal crystal(qx::test::closed_group(g.generators), g.cell, 14);
+  RandomCrystal crystal(closed_group(g.generators), g.cell, 14);
   const Terms terms = terms_of(crystal, g.dmin);
   std::vector<Row> rows;
   for (const Row& row : crystal.unique_rows(g.dmin)) {
@@ -233,10 +227,10 @@ class MapOfFew : public SynthesisBase {
     SynthesisBase::SetUp();
     install(crystal_, {18, 20, 24});
   }
-  RandomCrystal crystal_{qx::test::closed_group({}), {10, 11, 12, 90, 90, 90}, 1};
+  RandomCrystal crystal_{closed_group({}), {10, 11, 12, 90, 90, 90}, 1};
 };
 
-TEST_F(MapOfFew, TheConstantTermCountsOnce) {
+TEST_F(MapOfFew, theConstantTermCountsOnce) {
   for (const std::int16_t flag : {std::int16_t{0}, std::int16_t{1}}) {
     qx_get_qxrefdata()->friedel_flag = flag;
     ASSERT_EQ(generate({{{0, 0, 0}, 1320.0, 0.0}}), ok);
@@ -250,7 +244,7 @@ TEST_F(MapOfFew, TheConstantTermCountsOnce) {
   EXPECT_NEAR(qx_get_qxmap()->rms, 2.0, 1e-12);
 }
 
-TEST_F(MapOfFew, WhatIsNotFiniteIsZero) {
+TEST_F(MapOfFew, whatIsNotFiniteIsZero) {
   const double nan = std::nan("");
   ASSERT_EQ(generate({{{1, 0, 0}, nan, 10.0}, {{0, 1, 0}, 5.0, nan}, {{0, 0, 1}, INFINITY, 0.0}}),
             ok);
@@ -259,13 +253,13 @@ TEST_F(MapOfFew, WhatIsNotFiniteIsZero) {
 }
 
 // An empty map is not divided by its rms.
-TEST_F(MapOfFew, AFlatMapIsNotScaled) {
+TEST_F(MapOfFew, aFlatMapIsNotScaled) {
   qx_get_qxmap()->scale = 1;
   ASSERT_EQ(generate({{{1, 0, 0}, 0.0, 0.0}}), ok);
   EXPECT_EQ(qx_get_qxmap()->statistics.rms, 0.0);
 }
 
-TEST_F(MapOfFew, HugeIndicesAreSummedOrReported) {
+TEST_F(MapOfFew, hugeIndicesAreSummedOrReported) {
   ASSERT_EQ(generate({{{1000003, 0, 0}, 660.0, 0.0},
                       {{1000003, 0, 0}, 5.0, 0.0},
                       {{0, -900001, 1000000}, 66.0, 0.0}}),
@@ -275,21 +269,21 @@ TEST_F(MapOfFew, HugeIndicesAreSummedOrReported) {
   const double expected = std::cos(turn * 13.0 * 5.0 / 18.0) +
                           0.1 * std::cos(turn * (-1.0 * 7.0 / 20.0 + 16.0 * 3.0 / 24.0));
   EXPECT_NEAR(qx_get_qxmap()->density[3][7][5], expected, 1e-9);
-  const std::string output = qx::test::captured([&] {
-    EXPECT_EQ(generate({{{INT32_MIN, 0, 0}, 1.0, 0.0}}), qx::failed);
+  const std::string output = captured([&] {
+    EXPECT_EQ(generate({{{INT32_MIN, 0, 0}, 1.0, 0.0}}), failed);
   });
   EXPECT_NE(output.find("too large for a map"), std::string::npos);
   EXPECT_EQ(qx_exist_quorix(), 0);
 }
 
 // The density of a box is that of the cell at indices taken modulo the counts.
-TEST_F(MapOfFew, BoxesWrapAroundTheCell) {
+TEST_F(MapOfFew, boxesWrapAroundTheCell) {
   const std::vector<Row> rows = crystal_.unique_rows(2.5);
   ASSERT_EQ(generate(rows), ok);
   std::vector<double> cell(18 * 20 * 24);
   std::copy_n(qx_get_qxmap()->density[0][0], cell.size(), cell.begin());
   qxmap* map = qx_get_qxmap();
-  map->extent = qx::frac_extent;
+  map->extent = frac_extent;
   const double limits[6] = {-1.26, 0.74, 0.95, 2.01, -0.5, -0.5};
   std::copy_n(limits, 6, map->limits);
   ASSERT_EQ(generate(rows), ok);
@@ -312,3 +306,4 @@ TEST_F(MapOfFew, BoxesWrapAroundTheCell) {
 }
 
 }  // namespace
+}  // namespace qx::test

@@ -5,21 +5,20 @@
 
 #include <quorix/grid.h>
 
+namespace qx::test {
 namespace {
 
-using qx::test::section;
-
-class XfftSection : public qx::test::Engine {
+class XfftSection : public Engine {
  protected:
   void make_grid(const char* counts) {
-    ASSERT_EQ(qx_new_xgrid(), qx::ok);
+    ASSERT_EQ(qx_new_xgrid(), ok);
     qxgrid* grid = qx_get_qxgrid();
     ASSERT_NE(grid, nullptr);
     ASSERT_EQ(std::sscanf(counts, "%d %d %d", &grid->nx, &grid->ny, &grid->nz), 3);
   }
 };
 
-TEST_F(XfftSection, GoodRunPrintsTheGridLine) {
+TEST_F(XfftSection, goodRunPrintsTheGridLine) {
   make_grid("160 160 160");
   const auto result = section("xfft\nmemory = 400.000000\nsincos = no\nxend\n");
   EXPECT_TRUE(result.ok);
@@ -29,7 +28,7 @@ TEST_F(XfftSection, GoodRunPrintsTheGridLine) {
   EXPECT_NE(qx_get_qxfft(), nullptr);
 }
 
-TEST_F(XfftSection, BudgetSplitsTheGrid) {
+TEST_F(XfftSection, budgetSplitsTheGrid) {
   make_grid("160 160 160");
   EXPECT_TRUE(section("xfft\nmemo 100\nxend\n").ok);
   EXPECT_EQ(qx_get_qxsubgrid()->one_box, 0);
@@ -37,7 +36,7 @@ TEST_F(XfftSection, BudgetSplitsTheGrid) {
   EXPECT_EQ(qx_get_qxsubgrid()->points[2], 80);
 }
 
-TEST_F(XfftSection, NegativeValues) {
+TEST_F(XfftSection, negativeValues) {
   make_grid("8 8 8");
   const auto result = section("xfft\nmemory -3\nB0 -1\nxend\n");
   EXPECT_TRUE(result.ok);
@@ -56,7 +55,7 @@ struct BadLine {
 
 class XfftFault : public XfftSection, public ::testing::WithParamInterface<BadLine> {};
 
-TEST_P(XfftFault, IsReportedAndEndsTheEngine) {
+TEST_P(XfftFault, isReportedAndEndsTheEngine) {
   make_grid("8 8 8");
   const auto result = section(std::string("xfft\n") + GetParam().line + "\nxend\n");
   EXPECT_FALSE(result.ok);
@@ -72,7 +71,7 @@ INSTANTIATE_TEST_SUITE_P(
                       BadLine{"B0 x", " Invalid specification for B0: x "},
                       BadLine{"memx 1", " *** Unknow xfft task: MEMX *** "}));
 
-TEST_F(XfftSection, NeedsTheGrid) {
+TEST_F(XfftSection, needsTheGrid) {
   const auto result = section("xfft\nmemory 400\nxend\n");
   EXPECT_FALSE(result.ok);
   EXPECT_NE(result.output.find("\nqx_xfft_ctrl():\nqxgrid object has not been created yet \n"),
@@ -80,7 +79,7 @@ TEST_F(XfftSection, NeedsTheGrid) {
   EXPECT_EQ(qx_exist_quorix(), 0);
 }
 
-TEST_F(XfftSection, WithoutEndIsReported) {
+TEST_F(XfftSection, withoutEndIsReported) {
   make_grid("8 8 8");
   const auto result = section("xfft\nmemory 400\n");
   EXPECT_FALSE(result.ok);
@@ -88,3 +87,4 @@ TEST_F(XfftSection, WithoutEndIsReported) {
 }
 
 }  // namespace
+}  // namespace qx::test

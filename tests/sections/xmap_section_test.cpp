@@ -9,13 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace qx::test {
 namespace {
 
-using qx::ok;
-using qx::test::read_file;
-using qx::test::section;
-
-class XmapSection : public qx::test::MapEngine {
+class XmapSection : public MapEngine {
  protected:
   void SetUp() override {
     MapEngine::SetUp();
@@ -29,7 +26,7 @@ class XmapSection : public qx::test::MapEngine {
     qxrefdata* set = qx_get_qxrefdata();
     const std::int32_t hkl[2][3] = {{2, 0, 0}, {0, 1, 0}};
     std::int32_t* indices[3] = {};
-    for (auto& index : indices) index = qx::allocate<std::int32_t>(2, "test");
+    for (auto& index : indices) index = allocate<std::int32_t>(2, "test");
     for (int i = 0; i < 2; ++i) {
       for (int j = 0; j < 3; ++j) indices[j][i] = hkl[i][j];
     }
@@ -41,7 +38,7 @@ class XmapSection : public qx::test::MapEngine {
     set->nreflections = n;
   }
   static float* floats(float a, float b) {
-    float* values = qx::allocate<float>(2, "test");
+    float* values = allocate<float>(2, "test");
     values[0] = a;
     values[1] = b;
     return values;
@@ -55,11 +52,11 @@ class XmapSection : public qx::test::MapEngine {
     return "xmap\nmapdef generated with amplitude input phase input\n" + lines + "\nxend\n";
   }
 
-  qx::test::RandomCrystal crystal_{qx::test::closed_group({}), {10, 11, 12, 90, 90, 90}, 1};
-  qx::test::ScratchDirectory scratch_;
+  RandomCrystal crystal_{closed_group({}), {10, 11, 12, 90, 90, 90}, 1};
+  ScratchDirectory scratch_;
 };
 
-TEST_F(XmapSection, GoodRunOfTheTool) {
+TEST_F(XmapSection, goodRunOfTheTool) {
   const std::string path = scratch_.file("a b.map");
   const auto result =
       section(xmap("param type unweighted u 1 v 0 scale yes cushion 4.0\nextent unit\ngenerate\n"
@@ -82,7 +79,7 @@ TEST_F(XmapSection, GoodRunOfTheTool) {
   EXPECT_EQ(qx_get_qxmap()->cushion, 4.0);
 }
 
-TEST_F(XmapSection, OptionsHoldForOneFile) {
+TEST_F(XmapSection, optionsHoldForOneFile) {
   const std::string odd = scratch_.file("symm yes origin zero");
   const std::string with = scratch_.file("with");
   const std::string after = scratch_.file("after");
@@ -97,7 +94,7 @@ TEST_F(XmapSection, OptionsHoldForOneFile) {
   EXPECT_EQ(read_file(after), read_file(odd));
 }
 
-TEST_F(XmapSection, WrittenAndGeneratedAgainAndReset) {
+TEST_F(XmapSection, writtenAndGeneratedAgainAndReset) {
   const std::string first = scratch_.file("1");
   const std::string second = scratch_.file("2");
   EXPECT_TRUE(section(xmap("generate\nwrite ccp4 file " + first + "\nwrite ccp4 file " + second +
@@ -110,11 +107,11 @@ TEST_F(XmapSection, WrittenAndGeneratedAgainAndReset) {
   EXPECT_EQ(qx_get_qxmap()->density, nullptr);
   EXPECT_EQ(qx_get_qxmap()->path, nullptr);
   EXPECT_EQ(qx_get_qxmap()->scale, 0);
-  EXPECT_EQ(qx_get_qxmap()->amplitude_source, qx::calculated_source);
+  EXPECT_EQ(qx_get_qxmap()->amplitude_source, calculated_source);
   EXPECT_LT(qx_get_xmalloc_memory_size(), live - 8 * 24 * 20 * 18 / 1e6);
 }
 
-TEST_F(XmapSection, FigureOfMeritDecidesAndMultipliesOnlyWhenAsked) {
+TEST_F(XmapSection, figureOfMeritDecidesAndMultipliesOnlyWhenAsked) {
   qx_get_qxrefdata()->map_fom = floats(0.3F, 0.0F);
   EXPECT_TRUE(section(xmap("generate")).ok);
   EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(5, 0), 1e-9);
@@ -125,14 +122,14 @@ TEST_F(XmapSection, FigureOfMeritDecidesAndMultipliesOnlyWhenAsked) {
   EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], static_cast<double>(0.2F) * wave(0, 3), 1e-9);
 }
 
-TEST_F(XmapSection, FigureOfMeritCountsFromATenThousandthOfAPercentOn) {
+TEST_F(XmapSection, figureOfMeritCountsFromATenThousandthOfAPercentOn) {
   qx_get_qxrefdata()->fom = floats(0.95e-5F, 1.05e-5F);
   EXPECT_TRUE(section(xmap("generate")).ok);
   EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(0, 3), 1e-9);
 }
 
 // On the road by half a spectrum, and on the other, which the index 2 on four points needs.
-TEST_F(XmapSection, OneScaleForTheCellAndItsParts) {
+TEST_F(XmapSection, oneScaleForTheCellAndItsParts) {
   for (const std::int32_t nx : {24, 4}) {
     set_grid({nx, 20, 18});
     ASSERT_TRUE(section(xmap("param scale yes\ngenerate")).ok);
@@ -149,7 +146,7 @@ TEST_F(XmapSection, OneScaleForTheCellAndItsParts) {
   }
 }
 
-TEST_F(XmapSection, ExtentsAndKeys) {
+TEST_F(XmapSection, extentsAndKeys) {
   qxasu* asu = qx_get_qxasu();
   asu->high[0] = 0.50001;
   asu->high[1] = 1.0;
@@ -178,12 +175,12 @@ TEST_F(XmapSection, ExtentsAndKeys) {
       section(xmap("extent box xmin=0 xmax=5 ymin=-2.2 ymax=11 zmin=3 zmax=3\ngenerate")).ok);
   EXPECT_EQ(bounds(), (std::vector<int>{-5, 13, -4, 20, 4, 4}));
   EXPECT_TRUE(section(xmap("param type SIGMaa\nparam type expected u 3 v 2\nparam v -1")).ok);
-  EXPECT_EQ(qx_get_qxmap()->type, qx::expected_map);
+  EXPECT_EQ(qx_get_qxmap()->type, expected_map);
   EXPECT_EQ(qx_get_qxmap()->u, 3.0);
   EXPECT_EQ(qx_get_qxmap()->v, -1.0);
 }
 
-TEST_F(XmapSection, SaysWhatItDoesNotDo) {
+TEST_F(XmapSection, saysWhatItDoesNotDo) {
   const std::string kicks =
       "WARNING: kicks displace the atoms of a model: the map of input coefficients has none \n";
   const std::string weights =
@@ -206,7 +203,7 @@ struct Fault {
 
 class XmapFault : public XmapSection, public ::testing::WithParamInterface<Fault> {};
 
-TEST_P(XmapFault, IsReportedAndEndsTheEngine) {
+TEST_P(XmapFault, isReportedAndEndsTheEngine) {
   const auto result = section(std::string("xmap\n") + GetParam().lines + "\nxend\n");
   EXPECT_FALSE(result.ok);
   EXPECT_NE(result.output.find(GetParam().text), std::string::npos) << result.output;
@@ -271,7 +268,7 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{FROM_INPUT "generate\nwrite ccp4 file /no/such/place",
               "\nFailed to open file \"/no/such/place\" \n"}));
 
-TEST_F(XmapSection, MissingData) {
+TEST_F(XmapSection, missingData) {
   const std::string generate = xmap("generate");
   qx_get_qxrefdata()->map_coeff_phase = nullptr;
   EXPECT_NE(section(generate).output.find("\nThere is no input phase data defined yet.\n"),
@@ -306,12 +303,12 @@ void* failing_malloc(std::size_t size) {
 class Starved : public XmapSection {
  protected:
   void TearDown() override {
-    (void)qx::set_system_allocator(std::malloc);
+    (void)set_system_allocator(std::malloc);
     XmapSection::TearDown();
   }
 };
 
-TEST_F(Starved, EveryFailedAllocationIsReportedAndNothingElseHappens) {
+TEST_F(Starved, everyFailedAllocationIsReportedAndNothingElseHappens) {
   const std::string path = scratch_.file("map");
   // A cut box through half a spectrum, and one whose terms alias.
   for (const int nx : {24, 3}) {
@@ -323,12 +320,12 @@ TEST_F(Starved, EveryFailedAllocationIsReportedAndNothingElseHappens) {
       put_reflections(2);
       ASSERT_EQ(generate({crystal_.row({1, 0, 0})}), ok);  // plans are the transforms' business
       allocations_left = n;
-      (void)qx::set_system_allocator(failing_malloc);
+      (void)set_system_allocator(failing_malloc);
       const auto result =
           section(xmap("param scale yes\nextent frac xmin=0 xmax=1 ymin=0 ymax=1 zmin=0 zmax=1\n"
                        "generate\nwrite ccp4 file " +
                        path));
-      (void)qx::set_system_allocator(std::malloc);
+      (void)set_system_allocator(std::malloc);
       finished = result.ok;
       EXPECT_EQ(qx_exist_quorix(), result.ok ? 1 : 0) << n;
       EXPECT_EQ(std::filesystem::exists(path), result.ok) << n;
@@ -337,11 +334,11 @@ TEST_F(Starved, EveryFailedAllocationIsReportedAndNothingElseHappens) {
   }
 }
 
-class PrivateSet : public qx::test::Engine {};
+class PrivateSet : public Engine {};
 
 // The same file read as the crystal's own set and inside the map section gives the same map; the
 // private set is gone with the next section.
-TEST_F(PrivateSet, TakesTheCrystalsPlace) {
+TEST_F(PrivateSet, takesTheCrystalsPlace) {
   const std::string crystal = "xcry\nspgname P 21 21 21\ncell 50.84 42.77 28.95\nreso 2.0 50\n";
   const std::string read = "read refl mtz file \"" QUORIX_SOURCE_DIR
                            "/examples/1ubq.mtz\" coid MAP_COEFFA=FWT MAP_COEFFP=PHWT\n";
@@ -363,3 +360,4 @@ TEST_F(PrivateSet, TakesTheCrystalsPlace) {
 }
 
 }  // namespace
+}  // namespace qx::test

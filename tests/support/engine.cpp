@@ -62,8 +62,10 @@ SectionResult section(const std::string& text) {
 }
 
 std::filesystem::path real_data() {
+  const char* named = std::getenv("QUORIX_REAL_DATA");
   const std::filesystem::path path =
-      std::filesystem::path(QUORIX_SOURCE_DIR) / ".." / "shared" / "data" / "real";
+      named ? std::filesystem::path(named)
+            : std::filesystem::path(QUORIX_SOURCE_DIR) / ".." / "shared" / "data" / "real";
   return std::filesystem::is_directory(path) ? std::filesystem::canonical(path)
                                              : std::filesystem::path();
 }

@@ -23,7 +23,8 @@ struct SectionResult {
 };
 SectionResult section(const std::string& text);
 
-// ../shared/data/real beside the checkout; empty when it is not there.
+// The folder that QUORIX_REAL_DATA names, else ../shared/data/real beside the checkout; empty when
+// it is not there, and tests of real files are skipped.
 std::filesystem::path real_data();
 // data/xray's parent in the source tree, to be put into ZENVI_DATA.
 std::filesystem::path data_directory();
