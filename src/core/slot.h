@@ -1,7 +1,7 @@
 // Getters and setters of a container's members, one greppable line each:
 //   qxcell* qx_get_qxcell() { return qx::slot(qx_get_qxxcry(), &qxxcry::cell); }
-//   Status qx_set_qxcell(qxcell* cell) { return qx::install(qx_get_qxxcry(), &qxxcry::cell, cell);
-//   }
+// and, for a setter,
+//   return qx::install(qx_get_qxxcry(), &qxxcry::cell, cell);
 // The container's own getter has reported and died when it gives null.
 #pragma once
 

@@ -6,9 +6,8 @@
 // last stage, where m = 1 and nothing is multiplied, the frequencies stand in order.
 //
 // Vector registers are filled in three ways:
-//   columns     lanes are neighbouring columns; the first stage reads the caller's rows and the
-//   last
-//               one writes them, scratch in between holds W real and W imaginary parts per point.
+//   columns     lanes are neighbouring columns; the first stage reads the caller's rows, the last
+//               one writes them; scratch in between holds W real and W imaginary parts per point.
 //   flat_stage  lanes are consecutive s of one row: runs of L numbers are contiguous, and what is
 //               left of a run is covered by a vector that overlaps the one before.
 //   row_first   the first stage of a row, where L = 1: lanes are consecutive r, and the results are

@@ -26,7 +26,7 @@ struct AxisBounds {
 AxisBounds asymmetric_bounds(double low, double high, std::int32_t n) noexcept;
 
 // Fractional limits on n points, each rounded to the nearest point. False if one is no number or
-// beyond 2^30 points, or if the upper one is the lower.
+// 2^30 points away, or if they are in the wrong order.
 bool fractional_bounds(double low, double high, std::int32_t n, AxisBounds& bounds) noexcept;
 
 // Fractional limits (low and high of x, y, z) of a Cartesian box given in the same order: the

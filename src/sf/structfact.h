@@ -46,13 +46,13 @@ struct qxsincostab {
 namespace qx {
 
 Status release_all_sums(qxstructfact* sf);
-// Zeroed arrays for the part (-1: the separate pair) if it has none; sums of another number of
-// reflections go.
+// Opens zeroed arrays for the part (-1: the separate pair) if it has none for `nref` reflections;
+// others are released.
 Status open_sums(qxstructfact* sf, std::int32_t part, std::int32_t nref);
 // What takes the prefactor's sampling volume, that of a cell with right angles, to the cell's.
 Status sampling_ratio(const char* heading, double& ratio);
-// Adds sums with their prefactor, as a part with the scale of `part` counts; one of each per
-// reflection.
+// Adds sums with their prefactor and the scale of `part` to re and im. All arrays have an element
+// per reflection.
 Status add_scaled(const char* heading, const qxstructfact& sf, const qxrefdata& data,
                   const PartSums& part, const PartSums& sums, double* re, double* im);
 

@@ -347,7 +347,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Refusal{"weight", {"in.mtz", "out.ccp4", "--weight", "FOM"}, "could be weighted"},
         Refusal{"noFile", {"none.mtz", "out.ccp4"}, "there is no file none.mtz"},
-        Refusal{"folder", {"/", "out.ccp4"}, "/ is no file"},
+        Refusal{"folder", {"/", "out.ccp4"}, "/ is not a regular file"},
         Refusal{"noFormat", {"text", "out.ccp4"}, "neither an MTZ nor an mmCIF file"},
         Refusal{"group", {"in.mtz", "out.ccp4", "--spacegroup", "P 1 #2"}, "must not hold #"},
         Refusal{"extent", {"in.mtz", "out.ccp4", "--extent", "sphere"}, "not 'sphere'"},

@@ -1,9 +1,9 @@
 // Completeness by resolution, of a map's Fourier coefficients or of a data column.
+#include "driver/commands/command_error.h"
 #include "driver/commands/info/map_symmetry.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/report/report.h"
 #include "driver/commands/resolution_shells.h"
-#include "driver/commands/sections.h"
 
 #include <quorix/fft.h>
 #include <quorix/memory.h>
@@ -156,7 +156,7 @@ Json shells_of_map(const qx_ccp4_map& map, const Spectrum& spectrum, const gemmi
   const double stars[3] = {cell.ar, cell.br, cell.cr};
   for (int a = 0; a < 3; ++a) nyquist = std::max(nyquist, 2.0 / (map.intervals[a] * stars[a]));
   // Strictly inside: at half the grid's count an index and its opposite are one.
-  if (!are_countable(map.cell, nyquist)) return no_shells("The map's cell is none.");
+  if (!are_countable(map.cell, nyquist)) return no_shells("The map has no valid unit cell.");
   const Range range = range_of(spectrum, cell, group, nyquist * 1.0001);
   if (!(range.high < range.low)) return no_shells("The density has no Fourier coefficients.");
   const double volume = cell.volume;
@@ -246,7 +246,7 @@ Json completeness_of_data(const ReflectionFile& file, const std::string& label, 
     high = std::min(high, d);
   }
   if (!(high < low)) return no_shells("Column " + column.label + " holds nothing.");
-  if (!are_countable(c, high)) return no_shells("The cell of " + file.path + " is none.");
+  if (!are_countable(c, high)) return no_shells(file.path + " has no valid unit cell.");
   // Both sides name a reflection by its index in the asymmetric unit.
   const Json shells = shells_of(cell, file.group, low, high, [&](int h, int k, int l) {
     const auto it = present.find({h, k, l});
