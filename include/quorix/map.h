@@ -71,6 +71,11 @@ QX_API qx_status qx_write_map(const char* format);
 QX_API qx_status qx_wr_ccp4_map(void);
 // Reads a CCP4 map of mode 0, 1, 2 or 6, any order of the axes, either byte order.
 QX_API qx_status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map);
+// 1 if the first bytes of a file are those of a CCP4 map; 212 of them tell.
+QX_API int32_t qx_starts_ccp4_map(const void* bytes, size_t size);
+// How many bytes such a file has by its header; -1 if it is none that could be read. Fills `map`,
+// if it is given, as qx_rd_ccp4_map, but without density. Neither reports nor needs an engine.
+QX_API int64_t qx_look_at_ccp4_map(const char* path, qx_ccp4_map* map);
 
 // Typed words of binary files. Each gives the number of items written or read; a short write is
 // reported and the engine dies, a short read is the caller's to report. `swap` reverses the bytes

@@ -1,7 +1,7 @@
 // quorix: picks a subcommand.
 #include "driver/commands/app.h"
+#include "driver/commands/command_error.h"
 #include "driver/commands/commands.h"
-#include "driver/commands/sections.h"
 #include "driver/data_directory.h"
 #include "driver/process.h"
 

@@ -3,6 +3,8 @@
 #include "core/files_read.h"
 #include "core/text.h"
 
+#include <quorix/map.h>
+
 #include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
@@ -15,7 +17,7 @@ bool is_map(const char* path) {
   const File file(path, "rb");
   char header[212];
   return file && std::fread(header, 1, sizeof header, file.get()) == sizeof header &&
-         std::memcmp(header + 208, "MAP ", 4) == 0;
+         qx_starts_ccp4_map(header, sizeof header) == 1;
 }
 
 // Paths stand in the script as they are: a comment mark, a quote or a control character in one

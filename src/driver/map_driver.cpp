@@ -74,7 +74,7 @@ class ScriptLabel {
   char* code_ = nullptr;
 };
 
-struct MapJob {
+struct MapArguments {
   const char* space_group;
   const double* cell;
   const char* reflection_file;
@@ -85,7 +85,7 @@ struct MapJob {
   double reso_high, reso_low;
 };
 
-Status run_crystal(const MapJob& job) {
+Status run_crystal(const MapArguments& job) {
   const ScriptLabel amplitude(job.ampl_label);
   const ScriptLabel phase(job.phase_label);
   const ScriptLabel fom(job.fom_label ? job.fom_label : "");
@@ -123,7 +123,7 @@ Status run_fft() {
   return script.run();
 }
 
-Status run_map(const MapJob& job) {
+Status run_map(const MapArguments& job) {
   Script script;
   script.add("xmap\n");
   script.add("mapdef generated with amplitude input phase input\n");
@@ -153,15 +153,15 @@ Status quorix_zenvi_driver2(const char* space_group, const double cell[6],
                             const char* reflection_file, const char* ampl_label,
                             const char* phase_label, const char* fom_label, const char* map_file,
                             double reso_high, double reso_low) {
-  const MapJob job = {space_group,
-                      cell,
-                      reflection_file,
-                      ampl_label,
-                      phase_label,
-                      holds_a_label(fom_label) ? fom_label : nullptr,
-                      map_file,
-                      0.01 > reso_high ? 1.0 : reso_high,
-                      0.01 > reso_low ? 50.0 : reso_low};
+  const MapArguments job = {space_group,
+                            cell,
+                            reflection_file,
+                            ampl_label,
+                            phase_label,
+                            holds_a_label(fom_label) ? fom_label : nullptr,
+                            map_file,
+                            0.01 > reso_high ? 1.0 : reso_high,
+                            0.01 > reso_low ? 50.0 : reso_low};
   if (!qx_exist_quorix()) {
     QX_TRY(qx_create_quorix());
     QX_TRY(qx_set_qxverbsys_verb_debug(0));

@@ -25,8 +25,8 @@ using qx::Status;
 namespace {
 
 constexpr auto here = "qx_rd_ccp4_map():";
-constexpr std::int64_t map_word_offset = 208;
-constexpr std::int64_t stamp_offset = 212;
+constexpr std::size_t map_word_end = offsetof(Ccp4Header, map_word) + 4;
+constexpr std::int64_t stamp_offset = offsetof(Ccp4Header, stamp);
 constexpr std::size_t record_size = 80;
 // Nobody samples a cell as finely: sums and products of such indices stay far from overflowing.
 constexpr std::int32_t most_points_of_an_axis = 1 << 24;
@@ -46,14 +46,20 @@ std::int64_t value_size(std::int32_t mode) {
   }
 }
 
+// By the codes for integers and reals in the second and first byte of the stamp.
+bool is_swapped(const unsigned char (&stamp)[4]) {
+  return stamp[1] >> 4 != qx::own_format_code || stamp[0] >> 4 != qx::own_format_code;
+}
+
 std::int64_t length_of(std::FILE* stream) {
   return fseeko(stream, 0, SEEK_END) == 0 ? static_cast<std::int64_t>(ftello(stream)) : -1;
 }
 
 Status check_format(std::FILE* stream, bool& swap) {
-  char word[4] = {};
-  if (fseeko(stream, map_word_offset, SEEK_SET) != 0 || std::fread(word, 1, 4, stream) != 4 ||
-      std::memcmp(word, "MAP ", 4) != 0) {
+  char start[map_word_end] = {};
+  std::rewind(stream);
+  const std::size_t size = std::fread(start, 1, sizeof start, stream);
+  if (!qx_starts_ccp4_map(start, size)) {
     return fail(here, "This is not a CCP4 formated map. ");
   }
   std::int32_t int_code = 0;
@@ -121,20 +127,27 @@ Status check_place(const Ccp4Header& header) {
   return ok;
 }
 
+// Bytes of all values; -1 when that is no number of bytes.
+std::int64_t data_size(const Ccp4Header& header) {
+  std::int64_t bytes = value_size(header.mode);
+  for (const std::int32_t count : header.counts) {
+    if (count < 1 || __builtin_mul_overflow(bytes, std::int64_t{count}, &bytes)) return -1;
+  }
+  return bytes;
+}
+
 // What the header promises must be in the file: nothing is allocated on its word alone.
 Status check_sizes(const Ccp4Header& header, std::int64_t length) {
-  const std::int64_t size = value_size(header.mode);
-  if (size == 0) return fail(here, "Map data mode %d is not supported. ", header.mode);
+  if (value_size(header.mode) == 0)
+    return fail(here, "Map data mode %d is not supported. ", header.mode);
   if (!is_permutation_of_axes(header.axes)) {
     return fail(here, "Invalid axis order %d %d %d ", header.axes[0], header.axes[1],
                 header.axes[2]);
   }
-  std::int64_t bytes = size;
-  for (const std::int32_t count : header.counts) {
-    if (count < 1 || __builtin_mul_overflow(bytes, std::int64_t{count}, &bytes)) {
-      return fail(here, "Invalid map dimensions %d %d %d ", header.counts[0], header.counts[1],
-                  header.counts[2]);
-    }
+  const std::int64_t bytes = data_size(header);
+  if (bytes < 0) {
+    return fail(here, "Invalid map dimensions %d %d %d ", header.counts[0], header.counts[1],
+                header.counts[2]);
   }
   const std::int64_t rest = length - static_cast<std::int64_t>(sizeof header);
   if (header.symmetry_bytes < 0 || header.symmetry_bytes > rest) {
@@ -219,6 +232,14 @@ Status read_data(std::FILE* stream, bool swap, const Ccp4Header& header, qx_ccp4
   return ok;
 }
 
+void swap_numbers(Ccp4Header& header) {
+  for (const Ccp4Item& item : qx::ccp4_items()) {
+    if (item.kind != ItemKind::integers && item.kind != ItemKind::reals) continue;
+    qx::swap_words(reinterpret_cast<unsigned char*>(&header) + item.offset,
+                   static_cast<std::size_t>(item.count));
+  }
+}
+
 qx_ccp4_map map_of(const Ccp4Header& header) {
   qx_ccp4_map map = {};
   for (int i = 0; i < 3; ++i) {
@@ -257,4 +278,25 @@ Status read_ccp4(const char* path, qx_ccp4_map& map, Ccp4Description& descriptio
 Status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map) {
   qx::Ccp4Description description;
   return qx::read_ccp4(path, *map, description);
+}
+
+std::int32_t qx_starts_ccp4_map(const void* bytes, std::size_t size) {
+  const auto* start = static_cast<const char*>(bytes);
+  return size >= map_word_end && std::memcmp(start + map_word_end - 4, "MAP ", 4) == 0 ? 1 : 0;
+}
+
+std::int64_t qx_look_at_ccp4_map(const char* path, qx_ccp4_map* map) {
+  const qx::File file(path, "rb");
+  Ccp4Header header;
+  if (!file || std::fread(&header, sizeof header, 1, file.get()) != 1) return -1;
+  if (!qx_starts_ccp4_map(&header, sizeof header)) return -1;
+  if (is_swapped(header.stamp)) swap_numbers(header);
+  const std::int64_t data = value_size(header.mode) > 0 ? data_size(header) : -1;
+  std::int64_t length = static_cast<std::int64_t>(sizeof header) + header.symmetry_bytes;
+  if (data < 0 || header.symmetry_bytes < 0 || !is_permutation_of_axes(header.axes) ||
+      __builtin_add_overflow(length, data, &length)) {
+    return -1;
+  }
+  if (map) *map = map_of(header);
+  return length;
 }

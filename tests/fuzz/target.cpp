@@ -4,7 +4,7 @@
 #include "crystal/symop.h"
 #include "driver/commands/app.h"
 #include "driver/commands/batch/inputs.h"
-#include "driver/commands/sections.h"
+#include "driver/commands/command_error.h"
 #include "support/engine.h"
 
 #include <quorix/engine.h>

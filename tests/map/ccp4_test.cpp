@@ -8,13 +8,8 @@
 #include <cstring>
 #include <sys/stat.h>
 
+namespace qx::test {
 namespace {
-
-using qx::failed;
-using qx::ok;
-using qx::test::captured;
-using qx::test::read_file;
-using qx::test::write_file;
 
 template <class T>
 T word(const std::string& bytes, std::size_t number) {
@@ -30,12 +25,11 @@ void put(std::string& bytes, std::size_t number, T value) {
 
 std::string padded(const std::string& text) { return text + std::string(80 - text.size(), ' '); }
 
-class Ccp4 : public qx::test::MapEngine {
+class Ccp4 : public MapEngine {
  protected:
   void SetUp() override {
     MapEngine::SetUp();
-    install({qx::test::closed_group({"-x,y+1/2,-z"}), {31, 22, 43, 90, 101.5, 90}, 5},
-            {36, 24, 48});
+    install({closed_group({"-x,y+1/2,-z"}), {31, 22, 43, 90, 101.5, 90}, 5}, {36, 24, 48});
     qx_get_qxspg()->spg_id = 4;
   }
   // Puts a box of nx x ny x nz points that starts at (-2, 3, 5) on the map; value of point i is
@@ -43,7 +37,7 @@ class Ccp4 : public qx::test::MapEngine {
   template <class F>
   void put_box(int nx, int ny, int nz, F&& f) {
     qxmap* map = qx_get_qxmap();
-    ASSERT_EQ(qx::drop_density(*map), ok);
+    ASSERT_EQ(drop_density(*map), ok);
     map->density = xopen_3d_double(nz, ny, nx, "test");
     for (int i = 0; i < nx * ny * nz; ++i) map->density[0][0][i] = f(i);
     map->xlow = -2;
@@ -53,16 +47,16 @@ class Ccp4 : public qx::test::MapEngine {
     map->zlow = 5;
     map->zhigh = nz + 4;
   }
-  static qx::Status write(const std::string& path) {
+  static Status write(const std::string& path) {
     qxmap* map = qx_get_qxmap();
-    EXPECT_EQ(qx::release(map->path), ok);
-    map->path = qx::duplicate_text(path.c_str(), "test");
+    EXPECT_EQ(release(map->path), ok);
+    map->path = duplicate_text(path.c_str(), "test");
     return qx_wr_ccp4_map();
   }
-  qx::test::ScratchDirectory scratch_;
+  ScratchDirectory scratch_;
 };
 
-TEST_F(Ccp4, EveryHeaderWordIsInItsPlace) {
+TEST_F(Ccp4, everyHeaderWordIsInItsPlace) {
   put_box(3, 4, 5, [](int i) { return i == 7 ? -2.5 : 0.25 * i; });
   qx_get_qxmap()->u = 1.0;
   qx_get_qxmap()->v = -0.6;
@@ -96,7 +90,7 @@ TEST_F(Ccp4, EveryHeaderWordIsInItsPlace) {
   EXPECT_EQ(word<float>(bytes, 257 + 59), 14.75F);
 }
 
-TEST_F(Ccp4, OptionsAddSymmetryRecordsAndAZeroOriginAndNothingElse) {
+TEST_F(Ccp4, optionsAddSymmetryRecordsAndAZeroOriginAndNothingElse) {
   put_box(3, 4, 5, [](int i) { return 0.25 * i; });
   const std::string path = scratch_.file("m");
   ASSERT_EQ(write(path), ok);
@@ -114,7 +108,7 @@ TEST_F(Ccp4, OptionsAddSymmetryRecordsAndAZeroOriginAndNothingElse) {
   EXPECT_TRUE(rest == plain);
 }
 
-TEST_F(Ccp4, OnePointMap) {
+TEST_F(Ccp4, onePointMap) {
   put_box(1, 1, 1, [](int) { return -3.5; });
   ASSERT_EQ(write(scratch_.file("one")), ok);
   const std::string bytes = read_file(scratch_.file("one"));
@@ -127,10 +121,9 @@ TEST_F(Ccp4, OnePointMap) {
 
 // What a generated map knows of its density goes into the header without being counted again: it
 // must be what a count gives.
-TEST_F(Ccp4, StatisticsOfAGeneratedMapAreThoseOfItsValues) {
-  qx::test::RandomCrystal crystal(qx::test::closed_group({"-x,y+1/2,-z"}),
-                                  {31, 22, 43, 90, 101.5, 90}, 5);
-  for (const int extent : {qx::unit_extent, qx::frac_extent}) {
+TEST_F(Ccp4, statisticsOfAGeneratedMapAreThoseOfItsValues) {
+  RandomCrystal crystal(closed_group({"-x,y+1/2,-z"}), {31, 22, 43, 90, 101.5, 90}, 5);
+  for (const int extent : {unit_extent, frac_extent}) {
     qxmap* map = qx_get_qxmap();
     map->scale = 1;
     map->extent = extent;
@@ -151,7 +144,7 @@ TEST_F(Ccp4, StatisticsOfAGeneratedMapAreThoseOfItsValues) {
   }
 }
 
-TEST_F(Ccp4, NothingBrokenIsLeftBehind) {
+TEST_F(Ccp4, nothingBrokenIsLeftBehind) {
   put_box(8, 8, 8, [](int i) { return i; });
   const std::string good = scratch_.file("good.map");
   write_file(good, "as it was");
@@ -163,7 +156,7 @@ TEST_F(Ccp4, NothingBrokenIsLeftBehind) {
   EXPECT_EQ(qx_exist_quorix(), 0);
 }
 
-TEST_F(Ccp4, UnwritablePathsAreReported) {
+TEST_F(Ccp4, unwritablePathsAreReported) {
   put_box(2, 2, 2, [](int i) { return i; });
   const std::string path = scratch_.file("no such folder") + "/x.map";
   const std::string output = captured([&] { EXPECT_EQ(write(path), failed); });
@@ -215,7 +208,21 @@ std::string swapped(std::string bytes, const char* stamp = "\x11\x11") {
   return bytes.replace(212, 4, std::string(stamp) + std::string(2, '\0'));
 }
 
+// What is looked at without reading the points: the same header, and how long the file must be.
+void expect_header_alone(const std::string& path) {
+  qx_ccp4_map map = {};
+  EXPECT_EQ(qx_look_at_ccp4_map(path.c_str(), &map),
+            static_cast<std::int64_t>(read_file(path).size()));
+  EXPECT_EQ(std::vector<int>(map.counts, map.counts + 3), (std::vector<int>{2, 3, 4}));
+  EXPECT_EQ(std::vector<int>(map.starts, map.starts + 3), (std::vector<int>{-7, 8, 9}));
+  EXPECT_EQ(std::vector<int>(map.intervals, map.intervals + 3), (std::vector<int>{20, 21, 22}));
+  EXPECT_EQ(map.cell[5], 55.0);
+  EXPECT_EQ(map.rms, 0.75);
+  EXPECT_EQ(map.density, nullptr);
+}
+
 void expect_hundreds_tens_units(const std::string& path) {
+  expect_header_alone(path);
   qx_ccp4_map map = {};
   ASSERT_EQ(qx_rd_ccp4_map(path.c_str(), &map), ok);
   EXPECT_EQ(std::vector<int>(map.counts, map.counts + 3), (std::vector<int>{2, 3, 4}));
@@ -234,7 +241,7 @@ void expect_hundreds_tens_units(const std::string& path) {
   EXPECT_EQ(xfree_3d_double(map.density), ok);
 }
 
-TEST_F(Ccp4, SixAxisOrdersInBothByteOrders) {
+TEST_F(Ccp4, sixAxisOrdersInBothByteOrders) {
   std::array<int, 3> axes = {1, 2, 3};
   const std::string path = scratch_.file("m");
   do {
@@ -248,7 +255,7 @@ TEST_F(Ccp4, SixAxisOrdersInBothByteOrders) {
   } while (std::next_permutation(axes.begin(), axes.end()));
 }
 
-TEST_F(Ccp4, AStampIsReadWhereItIsSaidToStand) {
+TEST_F(Ccp4, aStampIsReadWhereItIsSaidToStand) {
   write_file(scratch_.file("m"), std::string("\x11\x22zzzz\x44\x41", 8));
   std::FILE* file = std::fopen(scratch_.file("m").c_str(), "rb");
   ASSERT_EQ(std::fseek(file, 3, SEEK_SET), 0);
@@ -261,7 +268,7 @@ TEST_F(Ccp4, AStampIsReadWhereItIsSaidToStand) {
   std::fclose(file);
 }
 
-TEST_F(Ccp4, SymmetryRecordsSkewAndTrailingBytesAreNoObstacle) {
+TEST_F(Ccp4, symmetryRecordsSkewAndTrailingBytesAreNoObstacle) {
   std::string bytes = file_with_axes({1, 2, 3});
   put<std::int32_t>(bytes, 24, 160);
   put<std::int32_t>(bytes, 25, 1);
@@ -271,7 +278,7 @@ TEST_F(Ccp4, SymmetryRecordsSkewAndTrailingBytesAreNoObstacle) {
   expect_hundreds_tens_units(scratch_.file("m"));
 }
 
-TEST_F(Ccp4, OtherDataModes) {
+TEST_F(Ccp4, otherDataModes) {
   std::string bytes = file_with_axes({1, 2, 3}).substr(0, 1024);
   put<std::int32_t>(bytes, 1, 2);
   put<std::int32_t>(bytes, 2, 1);
@@ -304,7 +311,7 @@ void PrintTo(const Damage& damage, std::ostream* stream) { *stream << damage.nam
 
 class Ccp4Damage : public Ccp4, public ::testing::WithParamInterface<Damage> {};
 
-TEST_P(Ccp4Damage, IsReportedAndNothingLargeIsAllocated) {
+TEST_P(Ccp4Damage, isReportedAndNothingLargeIsAllocated) {
   const Damage& damage = GetParam();
   std::string bytes = file_with_axes({1, 2, 3});
   if (damage.word == 0) {
@@ -354,7 +361,7 @@ INSTANTIATE_TEST_SUITE_P(
         Damage{"symmetry_over_data", 24, 80, no_data}, Damage{"stamp", 54, 0, "is not supported"}),
     [](const auto& parameter) { return parameter.param.name; });
 
-TEST_F(Ccp4Damage, AllSizesHuge) {
+TEST_F(Ccp4Damage, allSizesHuge) {
   std::string bytes = file_with_axes({1, 2, 3});
   for (std::size_t i = 1; i <= 3; ++i) put<std::int32_t>(bytes, i, INT32_MAX);
   write_file(scratch_.file("m"), bytes);
@@ -364,14 +371,14 @@ TEST_F(Ccp4Damage, AllSizesHuge) {
   EXPECT_NE(output.find("Invalid map dimensions"), std::string::npos);
 }
 
-TEST_F(Ccp4, RealMapsAgreeWithTheirHeaders) {
-  if (qx::test::real_data().empty()) GTEST_SKIP();
+TEST_F(Ccp4, realMapsAgreeWithTheirHeaders) {
+  if (real_data().empty()) GTEST_SKIP();
   for (const char* name : {"5i55_tiny_axes213.ccp4", "fft_C2_axes312.map", "box_axes321.ccp4",
                            "EMD-3197_axes123.map", "1mru_P21_asu_axes213.map"}) {
     qx_ccp4_map map = {};
-    ASSERT_EQ(qx_rd_ccp4_map((qx::test::real_data() / name).c_str(), &map), ok) << name;
-    const qx::MapStatistics found =
-        qx::statistics_of({map.density[0][0], map.counts[2], map.counts[1], map.counts[0]});
+    ASSERT_EQ(qx_rd_ccp4_map((real_data() / name).c_str(), &map), ok) << name;
+    const MapStatistics found =
+        statistics_of({map.density[0][0], map.counts[2], map.counts[1], map.counts[0]});
     EXPECT_FLOAT_EQ(static_cast<float>(found.minimum), static_cast<float>(map.minimum)) << name;
     EXPECT_FLOAT_EQ(static_cast<float>(found.maximum), static_cast<float>(map.maximum)) << name;
     EXPECT_NEAR(found.mean, map.mean, 1e-5 * map.maximum) << name;
@@ -383,3 +390,4 @@ TEST_F(Ccp4, RealMapsAgreeWithTheirHeaders) {
 }
 
 }  // namespace
+}  // namespace qx::test

@@ -1,6 +1,6 @@
 #include "driver/commands/coordinate_text.h"
 
-#include "driver/commands/sections.h"
+#include "driver/commands/command_error.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,9 +1,9 @@
 #include "driver/commands/coordinates.h"
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/coordinate_text.h"
 #include "driver/commands/group_name.h"
 #include "driver/commands/readable_file.h"
-#include "driver/commands/sections.h"
 
 #include <quorix/engine.h>
 #include <quorix/model.h>

@@ -1,5 +1,7 @@
 #include "driver/commands/crystal_lines.h"
 
+#include "driver/commands/command_error.h"
+
 #include <gemmi/symmetry.hpp>  // for split_centering_vectors
 
 namespace qx {

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "driver/commands/reflection_file.h"
-#include "driver/commands/sections.h"
+#include "driver/commands/section_text.h"
 
 namespace qx {
 

@@ -1,7 +1,9 @@
 #include "driver/commands/file_kind.h"
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/readable_file.h"
-#include "driver/commands/sections.h"
+
+#include <quorix/map.h>
 
 #include <algorithm>
 #include <cctype>
@@ -56,7 +58,7 @@ FileKind kind_of_content(const std::string& path) {
     return FileKind::unreadable;
   }
   if (start.starts_with("MTZ ")) return FileKind::mtz;
-  if (start.size() >= 212 && start.compare(208, 4, "MAP ") == 0) return FileKind::map;
+  if (qx_starts_ccp4_map(start.data(), start.size()) == 1) return FileKind::map;
   if (start.starts_with(script_mark)) return FileKind::script;
   if (begins_like_a_page(start)) return FileKind::page;
   if (start.starts_with("<svg")) return FileKind::drawing;

@@ -2,7 +2,7 @@
 
 #include "core/command_line.h"
 #include "core/text.h"
-#include "driver/commands/sections.h"
+#include "driver/commands/section_text.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,6 +1,6 @@
 // Structure-factor mmCIF to MTZ, by gemmi.
+#include "driver/commands/command_error.h"
 #include "driver/commands/readable_file.h"
-#include "driver/commands/sections.h"
 
 // gemmi's writer is in its headers; the printf that it would bundle is not in Debian's package.
 #define GEMMI_WRITE_IMPLEMENTATION

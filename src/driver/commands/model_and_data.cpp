@@ -1,7 +1,7 @@
 #include "driver/commands/model_and_data.h"
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/group_name.h"
-#include "driver/commands/sections.h"
 
 #include <algorithm>
 #include <cmath>

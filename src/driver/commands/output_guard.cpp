@@ -1,7 +1,7 @@
 #include "driver/commands/output_guard.h"
 
 #include "core/files_read.h"
-#include "driver/commands/sections.h"
+#include "driver/commands/command_error.h"
 
 #include <filesystem>
 #include <sys/stat.h>

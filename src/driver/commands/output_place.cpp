@@ -1,7 +1,7 @@
 #include "driver/commands/output_place.h"
 
 #include "core/output_file.h"
-#include "driver/commands/sections.h"
+#include "driver/commands/command_error.h"
 #include "driver/commands/whole_file.h"
 #include "driver/process.h"
 

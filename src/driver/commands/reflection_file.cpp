@@ -1,7 +1,8 @@
 #include "driver/commands/reflection_file.h"
 
+#include "driver/commands/command_error.h"
+#include "driver/commands/engine_run.h"
 #include "driver/commands/group_name.h"
-#include "driver/commands/sections.h"
 
 #include <quorix/mtz.h>
 #include <quorix/reflections.h>

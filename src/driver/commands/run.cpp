@@ -1,13 +1,13 @@
 // quorix run: a text of sections, one after the other.
 #include "core/files_read.h"
 #include "core/load_lines.h"
+#include "driver/commands/command_error.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/job_text.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/output_guard.h"
 #include "driver/commands/output_place.h"
 #include "driver/commands/reflection_file.h"
-#include "driver/commands/sections.h"
 
 #include <quorix/engine.h>
 #include <quorix/parser.h>

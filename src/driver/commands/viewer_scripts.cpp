@@ -1,7 +1,7 @@
 #include "driver/commands/viewer_scripts.h"
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/file_kind.h"
-#include "driver/commands/sections.h"
 #include "driver/commands/whole_file.h"
 
 #include <filesystem>

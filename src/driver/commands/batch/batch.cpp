@@ -6,6 +6,7 @@
 #include "driver/commands/batch/progress.h"
 #include "driver/commands/batch/record.h"
 #include "driver/commands/batch/table.h"
+#include "driver/commands/command_error.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/file_kind.h"
 #include "driver/commands/map/job.h"
@@ -319,7 +320,8 @@ class Batch {
   }
 
   void tell(const std::map<std::string, std::size_t>& statuses, const std::string& path) const {
-    std::cout << format("%zu data sets", slice_.last - slice_.first);
+    const std::size_t sets = slice_.last - slice_.first;
+    std::cout << format("%zu data set%s", sets, sets == 1 ? "" : "s");
     for (const auto& [status, count] : statuses) std::cout << ", " << count << ' ' << status;
     if (options_.resume) std::cout << ", " << taken_over_ << " of them taken over";
     if (seconds_ > 0.0) std::cout << format("; %.1f s, %.3g/s", seconds_, rate_);

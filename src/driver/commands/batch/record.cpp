@@ -4,6 +4,7 @@
 #include "driver/commands/file_kind.h"
 #include "driver/commands/sections.h"
 
+#include <quorix/map.h>
 #include <quorix/version.h>
 
 #include <algorithm>
@@ -50,30 +51,11 @@ void remove_strays(const fs::path& folder) {
 
 namespace {
 
-// True if the file's length is what its header announces.
-bool is_whole_map(const fs::path& path, std::uintmax_t size) {
-  std::int32_t words[256] = {};
-  std::ifstream file(path, std::ios::binary);
-  if (!file.read(reinterpret_cast<char*>(words), sizeof words)) return false;
-  std::uintmax_t expected = 4;  // bytes of a point
-  for (int i = 0; i < 3; ++i) {
-    if (words[i] < 1 || expected > size) return false;
-    expected *= static_cast<std::uintmax_t>(words[i]);
-  }
-  constexpr int mode = 3;
-  constexpr int symmetry_bytes = 23;
-  constexpr int magic = 52;
-  return words[mode] == 2 && words[symmetry_bytes] >= 0 &&
-         std::memcmp(&words[magic], "MAP ", 4) == 0 &&
-         expected + static_cast<std::uintmax_t>(words[symmetry_bytes]) + sizeof words == size;
-}
-
 // Intervals of the cell along x, y, z, of a whole map.
 Json grid_of(const fs::path& path) {
-  std::int32_t words[10] = {};
-  std::ifstream file(path, std::ios::binary);
-  if (!file.read(reinterpret_cast<char*>(words), sizeof words)) return nullptr;
-  return {words[7], words[8], words[9]};
+  qx_ccp4_map map = {};
+  if (qx_look_at_ccp4_map(path.c_str(), &map) < 0) return nullptr;
+  return {map.intervals[0], map.intervals[1], map.intervals[2]};
 }
 
 // Empty if the file is as it was recorded.
@@ -83,7 +65,9 @@ std::string doubt_of_file(const fs::path& folder, const Json& file) {
   const std::uintmax_t size = fs::file_size(folder / name, error);
   if (error) return name + " is gone";
   if (size != file.value("size", std::uintmax_t{0})) return name + " has another length";
-  if (name.ends_with(".ccp4") && !is_whole_map(folder / name, size)) return name + " is damaged";
+  if (name.ends_with(".ccp4") &&
+      qx_look_at_ccp4_map((folder / name).c_str(), nullptr) != static_cast<std::int64_t>(size))
+    return name + " is damaged";
   return {};
 }
 

@@ -1,9 +1,12 @@
-#include "driver/commands/info/info.h"
-
+// quorix info: what is in a file.
 #include "driver/commands/commands.h"
+#include "driver/commands/engine_run.h"
+#include "driver/commands/info/map_facts.h"
+#include "driver/commands/info/reflection_facts.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/readable_file.h"
-#include "driver/commands/sections.h"
+
+#include <quorix/map.h>
 
 #include <CLI/CLI.hpp>
 #include <iostream>
@@ -31,19 +34,24 @@ struct Options {
   bool json = false, verbose = false;
 };
 
+template <class Facts>
+void show(const Facts& facts, bool json) {
+  if (json) {
+    // A text in a file may be in any encoding.
+    std::cout << to_json(facts).dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
+              << '\n';
+  } else {
+    tell(std::cout, facts);
+  }
+}
+
 int run(const Options& options) {
   if (options.json) keep_standard_output_clean();
   const std::string start = first_bytes(options.path, 4096);
-  const bool is_map = start.size() >= 212 && start.compare(208, 4, "MAP ") == 0;
-  const nlohmann::ordered_json info = is_map ? map_info(options.path, options.verbose)
-                                             : reflection_info(options.path, options.verbose);
-  if (options.json) {
-    // A text in a file may be in any encoding.
-    std::cout << info.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-  } else if (is_map) {
-    tell_map(std::cout, info);
+  if (qx_starts_ccp4_map(start.data(), start.size()) == 1) {
+    show(read_map_facts(options.path, options.verbose), options.json);
   } else {
-    tell_reflections(std::cout, info);
+    show(read_reflection_facts(options.path, options.verbose), options.json);
   }
   return 0;
 }

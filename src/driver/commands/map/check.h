@@ -1,7 +1,8 @@
 // A written map against the plain Fourier sum.
 #pragma once
 
-#include "driver/commands/sections.h"
+#include "driver/commands/command_error.h"
+#include "driver/commands/engine_run.h"
 
 #include <string>
 

@@ -1,8 +1,8 @@
 #include "driver/commands/map/files.h"
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/file_kind.h"
 #include "driver/commands/readable_file.h"
-#include "driver/commands/sections.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -23,7 +23,7 @@ bool is_named_like_an_input(std::string name) {
   if (kind == FileKind::missing) throw CommandError(2, "there is no file " + name);
   if (kind == FileKind::unreadable) (void)first_bytes(name, 4096);  // tells the reason
   if (kind == FileKind::folder || kind == FileKind::special) {
-    throw CommandError(2, name + " is no file");
+    throw CommandError(2, name + " is not a regular file");
   }
   throw CommandError(2, name + " is neither an MTZ nor an mmCIF file of reflections, it is " +
                             name_of(kind) + ": name the reflections first");

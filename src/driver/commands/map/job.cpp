@@ -1,5 +1,6 @@
 #include "driver/commands/map/job.h"
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/crystal_lines.h"
 #include "driver/commands/group_name.h"
 

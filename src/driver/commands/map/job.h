@@ -2,7 +2,7 @@
 #pragma once
 
 #include "driver/commands/map_labels.h"
-#include "driver/commands/sections.h"
+#include "driver/commands/section_text.h"
 
 #include <optional>
 #include <string>

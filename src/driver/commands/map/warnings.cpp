@@ -1,5 +1,6 @@
 // What is odd about the data or the options of a map, and what follows from it.
 #include "core/constants.h"
+#include "driver/commands/command_error.h"
 #include "driver/commands/map/job.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 // The density as the page of quorix report holds it.
+#include "driver/commands/command_error.h"
 #include "driver/commands/report/report.h"
-#include "driver/commands/sections.h"
 
 #include <algorithm>
 #include <cmath>

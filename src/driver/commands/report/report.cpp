@@ -1,14 +1,14 @@
 // quorix report: a map as one page to look at, and scripts for the programs that edit models.
 #include "driver/commands/report/report.h"
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/coordinates.h"
-#include "driver/commands/info/info.h"
-#include "driver/commands/info/map_symmetry.h"
+#include "driver/commands/info/map_facts.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/option_facts.h"
 #include "driver/commands/output_guard.h"
-#include "driver/commands/sections.h"
+#include "driver/commands/progress_line.h"
 #include "driver/commands/viewer_scripts.h"
 #include "driver/commands/whole_file.h"
 
@@ -73,33 +73,32 @@ std::filesystem::path parts_folder() {
 }
 
 // The text behind `heading` among the map's labels.
-std::string label_with(const Json& info, const std::string& heading) {
-  for (const Json& label : info["labels"]) {
-    const auto text = label.get<std::string>();
-    if (text.starts_with(heading)) return text.substr(heading.size());
+std::string label_with(const MapFacts& facts, const std::string& heading) {
+  for (const std::string& label : facts.labels) {
+    if (label.starts_with(heading)) return label.substr(heading.size());
   }
   return {};
 }
 
-bool scaled_by_cell(const Json& info) {
-  return label_with(info, "Map type: ").ends_with(cell_scale_mark);
+bool scaled_by_cell(const MapFacts& facts) {
+  return label_with(facts, "Map type: ").ends_with(cell_scale_mark);
 }
 
 // What one unit of the map is in e/A^3, as far as the map tells.
-Json scale_of(const Json& info, double rms) {
-  const std::string density = label_with(info, "Density: ");
+Json scale_of(const MapFacts& facts) {
+  const std::string density = label_with(facts, "Density: ");
   std::smatch match;
   if (std::regex_search(density, match, std::regex("scaled to rms 1 from ([-+.0-9eE]+) e/A"))) {
     const double factor = std::strtod(match[1].str().c_str(), nullptr);
     return {{"factor", factor}, {"text", format("rms 1 in the file is %.5g e/Å³", factor)}};
   }
-  if (density.empty() && scaled_by_cell(info)) {
+  if (density.empty() && scaled_by_cell(facts)) {
     return {{"factor", nullptr},
             {"text",
              "in rms of the whole cell; what that is in e/Å³ the file does not say (quorix map "
              "--provenance writes it)"}};
   }
-  if (density.empty() && std::fabs(rms - 1.0) < 1e-3) {
+  if (density.empty() && std::fabs(facts.rms - 1.0) < 1e-3) {
     return {{"factor", nullptr},
             {"text",
              "scaled to rms 1; what that is in e/Å³ the file does not say (quorix map "
@@ -110,16 +109,16 @@ Json scale_of(const Json& info, double rms) {
 }
 
 // By the labels that quorix map writes, else by the name; the page can switch.
-bool looks_like_difference(const Options& options, const Json& info) {
+bool looks_like_difference(const Options& options, const MapFacts& facts) {
   if (options.difference || options.no_difference) return options.difference;
-  const std::string type = label_with(info, "Map type: ");
+  const std::string type = label_with(facts, "Map type: ");
   for (const char* difference : {"mFo-DFc", "FAN", "1Fo - 1Fc"}) {
     if (type.starts_with(difference)) return true;
   }
   for (const char* other : {"2mFo-DFc", "FDM", "2Fo - 1Fc"}) {
     if (type.starts_with(other)) return false;
   }
-  const std::string columns = label_with(info, "Columns: ");
+  const std::string columns = label_with(facts, "Columns: ");
   if (!columns.empty()) return is_difference_amplitude(columns.substr(0, columns.find(' ')));
   const std::string name = std::filesystem::path(options.map).stem().string();
   return std::regex_search(name,
@@ -147,12 +146,10 @@ void find_centre(const qx_ccp4_map& map, const std::optional<Model>& model, doub
 
 // What is needed to see all of a crystal whose map is a part of the cell: the operators on grid
 // points, 3 x 4 by rows.
-Json grid_operators(const qx_ccp4_map& map, const Json& info) {
+Json grid_operators(const qx_ccp4_map& map, const MapFacts& facts) {
   Json list = Json::array();
   if (std::equal(map.counts, map.counts + 3, map.intervals, std::greater_equal<>())) return list;
-  auto texts = info["symmetry_records"].get<std::vector<std::string>>();
-  if (texts.empty()) texts = operators_of_group(map.space_group);
-  for (const std::string& text : texts) {
+  for (const std::string& text : facts.operators()) {
     gemmi::Op op;
     try {
       op = read_operator(text);
@@ -180,8 +177,8 @@ Json model_json(const Model& model) {
 
 // What the density itself gives; false after a report.
 bool visit_density(const Options& options, const std::optional<Model>& model,
-                   const qx_ccp4_map& map, const Json& info, Json& page) {
-  const double rms = info["statistics"]["recomputed"]["rms_about_zero"].get<double>();
+                   const qx_ccp4_map& map, const MapFacts& facts, Json& page) {
+  const double rms = facts.rms;
   if (!(rms > 0.0) || !std::isfinite(rms)) throw CommandError(2, options.map + " is flat");
   double centre[3] = {};
   find_centre(map, model, centre);
@@ -194,15 +191,15 @@ bool visit_density(const Options& options, const std::optional<Model>& model,
   }
   page["histogram"] = density_histogram(map, rms);
   page["density"] = packed_density(map, box, rms);
-  page["operators"] = grid_operators(map, info);
-  page["scale"] = scale_of(info, rms);
+  page["operators"] = grid_operators(map, facts);
+  page["scale"] = scale_of(facts);
   if (!options.data.empty()) return true;
-  page["completeness"] =
-      completeness_of_map(map, info["symmetry_records"].get<std::vector<std::string>>());
+  page["completeness"] = completeness_of_map(map, facts.records);
   return !page["completeness"].is_null();
 }
 
-Json compose_page(const Options& options) {
+// The page, and the facts that it holds.
+Json compose_page(const Options& options, MapFacts& facts) {
   std::optional<Model> model;
   if (!options.model.empty()) model.emplace(options.model);
   for (const std::string& line : model ? model->coordinates.warnings() : Lines()) {
@@ -211,13 +208,13 @@ Json compose_page(const Options& options) {
   Json page = {{"title", std::filesystem::path(options.map).filename().string()},
                {"notices", Json::array()},
                {"made", format("Made by quorix %s.", QUORIX_VERSION)}};
-  const Json info =
-      map_info(options.map, options.verbose, [&](const qx_ccp4_map& map, const Json& facts) {
-        return visit_density(options, model, map, facts, page);
-      });
-  page["map"] = info;
-  page["symmetry"] = symmetry_text(info);
-  page["difference"] = looks_like_difference(options, info);
+  facts = read_map_facts(options.map, options.verbose,
+                         [&](const qx_ccp4_map& map, const MapFacts& found) {
+                           return visit_density(options, model, map, found, page);
+                         });
+  page["map"] = to_json(facts);
+  page["symmetry"] = facts.symmetry.text();
+  page["difference"] = looks_like_difference(options, facts);
   page["model"] = model ? model_json(*model) : Json(nullptr);
   if (!options.data.empty()) {
     page["completeness"] = completeness_of_data(read_reflections(options.data, options.verbose),
@@ -285,13 +282,12 @@ int run(const Options& options) {
   const Progress progress("looking at the map");
   (void)first_bytes(options.map, 1);
   check_outputs_of(options);
-  Json page = compose_page(options);
+  MapFacts facts;
+  Json page = compose_page(options, facts);
   std::error_code error;
   std::filesystem::create_directories(options.folder, error);
   const std::string stem = stem_of(options.map);
-  const double rms = scaled_by_cell(page["map"])
-                         ? 1.0
-                         : page["map"]["statistics"]["recomputed"]["rms_about_zero"].get<double>();
+  const double rms = scaled_by_cell(facts) ? 1.0 : facts.rms;
   const auto scripts = viewer_scripts(stem, {{options.map, page["difference"].get<bool>(), rms}},
                                       options.model, options.folder);
   page["scripts"] = Json::array();

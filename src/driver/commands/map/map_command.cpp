@@ -8,6 +8,7 @@
 #include "driver/commands/model_and_data.h"
 #include "driver/commands/output_guard.h"
 #include "driver/commands/output_place.h"
+#include "driver/commands/progress_line.h"
 #include "driver/commands/viewer_scripts.h"
 
 #include <quorix/engine.h>

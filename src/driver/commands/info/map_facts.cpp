@@ -1,0 +1,239 @@
+#include "driver/commands/info/map_facts.h"
+
+#include "core/view3.h"
+#include "driver/commands/command_error.h"
+#include "driver/commands/engine_run.h"
+#include "driver/commands/readable_file.h"
+#include "map/box.h"
+#include "map/ccp4_header.h"
+
+#include <quorix/memory.h>
+
+#include <cmath>
+#include <cstring>
+#include <gemmi/symmetry.hpp>  // for find_spacegroup_by_number
+#include <nlohmann/json.hpp>
+#include <ostream>
+
+namespace qx {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+std::string trimmed(std::string text) {
+  const std::size_t end = text.find_last_not_of(std::string(" \0\n\r", 4));
+  text.erase(end == std::string::npos ? 0 : end + 1);
+  return text;
+}
+
+std::string origin_text(const Ccp4Description& file) {
+  std::string bytes(file.header.access + 16, 8);
+  if (bytes == std::string(8, ' ')) return "blank";
+  if (file.swapped) swap_words(bytes.data(), 2);
+  float origin[3];
+  std::memcpy(origin, bytes.data(), 8);
+  std::memcpy(&origin[2], &file.header.header_size, 4);
+  return format("%g %g %g", static_cast<double>(origin[0]), static_cast<double>(origin[1]),
+                static_cast<double>(origin[2]));
+}
+
+const char* mode_text(std::int32_t mode) {
+  switch (mode) {
+    case 0:
+      return "8-bit integers";
+    case 1:
+      return "16-bit integers";
+    case 6:
+      return "unsigned 16-bit integers";
+    default:
+      return "32-bit reals";
+  }
+}
+
+std::string coverage(const qx_ccp4_map& map) {
+  const bool whole = std::equal(map.counts, map.counts + 3, map.intervals,
+                                [](auto count, auto n) { return count >= n; });
+  return whole ? "the whole cell" : "a box";
+}
+
+// Word 55 is one of two things.
+std::string rms_text(double said, double about_zero, double about_mean) {
+  const double slack = 1e-4 * (about_zero + 1e-30);
+  const double from_zero = std::fabs(said - about_zero);
+  const double from_mean = std::fabs(said - about_mean);
+  if (std::min(from_zero, from_mean) < slack) {
+    // More than the digits of the header tell apart.
+    const bool alike = std::fabs(about_zero - about_mean) < 1e-6 * about_zero;
+    if (alike) return "rms, about zero and about the mean alike";
+    return from_zero < from_mean ? "rms about zero" : "deviation about the mean";
+  }
+  return "neither rms nor deviation of this density";
+}
+
+SymmetryFacts symmetry_of(const qx_ccp4_map& map, const std::vector<std::string>& operators) {
+  SymmetryFacts facts;
+  try {
+    facts.check = check_symmetry(map, operators);
+    facts.operators = operators.size();
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& error) {
+    facts.unreadable = error.what();
+  }
+  return facts;
+}
+
+void note_header(const Ccp4Description& file, MapFacts& facts) {
+  facts.mode = file.header.mode;
+  facts.big_endian = file.swapped;
+  facts.origin = origin_text(file);
+  for (const std::int32_t axis : file.header.axes) facts.axis_order += "xyz"[axis - 1];
+  for (std::int32_t i = 0; i < file.nlabels; ++i) {
+    facts.labels.push_back(trimmed(std::string(file.header.labels[i], 80)));
+  }
+  for (std::int32_t i = 0; i < file.nrecords; ++i) {
+    facts.records.push_back(trimmed(std::string(file.records.get() + 80 * std::ptrdiff_t{i}, 80)));
+  }
+}
+
+void note_density(const qx_ccp4_map& map, MapFacts& facts) {
+  const MapStatistics found = statistics_of(
+      View3<const double>{map.density[0][0], map.counts[2], map.counts[1], map.counts[0]});
+  facts.minimum = found.minimum;
+  facts.maximum = found.maximum;
+  facts.mean = found.mean;
+  facts.rms = found.rms;
+  facts.deviation = std::sqrt(std::max(0.0, found.rms * found.rms - found.mean * found.mean));
+  facts.symmetry = symmetry_of(map, facts.operators());
+}
+
+Json json_of(const SymmetryFacts& facts, bool from_records) {
+  Json json = {{"operators_from", from_records ? "records" : "the group's number"}};
+  if (!facts.unreadable.empty()) {
+    json["unreadable"] = facts.unreadable;
+    return json;
+  }
+  json["operators"] = facts.operators;
+  json["pairs"] = facts.check.pairs;
+  if (facts.check.pairs == 0) return json;
+  json["correlation"] = facts.check.correlation;
+  json["largest_difference"] = facts.check.largest;
+  json["obeyed"] = facts.obeyed();
+  return json;
+}
+
+Json statistics_json(const MapFacts& facts) {
+  const qx_ccp4_map& header = facts.map;
+  return {{"header",
+           {{"minimum", header.minimum},
+            {"maximum", header.maximum},
+            {"mean", header.mean},
+            {"rms", header.rms}}},
+          {"recomputed",
+           {{"minimum", facts.minimum},
+            {"maximum", facts.maximum},
+            {"mean", facts.mean},
+            {"rms_about_zero", facts.rms},
+            {"rms_about_mean", facts.deviation}}},
+          {"word_55", rms_text(header.rms, facts.rms, facts.deviation)}};
+}
+
+const char* byte_order(const MapFacts& facts) {
+  return facts.big_endian ? "big-endian" : "little-endian";
+}
+
+std::string triple(const std::int32_t (&n)[3]) { return format("%d %d %d", n[0], n[1], n[2]); }
+
+}  // namespace
+
+std::string SymmetryFacts::text() const {
+  if (!unreadable.empty()) return "not checked: " + unreadable;
+  if (operators < 2) return "none to check";
+  if (check.pairs == 0) return "not checked: no two related points lie in the map";
+  return (obeyed() ? "obeyed" : "NOT OBEYED") +
+         format(": correlation %.6f of %lld related pairs, largest difference %.2g deviations",
+                check.correlation, static_cast<long long>(check.pairs), check.largest);
+}
+
+std::string MapFacts::group() const {
+  const gemmi::SpaceGroup* group = gemmi::find_spacegroup_by_number(map.space_group);
+  return group ? group->xhm() : std::string();
+}
+
+std::vector<std::string> MapFacts::operators() const {
+  return records.empty() ? operators_of_group(map.space_group) : records;
+}
+
+MapFacts read_map_facts(const std::string& path, bool verbose) {
+  return read_map_facts(path, verbose, [](const qx_ccp4_map&, const MapFacts&) { return true; });
+}
+
+MapFacts read_map_facts(const std::string& path, bool verbose,
+                        const std::function<bool(const qx_ccp4_map&, const MapFacts&)>& visit) {
+  const TemporaryFile copy;
+  const bool packed = is_gzipped(path);
+  if (packed) unpack(path, copy);
+  const std::string readable = packed ? copy.path() : path;
+  MapFacts facts;
+  facts.file = path;
+  Engine engine(verbose);
+  engine.call([&] {
+    qx_ccp4_map map = {};
+    Ccp4Description file;
+    if (read_ccp4(readable.c_str(), map, file) != ok) return failed;
+    facts.map = map;
+    facts.map.density = nullptr;
+    note_header(file, facts);
+    note_density(map, facts);
+    if (!visit(map, facts)) return failed;
+    return xfree_3d_double(map.density);
+  });
+  return facts;
+}
+
+Json to_json(const MapFacts& facts) {
+  const qx_ccp4_map& map = facts.map;
+  return {{"file", facts.file},
+          {"format", "CCP4 map"},
+          {"points", map.counts},
+          {"starts", map.starts},
+          {"intervals", map.intervals},
+          {"covers", coverage(map)},
+          {"mode", facts.mode},
+          {"values", mode_text(facts.mode)},
+          {"axis_order", facts.axis_order},
+          {"byte_order", byte_order(facts)},
+          {"cell", std::vector<double>(map.cell, map.cell + 6)},
+          {"space_group", facts.group()},
+          {"space_group_number", map.space_group},
+          {"symmetry_records", facts.records},
+          {"origin", facts.origin},
+          {"labels", facts.labels},
+          {"statistics", statistics_json(facts)},
+          {"symmetry", json_of(facts.symmetry, !facts.records.empty())}};
+}
+
+void tell(std::ostream& out, const MapFacts& facts) {
+  const qx_ccp4_map& map = facts.map;
+  const auto& c = map.cell;
+  out << "file        " << facts.file << ", CCP4 map of " << mode_text(facts.mode) << ", "
+      << byte_order(facts) << '\n'
+      << "points      " << triple(map.counts) << " along x y z, from " << triple(map.starts)
+      << ", of " << triple(map.intervals) << " in the cell: " << coverage(map) << '\n'
+      << "axes        columns, rows, sections run along " << facts.axis_order << '\n'
+      << format("cell        %g %g %g A, %g %g %g degrees\n", c[0], c[1], c[2], c[3], c[4], c[5])
+      << format("group       %s (number %d), %zu symmetry records\n", facts.group().c_str(),
+                map.space_group, facts.records.size())
+      << "origin      " << facts.origin << " (words 50-52)\n"
+      << format(
+             "density     minimum %g, maximum %g, mean %g, rms %g about zero, %g about the mean\n",
+             facts.minimum, facts.maximum, facts.mean, facts.rms, facts.deviation)
+      << format("header says minimum %g, maximum %g, mean %g; word 55 is %g: %s\n", map.minimum,
+                map.maximum, map.mean, map.rms,
+                rms_text(map.rms, facts.rms, facts.deviation).c_str())
+      << "symmetry    " << facts.symmetry.text() << '\n';
+  for (const std::string& label : facts.labels) out << "label       " << label << '\n';
+}
+
+}  // namespace qx
