@@ -175,9 +175,8 @@ Status qx::install_cell(qxmap& map, double*** density) {
 }
 
 Status qx_generate_map() {
-  constexpr auto here = "qx_generate_map():";
   const qxmap* map = qx_get_qxmap();
-  if (!map) return fail(here, "qxmap object has not been created yet.");
+  if (!map) return fail("qx_generate_map():", "qxmap object has not been created yet.");
   const qxrefdata* set = qx::map_refdata();
   if (!set) return failed;
   const auto n = static_cast<std::size_t>(set->nreflections);
