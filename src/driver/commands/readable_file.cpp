@@ -46,7 +46,8 @@ void check_regular(const std::string& path) {
   std::error_code error;
   const auto status = std::filesystem::status(path, error);
   if (!std::filesystem::exists(status)) throw CommandError(2, "there is no file " + path);
-  if (!std::filesystem::is_regular_file(status)) throw CommandError(2, path + " is not a regular file");
+  if (!std::filesystem::is_regular_file(status))
+    throw CommandError(2, path + " is not a regular file");
 }
 
 [[noreturn]] void refuse(const std::string& path) {
