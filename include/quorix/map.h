@@ -19,6 +19,23 @@ typedef struct qx_ccp4_map {
   int32_t space_group;
 } qx_ccp4_map;
 
+// What a map file says beside its density.
+typedef struct qx_ccp4_description {
+  int32_t mode;        // 0 and 1: integers of 8 and 16 bits, 2: reals, 6: unsigned of 16 bits
+  int32_t swapped;     // 1: in the other byte order than this machine's
+  int32_t axes[3];     // which of x, y, z (1, 2, 3) columns, rows and sections run along
+  int32_t has_origin;  // 0: blanks where others write an origin
+  float origin[3];
+  int32_t nlabels;
+  char labels[10][81];  // ended by a zero byte
+  int32_t nrecords;
+  char* records;  // of symmetry, 80 characters each, no zero byte; the caller frees them with xfree
+} qx_ccp4_description;
+
+typedef struct qx_density_statistics {
+  double minimum, maximum, mean, rms;  // rms about zero
+} qx_density_statistics;
+
 // Of the box of the last map, before scaling by its rms; e/A^3.
 typedef struct qx_map_statistics_view {
   double mean, rms;  // rms about zero
@@ -71,6 +88,11 @@ QX_API qx_status qx_write_map(const char* format);
 QX_API qx_status qx_wr_ccp4_map(void);
 // Reads a CCP4 map of mode 0, 1, 2 or 6, any order of the axes, either byte order.
 QX_API qx_status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map);
+// The same with what the file says beside; `description` is filled on success only.
+QX_API qx_status qx_rd_described_ccp4_map(const char* path, qx_ccp4_map* map,
+                                          qx_ccp4_description* description);
+// Of n values, at least one.
+QX_API qx_density_statistics qx_calc_density_statistics(const double* values, int64_t n);
 // 1 if the first bytes of a file are those of a CCP4 map; 212 of them tell.
 QX_API int32_t qx_starts_ccp4_map(const void* bytes, size_t size);
 // How many bytes such a file has by its header; -1 if it is none that could be read. Fills `map`,

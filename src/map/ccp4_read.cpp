@@ -280,6 +280,37 @@ Status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map) {
   return qx::read_ccp4(path, *map, description);
 }
 
+namespace {
+
+// Eight characters are the first two words of an origin, the length of a header its third.
+void describe_origin(const qx::Ccp4Description& file, qx_ccp4_description& out) {
+  char words[8];
+  std::memcpy(words, file.header.access + 16, sizeof words);
+  out.has_origin = std::memcmp(words, "        ", sizeof words) == 0 ? 0 : 1;
+  if (file.swapped) qx::swap_words(words, 2);
+  std::memcpy(out.origin, words, sizeof words);
+  std::memcpy(&out.origin[2], &file.header.header_size, sizeof out.origin[2]);
+}
+
+}  // namespace
+
+Status qx_rd_described_ccp4_map(const char* path, qx_ccp4_map* map, qx_ccp4_description* out) {
+  qx::Ccp4Description file;
+  QX_TRY(qx::read_ccp4(path, *map, file));
+  *out = {};
+  out->mode = file.header.mode;
+  out->swapped = file.swapped ? 1 : 0;
+  std::copy_n(file.header.axes, 3, out->axes);
+  describe_origin(file, *out);
+  out->nlabels = file.nlabels;
+  for (std::int32_t i = 0; i < file.nlabels; ++i) {
+    std::memcpy(out->labels[i], file.header.labels[i], sizeof file.header.labels[i]);
+  }
+  out->nrecords = file.nrecords;
+  out->records = file.records.release();
+  return ok;
+}
+
 std::int32_t qx_starts_ccp4_map(const void* bytes, std::size_t size) {
   const auto* start = static_cast<const char*>(bytes);
   return size >= map_word_end && std::memcmp(start + map_word_end - 4, "MAP ", 4) == 0 ? 1 : 0;

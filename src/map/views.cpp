@@ -60,3 +60,8 @@ std::int32_t qx_get_map_reflections_view(qx_reflections_view* view) {
   *view = qx::view_of(*set);
   return 1;
 }
+
+qx_density_statistics qx_calc_density_statistics(const double* values, std::int64_t n) {
+  const qx::MapStatistics found = qx::statistics_of({values, 1, 1, static_cast<std::ptrdiff_t>(n)});
+  return {found.minimum, found.maximum, found.mean, found.rms};
+}

@@ -1,7 +1,6 @@
 #include "driver/commands/free_flags.h"
 
 #include "driver/commands/command_error.h"
-#include "stats/free_flags.h"
 
 #include <quorix/cross.h>
 

@@ -1,8 +1,7 @@
 #include "driver/commands/fcalc/job.h"
 
-#include "crystal/crystal.h"
-
 #include <quorix/engine.h>
+#include <quorix/views.h>
 
 #include <algorithm>
 
@@ -43,8 +42,8 @@ SectionText crystal_section(const FcalcJob& job) {
 }
 
 double high_resolution() {
-  const qxresol* limits = qx_get_qxresol();
-  return limits ? limits->high : 0.0;
+  qx_limits_view limits;
+  return qx_get_limits_view(&limits) == 1 ? limits.high : 0.0;
 }
 
 namespace {

@@ -1,12 +1,10 @@
 #include "driver/commands/info/map_facts.h"
 
-#include "core/view3.h"
 #include "driver/commands/command_error.h"
 #include "driver/commands/engine_run.h"
 #include "driver/commands/readable_file.h"
-#include "map/box.h"
-#include "map/ccp4_header.h"
 
+#include <quorix/map.h>
 #include <quorix/memory.h>
 
 #include <cmath>
@@ -27,15 +25,11 @@ std::string trimmed(std::string text) {
   return text;
 }
 
-std::string origin_text(const Ccp4Description& file) {
-  std::string bytes(file.header.access + 16, 8);
-  if (bytes == std::string(8, ' ')) return "blank";
-  if (file.swapped) swap_words(bytes.data(), 2);
-  float origin[3];
-  std::memcpy(origin, bytes.data(), 8);
-  std::memcpy(&origin[2], &file.header.header_size, 4);
-  return format("%g %g %g", static_cast<double>(origin[0]), static_cast<double>(origin[1]),
-                static_cast<double>(origin[2]));
+std::string origin_text(const qx_ccp4_description& file) {
+  if (file.has_origin == 0) return "blank";
+  const float(&at)[3] = file.origin;
+  return format("%g %g %g", static_cast<double>(at[0]), static_cast<double>(at[1]),
+                static_cast<double>(at[2]));
 }
 
 const char* mode_text(std::int32_t mode) {
@@ -84,22 +78,22 @@ SymmetryFacts symmetry_of(const qx_ccp4_map& map, const std::vector<std::string>
   return facts;
 }
 
-void note_header(const Ccp4Description& file, MapFacts& facts) {
-  facts.mode = file.header.mode;
-  facts.big_endian = file.swapped;
+void note_header(const qx_ccp4_description& file, MapFacts& facts) {
+  facts.mode = file.mode;
+  facts.big_endian = file.swapped == 1;
   facts.origin = origin_text(file);
-  for (const std::int32_t axis : file.header.axes) facts.axis_order += "xyz"[axis - 1];
+  for (const std::int32_t axis : file.axes) facts.axis_order += "xyz"[axis - 1];
   for (std::int32_t i = 0; i < file.nlabels; ++i) {
-    facts.labels.push_back(trimmed(std::string(file.header.labels[i], 80)));
+    facts.labels.push_back(trimmed(std::string(file.labels[i], 80)));
   }
   for (std::int32_t i = 0; i < file.nrecords; ++i) {
-    facts.records.push_back(trimmed(std::string(file.records.get() + 80 * std::ptrdiff_t{i}, 80)));
+    facts.records.push_back(trimmed(std::string(file.records + 80 * std::ptrdiff_t{i}, 80)));
   }
 }
 
 void note_density(const qx_ccp4_map& map, MapFacts& facts) {
-  const MapStatistics found = statistics_of(
-      View3<const double>{map.density[0][0], map.counts[2], map.counts[1], map.counts[0]});
+  const std::int64_t points = std::int64_t{map.counts[0]} * map.counts[1] * map.counts[2];
+  const qx_density_statistics found = qx_calc_density_statistics(map.density[0][0], points);
   facts.minimum = found.minimum;
   facts.maximum = found.maximum;
   facts.mean = found.mean;
@@ -180,11 +174,12 @@ MapFacts read_map_facts(const std::string& path, bool verbose,
   Engine engine(verbose);
   engine.call([&] {
     qx_ccp4_map map = {};
-    Ccp4Description file;
-    if (read_ccp4(readable.c_str(), map, file) != ok) return failed;
+    qx_ccp4_description file = {};
+    if (qx_rd_described_ccp4_map(readable.c_str(), &map, &file) != ok) return failed;
     facts.map = map;
     facts.map.density = nullptr;
     note_header(file, facts);
+    if (file.records && xfree(file.records) != ok) return failed;
     note_density(map, facts);
     if (!visit(map, facts)) return failed;
     return xfree_3d_double(map.density);
