@@ -36,5 +36,8 @@ ReciprocalCell reciprocal_cell(const double edges[3], const CellAngles& angles,
                                double volume) noexcept;
 // 1/d^2 = h^2 c0 + k^2 c1 + l^2 c2 + hk c3 + hl c4 + kl c5
 void resolution_coefficients(const ReciprocalCell& cell, double out[6]) noexcept;
+inline double inverse_d2(const double (&c)[6], double h, double k, double l) noexcept {
+  return h * h * c[0] + k * k * c[1] + l * l * c[2] + h * k * c[3] + h * l * c[4] + k * l * c[5];
+}
 
 }  // namespace qx

@@ -7,6 +7,7 @@
 #include "core/slot.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
+#include "crystal/cell_geometry.h"
 #include "crystal/columns.h"
 #include "crystal/crystal.h"
 #include "crystal/reflection_filter.h"
@@ -157,7 +158,6 @@ Status qx_set_refdata_s() {
   QX_TRY(qx::renew(refdata->s_length, refdata->nreflections, "psrrs_sm"));
   refdata->s_max = -1e10;
   refdata->s_min = 1e10;
-  const double* c = cell->resolution;
   for (std::int32_t i = 0; i < refdata->nreflections; ++i) {
     const double h = refdata->h[i];
     const double k = refdata->k[i];
@@ -165,8 +165,7 @@ Status qx_set_refdata_s() {
     refdata->s[i][0] = h * cell->a;
     refdata->s[i][1] = k * cell->b;
     refdata->s[i][2] = l * cell->c;
-    const double length = std::sqrt(h * h * c[0] + k * k * c[1] + l * l * c[2] + h * k * c[3] +
-                                    h * l * c[4] + k * l * c[5]);
+    const double length = std::sqrt(qx::inverse_d2(cell->resolution, h, k, l));
     refdata->s_length[i] = length;
     refdata->s_max = std::max(refdata->s_max, length);
     refdata->s_min = std::min(refdata->s_min, length);

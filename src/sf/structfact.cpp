@@ -9,6 +9,7 @@
 #include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
+#include "crystal/cell_geometry.h"
 #include "crystal/reflections.h"
 #include "crystal/spacegroup.h"
 #include "fft/transform_half.h"
@@ -164,13 +165,11 @@ Status qx_set_pre_factor() {
   const bool debug = qx_get_qxverbsys_verb_debug() != 0;
   if (!qx_exist_quorix()) return failed;
   const double sampling = (cell->a / grid->nx) * (cell->b / grid->ny) * (cell->c / grid->nz);
-  const double(&r)[6] = reciprocal->resolution;
   for (std::int32_t i = 0; i < data->nreflections; ++i) {
     const double h = data->h[i];
     const double k = data->k[i];
     const double l = data->l[i];
-    const double s2 =
-        h * h * r[0] + k * k * r[1] + l * l * r[2] + h * k * r[3] + h * l * r[4] + k * l * r[5];
+    const double s2 = qx::inverse_d2(reciprocal->resolution, h, k, l);
     prefactor[i] = std::exp(0.25 * atomb->b0 * s2) * sampling;
     if (debug && i % 50 == 0) {
       qx::say("DEBUG PREFACT: %8d %14.7e %14.7e %14.7e %14.7e %14.7e\n", i, h, k, l, s2,
