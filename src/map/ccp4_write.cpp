@@ -1,6 +1,7 @@
 // Writing the box of the map as a CCP4 file.
 #include "core/open_output.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/spacegroup.h"
@@ -175,14 +176,14 @@ void set_statistics(Ccp4Header& header, const MapStatistics& statistics) {
 }  // namespace qx
 
 Status qx_wr_ccp4_map() {
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been created yet ");
-  const qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet.");
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg) return fail(here, "qxspg object has not been created yet ");
-  qxmap* map = qx_get_qxmap();
-  if (!map) return fail(here, "qxmap object has not been created yet.");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
+  const qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet."));
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxspg, spg, "qxspg object has not been created yet "));
+  qxmap* map = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   if (!map->density) return fail(here, "There is no way to get map coefficients.");
   const qx::View3<const double> box = box_of(*map);
   if (!map->statistics_known) {

@@ -2,6 +2,7 @@
 
 #include "core/constants.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/reflections.h"
 #include "map/kick.h"
@@ -44,8 +45,8 @@ Status take_fom(const char* here, const qxmap& map, const qxrefdata& set, const 
 
 Status qx_assemble_input_map_coeff(double* amplitude, double* phase) {
   constexpr auto here = "qx_assemble_input_map_coeff():";
-  const qxmap* map = qx_get_qxmap();
-  if (!map) return fail(here, "qxmap object has not been created yet.");
+  const qxmap* map = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   const bool input_amplitude = map->amplitude_source == qx::input_source;
   const bool input_phase = map->phase_source == qx::input_source;
   if (!input_amplitude) {
@@ -131,8 +132,7 @@ Status weighted(const char* here, const qxmap& map, const qxrefdata& data, const
 namespace qx {
 
 Status fetch_calculated(const char* here, const qxmap*& map, const qxrefdata*& set) {
-  map = qx_get_qxmap();
-  if (!map) return fail(here, "qxmap object has not been created yet.");
+  QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   if (!qx_get_qxstructfact()) return fail(here, "qxstructfact object has not been created yet ");
   if (map->type != qx::unweighted_map) QX_TRY(check_weighted(here));
   if (!qx_get_molsys()) return fail(here, "molsys object has not been created yet ");

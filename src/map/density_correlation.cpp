@@ -1,5 +1,6 @@
 // How well the density of the observations agrees with that of the model about groups of atoms.
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
@@ -91,14 +92,10 @@ Status fetch(Needs& needs) {
   if (!needs.map) return failed;
   needs.system = qx_get_molsys();
   if (!needs.system) return failed;
-  needs.cell = qx_get_qxcell();
-  if (!needs.cell) {
-    return qx_exist_quorix() ? fail(here, "qxcell object has not been created yet ") : failed;
-  }
-  needs.grid = qx_get_qxgrid();
-  if (!needs.grid) {
-    return qx_exist_quorix() ? fail(here, "qxgrid object has not been created yet ") : failed;
-  }
+  QX_TRY(qx::require_of_engine(here, qx_get_qxcell, needs.cell,
+                               "qxcell object has not been created yet "));
+  QX_TRY(qx::require_of_engine(here, qx_get_qxgrid, needs.grid,
+                               "qxgrid object has not been created yet "));
   return ok;
 }
 

@@ -3,6 +3,7 @@
 // beyond half the grid.
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
@@ -163,8 +164,8 @@ const qxrefdata* map_refdata() {
 }  // namespace qx
 
 Status qx::install_cell(qxmap& map, double*** density) {
-  const qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
+  const qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
   const GridCounts n = {grid->nx, grid->ny, grid->nz};
   CellArray cell(n, density);
   QX_TRY(qx_set_map_bound());
@@ -175,8 +176,9 @@ Status qx::install_cell(qxmap& map, double*** density) {
 }
 
 Status qx_generate_map() {
-  const qxmap* map = qx_get_qxmap();
-  if (!map) return fail("qx_generate_map():", "qxmap object has not been created yet.");
+  const qxmap* map = nullptr;
+  QX_TRY(qx::require("qx_generate_map():", qx_get_qxmap, map,
+                     "qxmap object has not been created yet."));
   const qxrefdata* set = qx::map_refdata();
   if (!set) return failed;
   const auto n = static_cast<std::size_t>(set->nreflections);
@@ -197,18 +199,18 @@ Status qx_generate_map_core(const double* amplitude, const double* phase) {
 Status qx_generate_map_with_coef(std::int32_t nref, const std::int32_t* h, const std::int32_t* k,
                                  const std::int32_t* l, const double* amplitude,
                                  const double* phase) {
-  qxmap* map = qx_get_qxmap();
-  if (!map) return fail(here, "qxmap object has not been created yet.");
+  qxmap* map = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   if (nref < 1) return fail(here, "There is no reflections defined for generating map");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
   if (!(cell->volume > 0) || !std::isfinite(cell->volume)) {
     return fail(here, "Invalid cell volume %f ", cell->volume);
   }
   QX_TRY(qx_set_map_bound());
   QX_TRY(qx::drop_density(*map));
-  const qxgrid* grid = qx_get_qxgrid();
-  if (!grid) return fail(here, "qxgrid object has not been created yet ");
+  const qxgrid* grid = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxgrid, grid, "qxgrid object has not been created yet "));
   const qxrefdata* set = map->refdata ? map->refdata : qx_get_qxrefdata();
   const bool add_opposites = !set || set->friedel_flag == 0;
   return generate(*map, {nref, h, k, l, amplitude, phase}, add_opposites,

@@ -1,5 +1,6 @@
 // The grid points of the map's box, by its extent.
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/asu.h"
 #include "crystal/cell.h"
 #include "grid/grid.h"
@@ -31,8 +32,8 @@ Status limits_of(const char* here, const qxmap& map, double (&limits)[6]) {
   for (int axis = 0; axis < 3; ++axis) {
     QX_TRY(check_order(here, limits[2 * axis], limits[2 * axis + 1]));
   }
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(here, "qxcell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
   qx::fractional_limits(cell->orth2frac, map.limits, limits);
   return ok;
 }
@@ -44,8 +45,8 @@ Status bounds_of(const char* here, const qxmap& map, const std::int32_t (&n)[3],
     return ok;
   }
   if (map.extent == qx::asym_extent) {
-    const qxasu* asu = qx_get_qxasu();
-    if (!asu) return fail(here, "qxasu object has not been created yet ");
+    const qxasu* asu = nullptr;
+    QX_TRY(qx::require(here, qx_get_qxasu, asu, "qxasu object has not been created yet "));
     for (int axis = 0; axis < 3; ++axis) {
       bounds[axis] = qx::asymmetric_bounds(asu->low[axis], asu->high[axis], n[axis]);
     }
@@ -67,8 +68,8 @@ Status bounds_of(const char* here, const qxmap& map, const std::int32_t (&n)[3],
 
 Status qx_set_map_bound() {
   constexpr auto here = "qx_set_map_bound():";
-  qxmap* map = qx_get_qxmap();
-  if (!map) return fail(here, "qxmap object has not been created yet.");
+  qxmap* map = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   const qxgrid* grid = qx_get_qxgrid();
   if (!grid || grid->nx < 1) return fail(here, "qxgrid object has not been created yet ");
   const std::int32_t n[3] = {grid->nx, grid->ny, grid->nz};

@@ -2,6 +2,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/slot.h"
 #include "crystal/reflections.h"
 #include "map/map.h"
@@ -49,8 +50,9 @@ qxmap* qx_get_qxmap() { return qx::slot(qx_get_refsys(), &refsys::map); }
 Status qx_set_qxmap(qxmap* object) { return qx::install(qx_get_refsys(), &refsys::map, object); }
 
 Status qx_set_map_default() {
-  qxmap* map = qx_get_qxmap();
-  if (!map) return fail("qx_set_map_default():", "qxmap object has not been created yet.");
+  qxmap* map = nullptr;
+  QX_TRY(qx::require("qx_set_map_default():", qx_get_qxmap, map,
+                     "qxmap object has not been created yet."));
   QX_TRY(drop_contents(*map));
   *map = qxmap{};
   return ok;
@@ -58,8 +60,8 @@ Status qx_set_map_default() {
 
 Status qx_write_map(const char* format) {
   constexpr auto here = "qx_write_map():";
-  const qxmap* map = qx_get_qxmap();
-  if (!map) return fail(here, "qxmap object has not been created yet.");
+  const qxmap* map = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   if (!map->density) return fail(here, "There is no way to get map coefficients.");
   if (std::strcmp(format, "ccp4") == 0) return qx_wr_ccp4_map();
   return fail(here, "Feature for writing %s map has not been implemented yet.", format);

@@ -1,6 +1,7 @@
 #include "map/model_box.h"
 
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/cell.h"
 #include "model/molsys.h"
 
@@ -13,10 +14,11 @@ namespace qx {
 Status model_limits(const char* heading, double cushion, double (&limits)[6]) {
   const molsys* system = qx_get_molsys();
   if (!system || system->natom < 1) return fail(heading, "molsys object has not been created yet ");
-  const qxcell* cell = qx_get_qxcell();
-  if (!cell) return fail(heading, "qxcell object has not been created yet ");
-  const qxrecicell* reciprocal = qx_get_qxrecicell();
-  if (!reciprocal) return fail(heading, "qxrecicell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxcell, cell, "qxcell object has not been created yet "));
+  const qxrecicell* reciprocal = nullptr;
+  QX_TRY(qx::require(heading, qx_get_qxrecicell, reciprocal,
+                     "qxrecicell object has not been created yet "));
   const double stars[3] = {reciprocal->a, reciprocal->b, reciprocal->c};
   for (int axis = 0; axis < 3; ++axis) {
     const double* row = cell->orth2frac + 4 * axis;

@@ -1,5 +1,6 @@
 // The mask of the bulk solvent as a map file.
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/spacegroup.h"
@@ -47,8 +48,8 @@ Status qx_write_solvent_mask(const char* path) {
   const qxcell* cell = qx_get_qxcell();
   if (!qx_exist_quorix()) return failed;
   if (!cell) return fail(here, "qxcell object has not been created yet ");
-  const qxspg* spg = qx_get_qxspg();
-  if (!spg) return fail(here, "qxspg object has not been created yet ");
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxspg, spg, "qxspg object has not been created yet "));
   const qx::MaskGrid& grid = solvent->grid;
   const qx::Tagged<double> values(grid.points(), "pwm_mask");
   if (!values) return failed;
