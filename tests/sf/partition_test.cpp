@@ -130,7 +130,7 @@ TEST_F(Partition, faultsHaveTheirTexts) {
   expect("xpartition\nby chain\nxend\n", " Unknow by value: chain ");
   expect("xpartition\nfpart maybe\nxend\n", " Unknow fpart value: maybe ");
   expect("xpartition\nscale 0\nxend\n", "A part, its scale and its B are wanted: 0 ");
-  expect("xpartition\nscale 1 2\nxend\n", "Part 1 is the solvent");
+  expect("xpartition\nscale 1 2\nxend\n", " 1 is the solvent");
   expect("xpartition\nscale -1 2\nxend\n", "There is no part -1 of the system.");
   expect("xpartition\nscale 0 nan\nxend\n", "Invalid scale nan");
   expect("xpartition\nfoo\nxend\n", "*** Unknow xpartition task: FOO ***");
