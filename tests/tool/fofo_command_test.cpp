@@ -210,6 +210,17 @@ TEST_F(FofoCommand, aWaterOfOneCrystalStandsInTheMap) {
   EXPECT_NE(json["warnings"].dump().find("errors are not known"), std::string::npos);
 }
 
+// The crystal is the model's and ON fits it; OFF is another's.
+TEST_F(FofoCommand, refusesAModelsCrystalForAnothersData) {
+  const std::string other = save(pair().off, "other.mtz");
+  const std::string out = scratch_.file("out.mtz");
+  const ProgramResult r =
+      fofo({example("1ubq.mtz"), other, "--model", example("1ubq.pdb"), "-o", out});
+  EXPECT_EQ(r.status, 2) << r.output << r.errors;
+  EXPECT_NE(r.errors.find("differences need one crystal form"), std::string::npos) << r.errors;
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
 TEST_F(FofoCommand, refusesWhatIsNotAPair) {
   const Pair made = pair();
   const std::string off = save(made.off, "off.mtz");

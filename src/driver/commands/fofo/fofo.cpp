@@ -13,6 +13,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
+#include <gemmi/symmetry.hpp>  // for SpaceGroup
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -78,6 +79,21 @@ const std::vector<std::string>& labels_of_on(const FofoOptions& options) {
 AmplitudeSet read_on(const FofoOptions& options) {
   return amplitude_set(options, read_reflections(options.on, options.base.verbose),
                        labels_of_on(options));
+}
+
+// The engine holds the second set against the crystal, which may be the model's: of the files
+// themselves nobody has said yet that they belong together.
+void check_one_form(const ReflectionFile& on, const ReflectionFile& off) {
+  if (on.group && off.group && on.group->number != off.group->number) {
+    throw CommandError(2, on.path + " is in " + on.group->xhm() + ", " + off.path + " in " +
+                              off.group->xhm() + ": differences need one crystal form");
+  }
+  for (int i = 0; i < 6; ++i) {
+    const double slack = i < 3 ? 0.05 * off.cell[i] : 5.0;
+    if (!(off.cell[i] > 0.0) || std::fabs(on.cell[i] - off.cell[i]) <= slack) continue;
+    throw CommandError(
+        2, on.path + " and " + off.path + " have cells of two crystal forms: differences need one");
+  }
 }
 
 void fetch_numbers(FofoReport& report) {
@@ -184,7 +200,9 @@ void run_with_model(const FofoOptions& options, FofoReport& report) {
     job.observed = off.columns;
     job.observed.free_set = free_set;
   }
-  const AmplitudeSet on = read_on(options);
+  const ReflectionFile on_file = read_reflections(options.on, base.verbose);
+  check_one_form(on_file, read_reflections(base.hkl, base.verbose));
+  const AmplitudeSet on = amplitude_set(options, on_file, labels_of_on(options));
   if (options.print_sections) return show_sections(job, options, on);
   const NamedAtoms names(job.coordinates);
   Engine engine(base.verbose);
