@@ -84,7 +84,7 @@ void find_differences(const ReflectionFile& file, ObservedColumns& observed) {
     observed.minus = b;
     return;
   }
-  observed.difference = label_among(file, 'D', {"DANO", "DP", "DF", "DFANO"});
+  observed.difference = label_among(file, 'D', {"DANO", "DP", "DFANO"});
 }
 
 // A column of zeros or of nothing is passed on, but nothing can be scaled to it.
