@@ -1,5 +1,5 @@
 // What maps from amplitudes and a model rest on. Kernels with 40,000 reflections: scale with bins,
-// sigmaA. With QUORIX_BENCH_MODEL and QUORIX_BENCH_DATA, files as quorix maps takes them: the mask
+// sigmaA. With QUORIX_BENCH_MODEL (PDB) and QUORIX_BENCH_DATA, as quorix maps takes them: the mask
 // with its structure factors beside gemmi's mask alone, in turn; likelihood target with gradients,
 // structure factors included, which bench/target_run.py holds against another package.
 #include "driver/commands/fcalc/setup.h"
@@ -16,7 +16,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <gemmi/mmread.hpp>
+#include <gemmi/pdb.hpp>
 #include <gemmi/solmask.hpp>
 #include <gemmi/symmetry.hpp>
 #include <random>
@@ -139,7 +139,7 @@ void gemmi_mask(const gemmi::Structure& structure) {
 // The mask and its structure factors; the ratio to gemmi's mask is the median of pairs.
 void mask_and_factors(benchmark::State& state) {
   Files& open = files();
-  const gemmi::Structure structure = gemmi::read_structure_file(open.options.model);
+  const gemmi::Structure structure = gemmi::read_pdb_file(open.options.model);
   std::vector<double> ratios;
   for (auto _ : state) {
     auto start = std::chrono::steady_clock::now();
