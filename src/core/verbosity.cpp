@@ -6,7 +6,6 @@
 
 #include <quorix/engine.h>
 
-using qx::ok;
 using qx::Status;
 
 namespace {

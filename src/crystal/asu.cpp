@@ -12,7 +12,6 @@
 #include <utility>
 
 using qx::fail;
-using qx::failed;
 using qx::ok;
 using qx::Status;
 

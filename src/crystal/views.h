@@ -7,6 +7,6 @@ namespace qx {
 
 // The record that a view shows, or null without a report.
 const qxrefdata* shown_refdata();
-qx_reflections_view view_of(const qxrefdata& refdata);
+qx_reflections_view view_of(const qxrefdata& set);
 
 }  // namespace qx

@@ -14,7 +14,6 @@
 
 using qx::create_in;
 using qx::fail;
-using qx::failed;
 using qx::install;
 using qx::ok;
 using qx::release;
