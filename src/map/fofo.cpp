@@ -5,6 +5,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
@@ -60,11 +61,6 @@ namespace {
 
 constexpr const char* here = "qx_calc_fofo_differences():";
 
-// For a missing object whose getter may have reported.
-Status missing(const char* heading, const char* text) {
-  return qx_exist_quorix() ? fail(heading, "%s", text) : failed;
-}
-
 struct Needs {
   qxfofo* fofo = nullptr;
   qxrefdata* data = nullptr;
@@ -73,14 +69,14 @@ struct Needs {
 };
 
 Status fetch(const char* heading, Needs& needs) {
-  needs.fofo = qx_get_qxfofo();
-  if (!needs.fofo) return missing(heading, "qxfofo object has not been created yet.");
-  needs.data = qx_get_qxrefdata();
-  if (!needs.data) return missing(heading, "qxrefdata object has not been created yet.");
-  needs.group = qx_get_qxspg();
-  if (!needs.group) return missing(heading, "qxspg object has not been created yet ");
-  needs.cell = qx_get_qxcell();
-  if (!needs.cell) return missing(heading, "qxcell object has not been created yet ");
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxfofo, needs.fofo,
+                               "qxfofo object has not been created yet."));
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxrefdata, needs.data,
+                               "qxrefdata object has not been created yet."));
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxspg, needs.group,
+                               "qxspg object has not been created yet "));
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxcell, needs.cell,
+                               "qxcell object has not been created yet "));
   return ok;
 }
 
@@ -302,8 +298,9 @@ Status qx_replace_refdata_fofo() {
 
 Status qx_get_fofo_view(qx_fofo_view* view) {
   constexpr const char* heading = "qx_get_fofo_view():";
-  const qxfofo* fofo = qx_get_qxfofo();
-  if (!fofo) return missing(heading, "qxfofo object has not been created yet.");
+  const qxfofo* fofo = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxfofo, fofo,
+                               "qxfofo object has not been created yet."));
   if (!fofo->known) return fail(heading, "The differences have not been calculated.");
   *view = {fofo->pairs,
            fofo->first_only,
