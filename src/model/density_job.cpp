@@ -145,15 +145,17 @@ Status add_iso(const DensityJob& job, std::int32_t atom, const double (&centre)[
   return ok;
 }
 
-Status add_aniso(const DensityJob& job, std::int32_t atom, const double (&centre)[3]) {
+Status add_aniso(const DensityJob& job, std::int32_t atom, const double (&centre)[3],
+                 double* scratch) {
   double u[6];
   standard_tensor(job, atom, u);
   AnisoGaussians terms;
   QX_TRY(aniso_terms(job.heading, job.atoms, atom, u, job.sign * job.atoms.atomocc->occupancy[atom],
                      terms));
   const double radius = job.cut->radius[atom];
-  for_each_copy(job, centre, radius,
-                [&](const double(&copy)[3]) { spread_aniso(job.grid, terms, copy, radius); });
+  for_each_copy(job, centre, radius, [&](const double(&copy)[3]) {
+    spread_aniso(job.grid, terms, copy, radius, scratch);
+  });
   return ok;
 }
 
@@ -165,7 +167,7 @@ Status spread_atom(const DensityJob& job, std::int32_t atom, const double (&cent
     return fail(job.heading, "The occupancy of atom %s is not a number ",
                 name_of_atom(job.atoms.system->to_full[atom], atom + 1).text);
   }
-  return is_aniso(job.atoms, atom) ? add_aniso(job, atom, centre)
+  return is_aniso(job.atoms, atom) ? add_aniso(job, atom, centre, scratch)
                                    : add_iso(job, atom, centre, scratch);
 }
 

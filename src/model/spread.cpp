@@ -1,244 +1,290 @@
 #include "model/spread.h"
 
+#include "model/spread_kernels.h"
 #include "model/spread_rows.h"
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 
 namespace qx {
 
 namespace {
 
-// Points on each side of a comb's middle.
-std::int32_t comb_reach(double radius, double step) noexcept {
-  return static_cast<std::int32_t>(std::ceil(radius / step)) + 2;
+constexpr std::int32_t padded(std::int32_t n) noexcept {
+  return (n + spread_padding - 1) / spread_padding * spread_padding;
 }
 
-// Values of up to five Gaussians at equal steps along one axis, for one offset at a time.
+// How far rows shift for each Angstrom of y, and what that makes of a circle's width in points.
+double shift_of_rows(const SpreadGrid& grid) noexcept { return grid.bx / grid.by; }
+double widening(const SpreadGrid& grid) noexcept {
+  const double shift = shift_of_rows(grid);
+  return std::sqrt(1.0 + shift * shift) * (1.0 + 1e-9);
+}
+
+std::int32_t most_points(double half, double step, std::int32_t n) noexcept {
+  const double count = std::ceil(2.0 * half / step) + 2.0;
+  return padded(count < n ? static_cast<std::int32_t>(count) : n);
+}
+std::int32_t most_lanes(const SpreadGrid& grid, double radius) noexcept {
+  return most_points(radius * widening(grid), grid.ax, grid.nx);
+}
+std::int32_t most_rows(const SpreadGrid& grid, double radius) noexcept {
+  return most_points(radius, grid.by, grid.ny);
+}
+
+// An axis at right angles to another has a component of some 1e-16 left along it.
+bool is_nothing(double component, double step) noexcept {
+  return std::fabs(component) < 1e-11 * step;
+}
+
+// An atom's Gaussians in whole registers; what is beyond the last adds nothing.
+struct Heights {
+  alignas(64) double amplitude[spread_padding] = {};
+  alignas(64) double exponent[spread_padding] = {};
+};
+
+Heights heights_of(const Gaussians& atom) noexcept {
+  Heights out;
+  std::copy_n(atom.amplitude, atom.n, out.amplitude);
+  std::copy_n(atom.exponent, atom.n, out.exponent);
+  return out;
+}
+
+// Where the atom lies: centre in grid steps, and the arrays that every plane of it may use.
+struct Place {
+  double gx, gy, gz, radius;
+  IndexRange planes;
+  std::int32_t lanes, rows;  // room
+  double *x, *x_squared, *y, *y_squared, *offset, *more;
+
+  Place(const SpreadGrid& grid, const double centre[3], double r, double* scratch) noexcept
+      : gx(centre[0] * grid.nx),
+        gy(centre[1] * grid.ny),
+        gz(centre[2] * grid.nz),
+        radius(r),
+        planes(planes_within(grid, centre, r * (1.0 + 1e-9))),  // the rest decides
+        lanes(most_lanes(grid, r)),
+        rows(most_rows(grid, r)) {
+    const auto address = reinterpret_cast<std::uintptr_t>(scratch);
+    x = reinterpret_cast<double*>((address + 63) & ~std::uintptr_t{63});
+    x_squared = x + lanes;
+    y = x_squared + lanes;
+    y_squared = y + rows;
+    offset = y_squared + rows;
+    more = offset + rows;
+  }
+};
+
+// Coordinates first * step + offset, ... and their squares.
+void lay_points(IndexRange range, double step, double offset, double* x, double* squares) noexcept {
+  const std::int32_t n = range.last - range.first + 1;
+  for (std::int32_t i = 0; i < n; ++i) x[i] = (range.first + i) * step + offset;
+  for (std::int32_t i = n; i < padded(n); ++i) x[i] = off_the_row;
+  for (std::int32_t i = 0; i < padded(n); ++i) squares[i] = x[i] * x[i];
+}
+
+// Calls layer(plane, dz in steps, z, radius^2 - z^2) for each plane that cuts the sphere.
+template <class Layer>
+void for_each_plane(const SpreadGrid& grid, const Place& place, Layer layer) noexcept {
+  for (std::int32_t plane = place.planes.first; plane <= place.planes.last; ++plane) {
+    const double dz = grid.z_first + plane * grid.z_step - place.gz;
+    const double z = dz * grid.cz;
+    const double rest = place.radius * place.radius - z * z;
+    if (rest >= 0.0) layer(plane, dz, z, rest);
+  }
+}
+
+// Values along one axis at the points about the atom, found again when the axis' offset moves.
 class Comb {
  public:
-  // `memory` holds size() doubles per comb: the T of each Gaussian, then its values.
-  static std::size_t size(double radius, double step) noexcept {
-    const auto reach = static_cast<std::size_t>(comb_reach(radius, step));
-    return most_gaussians * ((reach + 1) + (2 * reach + 1));
-  }
+  Comb(const Gaussians& atom, double radius, double step, std::int32_t n, std::int32_t room,
+       double* x, double* squares, double* values) noexcept
+      : atom_(atom),
+        radius_(radius),
+        step_(step),
+        n_(n),
+        room_(room),
+        x_(x),
+        squares_(squares),
+        values_(values) {}
 
-  void prepare(std::int32_t n, const double* exponents, double radius, double step,
-               double*& memory) noexcept {
-    n_ = n;
-    step_ = step;
-    reach_ = comb_reach(radius, step);
-    filled_ = false;
-    for (std::int32_t i = 0; i < n; ++i) {
-      exponent_[i] = exponents[i];
-      steps_[i] = memory;
-      memory += reach_ + 1;
-      values_[i] = memory;
-      memory += 2 * reach_ + 1;
-      used_[i] = fill_steps(exponents[i], step, steps_[i]);
-    }
-  }
-
-  // The same Gaussians and steps as another comb, whose tables are shared.
-  void prepare_like(const Comb& other, double*& memory) noexcept {
-    *this = other;
-    filled_ = false;
-    for (std::int32_t i = 0; i < n_; ++i) {
-      values_[i] = memory;
-      memory += 2 * reach_ + 1;
-    }
-  }
-
-  // Makes the comb stand for coordinates index * step + offset.
-  void place(double offset) noexcept {
-    const double nearest = std::nearbyint(-offset / step_);
-    const double x0 = nearest * step_ + offset;
-    first_ = static_cast<std::int32_t>(nearest) - reach_;
-    if (filled_ && std::fabs(x0 - x0_) < 1e-11 * step_) return;
-    filled_ = true;
-    x0_ = x0;
-    for (std::int32_t i = 0; i < n_; ++i) fill(exponent_[i], steps_[i], used_[i], values_[i]);
-  }
-
-  [[nodiscard]] bool stands_for(double offset) const noexcept {
-    const double x0 = std::nearbyint(-offset / step_) * step_ + offset;
-    return filled_ && std::fabs(x0 - x0_) < 1e-11 * step_;
-  }
-  // Values of the i-th Gaussian from an index of the grid line on.
-  [[nodiscard]] const double* values(std::int32_t i, std::int32_t index) const noexcept {
-    return values_[i] + (index - first_);
-  }
-
- private:
-  // Where T falls below this, a sharp Gaussian is nothing and exp(-2 E s x0)^m may be infinite.
-  static constexpr double smallest_step = 1e-290;
-
-  // T[m+1] = T[m] w^(2m+1), w = exp(-E s^2); the last m that counts.
-  [[nodiscard]] std::int32_t fill_steps(double exponent, double step,
-                                        double* __restrict__ steps) const noexcept {
-    const double w = std::exp(-exponent * step * step);
-    const double change = w * w;
-    double ratio = w;
-    double t = 1.0;
-    for (std::int32_t m = 0; m <= reach_; ++m) {
-      steps[m] = t;
-      t *= ratio;
-      ratio *= change;
-    }
-    std::int32_t used = reach_;
-    while (used > 0 && !(steps[used] > smallest_step)) --used;
-    return used;
-  }
-
-  void fill(double exponent, const double* steps, std::int32_t used,
-            double* values) const noexcept {
-    const double up = std::exp(-2.0 * exponent * step_ * x0_);
-    const double down = 1.0 / up;
-    double* middle = values + reach_;
-    double left = std::exp(-exponent * x0_ * x0_);
-    double right = left;
-    *middle = left;
-    for (std::int32_t m = 1; m <= used; ++m) {
-      right *= up;
-      left *= down;
-      middle[m] = right * steps[m];
-      middle[-m] = left * steps[m];
-    }
-    for (std::int32_t m = used + 1; m <= reach_; ++m) middle[m] = middle[-m] = 0.0;
-  }
-
-  std::int32_t n_ = 0, reach_ = 0, first_ = 0;
-  double step_ = 0, x0_ = 0;
-  bool filled_ = false;
-  double exponent_[most_gaussians];
-  std::int32_t used_[most_gaussians];  // last step whose T counts
-  double* steps_[most_gaussians];
-  double* values_[most_gaussians];
-};
-
-// Two combs along x: in hexagonal cells neighbouring rows alternate between two offsets.
-class RowCombs {
- public:
-  void prepare(const Gaussians& atom, double radius, double step, double*& memory) noexcept {
-    combs_[0].prepare(atom.n, atom.exponent, radius, step, memory);
-    combs_[1].prepare_like(combs_[0], memory);
-  }
-  const Comb& at(double offset) noexcept {
-    if (std::fabs(offset - offset_) < 1e-11) return combs_[last_];
+  // False when no point is in the cell.
+  bool stand(double offset) noexcept {
+    if (offset == offset_) return range_.first <= range_.last;
     offset_ = offset;
-    if (!combs_[last_].stands_for(offset)) last_ = 1 - last_;
-    combs_[last_].place(offset);
-    return combs_[last_];
+    range_ = indices_within(radius_, 1.0 / step_, offset, n_);
+    if (range_.last < range_.first) return false;
+    lay_points(range_, step_, offset, x_, squares_);
+    spread_kernels().comb(atom_.n, atom_.exponent, range_.last - range_.first + 1, x_, values_,
+                          room_);
+    return true;
   }
+  [[nodiscard]] IndexRange range() const noexcept { return range_; }
 
  private:
-  Comb combs_[2];
-  std::int32_t last_ = 0;
-  double offset_ = 1e300;  // Angstrom, of the row before
+  const Gaussians& atom_;
+  double radius_, step_;
+  std::int32_t n_, room_;
+  double *x_, *squares_, *values_;
+  double offset_ = std::numeric_limits<double>::quiet_NaN();
+  IndexRange range_ = {0, -1};
 };
 
-template <std::int32_t N>
-void add_row(double* __restrict__ row, IndexRange ix, const Comb& comb,
-             const double* factor) noexcept {
-  const double* g[N];
-  for (std::int32_t i = 0; i < N; ++i) g[i] = comb.values(i, ix.first);
-  row += ix.first;
-  const std::int32_t n = ix.last - ix.first + 1;
-  for (std::int32_t x = 0; x < n; ++x) {
-    double sum = factor[0] * g[0][x];
-    for (std::int32_t i = 1; i < N; ++i) sum += factor[i] * g[i][x];
-    row[x] += sum;
-  }
+// Isotropic, rows not shifted within a plane: values along x times values along y times a height.
+void spread_products(const SpreadGrid& grid, const Gaussians& atom, const Place& place) noexcept {
+  const SpreadKernels& kernels = spread_kernels();
+  const Heights terms = heights_of(atom);
+  double* along_x = place.more;
+  double* along_y = along_x + most_gaussians * place.lanes;
+  Comb comb_x(atom, place.radius, grid.ax, grid.nx, place.lanes, place.x, place.x_squared, along_x);
+  Comb comb_y(atom, place.radius, grid.by, grid.ny, place.rows, place.y, place.y_squared, along_y);
+  const double cx = is_nothing(grid.cx, grid.ax) ? 0.0 : grid.cx;
+  const double cy = is_nothing(grid.cy, grid.by) ? 0.0 : grid.cy;
+  for_each_plane(grid, place, [&](std::int32_t plane, double dz, double z, double rest) {
+    const double y_offset = dz * cy - place.gy * grid.by;
+    const IndexRange rows = indices_within(std::sqrt(rest), 1.0 / grid.by, y_offset, grid.ny);
+    if (rows.last < rows.first || !comb_x.stand(dz * cx - place.gx * grid.ax) ||
+        !comb_y.stand(y_offset)) {
+      return;
+    }
+    const IndexRange lanes = comb_x.range();
+    const std::int32_t skipped = rows.first - comb_y.range().first;
+    alignas(64) double heights[spread_padding];
+    kernels.heights(terms.amplitude, terms.exponent, z, heights);
+    kernels.add_combs(
+        {grid.row(plane, rows.first) + lanes.first, grid.nx, rows.last - rows.first + 1,
+         lanes.last - lanes.first + 1, rest, place.y_squared + skipped},
+        {atom.n, place.x_squared, along_x, place.lanes, along_y + skipped, place.rows}, heights);
+  });
 }
 
-void add_row(std::int32_t n, double* row, IndexRange ix, const Comb& comb,
-             const double* factor) noexcept {
-  switch (n) {
-    case 1:
-      return add_row<1>(row, ix, comb, factor);
-    case 2:
-      return add_row<2>(row, ix, comb, factor);
-    case 3:
-      return add_row<3>(row, ix, comb, factor);
-    case 4:
-      return add_row<4>(row, ix, comb, factor);
-    default:
-      return add_row<5>(row, ix, comb, factor);
+// The values of a plane, kept by rows.
+class Slice {
+ public:
+  // `bound`: no exponent within the radius exceeds it.
+  Slice(const SpreadGrid& grid, const Place& place, std::int32_t n, const double (*precision)[6],
+        double bound) noexcept
+      : grid_(grid),
+        place_(place),
+        slice_{n, place.x, place.offset, place.y, place.more, place.lanes},
+        precision_(precision) {
+    alignas(64) double ones[spread_padding];
+    alignas(64) double forms[spread_padding] = {};
+    std::fill_n(ones, spread_padding, 1.0);
+    for (std::int32_t i = 0; i < n; ++i) {
+      const double(&p)[6] = precision[i];
+      forms[i] =
+          p[0] * grid.bx * grid.bx + p[1] * grid.by * grid.by + 2.0 * p[3] * grid.bx * grid.by;
+    }
+    spread_kernels().heights(ones, forms, 1.0, change_);
+    // In the first row a column may lie this much farther off than where it cuts the sphere.
+    constexpr double most = 470.0;
+    const double reach = 1.0 + 2.0 * std::fabs(shift_of_rows(grid));
+    steady_ = bound * (1.0 + reach * reach) <= most;
   }
+
+  // Values in the circle about the atom's axis at a height above it; false when none is in the
+  // cell.
+  bool fill(double circle, double dz, double z) noexcept {
+    const double y_offset = dz * grid_.cy - place_.gy * grid_.by;
+    rows_ = indices_within(circle, 1.0 / grid_.by, y_offset, grid_.ny);
+    const double middle = dz * grid_.cx - place_.gx * grid_.ax - place_.gy * grid_.bx;
+    lanes_ = indices_within(circle * widening(grid_), 1.0 / grid_.ax,
+                            middle - y_offset * shift_of_rows(grid_), grid_.nx);
+    if (rows_.last < rows_.first || lanes_.last < lanes_.first) return false;
+    const std::int32_t n = rows_.last - rows_.first + 1;
+    const std::int32_t width = lanes_.last - lanes_.first + 1;
+    lay_points(lanes_, grid_.ax, 0.0, place_.x, place_.x_squared);
+    lay_points(rows_, grid_.by, y_offset, place_.y, place_.y_squared);
+    for (std::int32_t i = 0; i < n; ++i) {
+      place_.offset[i] =
+          (rows_.first + i - place_.gy) * grid_.bx + dz * grid_.cx - place_.gx * grid_.ax;
+    }
+    spread_kernels().fill_slice(slice_, {precision_, change_, z, grid_.bx, grid_.by, steady_}, n,
+                                width);
+    return true;
+  }
+
+  void add(std::int32_t plane, double dz, double rest, const double* heights) noexcept {
+    const IndexRange rows = indices_within(std::sqrt(rest), 1.0 / grid_.by,
+                                           dz * grid_.cy - place_.gy * grid_.by, grid_.ny);
+    if (rows.last < rows.first) return;
+    const std::int32_t first = rows.first - rows_.first;
+    spread_kernels().add_slice(
+        {grid_.row(plane, rows.first) + lanes_.first, grid_.nx, rows.last - rows.first + 1,
+         lanes_.last - lanes_.first + 1, rest, place_.y_squared + first},
+        slice_, first, heights);
+  }
+
+ private:
+  const SpreadGrid& grid_;
+  const Place& place_;
+  SpreadSlice slice_;
+  const double (*precision_)[6];
+  alignas(64) double change_[spread_padding];
+  bool steady_ = false;
+  IndexRange rows_ = {0, -1};
+  IndexRange lanes_ = {0, -1};
+};
+
+// Isotropic, rows shifted: the planes differ by a height where the third axis stands upright.
+void spread_shifted(const SpreadGrid& grid, const Gaussians& atom, const Place& place) noexcept {
+  const bool leaning = !is_nothing(grid.cx, grid.ax) || !is_nothing(grid.cy, grid.by);
+  const Heights terms = heights_of(atom);
+  double precision[most_gaussians][6] = {};
+  double sharpest = 0.0;
+  for (std::int32_t i = 0; i < atom.n; ++i) {
+    for (int j = 0; j < 3; ++j) precision[i][j] = 2.0 * atom.exponent[i];
+    sharpest = std::max(sharpest, atom.exponent[i]);
+  }
+  Slice slice(grid, place, atom.n, precision, sharpest * place.radius * place.radius);
+  if (!leaning && !slice.fill(place.radius, 0.0, 0.0)) return;
+  for_each_plane(grid, place, [&](std::int32_t plane, double dz, double z, double rest) {
+    if (leaning) {
+      if (slice.fill(std::sqrt(rest), dz, z)) slice.add(plane, dz, rest, terms.amplitude);
+      return;
+    }
+    alignas(64) double heights[spread_padding];
+    spread_kernels().heights(terms.amplitude, terms.exponent, z, heights);
+    slice.add(plane, 0.0, rest, heights);
+  });
 }
 
 }  // namespace
 
 std::size_t spread_scratch_size(const SpreadGrid& grid, double radius) noexcept {
-  return 2 * Comb::size(radius, grid.ax) + Comb::size(radius, grid.by);
+  const auto lanes = static_cast<std::size_t>(most_lanes(grid, radius));
+  const auto rows = static_cast<std::size_t>(most_rows(grid, radius));
+  const std::size_t combs = most_gaussians * (lanes + rows);
+  const std::size_t slice = most_gaussians * lanes * rows;
+  return 8 + 2 * lanes + 3 * rows + std::max(combs, slice);
 }
 
 void spread_iso(const SpreadGrid& grid, const Gaussians& atom, const double centre[3],
                 double radius, double* scratch) noexcept {
-  const IndexRange planes = planes_within(grid, centre, radius);
-  if (planes.last < planes.first) return;  // between the planes of a sub-box
-  RowCombs along_x;
-  Comb along_y;
-  along_x.prepare(atom, radius, grid.ax, scratch);
-  along_y.prepare(atom.n, atom.exponent, radius, grid.by, scratch);
-  double layer_factor[most_gaussians];
-  for_each_row(
-      grid, centre, radius,
-      [&](double z, double y_offset) {
-        along_y.place(y_offset);
-        for (std::int32_t i = 0; i < atom.n; ++i) {
-          layer_factor[i] = atom.amplitude[i] * std::exp(-atom.exponent[i] * z * z);
-        }
-      },
-      [&](const SphereRow& row) {
-        double factor[most_gaussians];
-        for (std::int32_t i = 0; i < atom.n; ++i) {
-          factor[i] = layer_factor[i] * *along_y.values(i, row.iy);
-        }
-        add_row(atom.n, grid.row(row.plane, row.iy), row.ix, along_x.at(row.x_offset), factor);
-      });
+  const Place place(grid, centre, radius, scratch);
+  if (place.planes.last < place.planes.first) return;  // between the planes of a sub-box
+  if (is_nothing(grid.bx, grid.ax)) {
+    spread_products(grid, atom, place);
+  } else {
+    spread_shifted(grid, atom, place);
+  }
 }
-
-namespace {
-
-// Adds factor exp(-E (x + w)^2) along a row, x = ix * step + offset, outwards from the row's
-// highest value: ratios of neighbours change by a constant.
-void add_shifted(double* row, IndexRange ix, double exponent, double step, double offset,
-                 double factor) noexcept {
-  const double nearest = std::clamp(std::nearbyint(-offset / step), static_cast<double>(ix.first),
-                                    static_cast<double>(ix.last));
-  const double x0 = nearest * step + offset;
-  const auto middle = static_cast<std::int32_t>(nearest);
-  const double top = factor * std::exp(-exponent * x0 * x0);
-  const double change = std::exp(-2.0 * exponent * step * step);
-  double ratio = std::exp(-exponent * step * (step + 2.0 * x0));
-  double value = top;
-  row[middle] += top;
-  for (std::int32_t i = middle + 1; i <= ix.last; ++i, ratio *= change) row[i] += value *= ratio;
-  ratio = std::exp(-exponent * step * (step - 2.0 * x0));
-  value = top;
-  for (std::int32_t i = middle - 1; i >= ix.first; --i, ratio *= change) row[i] += value *= ratio;
-}
-
-}  // namespace
 
 void spread_aniso(const SpreadGrid& grid, const AnisoGaussians& atom, const double centre[3],
-                  double radius) noexcept {
-  for_each_row(
-      grid, centre, radius, [](double, double) {},
-      [&](const SphereRow& row) {
-        double* values = grid.row(row.plane, row.iy);
-        const double y = row.y;
-        const double z = row.z;
-        for (std::int32_t i = 0; i < atom.n; ++i) {
-          // The square completed along x: P11 (x + w)^2 + c.
-          const double(&p)[6] = atom.precision[i];
-          const double w = (p[3] * y + p[4] * z) / p[0];
-          const double c = p[1] * y * y + p[2] * z * z + 2.0 * p[5] * y * z - p[0] * w * w;
-          add_shifted(values, row.ix, 0.5 * p[0], grid.ax, row.x_offset + w,
-                      atom.amplitude[i] * std::exp(-0.5 * c));
-        }
-      });
+                  double radius, double* scratch) noexcept {
+  const Place place(grid, centre, radius, scratch);
+  double sharpest = 0.0;
+  for (std::int32_t i = 0; i < atom.n; ++i) {
+    const double(&p)[6] = atom.precision[i];
+    sharpest = std::max(sharpest, 0.5 * (p[0] + p[1] + p[2]));
+  }
+  Slice slice(grid, place, atom.n, atom.precision, sharpest * radius * radius);
+  for_each_plane(grid, place, [&](std::int32_t plane, double dz, double z, double rest) {
+    if (slice.fill(std::sqrt(rest), dz, z)) slice.add(plane, dz, rest, atom.amplitude);
+  });
 }
 
 void moments_aniso(const SpreadGrid& grid, const AnisoGaussians& atom, const double centre[3],

@@ -1,10 +1,11 @@
 // K. Spreading an atom's density on the grid.
 //
-// A Gaussian is separable: along a row only the offset from the atom's centre changes, so its
-// values at equal steps are exp(-E (x0 + m s)^2) = exp(-E x0^2) q^m T[m] with q = exp(-2 E s x0)
-// and T[m] = exp(-E s^2 m^2). A comb holds these values for one offset x0; rows, layers and, in
-// cells with right angles, whole atoms share combs, and a point costs one multiplication and
-// addition per Gaussian. Only points within the radius are touched.
+// A Gaussian is separable: where the axes of the grid are at right angles, its values are products
+// of values along x, y and z, each found once for an atom; a point costs one multiplication and
+// addition per Gaussian. Where rows are shifted against each other, or the atom is anisotropic, the
+// values of a layer are found row by row: along y the ratio of neighbours changes by a constant.
+// Layers are independent: a plane gets the same numbers whatever other planes are asked for. Only
+// points within the radius are touched.
 #pragma once
 
 #include "model/gaussians.h"
@@ -28,7 +29,7 @@ struct SpreadGrid {
   }
 };
 
-// Number of doubles of scratch that spread_iso wants for the given radius.
+// Number of doubles of scratch that spreading wants for the given radius.
 std::size_t spread_scratch_size(const SpreadGrid& grid, double radius) noexcept;
 
 // Adds sum A_i exp(-E_i r^2) at every point with r <= radius of an atom centred at the fractional
@@ -44,7 +45,7 @@ struct AnisoGaussians {
 };
 
 void spread_aniso(const SpreadGrid& grid, const AnisoGaussians& atom, const double centre[3],
-                  double radius) noexcept;
+                  double radius, double* scratch) noexcept;
 
 // Sums over the same points of map x (the i-th Gaussian's value, times 1, x, y, z, xx, yy, zz, xy,
 // xz, yz of the offset from the centre, Angstrom), added to moments[i].
