@@ -14,6 +14,16 @@
 #define QX_API
 #endif
 
+// A variable that each thread has for itself. GNU compilers know its value of a constant in both
+// languages, so that C++ asks no routine for its address.
+#if defined(__GNUC__) || defined(__clang__)
+#define QX_PER_THREAD __thread
+#elif defined(__cplusplus)
+#define QX_PER_THREAD thread_local
+#else
+#define QX_PER_THREAD _Thread_local
+#endif
+
 #ifdef __cplusplus
 #define QX_C_BEGIN extern "C" {
 #define QX_C_END }

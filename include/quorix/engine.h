@@ -18,10 +18,11 @@ typedef struct qxwilson qxwilson;
 
 QX_C_BEGIN
 
-// The one root of the process, null when none exists; every other object hangs from it.
-QX_API extern qxroot* quorix;
-// 0 until the first die() of the process, then 1.
-QX_API extern int32_t die_reentrant;
+// The one root of the thread, null when none exists; every other object hangs from it. A thread has
+// an engine of its own: it neither sees nor may touch what another one owns.
+QX_API extern QX_PER_THREAD qxroot* quorix;
+// 0 until the first die() of the thread, then 1.
+QX_API extern QX_PER_THREAD int32_t die_reentrant;
 
 // Creates a root with all members at their defaults; an existing root is deleted first.
 QX_API qx_status qx_new_quorix(void);
@@ -38,14 +39,20 @@ QX_API void qx_set_quorix(qxroot* root);
 // pointers into the engine are all invalid from then on. fdie_ is the same routine.
 QX_API void die(void);
 QX_API void fdie_(void);
-// How often die() has run in this process: front ends compare it before and after a section.
+// How often die() has run in this thread: front ends compare it before and after a section.
 QX_API int64_t qx_get_die_count(void);
 
 // Where what the engine prints goes from here on: `sink` is called with each piece, which no zero
 // byte ends. It outlives the root, must not throw and must not call the engine. Null: standard
-// output.
+// output. Each thread has its own.
 typedef void (*qx_output_sink)(void* context, const char* text, size_t size);
 QX_API void qx_set_output(qx_output_sink sink, void* context);
+
+// On how many threads this thread's engine may do heavy work. 0 (at first): as many as the
+// environment says (QUORIX_THREADS, OMP_NUM_THREADS), else as there are processors for this
+// process; the getter gives the number. Results do not depend on it.
+QX_API void qx_set_threads(int32_t threads);
+QX_API int32_t qx_get_threads(void);
 
 // Runs one section of the loaded text through its controller. Always returns 0: whether the
 // section failed shows in qx_get_die_count().

@@ -13,8 +13,8 @@
 #include <cstdlib>
 
 extern "C" {
-qxroot* quorix = nullptr;
-std::int32_t die_reentrant = 0;
+QX_PER_THREAD qxroot* quorix = nullptr;
+QX_PER_THREAD std::int32_t die_reentrant = 0;
 }
 
 using qx::failed;
@@ -23,8 +23,8 @@ using qx::Status;
 
 namespace {
 
-std::int64_t die_count = 0;
-bool tearing_down = false;
+QX_PER_THREAD std::int64_t die_count = 0;
+QX_PER_THREAD bool tearing_down = false;
 
 constexpr const char* not_set_up = "quorix system has not been set up yet.";
 constexpr const char* not_there = "quorix object does not exist yet!";
