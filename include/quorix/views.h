@@ -44,7 +44,8 @@ typedef struct qx_reflections_view {
   int32_t friedel_opposites_differ;  // 0: each reflection stands for its opposite as well
 } qx_reflections_view;
 
-// The last map: density[z][y][x] in one block, x fastest, of the box from `starts` on.
+// The last map: density[z][y][x] in one block, x fastest, of the box from `starts` on; null while
+// nobody has asked for the points of a whole cell (qx_make_map_density).
 typedef struct qx_map_view {
   const double* density;
   int32_t counts[3], starts[3];  // along x, y, z

@@ -64,6 +64,8 @@ struct FftKernels {
   // Copies n numbers and gives their moments. `streaming` writes past the caches, for arrays that
   // they cannot hold.
   RowMoments (*deliver)(const double* from, std::ptrdiff_t n, double* to, bool streaming);
+  // The same, rounded to single precision; the moments are those of the numbers before.
+  RowMoments (*deliver_single)(const double* from, std::ptrdiff_t n, float* to);
 };
 
 // How many cache lines (of eight columns) `columns` takes together, so that long strides are paid

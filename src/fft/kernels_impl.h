@@ -247,8 +247,19 @@ inline void split_pair(Index n, Index count, const double* __restrict z_re,
   }
 }
 
-template <bool Streaming>
-inline RowMoments deliver_as(const double* from, Index n, double* to) {
+template <class V>
+QX_INLINE void put(double* to, V x) {
+  store(to, x);
+}
+template <class V>
+QX_INLINE void put(float* to, V x) {
+  typedef float Single __attribute__((vector_size(sizeof(V) / 2)));
+  const Single rounded = __builtin_convertvector(x, Single);
+  __builtin_memcpy(to, &rounded, sizeof rounded);
+}
+
+template <bool Streaming, class T>
+inline RowMoments deliver_as(const double* from, Index n, T* to) {
   using V = Vector<lanes>;
   V sum{};
   V squares{};
@@ -263,7 +274,7 @@ inline RowMoments deliver_as(const double* from, Index n, double* to) {
   };
   const auto take_one = [&](Index i) QX_FLAT {
     take(from[i], from[i] * from[i], from[i], from[i]);
-    to[i] = from[i];
+    to[i] = static_cast<T>(from[i]);
   };
   Index i = 0;
   if constexpr (Streaming) {
@@ -278,7 +289,7 @@ inline RowMoments deliver_as(const double* from, Index n, double* to) {
     if constexpr (Streaming) {
       stream(to + i, x);
     } else {
-      store(to + i, x);
+      put(to + i, x);
     }
   }
   for (; i < n; ++i) take_one(i);
@@ -290,6 +301,11 @@ inline RowMoments deliver(const double* from, Index n, double* to, bool streamin
   return streaming ? deliver_as<true>(from, n, to) : deliver_as<false>(from, n, to);
 }
 
-constexpr FftKernels table = {QX_FFT_NAME, row, columns, join_pair, split_pair, deliver};
+inline RowMoments deliver_single(const double* from, Index n, float* to) {
+  return deliver_as<false>(from, n, to);
+}
+
+constexpr FftKernels table = {QX_FFT_NAME, row,     columns,       join_pair,
+                              split_pair,  deliver, deliver_single};
 
 }  // namespace qx::QX_FFT_ISA

@@ -4,54 +4,66 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace qx {
 
 namespace {
 
-constexpr double infinity = std::numeric_limits<double>::infinity();
 constexpr double index_limit = 1 << 30;
 
-struct Sums {
-  double sum = 0, sum_of_squares = 0, minimum = infinity, maximum = -infinity;
-
-  // Four chains of additions keep the units busy without reordering any of them.
-  void add(const double* row, std::ptrdiff_t n) noexcept {
-    constexpr std::ptrdiff_t chains = 4;
-    double s[chains] = {}, q[chains] = {};
-    double low[chains], high[chains];
-    std::fill_n(low, chains, minimum);
-    std::fill_n(high, chains, maximum);
-    std::ptrdiff_t i = 0;
-    for (; i + chains <= n; i += chains) {
-      for (std::ptrdiff_t c = 0; c < chains; ++c) {
-        const double value = row[i + c];
-        s[c] += value;
-        q[c] += value * value;
-        low[c] = value < low[c] ? value : low[c];
-        high[c] = value > high[c] ? value : high[c];
-      }
-    }
-    for (; i < n; ++i) {
-      s[0] += row[i];
-      q[0] += row[i] * row[i];
-      low[0] = std::min(low[0], row[i]);
-      high[0] = std::max(high[0], row[i]);
-    }
-    sum += (s[0] + s[1]) + (s[2] + s[3]);
-    sum_of_squares += (q[0] + q[1]) + (q[2] + q[3]);
-    minimum = *std::min_element(low, low + chains);
-    maximum = *std::max_element(high, high + chains);
-  }
-
-  [[nodiscard]] MapStatistics statistics(std::ptrdiff_t points) const noexcept {
-    const auto n = static_cast<double>(points);
-    return {minimum, maximum, sum / n, std::sqrt(sum_of_squares / n)};
-  }
-};
-
 }  // namespace
+
+// Four chains of additions keep the units busy without reordering any of them.
+void DensitySums::add(const double* row, std::ptrdiff_t n) noexcept {
+  constexpr std::ptrdiff_t chains = 4;
+  double s[chains] = {}, q[chains] = {};
+  double low[chains], high[chains];
+  std::fill_n(low, chains, minimum);
+  std::fill_n(high, chains, maximum);
+  std::ptrdiff_t i = 0;
+  for (; i + chains <= n; i += chains) {
+    for (std::ptrdiff_t c = 0; c < chains; ++c) {
+      const double value = row[i + c];
+      s[c] += value;
+      q[c] += value * value;
+      low[c] = value < low[c] ? value : low[c];
+      high[c] = value > high[c] ? value : high[c];
+    }
+  }
+  for (; i < n; ++i) {
+    s[0] += row[i];
+    q[0] += row[i] * row[i];
+    low[0] = std::min(low[0], row[i]);
+    high[0] = std::max(high[0], row[i]);
+  }
+  sum += (s[0] + s[1]) + (s[2] + s[3]);
+  sum_of_squares += (q[0] + q[1]) + (q[2] + q[3]);
+  minimum = *std::min_element(low, low + chains);
+  maximum = *std::max_element(high, high + chains);
+}
+
+void DensitySums::add(const DensitySums& other) noexcept {
+  sum += other.sum;
+  sum_of_squares += other.sum_of_squares;
+  minimum = std::min(minimum, other.minimum);
+  maximum = std::max(maximum, other.maximum);
+}
+
+MapStatistics DensitySums::statistics(std::ptrdiff_t points) const noexcept {
+  const auto n = static_cast<double>(points);
+  return {minimum, maximum, sum / n, std::sqrt(sum_of_squares / n)};
+}
+
+void copy_periodic(const double* row, std::ptrdiff_t nx, std::int32_t low, std::ptrdiff_t n,
+                   double* target) noexcept {
+  std::ptrdiff_t from = wrapped(low, nx);
+  for (std::ptrdiff_t i = 0; i < n;) {
+    const std::ptrdiff_t run = std::min(n - i, nx - from);
+    std::copy_n(row + from, run, target + i);
+    i += run;
+    from = 0;
+  }
+}
 
 AxisBounds asymmetric_bounds(double low, double high, std::int32_t n) noexcept {
   const auto first = static_cast<std::int32_t>(std::clamp(low * n, -index_limit, index_limit));
@@ -86,18 +98,12 @@ void fractional_limits(const double (&orth2frac)[16], const double (&cartesian)[
 
 MapStatistics cut_box(View3<const double> cell, std::int32_t xlow, std::int32_t ylow,
                       std::int32_t zlow, View3<double> box) noexcept {
-  Sums sums;
+  DensitySums sums;
   for (std::ptrdiff_t iz = 0; iz < box.n0; ++iz) {
     for (std::ptrdiff_t iy = 0; iy < box.n1; ++iy) {
       const double* source = cell.row(wrapped(zlow + iz, cell.n0), wrapped(ylow + iy, cell.n1));
       double* target = box.row(iz, iy);
-      std::ptrdiff_t from = wrapped(xlow, cell.n2);
-      for (std::ptrdiff_t ix = 0; ix < box.n2;) {
-        const std::ptrdiff_t run = std::min(box.n2 - ix, cell.n2 - from);
-        std::copy_n(source + from, run, target + ix);
-        ix += run;
-        from = 0;
-      }
+      copy_periodic(source, cell.n2, xlow, box.n2, target);
       sums.add(target, box.n2);
     }
   }
@@ -105,7 +111,7 @@ MapStatistics cut_box(View3<const double> cell, std::int32_t xlow, std::int32_t 
 }
 
 MapStatistics statistics_of(View3<const double> box) noexcept {
-  Sums sums;
+  DensitySums sums;
   for (std::ptrdiff_t iz = 0; iz < box.n0; ++iz) {
     for (std::ptrdiff_t iy = 0; iy < box.n1; ++iy) sums.add(box.row(iz, iy), box.n2);
   }

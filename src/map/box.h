@@ -4,6 +4,7 @@
 #include "core/view3.h"
 
 #include <cstdint>
+#include <limits>
 
 namespace qx {
 
@@ -33,6 +34,21 @@ bool fractional_bounds(double low, double high, std::int32_t n, AxisBounds& boun
 // smallest fractional box that holds its eight corners. `orth2frac` is 4 x 4, row-major.
 void fractional_limits(const double (&orth2frac)[16], const double (&cartesian)[6],
                        double (&fractional)[6]) noexcept;
+
+// Statistics gathered row by row.
+struct DensitySums {
+  double sum = 0, sum_of_squares = 0;
+  double minimum = std::numeric_limits<double>::infinity();
+  double maximum = -std::numeric_limits<double>::infinity();
+
+  void add(const double* row, std::ptrdiff_t n) noexcept;
+  void add(const DensitySums& other) noexcept;
+  [[nodiscard]] MapStatistics statistics(std::ptrdiff_t points) const noexcept;
+};
+
+// n points from `low` on of a row with period nx.
+void copy_periodic(const double* row, std::ptrdiff_t nx, std::int32_t low, std::ptrdiff_t n,
+                   double* target) noexcept;
 
 // Copies points xlow .., ylow .., zlow .. of the periodic cell into `box` and gathers its
 // statistics.

@@ -10,6 +10,7 @@
 #include "map/box.h"
 #include "map/ccp4_file.h"
 #include "map/map.h"
+#include "map/plane_output.h"
 #include "map/provenance.h"
 
 #include <algorithm>
@@ -143,6 +144,43 @@ Status write_sections(const char* heading, std::FILE* stream, qx::View3<const do
   return ok;
 }
 
+Status write_front(const char* heading, std::FILE* stream, const Ccp4Header& header,
+                   const qxspg* symmetry) {
+  QX_TRY(write_header(heading, stream, header));
+  return symmetry ? write_symmetry(heading, stream, *symmetry) : ok;
+}
+
+// Planes first, as they come, and the header when the extremes are known; in a stream that only
+// goes on, the other way round.
+Status write_recipe(std::FILE* stream, qxmap& map, Ccp4Header& header, const qxspg* symmetry) {
+  const auto finish_front = [&](const qx::Extremes& extremes) {
+    qx::know_statistics(map, extremes);
+    qx::set_statistics(header, map.statistics);
+    return write_front(here, stream, header, symmetry);
+  };
+  qx::Extremes extremes;
+  if (qx::takes_places(stream)) {
+    const std::int64_t front = std::int64_t{sizeof header} + header.symmetry_bytes;
+    QX_TRY(qx::write_planes(here, stream, front, *map.recipe, extremes));
+    return finish_front(extremes);
+  }
+  qx::OrderedPlanes planes;
+  QX_TRY(planes.open(*map.recipe, extremes));
+  QX_TRY(finish_front(extremes));
+  return planes.write(here, stream);
+}
+
+// Each item goes out by itself, so that a fault is reported under its own name.
+Status open_map_file(const char* heading, const char* path, qx::OutputFile& file) {
+  QX_TRY(qx::open_output(heading, path, file));
+  std::setvbuf(file.stream(), nullptr, _IONBF, 0);
+  return ok;
+}
+
+Status commit(const char* heading, qx::OutputFile& file) {
+  return file.commit() ? ok : fail(heading, "Failed to write map data ");
+}
+
 }  // namespace
 
 namespace qx {
@@ -150,14 +188,10 @@ namespace qx {
 Status write_ccp4(const char* heading, const char* path, const Ccp4Header& header,
                   const qxspg* symmetry, View3<const double> box) {
   OutputFile file;
-  QX_TRY(open_output(heading, path, file));
-  // Each item goes out by itself, so that a fault is reported under its own name.
-  std::setvbuf(file.stream(), nullptr, _IONBF, 0);
-  QX_TRY(write_header(heading, file.stream(), header));
-  if (symmetry) QX_TRY(write_symmetry(heading, file.stream(), *symmetry));
+  QX_TRY(open_map_file(heading, path, file));
+  QX_TRY(write_front(heading, file.stream(), header, symmetry));
   QX_TRY(write_sections(heading, file.stream(), box));
-  if (!file.commit()) return fail(heading, "Failed to write map data ");
-  return ok;
+  return commit(heading, file);
 }
 
 void set_cell(Ccp4Header& header, const qxcell& cell) {
@@ -184,14 +218,14 @@ Status qx_wr_ccp4_map() {
   QX_TRY(qx::require(here, qx_get_qxspg, spg, "qxspg object has not been created yet "));
   qxmap* map = nullptr;
   QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
-  if (!map->density) return fail(here, "There is no way to get map coefficients.");
-  const qx::View3<const double> box = box_of(*map);
-  if (!map->statistics_known) {
-    map->statistics = qx::statistics_of(box);
-    map->statistics_known = true;
-  }
+  if (!qx::has_density(*map)) return fail(here, "There is no way to get map coefficients.");
   const char* path = map->path ? map->path : "";
   Ccp4Header header = header_of(*map, map->statistics, *cell, *grid, *spg);
   if (map->input) QX_TRY(qx::add_provenance(*map, *grid, *spg, header));
-  return qx::write_ccp4(here, path, header, map->symmetry_records ? spg : nullptr, box);
+  const qxspg* symmetry = map->symmetry_records ? spg : nullptr;
+  if (map->density) return qx::write_ccp4(here, path, header, symmetry, box_of(*map));
+  qx::OutputFile file;
+  QX_TRY(open_map_file(here, path, file));
+  QX_TRY(write_recipe(file.stream(), *map, header, symmetry));
+  return commit(here, file);
 }

@@ -118,6 +118,7 @@ Status make_densities(const Needs& needs, CellDensity& of_data, CellDensity& of_
     qx::put_polar(out, data.nreflections, polar.get(), polar.get() + n);
     for (std::size_t i = 0; i < 2 * n; ++i) coefficients[i] = static_cast<double>(polar[i]);
     QX_TRY(qx_generate_map_core(coefficients.get(), coefficients.get() + n));
+    if (!qx::map_density(*needs.map)) return failed;
     density->take(*needs.map);
   }
   return ok;

@@ -1,6 +1,7 @@
-// The road from reflections to the density of the map's box. The transform goes one of two ways:
-// half a spectrum in the block that becomes the density, or full complex arrays when indices reach
-// beyond half the grid.
+// The road from reflections to the density of the map's box. Of most maps a recipe is made: half a
+// spectrum, from which planes are calculated for who asks. Where opposites have rows of their own
+// half a spectrum is transformed in the block that becomes the density; where indices reach beyond
+// half the grid, full complex arrays are.
 #include "core/refsys.h"
 #include "core/report.h"
 #include "core/require.h"
@@ -92,6 +93,14 @@ bool is_whole_cell(const qxmap& map, const GridCounts& n) {
          map.yhigh == n.ny - 1 && map.zhigh == n.nz - 1;
 }
 
+qx::BoxRange range_of(const qxmap& map) {
+  return {{map.xlow, map.ylow, map.zlow}, {map.xhigh, map.yhigh, map.zhigh}};
+}
+
+GridCounts points_of(const qx::BoxRange& range) {
+  return {range.count(0), range.count(1), range.count(2)};
+}
+
 // Scale by the rms of the whole cell, which is known from its spectrum: the sum of squares over the
 // points is their number times the sum of the squared amplitudes.
 double scale_by_spectrum(qxmap& map, const qx::SpectrumExtent& extent, double volume) {
@@ -100,32 +109,73 @@ double scale_by_spectrum(qxmap& map, const qx::SpectrumExtent& extent, double vo
   return map.scale && map.rms > least_rms ? 1.0 / map.rms : 1.0;
 }
 
-// Cuts the box out of the cell, puts it on the scale asked for and installs it.
-Status install_density(qxmap& map, const GridCounts& n, CellArray& cell, bool scaled,
-                       qx::MapStatistics statistics) {
-  const qx::MapStatistics of_cell = statistics;
-  double*** density = nullptr;
-  View3<double> box = cell.view();
-  if (is_whole_cell(map, n)) {
-    density = cell.release();
-  } else {
-    const GridCounts points = {map.xhigh - map.xlow + 1, map.yhigh - map.ylow + 1,
-                               map.zhigh - map.zlow + 1};
-    CellArray cut(points, "pgm_emap");
-    if (!cut) return failed;
-    box = cut.view();
-    statistics = qx::cut_box(qx::as_const(cell.view()), map.xlow, map.ylow, map.zlow, box);
-    density = cut.release();
-  }
+// Scales the box by the rms of `unit`, if scaling is asked for.
+void put_on_scale(qxmap& map, const qx::MapStatistics& unit, View3<double> box,
+                  qx::MapStatistics& statistics) {
+  map.mean = unit.mean;
+  map.rms = unit.rms;
+  if (map.scale && map.rms > least_rms) qx::scale_values(box, 1.0 / map.rms, statistics);
+}
+
+void install(qxmap& map, double*** density, const qx::MapStatistics& statistics) {
   map.density = density;
-  if (!scaled) {
-    const qx::MapStatistics& unit = map.scale == qx::cell_scale ? of_cell : statistics;
-    map.mean = unit.mean;
-    map.rms = unit.rms;
-    if (map.scale && map.rms > least_rms) qx::scale_values(box, 1.0 / map.rms, statistics);
-  }
   map.statistics = statistics;
   map.statistics_known = true;
+}
+
+// Cuts the box out of the cell, puts it on the scale asked for and installs it.
+Status install_density(qxmap& map, const GridCounts& n, CellArray& cell,
+                       qx::MapStatistics statistics) {
+  const qx::MapStatistics of_cell = statistics;
+  if (is_whole_cell(map, n)) {
+    put_on_scale(map, of_cell, cell.view(), statistics);
+    install(map, cell.release(), statistics);
+    return ok;
+  }
+  CellArray cut(points_of(range_of(map)), "pgm_emap");
+  if (!cut) return failed;
+  statistics = qx::cut_box(qx::as_const(cell.view()), map.xlow, map.ylow, map.zlow, cut.view());
+  const qx::MapStatistics unit = map.scale == qx::cell_scale ? of_cell : statistics;
+  put_on_scale(map, unit, cut.view(), statistics);
+  install(map, cut.release(), statistics);
+  return ok;
+}
+
+// All points of a map that is more than half the grid, or whose opposites are given.
+Status generate_points(qxmap& map, Spectrum& spectrum, const GridCounts& n, double volume) {
+  CellArray cell(n, "pgm_emap");
+  if (!cell) return failed;
+  qx::MapStatistics statistics;
+  QX_TRY(spectrum.half().fits() ? transform_half(spectrum, 1.0 / volume, cell, statistics)
+                                : transform_full(spectrum, 1.0 / volume, n, cell, statistics));
+  map.cell_rms = statistics.rms;
+  return install_density(map, n, cell, statistics);
+}
+
+// The points of a box that is less or more than the cell; its recipe goes.
+Status generate_box(qxmap& map, Spectrum& spectrum, const GridCounts& n, double volume) {
+  const bool scaled = map.scale == qx::cell_scale;
+  const double scale = scaled ? scale_by_spectrum(map, spectrum.extent, volume) : 1.0;
+  const qx::BoxRange range = range_of(map);
+  qx::MapRecipe* recipe = nullptr;
+  QX_TRY(qx::open_recipe(spectrum, n, scale / volume, &range, recipe));
+  CellArray box(points_of(range), "pgm_emap");
+  if (!box) return failed;
+  qx::MapStatistics statistics;
+  QX_TRY(qx::make_box(*recipe, range, box.view().data, statistics));
+  QX_TRY(qx::drop_recipe(recipe));
+  if (!scaled) {
+    const qx::MapStatistics unit = statistics;
+    put_on_scale(map, unit, box.view(), statistics);
+  }
+  install(map, box.release(), statistics);
+  return ok;
+}
+
+Status generate_recipe(qxmap& map, Spectrum& spectrum, const GridCounts& n, double volume) {
+  const double scale = scale_by_spectrum(map, spectrum.extent, volume);
+  QX_TRY(qx::open_recipe(spectrum, n, scale / volume, nullptr, map.recipe));
+  map.statistics = {0, 0, map.mean * scale, map.rms * scale};
   return ok;
 }
 
@@ -133,18 +183,10 @@ Status generate(qxmap& map, const qx::CoefficientList& list, bool add_opposites,
                 const GridCounts& n, double volume) {
   Spectrum spectrum;
   QX_TRY(spectrum.open(list, add_opposites, n));
-  const bool by_half = spectrum.half().fits();
-  const bool by_spectrum = by_half && add_opposites;
-  if (by_spectrum) map.cell_rms = std::sqrt(spectrum.extent.power) / volume;
-  const bool scaled = by_spectrum && (map.scale == qx::cell_scale || is_whole_cell(map, n));
-  const double scale = scaled ? scale_by_spectrum(map, spectrum.extent, volume) : 1.0;
-  CellArray cell(n, "pgm_emap");
-  if (!cell) return failed;
-  qx::MapStatistics statistics;
-  QX_TRY(by_half ? transform_half(spectrum, scale / volume, cell, statistics)
-                 : transform_full(spectrum, scale / volume, n, cell, statistics));
-  if (!by_spectrum) map.cell_rms = statistics.rms;
-  return install_density(map, n, cell, scaled, statistics);
+  if (!add_opposites || !spectrum.half().fits()) return generate_points(map, spectrum, n, volume);
+  map.cell_rms = std::sqrt(spectrum.extent.power) / volume;
+  return is_whole_cell(map, n) ? generate_recipe(map, spectrum, n, volume)
+                               : generate_box(map, spectrum, n, volume);
 }
 
 }  // namespace
@@ -172,7 +214,7 @@ Status qx::install_cell(qxmap& map, double*** density) {
   QX_TRY(drop_density(map));
   const MapStatistics statistics = statistics_of(as_const(cell.view()));
   map.cell_rms = statistics.rms;
-  return install_density(map, n, cell, false, statistics);
+  return install_density(map, n, cell, statistics);
 }
 
 Status qx_generate_map() {

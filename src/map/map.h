@@ -3,6 +3,7 @@
 
 #include "core/constants.h"
 #include "map/box.h"
+#include "map/recipe.h"
 
 #include <quorix/map.h>
 
@@ -39,7 +40,9 @@ struct qxmap {
   double cushion = 3.0;                                                        // Angstrom
   // Before scaling: of what the scale is taken from, else of the box.
   double mean = 0.0, rms = 0.0;
-  double cell_rms = 0.0;        // of the whole cell, before scaling
+  double cell_rms = 0.0;  // of the whole cell, before scaling
+  // A map of the whole cell is a recipe until somebody asks for its points: map_density().
+  qx::MapRecipe* recipe = nullptr;
   double*** density = nullptr;  // [z - zlow][y - ylow][x - xlow]
   char* path = nullptr;
   // Options of the file to be written; without them it holds neither.
@@ -61,8 +64,15 @@ namespace qx {
 // The reflections that the next map is made of: the private set if one was read, else the
 // crystal's. Null after a report.
 const qxrefdata* map_refdata();
+// True when there is a map, as points or as a recipe.
+inline bool has_density(const qxmap& map) { return map.density || map.recipe; }
+// The points, which come into being now if there is a recipe only; null after a report. The record
+// keeps them.
+double*** map_density(qxmap& map);
 // Releases the density and what is known of it.
 Status drop_density(qxmap& map);
+// What is known of a recipe's map once its extremes are.
+void know_statistics(qxmap& map, const Extremes& extremes);
 // Makes the density of the map's box and scale from that of the whole cell, [z][y][x], which is
 // taken over.
 Status install_cell(qxmap& map, double*** density);

@@ -8,6 +8,7 @@
 #include "map/map.h"
 
 #include <quorix/engine.h>
+#include <quorix/memory.h>
 
 #include <cstring>
 #include <utility>
@@ -61,7 +62,7 @@ Status qx_write_map(const char* format) {
   constexpr auto here = "qx_write_map():";
   const qxmap* map = nullptr;
   QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
-  if (!map->density) return fail(here, "There is no way to get map coefficients.");
+  if (!qx::has_density(*map)) return fail(here, "There is no way to get map coefficients.");
   if (std::strcmp(format, "ccp4") == 0) return qx_wr_ccp4_map();
   return fail(here, "Feature for writing %s map has not been implemented yet.", format);
 }
@@ -70,15 +71,43 @@ namespace qx {
 
 Status drop_density(qxmap& map) {
   map.statistics_known = false;
+  QX_TRY(drop_recipe(map.recipe));
   double*** density = std::exchange(map.density, nullptr);
   return density ? xfree_3d_double(density) : ok;
 }
 
+void know_statistics(qxmap& map, const Extremes& extremes) {
+  map.statistics.minimum = extremes.minimum;
+  map.statistics.maximum = extremes.maximum;
+  map.statistics_known = true;
+}
+
+double*** map_density(qxmap& map) {
+  if (map.density || !map.recipe) return map.density;
+  const GridCounts n = map.recipe->n;
+  double*** density = xopen_3d_double(n.nz, n.ny, n.nx, "pgm_emap");
+  if (!density) return nullptr;
+  Extremes extremes;
+  if (make_planes(*map.recipe, 0, n.nz, density[0][0], extremes) != ok) return nullptr;
+  map.density = density;
+  know_statistics(map, extremes);
+  return drop_recipe(map.recipe) == ok ? density : nullptr;
+}
+
 }  // namespace qx
+
+Status qx_make_map_density() {
+  constexpr auto here = "qx_make_map_density():";
+  qxmap* map = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
+  if (!qx::has_density(*map)) return fail(here, "There is no map yet.");
+  double*** density = qx::map_density(*map);
+  return density ? ok : qx::failed;
+}
 
 std::int32_t qx_get_map_statistics(qx_map_statistics_view* view) {
   const qxmap* map = qx_get_qxmap();
-  if (!map || !map->density) return 0;
+  if (!map || !qx::has_density(*map)) return 0;
   *view = {map->mean, map->rms};
   return 1;
 }

@@ -260,9 +260,11 @@ Status add_group(const OmitSetting& setting, OmitRun& run, const Groups& groups,
   omitted.add(qx::drop_excluded(system, marks.get()));
   QX_TRY(run.coefficients(marks.get(), groups.of_atom.get(), group));
   QX_TRY(qx_generate_map_core(run.amplitude(), run.phase()));
-  const qxmap* map = qx_get_qxmap();
+  qxmap* map = qx_get_qxmap();
   if (!map) return failed;
-  const double* values = map->density[0][0];
+  double*** density = qx::map_density(*map);
+  if (!density) return failed;
+  const double* values = density[0][0];
   const qxgrid* grid = qx_get_qxgrid();
   if (!grid) return failed;
   const std::size_t points = static_cast<std::size_t>(grid->nx) *

@@ -24,6 +24,8 @@ class Spectrum {
     const Index3 largest = extent.largest;
     return {{grid_.nx, grid_.ny, grid_.nz, largest.h}, largest.k, largest.l, columns_.get()};
   }
+  // How many h from 0 on have a term, per k of the grid.
+  [[nodiscard]] const std::int32_t* columns() const { return columns_.get(); }
   [[nodiscard]] const Expansion& expansion() const { return expansion_; }
   // Frees what only the expansion needed.
   void close_expansion() {

@@ -119,6 +119,19 @@ class PendingTerms {
   Term terms_[capacity];
 };
 
+template <class Layout>
+void expand_into(const Expansion& expansion, double scale, const Layout& layout,
+                 std::ptrdiff_t imaginary, double* block) noexcept {
+  PendingTerms pending(imaginary);
+  const auto place = [&](Index3 i, double re, double im) {
+    pending.add(block + layout.at(i.h, i.k, i.l), re, im);
+  };
+  expand(expansion, scale, [&](Index3 i, double re, double im) {
+    if (i.h >= 0) place(i, re, im);
+    if (i.h <= 0) place(opposite(i), re, -im);
+  });
+}
+
 }  // namespace
 
 bool largest_indices(const CoefficientList& list, Index3& largest) noexcept {
@@ -164,14 +177,12 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
 
 void expand_to_half(const Expansion& expansion, double scale, const HalfLayout& half,
                     double* block) noexcept {
-  PendingTerms pending(half.terms());
-  const auto place = [&](Index3 i, double re, double im) {
-    pending.add(block + half.at(i.h, i.k, i.l), re, im);
-  };
-  expand(expansion, scale, [&](Index3 i, double re, double im) {
-    if (i.h >= 0) place(i, re, im);
-    if (i.h <= 0) place(opposite(i), re, -im);
-  });
+  expand_into(expansion, scale, half, half.terms(), block);
+}
+
+void expand_to_disc(const Expansion& expansion, double scale, const DiscLayout& disc,
+                    double* block) noexcept {
+  expand_into(expansion, scale, disc, disc.imaginary(), block);
 }
 
 void expand_to_full(const Expansion& expansion, double scale, View3<double> real,

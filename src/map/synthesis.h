@@ -5,6 +5,7 @@
 
 #include "core/view3.h"
 #include "crystal/mates.h"
+#include "fft/disc_spectrum.h"
 #include "fft/half_spectrum.h"
 
 #include <cstdint>
@@ -46,6 +47,8 @@ SpectrumExtent measure(const Expansion& expansion, Index3 bounds, std::int32_t* 
 
 // Adds `scale` times every term to half a spectrum; call measure() first.
 void expand_to_half(const Expansion& expansion, double scale, const HalfLayout& half,
+                    double* block) noexcept;
+void expand_to_disc(const Expansion& expansion, double scale, const DiscLayout& disc,
                     double* block) noexcept;
 
 // The whole spectrum on full arrays, indices wrapped by the extents of the arrays: terms that fall

@@ -21,6 +21,11 @@ std::int32_t copy_planes(std::int32_t first, std::int32_t nplanes, T* values) {
   if (qx_get_map_view(&map) != 1 || first < 0 || nplanes < 0 || nplanes > map.counts[2] - first) {
     return 0;
   }
+  if (!map.density) {
+    qx::Extremes extremes;
+    return qx::make_planes(*shown_map()->recipe, first, nplanes, values, extremes) == qx::ok ? 1
+                                                                                             : 0;
+  }
   const auto plane = static_cast<std::ptrdiff_t>(map.counts[0]) * map.counts[1];
   std::transform(map.density + first * plane, map.density + (first + nplanes) * plane, values,
                  [](double value) { return static_cast<T>(value); });
@@ -32,8 +37,8 @@ std::int32_t copy_planes(std::int32_t first, std::int32_t nplanes, T* values) {
 std::int32_t qx_get_map_view(qx_map_view* view) {
   const qxmap* map = shown_map();
   qx_grid_view grid;
-  if (!map || !map->density || qx_get_grid_view(&grid) != 1) return 0;
-  *view = {map->density[0][0],
+  if (!map || !qx::has_density(*map) || qx_get_grid_view(&grid) != 1) return 0;
+  *view = {map->density ? map->density[0][0] : nullptr,
            {map->xhigh - map->xlow + 1, map->yhigh - map->ylow + 1, map->zhigh - map->zlow + 1},
            {map->xlow, map->ylow, map->zlow},
            {grid.counts[0], grid.counts[1], grid.counts[2]},
@@ -41,7 +46,7 @@ std::int32_t qx_get_map_view(qx_map_view* view) {
            map->rms,
            map->cell_rms,
            map->scale,
-           map->statistics_known ? map->statistics.rms : 0.0};
+           map->statistics_known || map->recipe ? map->statistics.rms : 0.0};
   return 1;
 }
 
