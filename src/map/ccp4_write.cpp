@@ -219,6 +219,10 @@ Status qx_wr_ccp4_map() {
   qxmap* map = nullptr;
   QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   if (!qx::has_density(*map)) return fail(here, "There is no way to get map coefficients.");
+  if (map->density && !map->statistics_known) {
+    map->statistics = qx::statistics_of(box_of(*map));
+    map->statistics_known = true;
+  }
   const char* path = map->path ? map->path : "";
   Ccp4Header header = header_of(*map, map->statistics, *cell, *grid, *spg);
   if (map->input) QX_TRY(qx::add_provenance(*map, *grid, *spg, header));
