@@ -81,8 +81,8 @@ QX_API qx_status qx_generate_map_with_coef(int32_t nref, const int32_t* h, const
 // go.
 QX_API qx_status qx_calc_density_correlation(double radius, int32_t n, const int32_t* group,
                                              int32_t ngroups, qx_density_correlation* out);
-// A map of a whole cell has no points until they are asked for: writing it makes them plane by plane
-// and forgets them. This makes them stay, for qx_get_map_view; replaces nothing else.
+// A map of a whole cell has no points until they are asked for: writing it makes them plane by
+// plane and forgets them. This makes them stay, for qx_get_map_view; replaces nothing else.
 QX_API qx_status qx_make_map_density(void);
 // Writes the map to its path in the format "ccp4", "cns", "quorix" or "xyz"; only the first exists.
 QX_API qx_status qx_write_map(const char* format);

@@ -100,7 +100,7 @@ Status qx_make_map_density() {
   constexpr auto here = "qx_make_map_density():";
   qxmap* map = nullptr;
   QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
-  if (!qx::has_density(*map)) return fail(here, "There is no map yet.");
+  if (!qx::has_density(*map)) return fail(here, "There is no way to get map coefficients.");
   double*** density = qx::map_density(*map);
   return density ? ok : qx::failed;
 }

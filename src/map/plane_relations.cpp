@@ -174,19 +174,19 @@ bool grid_operator(const double (&matrix)[16], const std::int32_t (&counts)[3],
 void relate(PlaneRelations& relations, std::int32_t* block) noexcept {
   const auto ny = static_cast<std::size_t>(relations.counts[1]);
   const auto nz = static_cast<std::size_t>(relations.counts[2]);
-  const auto take = [&block](std::size_t n) {
+  const auto part_of = [&block](std::size_t n) {
     std::int32_t* part = block;
     block += n;
     return part;
   };
-  relations.plane_source = take(nz);
-  relations.plane_operator = take(nz);
-  relations.planes = take(nz);
-  relations.images = take(nz);
-  relations.first_image = take(nz + 1);
-  relations.row_source = take(ny);
-  relations.row_operator = take(ny);
-  relations.rows = take(ny);
+  relations.plane_source = part_of(nz);
+  relations.plane_operator = part_of(nz);
+  relations.planes = part_of(nz);
+  relations.images = part_of(nz);
+  relations.first_image = part_of(nz + 1);
+  relations.row_source = part_of(ny);
+  relations.row_operator = part_of(ny);
+  relations.rows = part_of(ny);
   relations.nplanes = relations.nrows = 0;
   relate_planes(relations);
   relate_rows(relations);

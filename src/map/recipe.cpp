@@ -103,7 +103,8 @@ Status open_recipe(Spectrum& spectrum, const GridCounts& n, double scale, const 
   QX_TRY(lay_out(spectrum, *made));
   if (!range) QX_TRY(open_relations(*made));
   QX_TRY(open_block(made->place, static_cast<std::size_t>(n.nz), "pgm_place"));
-  made->disc.planes = std::max(choose_places(*made, range), 2 * made->disc.lmax + 1);
+  const std::int32_t places = choose_places(*made, range);
+  made->disc.planes = std::max(places, 2 * made->disc.lmax + 1);
   QX_TRY(open_block(made->terms, static_cast<std::size_t>(made->disc.size()), "pgm_terms"));
   clear_terms(made->disc, made->terms);
   expand_to_disc(spectrum.expansion(), scale, made->disc, made->terms);

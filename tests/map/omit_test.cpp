@@ -59,11 +59,12 @@ void for_each_mate(const Point& f, Work work) {
 }
 
 std::vector<double> map_values() {
-  const qxmap& map = *qx_get_qxmap();
+  qxmap& map = *qx_get_qxmap();
   const auto n = static_cast<std::size_t>(map.xhigh - map.xlow + 1) *
                  static_cast<std::size_t>(map.yhigh - map.ylow + 1) *
                  static_cast<std::size_t>(map.zhigh - map.zlow + 1);
-  return {map.density[0][0], map.density[0][0] + n};
+  const double* values = map_density(map)[0][0];
+  return {values, values + n};
 }
 
 class Omit : public Engine {
@@ -298,7 +299,7 @@ TEST_F(Omit, aCompositeMapDoesNotShowWhatIsNotThere) {
   calculate();
   observe(direct_sum({atoms.begin(), atoms.begin() + static_cast<std::ptrdiff_t>(real)}), 28.0);
   const auto at_atoms = [&](std::size_t first, std::size_t last) {
-    const qxmap& map = *qx_get_qxmap();
+    qxmap& map = *qx_get_qxmap();
     const qxgrid& grid = *qx_get_qxgrid();
     const std::int32_t n[3] = {grid.nx, grid.ny, grid.nz};
     double sum = 0.0;
@@ -309,7 +310,7 @@ TEST_F(Omit, aCompositeMapDoesNotShowWhatIsNotThere) {
             static_cast<std::int32_t>(std::lround(atoms[i].fractional[k] * n[k]) % n[k] + n[k]) %
             n[k];
       }
-      sum += map.density[at[2]][at[1]][at[0]];
+      sum += map_density(map)[at[2]][at[1]][at[0]];
     }
     return sum / static_cast<double>(last - first) / map.rms;
   };

@@ -56,7 +56,7 @@ class RealData : public Engine {
       return {};
     }
     const qxgrid* g = qx_get_qxgrid();
-    const double* data = qx_get_qxmap()->density[0][0];
+    const double* data = map_density(*qx_get_qxmap())[0][0];
     return {data, data + static_cast<std::ptrdiff_t>(g->nx) * g->ny * g->nz};
   }
 };

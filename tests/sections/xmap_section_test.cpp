@@ -108,24 +108,24 @@ TEST_F(XmapSection, writtenAndGeneratedAgainAndReset) {
   EXPECT_EQ(qx_get_qxmap()->path, nullptr);
   EXPECT_EQ(qx_get_qxmap()->scale, 0);
   EXPECT_EQ(qx_get_qxmap()->amplitude_source, calculated_source);
-  EXPECT_LT(qx_get_xmalloc_memory_size(), live - 8 * 24 * 20 * 18 / 1e6);
+  EXPECT_LT(qx_get_xmalloc_memory_size(), live);
 }
 
 TEST_F(XmapSection, figureOfMeritDecidesAndMultipliesOnlyWhenAsked) {
   qx_get_qxrefdata()->map_fom = floats(0.3F, 0.0F);
   EXPECT_TRUE(section(xmap("generate")).ok);
-  EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(5, 0), 1e-9);
+  EXPECT_NEAR(map_density(*qx_get_qxmap())[2][3][5], wave(5, 0), 1e-9);
   qx_get_qxrefdata()->fom = floats(0.0F, 0.2F);  // goes before the other
   EXPECT_TRUE(section(xmap("generate")).ok);
-  EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(0, 3), 1e-9);
+  EXPECT_NEAR(map_density(*qx_get_qxmap())[2][3][5], wave(0, 3), 1e-9);
   EXPECT_TRUE(section(xmap("param type unweighted weight yes u 3\ngenerate")).ok);
-  EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], static_cast<double>(0.2F) * wave(0, 3), 1e-9);
+  EXPECT_NEAR(map_density(*qx_get_qxmap())[2][3][5], static_cast<double>(0.2F) * wave(0, 3), 1e-9);
 }
 
 TEST_F(XmapSection, figureOfMeritCountsFromATenThousandthOfAPercentOn) {
   qx_get_qxrefdata()->fom = floats(0.95e-5F, 1.05e-5F);
   EXPECT_TRUE(section(xmap("generate")).ok);
-  EXPECT_NEAR(qx_get_qxmap()->density[2][3][5], wave(0, 3), 1e-9);
+  EXPECT_NEAR(map_density(*qx_get_qxmap())[2][3][5], wave(0, 3), 1e-9);
 }
 
 // On the road by half a spectrum, and on the other, which the index 2 on four points needs.
@@ -134,10 +134,10 @@ TEST_F(XmapSection, oneScaleForTheCellAndItsParts) {
     set_grid({nx, 20, 18});
     ASSERT_TRUE(section(xmap("param scale yes\ngenerate")).ok);
     const double rms = qx_get_qxmap()->rms;
-    const double value = qx_get_qxmap()->density[2][3][1];
+    const double value = map_density(*qx_get_qxmap())[2][3][1];
     const std::string part = "extent frac xmin=0 xmax=0.5 ymin=0 ymax=0.2 zmin=0 zmax=0.3\n";
     ASSERT_TRUE(section(xmap(part + "param scale cell\ngenerate")).ok);
-    EXPECT_NEAR(qx_get_qxmap()->density[2][3][1], value, 1e-12);
+    EXPECT_NEAR(map_density(*qx_get_qxmap())[2][3][1], value, 1e-12);
     EXPECT_NEAR(qx_get_qxmap()->rms, rms, 1e-12);
     ASSERT_TRUE(section(xmap(part + "param scale yes\ngenerate")).ok);
     EXPECT_NEAR(qx_get_qxmap()->cell_rms, rms, 1e-12);
@@ -347,7 +347,7 @@ TEST_F(PrivateSet, takesTheCrystalsPlace) {
   ASSERT_TRUE(section(crystal + read + "xend\n").ok);
   ASSERT_TRUE(section(grid).ok);
   ASSERT_TRUE(section(map + "generate\nxend\n").ok);
-  const double* data = qx_get_qxmap()->density[0][0];
+  const double* data = map_density(*qx_get_qxmap())[0][0];
   const std::vector<double> expected(data, data + 80 * 72 * 48);
 
   ASSERT_EQ(qx_create_quorix(), ok);
@@ -355,7 +355,8 @@ TEST_F(PrivateSet, takesTheCrystalsPlace) {
   ASSERT_TRUE(section(grid).ok);
   const auto result = section(map + read + read + "generate\nxend\n");
   ASSERT_TRUE(result.ok) << result.output;
-  EXPECT_EQ(std::memcmp(qx_get_qxmap()->density[0][0], expected.data(), 8 * expected.size()), 0);
+  EXPECT_EQ(std::memcmp(map_density(*qx_get_qxmap())[0][0], expected.data(), 8 * expected.size()),
+            0);
   EXPECT_FALSE(section(map + "generate\nxend\n").ok);
 }
 
