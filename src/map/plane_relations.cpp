@@ -130,11 +130,45 @@ void copy_rows(const PlaneMove& move, std::int32_t nx, std::int32_t ny, const T*
   }
 }
 
+// Columns of one plane are rows of the other.
+bool turns_rows_to_columns(const PlaneMove& move) noexcept { return move.xx == 0 && move.yy == 0; }
+
+constexpr std::int32_t tile = 16;
+
+// Where a tile of the source that becomes rows y0 .. and columns x0 .. is.
+template <class T>
+struct TransposedTile {
+  const T* rows[tile];         // by column of the target
+  std::int32_t columns[tile];  // by its row
+};
+
+template <class T>
+void transpose(const PlaneMove& move, std::int32_t nx, std::int32_t ny, const T* source,
+               T* plane) noexcept {
+  TransposedTile<T> from;
+  for (std::int32_t x0 = 0; x0 < nx; x0 += tile) {
+    const std::int32_t width = std::min(tile, nx - x0);
+    for (std::int32_t i = 0; i < width; ++i) {
+      const std::int32_t row = within(std::int64_t{move.yx} * (x0 + i) + move.y0, ny);
+      from.rows[i] = source + std::ptrdiff_t{row} * nx;
+    }
+    for (std::int32_t y0 = 0; y0 < ny; y0 += tile) {
+      const std::int32_t height = std::min(tile, ny - y0);
+      for (std::int32_t j = 0; j < height; ++j) {
+        from.columns[j] = within(std::int64_t{move.xy} * (y0 + j) + move.x0, nx);
+      }
+      for (std::int32_t j = 0; j < height; ++j) {
+        T* row = plane + std::ptrdiff_t{y0 + j} * nx + x0;
+        for (std::int32_t i = 0; i < width; ++i) row[i] = from.rows[i][from.columns[j]];
+      }
+    }
+  }
+}
+
 // Tile by tile, so that the rows read stay in cache while they are walked across.
 template <class T>
 void gather_points(const PlaneMove& move, std::int32_t nx, std::int32_t ny, const T* source,
                    T* plane) noexcept {
-  constexpr std::int32_t tile = 16;
   for (std::int32_t y0 = 0; y0 < ny; y0 += tile) {
     for (std::int32_t x0 = 0; x0 < nx; x0 += tile) {
       const std::int32_t xend = std::min(x0 + tile, nx);
@@ -214,6 +248,8 @@ void make_image(const PlaneRelations& relations, std::int32_t iz, const T* sourc
   const std::int32_t ny = relations.counts[1];
   if (move.yx == 0 && (move.xx == 1 || move.xx == nx - 1)) {
     copy_rows(move, nx, ny, source, plane);
+  } else if (turns_rows_to_columns(move)) {
+    transpose(move, nx, ny, source, plane);
   } else {
     gather_points(move, nx, ny, source, plane);
   }

@@ -83,6 +83,25 @@ void clear_terms(const DiscLayout& disc, double* terms) {
   }
 }
 
+// All rows, some thousands a part.
+Status expand(const Expansion& expansion, double scale, MapRecipe& recipe) {
+  constexpr std::int32_t together = 4096;
+  constexpr double operations_a_mate = 40;
+  const auto mates = static_cast<std::size_t>(expansion.symmetry->nrotations);
+  const std::int32_t threads =
+      threads_worth(operations_a_mate * static_cast<double>(mates) * expansion.list.n);
+  const Tagged<Index3> scratch(mates * static_cast<std::size_t>(threads), "pgm_mate");
+  if (!scratch) return failed;
+  const std::int32_t parts = (expansion.list.n + together - 1) / together;
+  parallel(parts, threads, [&](std::int32_t part, std::int32_t worker) {
+    const std::int32_t first = part * together;
+    const std::int32_t end = std::min(expansion.list.n - first, together) + first;
+    Index3* own = scratch.get() + static_cast<std::size_t>(worker) * mates;
+    expand_to_disc(expansion, {first, end, own}, scale, recipe.disc, recipe.terms);
+  });
+  return ok;
+}
+
 Status transform_columns(MapRecipe& recipe) {
   PlaneWorkers workers;
   const double columns = static_cast<double>(recipe.disc.plane_terms) * recipe.n.nz;
@@ -107,7 +126,7 @@ Status open_recipe(Spectrum& spectrum, const GridCounts& n, double scale, const 
   made->disc.planes = std::max(places, 2 * made->disc.lmax + 1);
   QX_TRY(open_block(made->terms, static_cast<std::size_t>(made->disc.size()), "pgm_terms"));
   clear_terms(made->disc, made->terms);
-  expand_to_disc(spectrum.expansion(), scale, made->disc, made->terms);
+  QX_TRY(expand(spectrum.expansion(), scale, *made));
   spectrum.close_expansion();
   QX_TRY(transform_columns(*made));
   recipe = made;

@@ -74,6 +74,7 @@ Status Spectrum::open(const CoefficientList& list, bool add_opposites, const Gri
   const Tagged<std::int32_t> columns(2 * static_cast<std::size_t>(bounds.k) + 1, "pgm_col");
   if (!columns) return failed;
   extent = measure(expansion_, bounds, columns.get());
+  seen_words_.reset();
   return fold_columns(columns.get(), bounds.k);
 }
 

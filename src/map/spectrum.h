@@ -28,10 +28,7 @@ class Spectrum {
   [[nodiscard]] const std::int32_t* columns() const { return columns_.get(); }
   [[nodiscard]] const Expansion& expansion() const { return expansion_; }
   // Frees what only the expansion needed.
-  void close_expansion() {
-    seen_words_.reset();
-    counts_.reset();
-  }
+  void close_expansion() { counts_.reset(); }
 
   SpectrumExtent extent;
 

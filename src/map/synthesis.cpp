@@ -15,6 +15,11 @@ struct Coefficient {
   double re, im;
 };
 
+// What counts of a row: nothing, the terms of all operators, or those that are not there yet.
+constexpr std::uint8_t no_term = 0, all_terms = 1, some_terms = 2;
+
+RowRange all_rows(const Expansion& e) noexcept { return {0, e.list.n, e.mates}; }
+
 Coefficient row_coefficient(const CoefficientList& list, std::int32_t row) noexcept {
   const double amplitude = list.amplitude[row];
   const double phase = list.phase_deg[row];
@@ -60,23 +65,29 @@ void widen(SpectrumExtent& extent, std::int32_t* columns, std::int32_t kmax, Ind
   if (half.h == 0) columns[kmax - half.k] = std::max(columns[kmax - half.k], 1);
 }
 
+// Whether an operator before `op` gives the same index, or its opposite where that is the same
+// term.
+bool was_given(const Expansion& e, const Index3* mates, std::int32_t op) noexcept {
+  const Index3 index = seen_as(e, mates[op]);
+  return std::any_of(mates, mates + op, [&](Index3 i) { return seen_as(e, i) == index; });
+}
+
 // Calls sink(index, re, im) for one index of each pair of opposites; the sink adds the conjugate at
 // the opposite. The index 0 is its own opposite and carries half a weight therefore, and so does
-// every index when opposites have rows of their own.
+// every index when opposites have rows of their own. No two rows give the same index.
 template <class Sink>
-void expand(const Expansion& e, double scale, Sink&& sink) noexcept {
-  e.seen->clear();
-  for (std::int32_t row = 0; row < e.list.n; ++row) {
-    if (!e.counts[row]) continue;
+void expand(const Expansion& e, const RowRange& rows, double scale, Sink&& sink) noexcept {
+  for (std::int32_t row = rows.first; row < rows.end; ++row) {
+    if (e.counts[row] == no_term) continue;
     const Index3 index = e.list.index(row);
-    const Orbit orbit = e.symmetry->orbit(index, e.mates);
+    const Orbit orbit = e.symmetry->orbit(index, rows.mates);
     const Coefficient f = allowed_coefficient(e, row, orbit);
     const bool whole = e.add_opposites && !(index == Index3{0, 0, 0});
     const double weight = whole ? scale : 0.5 * scale;
     for (std::int32_t op = 0; op < e.symmetry->nrotations; ++op) {
-      if (!e.seen->insert(seen_as(e, e.mates[op]))) continue;
+      if (e.counts[row] == some_terms && was_given(e, rows.mates, op)) continue;
       const Phase p = e.symmetry->phase(e.symmetry->operators[op], index);
-      sink(e.mates[op], weight * (f.re * p.cosine - f.im * p.sine),
+      sink(rows.mates[op], weight * (f.re * p.cosine - f.im * p.sine),
            weight * (f.re * p.sine + f.im * p.cosine));
     }
   }
@@ -120,13 +131,13 @@ class PendingTerms {
 };
 
 template <class Layout>
-void expand_into(const Expansion& expansion, double scale, const Layout& layout,
-                 std::ptrdiff_t imaginary, double* block) noexcept {
+void expand_into(const Expansion& expansion, const RowRange& rows, double scale,
+                 const Layout& layout, std::ptrdiff_t imaginary, double* block) noexcept {
   PendingTerms pending(imaginary);
   const auto place = [&](Index3 i, double re, double im) {
     pending.add(block + layout.at(i.h, i.k, i.l), re, im);
   };
-  expand(expansion, scale, [&](Index3 i, double re, double im) {
+  expand(expansion, rows, scale, [&](Index3 i, double re, double im) {
     if (i.h >= 0) place(i, re, im);
     if (i.h <= 0) place(opposite(i), re, -im);
   });
@@ -158,8 +169,8 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
   for (std::int32_t row = 0; row < e.list.n; ++row) {
     const Index3 index = e.list.index(row);
     const Orbit orbit = e.symmetry->orbit(index, e.mates);
-    e.counts[row] = !orbit.extinct && e.seen->insert(seen_as(e, index)) ? 1 : 0;
-    if (!e.counts[row]) continue;
+    e.counts[row] = no_term;
+    if (orbit.extinct || !e.seen->insert(seen_as(e, index))) continue;
     int distinct = 1;
     widen(extent, columns, bounds.k, index);
     for (std::int32_t op = 1; op < e.symmetry->nrotations; ++op) {
@@ -167,6 +178,7 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
       ++distinct;
       widen(extent, columns, bounds.k, e.mates[op]);
     }
+    e.counts[row] = distinct == e.symmetry->nrotations ? all_terms : some_terms;
     if (!e.add_opposites) continue;
     const bool origin = index == Index3{0, 0, 0};
     extent.power += (origin ? 1.0 : 2.0 * distinct) * allowed_power(e, row, orbit);
@@ -177,12 +189,12 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
 
 void expand_to_half(const Expansion& expansion, double scale, const HalfLayout& half,
                     double* block) noexcept {
-  expand_into(expansion, scale, half, half.terms(), block);
+  expand_into(expansion, all_rows(expansion), scale, half, half.terms(), block);
 }
 
-void expand_to_disc(const Expansion& expansion, double scale, const DiscLayout& disc,
-                    double* block) noexcept {
-  expand_into(expansion, scale, disc, disc.imaginary(), block);
+void expand_to_disc(const Expansion& expansion, const RowRange& rows, double scale,
+                    const DiscLayout& disc, double* block) noexcept {
+  expand_into(expansion, rows, scale, disc, disc.imaginary(), block);
 }
 
 void expand_to_full(const Expansion& expansion, double scale, View3<double> real,
@@ -194,7 +206,7 @@ void expand_to_full(const Expansion& expansion, double scale, View3<double> real
     real(iz, iy, ix) += re;
     imaginary(iz, iy, ix) += im;
   };
-  expand(expansion, scale, [&](Index3 i, double re, double im) {
+  expand(expansion, all_rows(expansion), scale, [&](Index3 i, double re, double im) {
     place(i, re, im);
     place(opposite(i), re, -im);
   });

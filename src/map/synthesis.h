@@ -27,9 +27,15 @@ struct Expansion {
   CoefficientList list;
   const Symmetry* symmetry;
   bool add_opposites;    // each reflection stands for its opposite as well
-  std::uint8_t* counts;  // per row of the list, 1 or 0
+  std::uint8_t* counts;  // per row of the list, as measure() leaves it
   Index3* mates;         // scratch, one per rotation
-  IndexSet* seen;        // over indices with h >= 0 if add_opposites, else over all
+  IndexSet* seen;        // for measure(): over indices with h >= 0 if add_opposites, else over all
+};
+
+// Some rows of the list and scratch of one mate per rotation, for one thread of several.
+struct RowRange {
+  std::int32_t first, end;
+  Index3* mates;
 };
 
 struct SpectrumExtent {
@@ -48,8 +54,9 @@ SpectrumExtent measure(const Expansion& expansion, Index3 bounds, std::int32_t* 
 // Adds `scale` times every term to half a spectrum; call measure() first.
 void expand_to_half(const Expansion& expansion, double scale, const HalfLayout& half,
                     double* block) noexcept;
-void expand_to_disc(const Expansion& expansion, double scale, const DiscLayout& disc,
-                    double* block) noexcept;
+// The same of some rows; no two rows add to one place.
+void expand_to_disc(const Expansion& expansion, const RowRange& rows, double scale,
+                    const DiscLayout& disc, double* block) noexcept;
 
 // The whole spectrum on full arrays, indices wrapped by the extents of the arrays: terms that fall
 // on one point are summed.
