@@ -6,6 +6,8 @@
   and neither allocate nor print;
 - a type's name stands for one type: two of a name outside unnamed namespaces share their functions, sizes
   included, and no compiler says so;
+- what a thread could change for another: no variables but those of SHARED, and parts of work that are run
+  beside others neither report nor ask the engine for anything;
 - files stay short, and tests are a quarter to a third of the whole;
 - the page names every file, every folder and its edges as they are here.
 
@@ -46,6 +48,23 @@ WIRING = {
 }
 # What a kernel does not do: allocate, print, open files. Its other calls are to kernels and the C library.
 IMPURE = re.compile(r'(_Zn[wa]\w*|malloc|calloc|realloc|die|fopen|fwrite|fputs|puts|putchar|v?f?printf|__v?f?printf_chk)$')
+# Variables that all engines of a process share, each safe to be; any other belongs to a thread.
+SHARED = {
+    'core/parallel.cpp': re.compile(r'4pool|prepared'),
+    'core/processor_count.cpp': re.compile(r'known'),
+    'core/memory.cpp': re.compile(r'system_allocator|last_serial'),
+    'core/output_file.cpp': re.compile(r'5names|counter'),
+    'fft/simd.cpp': re.compile(r'forced|widest'),
+    'model/spread_base.cpp': re.compile(r'forced|widest'),
+    # Tables that are made once.
+    'sf/assemble.cpp': re.compile(r'exact'),
+    'stats/intensities.cpp': re.compile(r'rule'),
+}
+VARIABLE = re.compile(r'\s\.(?:t?bss|t?data)(?:\.\S+)?\t\S+\s+(?:\.hidden )?(\S+)$')
+PARALLEL = re.compile(r'\b(?:qx::)?parallel\(')
+# What parts of work must not do.
+NOT_IN_PARTS = re.compile(r'\bQX_TRY\b|\b(?:qx::)?(?:fail|note|say|allocate\w*|open_\w+|require\w*)\(|\bx(?:malloc|free)\b|'
+                          r'\bqx_(?:get|set|new|delete)_\w+\(|\bTagged<[^>]*>\s*[\w(]|\bquorix\b')
 TYPE = re.compile(r'^(?:struct|class|enum class|enum|union)\s+(\w+)\b(?!.*;\s*(//.*)?$)(?!\s*<)')
 INCLUDE = re.compile(r'^\s*#\s*include\s+(["<])([^">]+)[">]')
 PAGE = 'docs/architecture.md'
@@ -159,6 +178,47 @@ def wrong_calls(root, build):
                     yield f'src/{source}: {own} must not call {folder} ({name} of {there})'
 
 
+def shared_variables(root, build):
+    for source, path in objects(root, build):
+        listing = subprocess.run(['objdump', '-t', str(path)], capture_output=True, text=True, check=True).stdout
+        for line in listing.splitlines():
+            match = VARIABLE.search(line)
+            if not match or re.search(r'\.data\.rel\.(ro|local)|\.tbss|\.tdata|\sd\s|[atu]b?san', line, re.I):
+                continue
+            if not (source in SHARED and SHARED[source].search(match.group(1))):
+                yield f'src/{source}: {match.group(1)} is shared by the threads of a process'
+
+
+def argument_text(text, start):
+    """What stands between a parenthesis and its opposite."""
+    depth = 1
+    for at in range(start, len(text)):
+        depth += {'(': 1, ')': -1}.get(text[at], 0)
+        if depth == 0:
+            return text[start:at]
+    return text[start:]
+
+
+def impure_parts(root):
+    for path in sources(root):
+        if path.name.startswith('parallel.'):
+            continue
+        text = re.sub(r'//[^\n]*', '', path.read_text())
+        for call in PARALLEL.finditer(text):
+            work = argument_text(text, call.end())
+            body = work[work.find('['):] if '[' in work else named_work(text, work)
+            wrong = NOT_IN_PARTS.search(body)
+            if wrong:
+                yield f'{path.relative_to(root)}: parts of work must not use "{wrong.group()}"'
+
+
+def named_work(text, arguments):
+    """The body of a callable that was given a name first: const auto add = [&](...) {...};"""
+    name = re.split(r',\s*', arguments)[-1].strip()
+    match = re.search(rf'auto {re.escape(name)} = (\[.*?\n  }});', text, re.S)
+    return match.group(1) if match else 'note( work in parts that is not to be seen'
+
+
 def idle_edges(root, build):
     """Edges that nothing needs any more."""
     used = {(folder_of(root, path), name.split('/')[0])
@@ -223,10 +283,12 @@ def complaints(root, build):
     yield from sizes(root)
     yield from double_types(root)
     yield from wrong_includes(root)
+    yield from impure_parts(root)
     yield from page_faults(root)
     if build:
         yield from wrong_calls(root, build)
         yield from idle_edges(root, build)
+        yield from shared_variables(root, build)
 
 
 def main():

@@ -1,5 +1,6 @@
 #include "core/output_file.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -16,14 +17,14 @@ namespace {
 
 // Read by a handler of signals: names are put here before they exist and taken out after.
 constexpr int most_names = 64;
-const char* volatile names[most_names] = {};
+std::atomic<const char*> names[most_names] = {};
+static_assert(std::atomic<const char*>::is_always_lock_free);
 
 // False if there are too many: such a name outlives a signal.
 void note_name(const char* name) {
   for (auto& place : names) {
-    if (place) continue;
-    place = name;
-    return;
+    const char* empty = nullptr;
+    if (place.compare_exchange_strong(empty, name)) return;
   }
 }
 
@@ -31,12 +32,6 @@ void drop_name(const char* name) {
   for (auto& place : names) {
     if (place == name) place = nullptr;
   }
-}
-
-unsigned new_file_mode() {
-  const mode_t mask = umask(0);
-  umask(mask);
-  return 0666U & ~mask;
 }
 
 // True if the open file has a name, and nobody who clears up has begun with it.
@@ -108,12 +103,11 @@ bool OutputFile::open(const char* path) noexcept {
   target_ = exists ? realpath(path, nullptr) : strdup(path);
   if (!target_) return false;
   beside_ = true;
+  private_ = exists;
   int descriptor = open_unnamed();
   if (descriptor < 0) descriptor = open_named();
   if (descriptor < 0) return false;
-  if (exists || temporary_) {
-    (void)fchmod(descriptor, exists ? state.st_mode & 07777U : new_file_mode());
-  }
+  if (exists) (void)fchmod(descriptor, state.st_mode & 07777U);
   stream_ = fdopen(descriptor, "w+b");
   if (!stream_) (void)close(descriptor);
   return stream_ != nullptr;
@@ -142,7 +136,7 @@ int OutputFile::open_unnamed() noexcept {
 // Takes a free name beside the target, short whatever that is called, for an open file or, without
 // one, for a new file. Gives its descriptor, or -1.
 int OutputFile::take_name(int source) noexcept {
-  static unsigned counter = 0;
+  static std::atomic<unsigned> counter = 0;
   const std::size_t folder = folder_size();
   char existing[path_size];
   path_of(source, existing);
@@ -153,10 +147,11 @@ int OutputFile::take_name(int source) noexcept {
     std::memcpy(temporary_, target_, folder);
     std::snprintf(temporary_ + folder, name_size, "%s%ld-%u", temporary_prefix,
                   static_cast<long>(getpid()), counter++);
-    const int taken = source < 0 ? ::open(temporary_, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600)
-                      : linkat(AT_FDCWD, existing, AT_FDCWD, temporary_, AT_SYMLINK_FOLLOW) == 0
-                          ? source
-                          : -1;
+    const int taken =
+        source < 0
+            ? ::open(temporary_, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, private_ ? 0600 : 0666)
+        : linkat(AT_FDCWD, existing, AT_FDCWD, temporary_, AT_SYMLINK_FOLLOW) == 0 ? source
+                                                                                   : -1;
     if (taken >= 0) {
       note_name(temporary_);
       return taken;
@@ -227,7 +222,8 @@ bool remove_stray(const char* path) noexcept {
 }
 
 void remove_temporaries() noexcept {
-  for (const auto& name : names) {
+  for (const auto& place : names) {
+    const char* name = place;
     if (name) (void)unlink(name);
   }
 }

@@ -52,6 +52,7 @@ class OutputFile {
   char* target_ = nullptr;     // a symbolic link is followed: what it names is replaced
   char* temporary_ = nullptr;  // its name as long as it has one
   bool beside_ = false;        // false when the target is written directly
+  bool private_ = false;       // while it has not the mode of what it replaces
 };
 
 // For a handler of signals: removes every temporary that has a name. Async-signal-safe.

@@ -2,11 +2,11 @@
 // then costs 2 microseconds (threads made for each call: 8 a thread), and a caller never waits for
 // a thread that has taken no part, be the machine as busy as it may; threads made for a call must
 // be joined, and those of OpenMP meet spinning at a barrier, which costs tens of milliseconds where
-// other programs use the processors. The first call that wants them
+// other programs use the processors (bench/threads_bench.cpp). The first call that wants threads
 // starts them.
 #include "core/parallel.h"
 
-#include "core/processors.h"
+#include "core/processor_count.h"
 
 #include <quorix/engine.h>
 
@@ -139,7 +139,9 @@ void close_job(Job& job, std::int32_t seats) {
   pthread_cond_destroy(&job.left);
 }
 
-QX_PER_THREAD std::int32_t threads_set = 0;
+QX_PER_THREAD std::int32_t set_by_caller = 0;
+
+constexpr const char* own_variable = "QUORIX_THREADS";
 
 // The first number of a variable (OMP_NUM_THREADS may hold one for each level); 0: there is none.
 std::int32_t number_in(const char* variable) {
@@ -147,19 +149,26 @@ std::int32_t number_in(const char* variable) {
   if (!text) return 0;
   char* end = nullptr;
   const long number = std::strtol(text, &end, 10);
-  const bool whole = end != text && (*end == '\0' || *end == ',' || *end == ' ');
+  const bool whole = end != text && (*end == '\0' || *end == ',');
   return whole && number > 0 ? static_cast<std::int32_t>(std::min(number, 1024L)) : 0;
 }
 
 }  // namespace
 
 std::int32_t thread_count() noexcept {
-  if (threads_set > 0) return threads_set;
-  for (const char* variable : {"QUORIX_THREADS", "OMP_NUM_THREADS"}) {
+  if (set_by_caller > 0) return set_by_caller;
+  for (const char* variable : {own_variable, "OMP_NUM_THREADS"}) {
     const std::int32_t number = number_in(variable);
     if (number > 0) return number;
   }
   return usable_processors();
+}
+
+std::int32_t threads_set() noexcept { return set_by_caller; }
+
+const char* unusable_threads_variable() noexcept {
+  const char* text = std::getenv(own_variable);
+  return text && *text && number_in(own_variable) == 0 ? text : nullptr;
 }
 
 std::int32_t threads_worth(double operations) noexcept {
@@ -184,6 +193,6 @@ void run_parts(std::int32_t parts, std::int32_t threads, Task task, void* contex
 
 }  // namespace qx
 
-void qx_set_threads(std::int32_t threads) { qx::threads_set = threads < 0 ? 0 : threads; }
+void qx_set_threads(std::int32_t threads) { qx::set_by_caller = std::max(threads, 0); }
 
 std::int32_t qx_get_threads() { return qx::thread_count(); }

@@ -10,6 +10,10 @@ namespace qx {
 // How many threads heavy work of this engine may use: what qx_set_threads said, else
 // QUORIX_THREADS, else OMP_NUM_THREADS, else the processors this process may use. At least 1.
 std::int32_t thread_count() noexcept;
+// What qx_set_threads said; 0: nothing.
+std::int32_t threads_set() noexcept;
+// What QUORIX_THREADS holds if that is no number of threads, and is passed over; else null.
+const char* unusable_threads_variable() noexcept;
 // As many of them as work of so many elementary operations (a product and a sum) is worth.
 std::int32_t threads_worth(double operations) noexcept;
 

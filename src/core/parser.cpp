@@ -92,7 +92,7 @@ Status assemble_command(qxparser* parser) {
 
 namespace {
 
-std::int32_t command_line = -1;
+QX_PER_THREAD std::int32_t command_line = -1;
 
 }  // namespace
 

@@ -9,7 +9,8 @@ constexpr std::int32_t multiplier = 48271;
 constexpr std::int32_t quotient = 44488;   // modulus / multiplier
 constexpr std::int32_t remainder_ = 3399;  // modulus % multiplier
 
-std::int32_t state = 0;
+// Of each engine: numbers are the same whatever others draw.
+QX_PER_THREAD std::int32_t state = 0;
 
 // The generator stays at 0 for ever once it is there.
 std::int32_t loadable(std::int32_t seed) {

@@ -9,8 +9,8 @@
 
 namespace {
 
-qx_output_sink sink = nullptr;
-void* sink_context = nullptr;
+QX_PER_THREAD qx_output_sink sink = nullptr;
+QX_PER_THREAD void* sink_context = nullptr;
 
 // Texts that the usual room does not hold get room of their own; where there is none they are cut,
 // which is better than not said.

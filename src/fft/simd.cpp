@@ -2,10 +2,12 @@
 
 #include "core/processor.h"
 
+#include <atomic>
+
 namespace qx {
 namespace {
 
-const FftKernels* forced = nullptr;
+std::atomic<const FftKernels*> forced = nullptr;
 
 }  // namespace
 
@@ -22,7 +24,8 @@ const FftKernels& fft_kernels() noexcept {
     const FftKernels* tables[3];
     return tables[list_fft_kernels(tables) - 1];
   }();
-  return forced ? *forced : *widest;
+  const FftKernels* chosen = forced.load(std::memory_order_relaxed);
+  return chosen ? *chosen : *widest;
 }
 
 void force_fft_kernels(const FftKernels* table) noexcept { forced = table; }

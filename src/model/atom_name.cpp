@@ -5,8 +5,8 @@
 namespace {
 
 // The caller's, not the root's: it outlives an engine that has died of what it is to name.
-qx_atom_namer namer = nullptr;
-void* namer_context = nullptr;
+QX_PER_THREAD qx_atom_namer namer = nullptr;
+QX_PER_THREAD void* namer_context = nullptr;
 
 }  // namespace
 

@@ -1,4 +1,4 @@
-// Kernels for four lanes and fused multiply-add.
+// K. Kernels for four lanes and fused multiply-add.
 #if defined(__AVX2__) && defined(__FMA__)
 #define QX_SPREAD_ISA spread_avx2
 #define QX_SPREAD_LANES 4

@@ -1,4 +1,4 @@
-// Kernels for eight lanes and 32 registers.
+// K. Kernels for eight lanes and 32 registers.
 #if defined(__AVX512F__) && defined(__AVX512VL__) && defined(__AVX512DQ__)
 #define QX_SPREAD_ISA spread_avx512
 #define QX_SPREAD_LANES 8

@@ -1,15 +1,17 @@
-// Kernels for the instructions that every processor of the target has, and the choice among all.
+// K. Kernels for the instructions that every processor of the target has, and the choice among all.
 #define QX_SPREAD_ISA spread_base
 #define QX_SPREAD_LANES 2
 #define QX_SPREAD_NAME "base"
 #include "core/processor.h"
 #include "model/spread_impl.h"
 
+#include <atomic>
+
 namespace qx {
 
 namespace {
 
-const SpreadKernels* forced = nullptr;
+std::atomic<const SpreadKernels*> forced = nullptr;
 
 }  // namespace
 
@@ -28,7 +30,8 @@ const SpreadKernels& spread_kernels() noexcept {
     const SpreadKernels* tables[3];
     return tables[list_spread_kernels(tables) - 1];
   }();
-  return forced ? *forced : *widest;
+  const SpreadKernels* chosen = forced.load(std::memory_order_relaxed);
+  return chosen ? *chosen : *widest;
 }
 
 void force_spread_kernels(const SpreadKernels* table) noexcept { forced = table; }

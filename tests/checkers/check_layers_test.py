@@ -14,6 +14,7 @@ TREE = {
                        'extern "C" int qx_draw();\nint qx_draw() { return 1; }\n',
     'src/stats/sum.h': '// K. Sums.\n',
     'src/stats/sum.cpp': '#include "stats/sum.h"\nextern "C" int sum(int i);\nint sum(int i) { return i; }\n',
+    'src/map/own.cpp': 'thread_local int count = 0;\nint next() { return ++count; }\n',
     'include/quorix/api.h': '',
 }
 PLANTED = [
@@ -23,6 +24,11 @@ PLANTED = [
     ('src/stats/sum.cpp', '#include "stats/sum.h"\nextern "C" void spoken();\nvoid sum() { spoken(); }\n',
      'a kernel calls spoken of core/say.cpp'),
     ('src/stats/sum.cpp', '#include "stats/sum.h"\nint* sum(int n) { return new int[n]; }\n', 'a kernel calls _Zna'),
+    ('src/map/top.cpp', 'int counter = 0;\n', 'counter is shared by the threads'),
+    ('src/map/top.cpp', 'int table() {\n  static int rows[8];\n  return ++rows[1];\n}\n', 'rows is shared by the threads'),
+    ('src/map/top.cpp', '#if 0\nparallel(n, 2, [&](int i, int) { QX_TRY(draw(i)); });\n#endif\n', 'must not use "QX_TRY"'),
+    ('src/map/top.cpp', '#if 0\n  const auto draw = [&](int i, int) {\n    say("%d", i);\n  };\n'
+                        '  parallel(n, 2, draw);\n#endif\n', 'must not use "say("'),
     ('src/map/sums.h', '// K. Sums.\n#include "core/say.h"\n', 'a kernel header includes "core/say.h"'),
     ('src/map/unnamed.cpp', '', 'does not name it'),
     ('include/quorix/api.h', '#include "core/say.h"\n', 'public headers include no private one'),

@@ -1,6 +1,6 @@
 #include "core/parallel.h"
 
-#include "core/processors.h"
+#include "core/processor_count.h"
 
 #include <quorix/engine.h>
 
@@ -148,7 +148,7 @@ TEST_F(Quota, isTheTightestOfAllGroupsAbove) {
   EXPECT_EQ(read(), 0);
   write("cpu.max", "800000 100000\n");
   EXPECT_EQ(read(), 8);
-  write("user/cpu.max", "150000 100000\n");
+  write("user/cpu.max", "250000 100000\n");
   EXPECT_EQ(read(), 2);
   write("user/job/cpu.max", "50000 100000\n");
   EXPECT_EQ(read(), 1);

@@ -1,4 +1,5 @@
 // quorix batch: maps of many data sets, a process for each.
+#include "core/processor_count.h"
 #include "driver/commands/batch/grid.h"
 #include "driver/commands/batch/inputs.h"
 #include "driver/commands/batch/lock.h"
@@ -158,7 +159,7 @@ class Batch {
     }
     prepare();
     const std::size_t places =
-        static_cast<std::size_t>(options_.jobs > 0 ? options_.jobs : available_processors());
+        static_cast<std::size_t>(options_.jobs > 0 ? options_.jobs : usable_processors());
     Pool pool(places, options_.timeout);
     if (grids_) look_up_grids(pool, lock);
     if (!pool.stopped()) make_maps(pool);

@@ -1,5 +1,6 @@
 #include "driver/commands/batch/pool.h"
 
+#include "core/parallel.h"
 #include "driver/commands/commands.h"
 #include "driver/commands/sections.h"
 
@@ -9,8 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
-#include <sched.h>
 #include <spawn.h>
 #include <sstream>
 #include <sys/prctl.h>
@@ -114,6 +113,8 @@ Pool::Pool(std::size_t places, double timeout) : places_(places), timeout_(timeo
   }
   sigprocmask(SIG_BLOCK, &wanted_, &before_);
   setenv(parent_variable, std::to_string(getpid()).c_str(), 1);
+  // Children share the processors already.
+  setenv("QUORIX_THREADS", std::to_string(std::max(1, threads_set())).c_str(), 1);
 }
 
 Pool::~Pool() {
@@ -233,40 +234,6 @@ void end_with_the_batch() {
   unsetenv(parent_variable);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(1);  // it went before the line above
-}
-
-namespace {
-
-// Processors that a control group leaves to its members; a large number without a limit.
-double processors_of_group(const std::string& folder) {
-  std::ifstream file(folder + "/cpu.max");
-  std::string quota;
-  double period = 0.0;
-  if (!(file >> quota >> period) || quota == "max" || period <= 0.0) return 1e9;
-  return std::atof(quota.c_str()) / period;
-}
-
-}  // namespace
-
-int available_processors() {
-  cpu_set_t set;
-  CPU_ZERO(&set);
-  double processors = sched_getaffinity(0, sizeof set, &set) == 0
-                          ? CPU_COUNT(&set)
-                          : static_cast<double>(sysconf(_SC_NPROCESSORS_ONLN));
-  std::ifstream groups("/proc/self/cgroup");
-  std::string line;
-  while (std::getline(groups, line)) {
-    if (!line.starts_with("0::")) continue;
-    std::string folder = line.substr(3);
-    while (folder.ends_with('/')) folder.pop_back();
-    for (;;) {
-      processors = std::min(processors, processors_of_group("/sys/fs/cgroup" + folder));
-      if (folder.empty()) break;
-      folder.resize(folder.rfind('/') == std::string::npos ? 0 : folder.rfind('/'));
-    }
-  }
-  return std::max(1, static_cast<int>(std::floor(processors)));
 }
 
 }  // namespace qx

@@ -71,7 +71,4 @@ class Pool {
   std::vector<Said> spare_;  // files to be used again
 };
 
-// Processors that this process may use: of its affinity and of its control group.
-int available_processors();
-
 }  // namespace qx

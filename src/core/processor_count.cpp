@@ -1,8 +1,7 @@
-#include "core/processors.h"
+#include "core/processor_count.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,7 +22,7 @@ std::int32_t processors_of_affinity() {
 
 std::int32_t whole(double quota, double period) {
   if (!(quota > 0.0) || !(period > 0.0)) return 0;
-  return static_cast<std::int32_t>(std::ceil(std::min(quota / period, 65536.0)));
+  return std::max(1, static_cast<std::int32_t>(std::min(quota / period, 65536.0)));
 }
 
 bool read_line(const char* folder, const char* name, char (&line)[128]) {
