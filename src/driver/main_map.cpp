@@ -62,6 +62,7 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   qx::set_up_process();
+  qx::check_environment("quorix-map");
   const int status = run(argc, argv);
   if (qx::finish_output() || status != 0) return status;
   std::fprintf(stderr, "quorix-map: cannot write to standard output: %s\n", std::strerror(errno));

@@ -55,6 +55,7 @@ int main(int argc, char** argv) {
   qx::set_up_process();
   join_streams();
   qx::end_with_the_batch();
+  qx::check_environment("quorix");
   prctl(PR_SET_NAME, "quorix");  // a batch starts it under a name that says nothing
   const int status = run_and_tell(argc, argv);
   if (qx::finish_output() || status != 0) return status;

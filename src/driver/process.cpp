@@ -1,6 +1,7 @@
 #include "driver/process.h"
 
 #include "core/output_file.h"
+#include "core/parallel.h"
 #include "driver/shown_text.h"
 
 #include <cerrno>
@@ -76,6 +77,14 @@ void set_up_process() {
   clear_up_on_signals();
   std::FILE* shown = open_shown(output, isatty(STDOUT_FILENO) ? _IOLBF : _IOFBF);
   if (shown) stdout = shown;
+}
+
+void check_environment(const char* program) {
+  const char* text = unusable_threads_variable();
+  if (!text) return;
+  std::fprintf(shown_errors(),
+               "%s: QUORIX_THREADS is no number of threads and is passed over: %s\n", program,
+               text);
 }
 
 std::FILE* shown_errors() {

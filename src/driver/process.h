@@ -12,6 +12,9 @@ namespace qx {
 // stream from here on.
 void set_up_process();
 
+// Tells the user that QUORIX_THREADS is passed over, if it holds no number of threads.
+void check_environment(const char* program);
+
 // Standard error, with control bytes shown, for what is said of files; what draws on a terminal
 // keeps to `stderr`.
 std::FILE* shown_errors();

@@ -1,6 +1,7 @@
 #include "driver/commands/app.h"
 
 #include "driver/commands/commands.h"
+#include "driver/commands/common_options.h"
 #include "driver/commands/option_facts.h"
 
 #include <quorix/version.h>
@@ -22,6 +23,9 @@ Exit status:
 Environment:
   ZENVI_DATA  data directory, which holds xray/spgbase.dat and the form factors. An installed
               program finds it beside itself when the variable is not set.
+  QUORIX_THREADS
+              how many threads heavy work may use, unless --threads says; next OMP_NUM_THREADS is
+              asked, then how many processors the process may use. Results do not depend on it.
 )";
 
 // What is wrong, how the command is used, and where all the rest is told; everything to a user who
@@ -60,6 +64,7 @@ void build_app(CLI::App& app, int& status) {
   add_report(app, status);
   add_batch(app, status);
   for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    add_threads(*command);
     command->set_version_flag("--version", "quorix " QUORIX_VERSION, "Print the version and exit");
   }
   app.footer(closing);  // last: subcommands inherit what stands when they are added

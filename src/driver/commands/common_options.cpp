@@ -2,7 +2,10 @@
 
 #include "driver/commands/option_facts.h"
 
+#include <quorix/engine.h>
+
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <sstream>
 
 namespace qx {
@@ -78,6 +81,18 @@ CLI::Option& add_word(CLI::App& command, const char* name, std::string& word, co
               ->check(CLI::IsMember(list))
               ->check(proposes(words))
               ->capture_default_str();
+}
+
+void add_threads(CLI::App& command) {
+  command
+      .add_option_function<std::int32_t>(
+          "--threads", qx_set_threads,
+          command.get_name() == "batch"
+              ? "Threads of each data set (default: 1)"
+              : "Threads for heavy work, which do not change the result (default: what "
+                "QUORIX_THREADS or OMP_NUM_THREADS says, else the processors available)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1024));
 }
 
 void add_force(CLI::App& command, bool& force) {

@@ -29,6 +29,8 @@ void add_cell(CLI::App& command, std::vector<double>& cell, const std::string& w
 CLI::Option& add_word(CLI::App& command, const char* name, std::string& word, const char* words,
                       const char* help);
 
+// Takes effect at once, before the command runs.
+void add_threads(CLI::App& command);
 void add_force(CLI::App& command, bool& force);
 void add_telling(CLI::App& command, bool& json, bool& quiet, bool& verbose);
 
