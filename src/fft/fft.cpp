@@ -197,10 +197,12 @@ std::ptrdiff_t real_rows_size(std::int32_t n) noexcept {
   return 4 * std::ptrdiff_t{(n / 2 + 7) / 8 * 8};
 }
 
-Status FftScratchBlock::open(std::initializer_list<std::int32_t> lengths) {
+Status FftScratchBlock::open(std::initializer_list<std::int32_t> lengths, std::int32_t workers) {
+  constexpr std::ptrdiff_t line = 8;
   size_ = 0;
   for (const std::int32_t n : lengths) size_ = std::max(size_, fft_scratch_size(n));
-  block_ = Tagged<double>(static_cast<std::size_t>(size_), "gp_w");
+  if (workers > 1) size_ = (size_ + line - 1) / line * line;
+  block_ = Tagged<double>(static_cast<std::size_t>(size_ * workers), "gp_w");
   return block_ ? ok : failed;
 }
 

@@ -44,11 +44,13 @@ FftScratch engine_scratch(const qxfft& fft) noexcept;
 // Doubles that a real plan takes of it beside the kernels.
 std::ptrdiff_t real_rows_size(std::int32_t n) noexcept;
 
-// Scratch of its own for a transform that may run beside others.
+// Scratch of its own for a transform that may run beside others, one for each of its workers.
 class FftScratchBlock {
  public:
-  Status open(std::initializer_list<std::int32_t> lengths);
-  [[nodiscard]] FftScratch get() const { return {block_.get(), size_}; }
+  Status open(std::initializer_list<std::int32_t> lengths, std::int32_t workers = 1);
+  [[nodiscard]] FftScratch get(std::int32_t worker = 0) const {
+    return {block_.get() + worker * size_, size_};
+  }
 
  private:
   Tagged<double> block_;

@@ -45,14 +45,30 @@ double isotropic_b(const AtomSources& sources, std::int32_t atom) {
   return eight_pi_squared * std::max(std::fabs(values[0]), std::fabs(values[2]));
 }
 
+bool iso_gaussians(const AtomSources& sources, std::int32_t atom, double b, double occupancy,
+                   Gaussians& out) noexcept {
+  const std::int32_t entry = sources.pickup->index[atom];
+  return atom_gaussians(sources.pickup->ngauss[atom], sources.base->a[entry],
+                        sources.base->b[entry], b + sources.atomb->b0, occupancy, out);
+}
+
+bool aniso_gaussians(const AtomSources& sources, std::int32_t atom, const double (&u)[6],
+                     double occupancy, AnisoGaussians& out) noexcept {
+  const std::int32_t entry = sources.pickup->index[atom];
+  out.n = sources.pickup->ngauss[atom];
+  for (std::int32_t i = 0; i < out.n; ++i) {
+    if (qx_calc_aniso_unk(u, occupancy * sources.base->a[entry][i],
+                          sources.base->b[entry][i] + sources.atomb->b0, &out.amplitude[i],
+                          out.precision[i]) != 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
 Status iso_terms(const char* heading, const AtomSources& sources, std::int32_t atom, double b,
                  double occupancy, Gaussians& out) {
-  const std::int32_t entry = sources.pickup->index[atom];
-  const double total = b + sources.atomb->b0;
-  if (atom_gaussians(sources.pickup->ngauss[atom], sources.base->a[entry], sources.base->b[entry],
-                     total, occupancy, out)) {
-    return ok;
-  }
+  if (iso_gaussians(sources, atom, b, occupancy, out)) return ok;
   return fail(heading, "The B factor %f of atom %s (%s) leaves no finite density with B0 = %f ", b,
               name_of_atom(sources.system->to_full[atom], atom + 1).text,
               sources.system->info.type[atom], sources.atomb->b0);
@@ -60,20 +76,12 @@ Status iso_terms(const char* heading, const AtomSources& sources, std::int32_t a
 
 Status aniso_terms(const char* heading, const AtomSources& sources, std::int32_t atom,
                    const double (&u)[6], double occupancy, AnisoGaussians& out) {
-  const std::int32_t entry = sources.pickup->index[atom];
-  out.n = sources.pickup->ngauss[atom];
-  for (std::int32_t i = 0; i < out.n; ++i) {
-    if (qx_calc_aniso_unk(u, occupancy * sources.base->a[entry][i],
-                          sources.base->b[entry][i] + sources.atomb->b0, &out.amplitude[i],
-                          out.precision[i]) != 0) {
-      return fail(heading,
-                  "The anisotropic tensor of atom %s (%s) is not positive definite: "
-                  "%f %f %f %f %f %f ",
-                  name_of_atom(sources.system->to_full[atom], atom + 1).text,
-                  sources.system->info.type[atom], u[0], u[1], u[2], u[3], u[4], u[5]);
-    }
-  }
-  return ok;
+  if (aniso_gaussians(sources, atom, u, occupancy, out)) return ok;
+  return fail(heading,
+              "The anisotropic tensor of atom %s (%s) is not positive definite: "
+              "%f %f %f %f %f %f ",
+              name_of_atom(sources.system->to_full[atom], atom + 1).text,
+              sources.system->info.type[atom], u[0], u[1], u[2], u[3], u[4], u[5]);
 }
 
 }  // namespace qx

@@ -32,6 +32,13 @@ inline const double (&tensor_of(const AtomSources& sources, std::int32_t atom))[
 // eigenvalue of its U.
 double isotropic_b(const AtomSources& sources, std::int32_t atom);
 
+// rho(r) about the atom, or that of an anisotropic one, for work in parts; false where the routines
+// below report.
+bool iso_gaussians(const AtomSources& sources, std::int32_t atom, double b, double occupancy,
+                   Gaussians& out) noexcept;
+bool aniso_gaussians(const AtomSources& sources, std::int32_t atom, const double (&u)[6],
+                     double occupancy, AnisoGaussians& out) noexcept;
+
 // rho(r) about the atom, its B replaced by `b`; a density that is not finite is reported.
 Status iso_terms(const char* heading, const AtomSources& sources, std::int32_t atom, double b,
                  double occupancy, Gaussians& out);

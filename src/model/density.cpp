@@ -4,6 +4,7 @@
 #include "grid/grid.h"
 #include "model/density_boxes.h"
 #include "model/density_job.h"
+#include "model/density_slabs.h"
 
 #include <quorix/engine.h>
 #include <quorix/grid.h>
@@ -70,6 +71,8 @@ Status sort_atoms(const DensityJob& job, const AtomChoice& choice, PlacedAtoms& 
 
 // Every atom onto the cleared box.
 Status fill(const DensityJob& job, const PlacedAtoms& placed) {
+  const std::int32_t threads = threads_for_atoms(job, placed.n);
+  if (threads > 1) return fill_slabs(job, placed, threads);
   const auto points = static_cast<std::size_t>(job.grid.nx) *
                       static_cast<std::size_t>(job.grid.ny) *
                       static_cast<std::size_t>(job.grid.nplanes);

@@ -4,6 +4,7 @@
 #include "core/tagged.h"
 
 #include <quorix/density.h>
+#include <quorix/target.h>
 
 namespace qx {
 
@@ -32,5 +33,8 @@ struct AtomChoice {
 Status place_atoms(double*** density, const AtomChoice& choice, PlacedAtoms& placed);
 // The density of these atoms in the box `shift` in place of what it held.
 Status fill_box(const PlacedAtoms& placed, std::int32_t shift, double*** density);
+// How a map of the whole cell changes by the parameters of the atoms [first, last): out[first] on.
+Status density_gradients(double*** map, std::int32_t first, std::int32_t last,
+                         qx_atom_gradient* out);
 
 }  // namespace qx

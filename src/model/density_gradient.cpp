@@ -1,7 +1,9 @@
 // Derivatives of a map's overlap with an atom by the atom's parameters.
+#include "core/parallel.h"
 #include "core/report.h"
 #include "crystal/cell.h"
 #include "model/density_job.h"
+#include "model/density_slabs.h"
 #include "model/gradient.h"
 
 #include <quorix/density.h>
@@ -12,6 +14,9 @@ using qx::ok;
 using qx::Status;
 
 namespace {
+
+constexpr const char* iso_heading = "qx_calc_geden_atom_iso():";
+constexpr const char* aniso_heading = "qx_calc_geden_atom_aniso():";
 
 // Sums of the i-th Gaussian to derivatives: with S1, Sx.. the moments, drho/dx_centre = rho P r and
 // drho/dM = rho (P r r^T P - P) / 2; off-diagonal elements of U count twice.
@@ -46,17 +51,13 @@ void turn_gradient(const qxcell* cell, double gradient[10]) {
   std::copy_n(out, 9, gradient);
 }
 
-Status gradient_of(const char* heading, qx::Box box, std::int32_t atom, std::int32_t shift,
-                   double*** map, double gradient[10]) {
-  qx::DensityJob job;
-  QX_TRY(qx::prepare_job(job, heading, box, shift, map));
-  QX_TRY(qx::check_kind(job, atom, true));
+bool aniso_gradient(const qx::DensityJob& job, std::int32_t atom, double (&gradient)[10]) noexcept {
   double centre[3];
-  QX_TRY(qx::position(job, atom, centre));
+  qx::place_atom(job, atom, centre);
   double u[6];
   qx::standard_tensor(job, atom, u);
   qx::AnisoGaussians terms;
-  QX_TRY(qx::aniso_terms(heading, job.atoms, atom, u, 1.0, terms));
+  if (!qx::aniso_gaussians(job.atoms, atom, u, 1.0, terms)) return false;
   const double radius = job.cut->radius[atom];
   double moments[qx::most_gaussians][10] = {};
   qx::for_each_copy(job, centre, radius, [&](const double(&copy)[3]) {
@@ -67,20 +68,15 @@ Status gradient_of(const char* heading, qx::Box box, std::int32_t atom, std::int
   const double occupancy = job.atoms.atomocc->occupancy[atom];
   for (int i = 0; i < 9; ++i) gradient[i] *= occupancy;
   turn_gradient(job.cell, gradient);
-  return ok;
+  return true;
 }
 
-}  // namespace
-
-Status qx_calc_geden_atom_iso(std::int32_t atom, double*** map, double gradient[5]) {
-  qx::DensityJob job;
-  QX_TRY(qx::prepare_job(job, "qx_calc_geden_atom_iso():", qx::Box::full, 0, map));
-  QX_TRY(qx::check_kind(job, atom, false));
+bool iso_gradient(const qx::DensityJob& job, std::int32_t atom, double (&gradient)[5]) noexcept {
   double centre[3];
-  QX_TRY(qx::position(job, atom, centre));
+  qx::place_atom(job, atom, centre);
   qx::Gaussians terms;
-  QX_TRY(qx::iso_terms(job.heading, job.atoms, atom,
-                       job.atoms.atomb->b_iso[job.atoms.atomb->index[atom]], 1.0, terms));
+  const double b = job.atoms.atomb->b_iso[job.atoms.atomb->index[atom]];
+  if (!qx::iso_gaussians(job.atoms, atom, b, 1.0, terms)) return false;
   const double radius = job.cut->radius[atom];
   double moments[qx::most_gaussians][5] = {};
   qx::for_each_copy(job, centre, radius, [&](const double(&copy)[3]) {
@@ -96,14 +92,91 @@ Status qx_calc_geden_atom_iso(std::int32_t atom, double*** map, double gradient[
   }
   gradient[3] = occupancy * values[3];
   gradient[4] = values[4];
+  return true;
+}
+
+// One atom's: `gradient` is an array of the size that the kind has.
+template <std::size_t size>
+Status gradient_of(const char* heading, qx::Box box, std::int32_t atom, std::int32_t shift,
+                   double*** map, double* out) {
+  constexpr bool aniso = size == 10;
+  qx::DensityJob job;
+  QX_TRY(qx::prepare_job(job, heading, box, shift, map));
+  QX_TRY(qx::check_kind(job, atom, aniso));
+  double centre[3];
+  QX_TRY(qx::position(job, atom, centre));
+  double gradient[size];
+  const bool made = [&] {
+    if constexpr (aniso) {
+      return aniso_gradient(job, atom, gradient);
+    } else {
+      return iso_gradient(job, atom, gradient);
+    }
+  }();
+  if (!made) return qx::check_terms(job, atom);
+  std::copy_n(gradient, size, out);
   return ok;
 }
 
+}  // namespace
+
+Status qx_calc_geden_atom_iso(std::int32_t atom, double*** map, double gradient[5]) {
+  return gradient_of<5>(iso_heading, qx::Box::full, atom, 0, map, gradient);
+}
+
 Status qx_calc_geden_atom_aniso(std::int32_t atom, double*** map, double gradient[10]) {
-  return gradient_of("qx_calc_geden_atom_aniso():", qx::Box::full, atom, 0, map, gradient);
+  return gradient_of<10>(aniso_heading, qx::Box::full, atom, 0, map, gradient);
 }
 
 Status qx_calc_subg_geden_atom_aniso(std::int32_t atom, std::int32_t shift, double*** map,
                                      double gradient[10]) {
-  return gradient_of("qx_calc_subg_geden_atom_aniso():", qx::Box::sub, atom, shift, map, gradient);
+  return gradient_of<10>("qx_calc_subg_geden_atom_aniso():", qx::Box::sub, atom, shift, map,
+                         gradient);
+}
+
+namespace {
+
+void fill_gradient(const qx::DensityJob& job, std::int32_t atom, qx_atom_gradient& g) noexcept {
+  g = {};
+  if (!qx::is_aniso(job.atoms, atom)) {
+    double values[5] = {};
+    (void)iso_gradient(job, atom, values);
+    std::copy_n(values, 3, g.xyz);
+    g.b = values[3];
+    g.occupancy = values[4];
+    return;
+  }
+  double values[10] = {};
+  (void)aniso_gradient(job, atom, values);
+  std::copy_n(values, 3, g.xyz);
+  std::copy_n(values + 3, 6, g.u);
+  g.occupancy = values[9];
+}
+
+Status check_atoms(qx::DensityJob& job, std::int32_t first, std::int32_t last) {
+  for (std::int32_t i = first; i < last; ++i) {
+    job.heading = qx::is_aniso(job.atoms, i) ? aniso_heading : iso_heading;
+    double centre[3];
+    QX_TRY(qx::position(job, i, centre));
+    QX_TRY(qx::check_terms(job, i));
+  }
+  return ok;
+}
+
+}  // namespace
+
+Status qx::density_gradients(double*** map, std::int32_t first, std::int32_t last,
+                             qx_atom_gradient* out) {
+  if (last <= first) return ok;
+  DensityJob job;
+  QX_TRY(prepare_job(job, iso_heading, Box::full, 0, map));
+  QX_TRY(check_atoms(job, first, last));
+  constexpr std::int32_t size = 16;  // atoms of a part
+  const std::int32_t parts = (last - first + size - 1) / size;
+  parallel(parts, threads_for_atoms(job, last - first), [&](std::int32_t part, std::int32_t) {
+    const std::int32_t begin = first + part * size;
+    const std::int32_t end = std::min(begin + size, last);
+    for (std::int32_t i = begin; i < end; ++i) fill_gradient(job, i, out[i]);
+  });
+  return ok;
 }

@@ -81,7 +81,7 @@ Status prepare_job(DensityJob& job, const char* heading, Box box, std::int32_t s
   return lay_out(job, box, shift, density);
 }
 
-Status position(const DensityJob& job, std::int32_t atom, double (&out)[3]) {
+void place_atom(const DensityJob& job, std::int32_t atom, double (&out)[3]) noexcept {
   const double(&m)[16] = job.cell->orth2frac;
   const double x = job.atoms.system->x[atom];
   const double y = job.atoms.system->y[atom];
@@ -89,15 +89,22 @@ Status position(const DensityJob& job, std::int32_t atom, double (&out)[3]) {
   for (int i = 0; i < 3; ++i) {
     const double f = m[4 * i] * x + m[4 * i + 1] * y + m[4 * i + 2] * z + m[4 * i + 3];
     out[i] = f - std::floor(f);
-    if (!std::isfinite(f)) {
-      return fail(job.heading, "The coordinates of atom %s are not numbers: %f %f %f ",
-                  name_of_atom(job.atoms.system->to_full[atom], atom + 1).text, x, y, z);
-    }
+  }
+}
+
+Status position(const DensityJob& job, std::int32_t atom, double (&out)[3]) {
+  place_atom(job, atom, out);
+  for (const double f : out) {
+    if (std::isfinite(f)) continue;
+    const molsys& system = *job.atoms.system;
+    return fail(job.heading, "The coordinates of atom %s are not numbers: %f %f %f ",
+                name_of_atom(system.to_full[atom], atom + 1).text, system.x[atom], system.y[atom],
+                system.z[atom]);
   }
   return ok;
 }
 
-Copies copies_of(const DensityJob& job, const double (&centre)[3], double radius) {
+Copies copies_of(const DensityJob& job, const double (&centre)[3], double radius) noexcept {
   const double margin[3] = {radius * job.reciprocal->a, radius * job.reciprocal->b,
                             radius * job.reciprocal->c};
   Copies n;
@@ -108,7 +115,7 @@ Copies copies_of(const DensityJob& job, const double (&centre)[3], double radius
   return n;
 }
 
-void standard_tensor(const DensityJob& job, std::int32_t atom, double (&out)[6]) {
+void standard_tensor(const DensityJob& job, std::int32_t atom, double (&out)[6]) noexcept {
   const auto& u = tensor_of(job.atoms, atom);
   for (int i = 0; i < 6; ++i) {
     out[i] = 0.0;
@@ -132,43 +139,75 @@ Status open_scratch(const DensityJob& job, Tagged<double>& scratch) {
 
 namespace {
 
-Status add_iso(const DensityJob& job, std::int32_t atom, const double (&centre)[3],
-               double* scratch) {
-  Gaussians terms;
-  QX_TRY(iso_terms(job.heading, job.atoms, atom,
-                   job.atoms.atomb->b_iso[job.atoms.atomb->index[atom]],
-                   job.sign * job.atoms.atomocc->occupancy[atom], terms));
-  const double radius = job.cut->radius[atom];
-  for_each_copy(job, centre, radius, [&](const double(&copy)[3]) {
-    spread_iso(job.grid, terms, copy, radius, scratch);
-  });
-  return ok;
-}
+// What an atom scatters, in the way that it is held; false: no finite density.
+struct AtomTerms {
+  bool aniso;
+  Gaussians round;
+  AnisoGaussians shaped;
 
-Status add_aniso(const DensityJob& job, std::int32_t atom, const double (&centre)[3],
-                 double* scratch) {
-  double u[6];
-  standard_tensor(job, atom, u);
-  AnisoGaussians terms;
-  QX_TRY(aniso_terms(job.heading, job.atoms, atom, u, job.sign * job.atoms.atomocc->occupancy[atom],
-                     terms));
-  const double radius = job.cut->radius[atom];
-  for_each_copy(job, centre, radius, [&](const double(&copy)[3]) {
-    spread_aniso(job.grid, terms, copy, radius, scratch);
-  });
-  return ok;
+  bool make(const DensityJob& job, std::int32_t atom) noexcept {
+    const double occupancy = job.sign * job.atoms.atomocc->occupancy[atom];
+    aniso = is_aniso(job.atoms, atom);
+    if (!aniso) {
+      const double b = job.atoms.atomb->b_iso[job.atoms.atomb->index[atom]];
+      return iso_gaussians(job.atoms, atom, b, occupancy, round);
+    }
+    double u[6];
+    standard_tensor(job, atom, u);
+    return aniso_gaussians(job.atoms, atom, u, occupancy, shaped);
+  }
+
+  void spread(const DensityJob& job, const SpreadGrid& grid, const double (&centre)[3],
+              double radius, double* scratch) const noexcept {
+    for_each_copy(job, centre, radius, [&](const double(&copy)[3]) {
+      if (aniso) {
+        spread_aniso(grid, shaped, copy, radius, scratch);
+      } else {
+        spread_iso(grid, round, copy, radius, scratch);
+      }
+    });
+  }
+};
+
+Status check_occupancy(const DensityJob& job, std::int32_t atom) {
+  if (std::isfinite(job.atoms.atomocc->occupancy[atom])) return ok;
+  return fail(job.heading, "The occupancy of atom %s is not a number ",
+              name_of_atom(job.atoms.system->to_full[atom], atom + 1).text);
 }
 
 }  // namespace
 
+Status check_terms(const DensityJob& job, std::int32_t atom) {
+  const double occupancy = job.sign * job.atoms.atomocc->occupancy[atom];
+  if (is_aniso(job.atoms, atom)) {
+    double u[6];
+    standard_tensor(job, atom, u);
+    AnisoGaussians terms;
+    return aniso_terms(job.heading, job.atoms, atom, u, occupancy, terms);
+  }
+  const double b = job.atoms.atomb->b_iso[job.atoms.atomb->index[atom]];
+  Gaussians terms;
+  return iso_terms(job.heading, job.atoms, atom, b, occupancy, terms);
+}
+
+Status check_atom(const DensityJob& job, std::int32_t atom) {
+  QX_TRY(check_occupancy(job, atom));
+  return check_terms(job, atom);
+}
+
+void spread_checked(const DensityJob& job, const SpreadGrid& grid, std::int32_t atom,
+                    const double (&centre)[3], double* scratch) noexcept {
+  AtomTerms terms;
+  if (terms.make(job, atom)) terms.spread(job, grid, centre, job.cut->radius[atom], scratch);
+}
+
 Status spread_atom(const DensityJob& job, std::int32_t atom, const double (&centre)[3],
                    double* scratch) {
-  if (!std::isfinite(job.atoms.atomocc->occupancy[atom])) {
-    return fail(job.heading, "The occupancy of atom %s is not a number ",
-                name_of_atom(job.atoms.system->to_full[atom], atom + 1).text);
-  }
-  return is_aniso(job.atoms, atom) ? add_aniso(job, atom, centre, scratch)
-                                   : add_iso(job, atom, centre, scratch);
+  QX_TRY(check_occupancy(job, atom));
+  AtomTerms terms;
+  if (!terms.make(job, atom)) return check_terms(job, atom);
+  terms.spread(job, job.grid, centre, job.cut->radius[atom], scratch);
+  return ok;
 }
 
 Status spread_atom(const DensityJob& job, std::int32_t atom, double* scratch) {

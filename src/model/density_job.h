@@ -32,7 +32,15 @@ Status prepare_job(DensityJob& job, const char* heading, Box box, std::int32_t s
 // Fractional position of an atom, brought into the cell.
 Status position(const DensityJob& job, std::int32_t atom, double (&out)[3]);
 // Tensor of an atom in the standard frame: Q U Q^T, Q the turn from the frame of the coordinates.
-void standard_tensor(const DensityJob& job, std::int32_t atom, double (&out)[6]);
+void standard_tensor(const DensityJob& job, std::int32_t atom, double (&out)[6]) noexcept;
+// The fractional position of an atom that check_atom let pass, and its Gaussians put on a grid,
+// which is the job's or a slab of it; these are for work in parts.
+void place_atom(const DensityJob& job, std::int32_t atom, double (&out)[3]) noexcept;
+void spread_checked(const DensityJob& job, const SpreadGrid& grid, std::int32_t atom,
+                    const double (&centre)[3], double* scratch) noexcept;
+// Reports what keeps an atom's density from being finite, as the routines for one atom do.
+Status check_atom(const DensityJob& job, std::int32_t atom);
+Status check_terms(const DensityJob& job, std::int32_t atom);  // without the occupancy
 Status check_kind(const DensityJob& job, std::int32_t atom, bool aniso);
 Status open_scratch(const DensityJob& job, Tagged<double>& scratch);
 // Adds the atom, or takes it off, centred at its position in the cell.
@@ -43,7 +51,7 @@ Status spread_atom(const DensityJob& job, std::int32_t atom, double* scratch);
 struct Copies {
   int low[3], high[3];
 };
-Copies copies_of(const DensityJob& job, const double (&centre)[3], double radius);
+Copies copies_of(const DensityJob& job, const double (&centre)[3], double radius) noexcept;
 
 // Every lattice copy of a centre whose sphere can reach the cell.
 template <class Spread>

@@ -9,6 +9,7 @@
 #include "core/slot.h"
 #include "crystal/reflections.h"
 #include "grid/grid.h"
+#include "model/density_boxes.h"
 #include "model/molsys.h"
 #include "refine/gradient_map.h"
 #include "refine/reciprocal.h"
@@ -140,25 +141,6 @@ void hold_fixed(const molsys& system, const qxatomb& atomb, const qxatomocc& ato
   if (atomocc.fixed && atomocc.fixed[atom] != 0) g.occupancy = 0.0;
 }
 
-Status gradient_of_atom(const qxatomb& atomb, std::int32_t atom, double*** map,
-                        qx_atom_gradient& g) {
-  g = {};
-  if (atomb.index[atom] >= 0) {
-    double values[5];
-    QX_TRY(qx_calc_geden_atom_iso(atom, map, values));
-    std::copy_n(values, 3, g.xyz);
-    g.b = values[3];
-    g.occupancy = values[4];
-    return ok;
-  }
-  double values[10];
-  QX_TRY(qx_calc_geden_atom_aniso(atom, map, values));
-  std::copy_n(values, 3, g.xyz);
-  std::copy_n(values + 3, 6, g.u);
-  g.occupancy = values[9];
-  return ok;
-}
-
 Status gradients_from(double*** map, std::int32_t first, std::int32_t last, qx_atom_gradient* out) {
   const molsys* system = qx_get_molsys();
   if (!system)
@@ -172,8 +154,8 @@ Status gradients_from(double*** map, std::int32_t first, std::int32_t last, qx_a
   if (!atomocc)
     return qx_exist_quorix() ? fail(gradient_heading, "qxatomocc object has not been created yet.")
                              : failed;
+  QX_TRY(qx::density_gradients(map, first, last, out));
   for (std::int32_t i = first; i < last; ++i) {
-    QX_TRY(gradient_of_atom(*atomb, i, map, out[i]));
     hold_fixed(*system, *atomb, *atomocc, i, out[i]);
   }
   return ok;

@@ -2,6 +2,7 @@
 
 #include "core/constants.h"
 #include "core/object.h"
+#include "core/parallel.h"
 #include "core/report.h"
 #include "core/require.h"
 #include "crystal/reflections.h"
@@ -33,32 +34,61 @@ Status fetch_table(SinCosTable& table) {
   return ok;
 }
 
-template <class Work>
-void for_each_mate(const FftRoute& route, Work work) {
+// Reflections in parts, whatever the number of threads: each sum is one part's, operator by
+// operator.
+struct ReflectionParts {
+  static constexpr std::int32_t size = 2048;
+  std::int32_t n;
+
+  [[nodiscard]] std::int32_t count() const { return n / size + (n % size > 0 ? 1 : 0); }
+  [[nodiscard]] MillerIndices of(const qxrefdata& data, std::int32_t part) const {
+    const std::int32_t first = part * size;
+    return {std::min(size, n - first), data.h + first, data.k + first, data.l + first};
+  }
+};
+
+// `each`: operations of a reflection and an operator.
+std::int32_t threads_for_mates(const FftRoute& route, double each) {
+  return threads_worth(each * route.nops * route.data->nreflections);
+}
+
+// How many h of each k the mates of some reflections, or their Friedel opposites, lie at.
+void mark_columns(const FftRoute& route, const MillerIndices& reflections, std::int32_t* columns) {
   const qxgrid& grid = *route.grid;
-  const qxrefdata& data = *route.data;
   for (std::int32_t op = 0; op < route.nops; ++op) {
     const IndexOperator& r = route.operators[static_cast<std::size_t>(op)];
-    for (std::int32_t i = 0; i < data.nreflections; ++i) {
-      const RotatedIndex mate = mate_of(r, data.h[i], data.k[i], data.l[i]);
-      work(wrapped(mate.h, grid.nx), wrapped(mate.k, grid.ny));
+    for (std::int32_t i = 0; i < reflections.n; ++i) {
+      const RotatedIndex mate = mate_of(r, reflections.h[i], reflections.k[i], reflections.l[i]);
+      const std::int32_t ix = wrapped(mate.h, grid.nx);
+      const std::int32_t iy = wrapped(mate.k, grid.ny);
+      const bool stored = 2 * ix <= grid.nx;
+      std::int32_t& count = columns[stored || iy == 0 ? iy : grid.ny - iy];
+      count = std::max(count, (stored ? ix : grid.nx - ix) + 1);
     }
   }
 }
 
-// How many h of each k any mate, or its Friedel opposite, lies at.
+// The largest of what the workers found. What stays does not grow with their number: memory in use
+// decides on the boxes.
 Status count_columns(FftRoute& route) {
-  const qxgrid& grid = *route.grid;
-  route.columns = Tagged<std::int32_t>(static_cast<std::size_t>(grid.ny), "pcs_columns");
+  const auto ny = static_cast<std::size_t>(route.grid->ny);
+  route.columns = Tagged<std::int32_t>(ny, "pcs_columns");
   if (!route.columns) return failed;
-  std::int32_t* columns = route.columns.get();
-  std::fill_n(columns, grid.ny, 0);
-  for_each_mate(route, [&](std::int32_t ix, std::int32_t iy) {
-    const bool stored = 2 * ix <= grid.nx;
-    std::int32_t& count = columns[stored || iy == 0 ? iy : grid.ny - iy];
-    count = std::max(count, (stored ? ix : grid.nx - ix) + 1);
+  const std::int32_t threads = threads_for_mates(route, 10.0);
+  const Tagged<std::int32_t> found(
+      allocate_zeroed<std::int32_t>(ny * static_cast<std::size_t>(threads), "pcs_found"));
+  if (!found) return failed;
+  const ReflectionParts parts = {route.data->nreflections};
+  parallel(parts.count(), threads, [&](std::int32_t part, std::int32_t worker) {
+    mark_columns(route, parts.of(*route.data, part),
+                 found.get() + ny * static_cast<std::size_t>(worker));
   });
-  route.hmax = std::max(0, *std::max_element(columns, columns + grid.ny) - 1);
+  std::int32_t* columns = route.columns.get();
+  std::copy_n(found.get(), ny, columns);
+  for (std::size_t i = ny; i < ny * static_cast<std::size_t>(threads); ++i) {
+    columns[i % ny] = std::max(columns[i % ny], found[i]);
+  }
+  route.hmax = std::max(0, *std::max_element(columns, columns + ny) - 1);
   return ok;
 }
 
@@ -81,11 +111,15 @@ Status add_operators(const FftRoute& route, const Transform& transform, std::int
   Tagged<PlaneTurn> of_l;
   QX_TRY(plan_planes(nz, transform.half.nz, shift, of_l));
   const BoxPlanes planes = {nz, wrapped(shift, nz) != 0, of_l.get()};
-  const MillerIndices reflections = {data.nreflections, data.h, data.k, data.l};
-  for (std::int32_t op = 0; op < route.nops; ++op) {
-    add_mates(transform, route.operators[static_cast<std::size_t>(op)], planes, route.table,
-              reflections, sums.re, sums.im);
-  }
+  const ReflectionParts parts = {data.nreflections};
+  const auto add = [&](std::int32_t part, std::int32_t) {
+    const std::ptrdiff_t first = std::ptrdiff_t{part} * ReflectionParts::size;
+    for (std::int32_t op = 0; op < route.nops; ++op) {
+      add_mates(transform, route.operators[static_cast<std::size_t>(op)], planes, route.table,
+                parts.of(data, part), sums.re + first, sums.im + first);
+    }
+  };
+  parallel(parts.count(), threads_for_mates(route, 30.0), add);
   return ok;
 }
 

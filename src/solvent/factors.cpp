@@ -1,5 +1,6 @@
 // Structure factors of the solvent: one transform of the mask. The mask has the group's symmetry,
 // so a reflection is read off at its own index.
+#include "core/parallel.h"
 #include "core/report.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
@@ -71,7 +72,12 @@ Status transform(const qxsolvent& solvent, const std::uint8_t* mask, const qxref
   QX_TRY(mark_columns(solvent, data, columns));
   const qx::Tagged<double> block(grid.points(), "psf_block");
   if (!block) return failed;
-  for (std::size_t i = 0; i < grid.points(); ++i) block[i] = mask[i] ? 0.0 : 1.0;
+  const std::int32_t threads = qx::threads_worth(static_cast<double>(grid.points()));
+  qx::parallel(grid.nz, threads, [&](std::int32_t iz, std::int32_t) {
+    for (std::size_t i = grid.row(iz, 0); i < grid.row(iz + 1, 0); ++i) {
+      block[i] = mask[i] ? 0.0 : 1.0;
+    }
+  });
   if (!qx::fft_object()) return failed;
   const qx::HalfLayout half = {grid.nx, grid.ny, grid.nz, columns.hmax};
   QX_TRY(qx::forward_half_3d(half, columns.counts.get(), block.get()));

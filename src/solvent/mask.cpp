@@ -58,14 +58,19 @@ void and_shifted(std::int32_t n, const std::uint8_t* __restrict padded, std::int
 
 }  // namespace
 
-void mark_sphere(const MaskGrid& grid, const double (&centre)[3], double radius,
+void mark_sphere(const MaskGrid& grid, const double (&centre)[3], double radius, PlaneRange planes,
                  std::uint8_t* mask) noexcept {
   const double at[3] = {centre[0] * grid.nx, centre[1] * grid.ny, centre[2] * grid.nz};
-  for_each_run(grid, at, radius,
-               [&](std::int32_t iz, std::int32_t iy, std::int32_t first, std::int32_t last) {
-                 set_run(mask + grid.row(wrapped(iz, grid.nz), wrapped(iy, grid.ny)), grid.nx,
-                         first, last - first + 1);
-               });
+  for_each_run(
+      grid, at, radius,
+      [&](std::int32_t iz) {
+        const std::int32_t plane = wrapped(iz, grid.nz);
+        return plane >= planes.first && plane < planes.last;
+      },
+      [&](std::int32_t iz, std::int32_t iy, std::int32_t first, std::int32_t last) {
+        set_run(mask + grid.row(wrapped(iz, grid.nz), wrapped(iy, grid.ny)), grid.nx, first,
+                last - first + 1);
+      });
 }
 
 std::size_t shrink_scratch_size(const MaskGrid& grid, double distance) noexcept {
@@ -73,13 +78,14 @@ std::size_t shrink_scratch_size(const MaskGrid& grid, double distance) noexcept 
          2 * static_cast<std::size_t>(longest_shift(grid, distance));
 }
 
-void shrink_mask(const MaskGrid& grid, double distance, const std::uint8_t* mask,
+void shrink_mask(const MaskGrid& grid, double distance, const std::uint8_t* mask, PlaneRange planes,
                  std::uint8_t* scratch, std::uint8_t* out) noexcept {
   const std::int32_t pad = longest_shift(grid, distance);
-  std::memcpy(out, mask, grid.points());
+  const std::size_t begin = grid.row(planes.first, 0);
+  std::memcpy(out + begin, mask + begin, grid.row(planes.last, 0) - begin);
   const auto take_run = [&](std::int32_t dz, std::int32_t dy, std::int32_t first,
                             std::int32_t last) noexcept {
-    for (std::int32_t iz = 0; iz < grid.nz; ++iz) {
+    for (std::int32_t iz = planes.first; iz < planes.last; ++iz) {
       const std::int32_t z = wrapped(iz + dz, grid.nz);
       for (std::int32_t iy = 0; iy < grid.ny; ++iy) {
         pad_row(mask + grid.row(z, wrapped(iy + dy, grid.ny)), grid.nx, pad, scratch);

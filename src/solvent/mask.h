@@ -24,17 +24,26 @@ struct MaskGrid {
   }
 };
 
+// Planes first .. last - 1 of the cell, those that a call may write: several may run beside others.
+struct PlaneRange {
+  std::int32_t first, last;
+};
+
 // Sets every point within `radius` Angstrom of a fractional centre to 1, lattice copies included
 // however many the sphere reaches.
-void mark_sphere(const MaskGrid& grid, const double (&centre)[3], double radius,
+void mark_sphere(const MaskGrid& grid, const double (&centre)[3], double radius, PlaneRange planes,
                  std::uint8_t* mask) noexcept;
+inline void mark_sphere(const MaskGrid& grid, const double (&centre)[3], double radius,
+                        std::uint8_t* mask) noexcept {
+  mark_sphere(grid, centre, radius, {0, grid.nz}, mask);
+}
 
 // Bytes of scratch of shrink_mask.
 std::size_t shrink_scratch_size(const MaskGrid& grid, double distance) noexcept;
 
 // out: the points of `mask` all of whose neighbours within `distance` Angstrom are in it as well.
 // `mask` and `out` differ.
-void shrink_mask(const MaskGrid& grid, double distance, const std::uint8_t* mask,
+void shrink_mask(const MaskGrid& grid, double distance, const std::uint8_t* mask, PlaneRange planes,
                  std::uint8_t* scratch, std::uint8_t* out) noexcept;
 
 }  // namespace qx

@@ -2,6 +2,7 @@
 #include "solvent/solvent.h"
 
 #include "core/object.h"
+#include "core/parallel.h"
 #include "core/report.h"
 #include "core/require.h"
 #include "core/slot.h"
@@ -180,8 +181,18 @@ void mate(const double (&op)[16], const double (&at)[3], double (&out)[3]) {
   }
 }
 
-Status mark_atoms(const Needs& needs, const qx::MaskGrid& grid, std::uint8_t* mask) {
+struct Sphere {
+  double at[3];  // fractional
+  double radius;
+};
+
+// Those of the atoms that keep solvent away.
+Status collect_spheres(const Needs& needs, qx::Tagged<Sphere>& spheres, std::int32_t& n) {
   constexpr double largest_radius = 10.0;
+  n = 0;
+  if (needs.system->natom < 1) return ok;
+  spheres = qx::Tagged<Sphere>(static_cast<std::size_t>(needs.system->natom), "psm_spheres");
+  if (!spheres) return failed;
   for (std::int32_t i = 0; i < needs.system->natom; ++i) {
     if (needs.system->info.atomic_number[i] == 1) continue;
     if (!(needs.occupancies->occupancy[i] > 0.0)) continue;
@@ -189,14 +200,60 @@ Status mark_atoms(const Needs& needs, const qx::MaskGrid& grid, std::uint8_t* ma
     if (!(radius > 0.0) || radius > largest_radius) {
       return fail(here, "Atom %d has no van der Waals radius: %f ", i + 1, radius);
     }
-    double at[3] = {};
-    QX_TRY(fractional(needs, i, at));
-    for (std::int32_t op = 0; op < needs.group->nops; ++op) {
-      double copy[3];
-      mate(needs.group->ops[op], at, copy);
-      qx::mark_sphere(grid, copy, radius + needs.solvent->probe, mask);
-    }
+    Sphere& sphere = spheres[static_cast<std::size_t>(n++)];
+    QX_TRY(fractional(needs, i, sphere.at));
+    sphere.radius = radius + needs.solvent->probe;
   }
+  return ok;
+}
+
+// Slabs of planes, some for each thread since atoms are not everywhere. A point is marked or not,
+// however the cell is cut.
+struct Slabs {
+  std::int32_t threads, count, nz;
+
+  Slabs(const qx::MaskGrid& grid, double operations)
+      : threads(qx::threads_worth(operations)),
+        count(threads > 1 ? std::min(4 * threads, grid.nz) : 1),
+        nz(grid.nz) {}
+  [[nodiscard]] qx::PlaneRange planes(std::int32_t part) const {
+    return {static_cast<std::int32_t>(qx::part_begin(nz, count, part)),
+            static_cast<std::int32_t>(qx::part_begin(nz, count, part + 1))};
+  }
+};
+
+void mark_mates(const Needs& needs, const qx::MaskGrid& grid, const Sphere& sphere,
+                qx::PlaneRange planes, std::uint8_t* mask) {
+  for (std::int32_t op = 0; op < needs.group->nops; ++op) {
+    double copy[3];
+    mate(needs.group->ops[op], sphere.at, copy);
+    qx::mark_sphere(grid, copy, sphere.radius, planes, mask);
+  }
+}
+
+Status mark_atoms(const Needs& needs, const qx::MaskGrid& grid, std::uint8_t* mask) {
+  qx::Tagged<Sphere> spheres;
+  std::int32_t n = 0;
+  QX_TRY(collect_spheres(needs, spheres, n));
+  const Slabs slabs(grid, 500.0 * n * needs.group->nops);
+  qx::parallel(slabs.count, slabs.threads, [&](std::int32_t part, std::int32_t) {
+    for (std::int32_t i = 0; i < n; ++i) {
+      mark_mates(needs, grid, spheres[static_cast<std::size_t>(i)], slabs.planes(part), mask);
+    }
+  });
+  return ok;
+}
+
+Status shrink(const qx::MaskGrid& grid, double distance, const std::uint8_t* reach,
+              std::uint8_t* mask) {
+  const Slabs slabs(grid, 10.0 * static_cast<double>(grid.points()));
+  const std::size_t size = qx::shrink_scratch_size(grid, distance);
+  const qx::Tagged<std::uint8_t> scratch(size * static_cast<std::size_t>(slabs.threads), "psm_row");
+  if (!scratch) return failed;
+  qx::parallel(slabs.count, slabs.threads, [&](std::int32_t part, std::int32_t worker) {
+    qx::shrink_mask(grid, distance, reach, slabs.planes(part),
+                    scratch.get() + size * static_cast<std::size_t>(worker), mask);
+  });
   return ok;
 }
 
@@ -213,10 +270,7 @@ Status qx_make_solvent_mask() {
   QX_TRY(mark_atoms(needs, grid, reach.get()));
   qx::Tagged<std::uint8_t> mask(grid.points(), "psm_mask");
   if (!mask) return failed;
-  const qx::Tagged<std::uint8_t> scratch(qx::shrink_scratch_size(grid, needs.solvent->shrink),
-                                         "psm_row");
-  if (!scratch) return failed;
-  qx::shrink_mask(grid, needs.solvent->shrink, reach.get(), scratch.get(), mask.get());
+  QX_TRY(shrink(grid, needs.solvent->shrink, reach.get(), mask.get()));
   needs.solvent->grid = grid;
   needs.solvent->mask = mask.release();
   qx::measure_fraction(needs.solvent);

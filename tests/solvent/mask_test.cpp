@@ -51,7 +51,7 @@ TEST(Mask, marksAndShrinksByDistance) {
   std::vector<std::uint8_t> mask(g.points()), shrunk(g.points());
   mark_sphere(g, centre, radius, mask.data());
   std::vector<std::uint8_t> scratch(shrink_scratch_size(g, shrink));
-  shrink_mask(g, shrink, mask.data(), scratch.data(), shrunk.data());
+  shrink_mask(g, shrink, mask.data(), {0, g.nz}, scratch.data(), shrunk.data());
   const double at[3] = {centre[0] * g.nx, centre[1] * g.ny, centre[2] * g.nz};
   std::vector<std::array<double, 3>> outside;
   for (int z = 0; z < g.nz; ++z) {
