@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """Times quorix-map against `gemmi sf2map --normalize` on the same files and grids, run in turn.
 
-Usage: map_run.py PATH/TO/quorix-map [--runs N] [--scratch DIR]
+Usage: map_run.py PATH/TO/quorix-map [--runs N] [--scratch DIR] [--threads N] [--case NAME] [--growth]
 
 Makes coefficients of random atoms in three crystals (python3-gemmi, python3-numpy), checks that the
 maps agree, then prints median, least time and memory peak of both programs and the median of the
-ratios of neighbouring runs. Put the scratch folder on a RAM disk.
+ratios of neighbouring runs; beside them the time of writing as many bytes from memory, and of a box of
+20 A. --growth: maps of 110^3 to 1000^3 points into a pipe that is counted. Put the scratch folder on
+a RAM disk.
 """
 import argparse
 import os
@@ -113,6 +115,86 @@ def run_case(name, program, runs, scratch):
         points = size.nu * size.nv * size.nw
         print(f'  peak MiB: {memory[0]:.0f} and {memory[1]:.0f} '
               f'({memory[0] * 2 ** 20 / points:.1f} bytes per point)')
+    least, median = write_floor(ours, Path(ours).stat().st_size, runs)
+    mine = [pair[0][0] for pair in pairs]
+    print(f'  wall over that of writing the bytes from memory: least {min(mine) / least:.2f}, '
+          f'median {statistics.median(mine) / median:.2f}')
+    run_box(name, program, runs, scratch, rival)
+
+
+def write_floor(path, size, runs):
+    """Least and median seconds that writing `size` bytes from memory to a new file takes."""
+    block = bytes(1 << 22)
+    times = []
+    for _ in range(runs):
+        Path(path).unlink(missing_ok=True)
+        start = time.perf_counter()
+        with open(path, 'wb', buffering=0) as out:
+            for at in range(0, size, len(block)):
+                out.write(block[:min(len(block), size - at)])
+        times.append(time.perf_counter() - start)
+    Path(path).unlink()
+    return min(times), statistics.median(times)
+
+
+def run_box(name, program, runs, scratch, rival):
+    """A box of 20 A about the middle of the cell against the rival's whole map."""
+    cell, group, d_min, _ = CASES[name]
+    limits = []
+    for edge in cell[:3]:
+        limits += [f'{0.5 - 10 / edge:.4f}', f'{0.5 + 10 / edge:.4f}']
+    box = [str(Path(program).parent / 'quorix'), 'map', f'{scratch}/{name}.mtz', f'{scratch}/box.ccp4', '--force', '-q',
+           '--extent', 'frac', *limits]
+    pairs = [(timed(box), timed(rival)) for _ in range(runs)]
+    print('  box of 20 A: ' + ', '.join(
+        f'{label} ratio {statistics.median(a[kind] / b[kind] for a, b in pairs):.2f}'
+        for kind, label in ((0, 'wall'), (1, 'cpu'))))
+
+
+def make_random(path, edge, d_min, group):
+    """Random coefficients of every unique reflection of a cubic cell in a tetragonal group."""
+    cell = gemmi.UnitCell(edge, edge, edge, 90, 90, 90)
+    spacegroup = gemmi.find_spacegroup_by_name(group)
+    hkl = gemmi.make_miller_array(cell, spacegroup, d_min)
+    rng = numpy.random.default_rng(1)
+    mtz = gemmi.Mtz(with_base=True)
+    mtz.spacegroup = spacegroup
+    mtz.set_cell_for_all(cell)
+    mtz.add_dataset('bench')
+    mtz.add_column('FWT', 'F')
+    mtz.add_column('PHWT', 'P')
+    data = numpy.empty((len(hkl), 5), numpy.float32)
+    data[:, :3] = hkl
+    data[:, 3] = rng.exponential(100, len(hkl))
+    data[:, 4] = rng.uniform(-180, 180, len(hkl))
+    mtz.set_data(data)
+    mtz.write_to_file(path)
+    return len(hkl)
+
+
+def run_growth(program, scratch, edges):
+    """Processor seconds for maps of growing cells, written to a pipe whose bytes are counted."""
+    group, found = 'P 43 21 2', []
+    for edge in edges:
+        mtz = f'{scratch}/growth.mtz'
+        count = make_random(mtz, edge, 1.52, group)
+        command = ['/usr/bin/time', '-f', '%e %M', program, group, *[str(edge)] * 3, '90', '90', '90', '1.52', '999',
+                   mtz, 'FWT', 'PHWT', '', f'{scratch}/pipe']
+        Path(f'{scratch}/pipe').unlink(missing_ok=True)
+        os.mkfifo(f'{scratch}/pipe')
+        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        with open(f'{scratch}/pipe', 'rb') as pipe:
+            size = sum(map(len, iter(lambda: pipe.read(1 << 20), b'')))
+        wall, peak_kib = map(float, process.stderr.read().split()[-2:])
+        usage = os.wait4(process.pid, 0)[2]
+        seconds = usage.ru_utime + usage.ru_stime
+        points = (size - 1024) // 4
+        found.append((points, seconds))
+        print(f'{points / 1e6:8.1f} M points, {count} reflections: {seconds:.3f} s of processor, {wall:.3f} s, '
+              f'peak {peak_kib / 1024:.0f} MiB')
+        os.unlink(mtz)
+    (n0, t0), (n1, t1) = found[0], found[-1]
+    print(f'exponent {numpy.log(t1 / t0) / numpy.log(n1 / n0):.3f}')
 
 
 def main():
@@ -121,9 +203,14 @@ def main():
     parser.add_argument('--runs', type=int, default=7)
     parser.add_argument('--scratch')
     parser.add_argument('--case', choices=CASES, action='append')
+    parser.add_argument('--threads', type=int, default=1)
+    parser.add_argument('--growth', type=int, nargs='*', metavar='EDGE', help='edges in A (55 to 500)')
     arguments = parser.parse_args()
     os.environ.setdefault('ZENVI_DATA', str(Path(__file__).resolve().parent.parent / 'data'))
+    os.environ['QUORIX_THREADS'] = str(arguments.threads)
     with tempfile.TemporaryDirectory(dir=arguments.scratch) as scratch:
+        if arguments.growth is not None:
+            return run_growth(arguments.program, scratch, arguments.growth or [55, 110, 250, 500])
         for name in arguments.case or CASES:
             run_case(name, arguments.program, arguments.runs, scratch)
 
