@@ -6,7 +6,7 @@ set -euo pipefail
 build=(g++ cmake ninja-build pkg-config liblapack-dev libcli11-dev gemmi-dev tao-pegtl-dev zlib1g-dev nlohmann-json3-dev)
 demo=("${build[@]}" python3 python3-numpy python3-matplotlib)
 tests=("${build[@]}" libgtest-dev python3 python3-numpy python3-gemmi python3-mrcfile gemmi man-db mandoc zsh)
-ci=("${demo[@]}" "${tests[@]}" clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev dpkg-dev file lintian
+ci=("${demo[@]}" "${tests[@]}" ccache clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev dpkg-dev file lintian
     libclipper-dev pymol snakemake
     chromium chromium-driver python3-selenium python3-pil)
 
