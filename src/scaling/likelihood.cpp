@@ -4,6 +4,7 @@
 #include "core/constants.h"
 #include "core/harvest.h"
 #include "core/object.h"
+#include "core/parallel.h"
 #include "core/refsys.h"
 #include "core/report.h"
 #include "core/say.h"
@@ -37,6 +38,11 @@ constexpr const char* here = "qx_estimate_likelihood():";
 // A free set smaller than this says less about sigmaA than the working set's bias costs.
 constexpr std::int32_t least_free = 300;
 constexpr std::int32_t least_used = 20;
+
+void run_on_threads(std::int32_t parts, qx::Task task, void* context) noexcept {
+  constexpr double operations_of_a_part = 5e4;
+  qx::run_parts(parts, qx::threads_worth(operations_of_a_part * parts), task, context);
+}
 
 // Observed reflections packed for the fit, and where each came from.
 struct Packed {
@@ -218,7 +224,7 @@ Status qx_estimate_likelihood() {
   qxml* ml = qx_get_qxml();
   if (!ml) return failed;
   ml->used = used;
-  ml->fit = qx::fit_sigmaa(packed.data, ml->mode, ml->nodes, scratch.get());
+  ml->fit = qx::fit_sigmaa(packed.data, ml->mode, ml->nodes, scratch.get(), run_on_threads);
   ml->mean_scale = mean;
   ml->nref = data->nreflections;
   ml->fitted = true;

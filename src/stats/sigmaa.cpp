@@ -119,6 +119,46 @@ double add_reflection(const Used& r, const double* p, double* gradient) noexcept
   return c.minus_log();
 }
 
+// Reflections of a part, whose sum and gradient are made in order, by one thread.
+constexpr std::int32_t part_size = 256;
+
+struct PartSum {
+  double value;
+  double gradient[SigmaaModel::most_nodes];
+};
+constexpr std::size_t doubles_of_sum = sizeof(PartSum) / sizeof(double);
+
+std::int32_t parts_of(std::int32_t n) noexcept { return (n + part_size - 1) / part_size; }
+
+struct Likelihood {
+  const Used* used;
+  std::int32_t n;
+  PartSum* sums;
+  const double* p = nullptr;
+
+  static void add_part(void* self, std::int32_t part, std::int32_t) noexcept {
+    const auto& all = *static_cast<const Likelihood*>(self);
+    PartSum sum = {};
+    const std::int32_t last = std::min(all.n, (part + 1) * part_size);
+    for (std::int32_t i = part * part_size; i < last; ++i) {
+      sum.value += add_reflection(all.used[i], all.p, sum.gradient);
+    }
+    all.sums[part] = sum;
+  }
+
+  // -log P of all, at p; the derivatives are added to the gradient.
+  double add(RunsParts run, const double* at, int nodes, double* gradient) noexcept {
+    p = at;
+    run(parts_of(n), add_part, this);
+    double value = 0.0;
+    for (std::int32_t part = 0; part < parts_of(n); ++part) {
+      value += sums[part].value;
+      for (int i = 0; i < nodes; ++i) gradient[i] += sums[part].gradient[i];
+    }
+    return value;
+  }
+};
+
 // Sum of squared second differences, for the continuous form, and the wall on both sides.
 double add_penalty(const SigmaaModel& model, const double* p, double* gradient) noexcept {
   double penalty = 0.0;
@@ -158,11 +198,17 @@ SigmaaAt sigmaa_at(const SigmaaModel& model, double s2) noexcept {
 }
 
 std::size_t sigmaa_scratch_size(std::int32_t n) noexcept {
-  return (doubles_each + 1) * static_cast<std::size_t>(n);
+  return (doubles_each + 1) * static_cast<std::size_t>(n) +
+         doubles_of_sum * static_cast<std::size_t>(parts_of(n));
 }
 
-SigmaaFit fit_sigmaa(const SigmaaData& data, LikelihoodMode mode, int nodes,
-                     double* scratch) noexcept {
+void run_in_order(std::int32_t parts, void (*task)(void*, std::int32_t, std::int32_t) noexcept,
+                  void* context) noexcept {
+  for (std::int32_t part = 0; part < parts; ++part) task(context, part, 0);
+}
+
+SigmaaFit fit_sigmaa(const SigmaaData& data, LikelihoodMode mode, int nodes, double* scratch,
+                     RunsParts run) noexcept {
   SigmaaFit result;
   SigmaaModel& model = result.model;
   model.mode = mode;
@@ -172,12 +218,13 @@ SigmaaFit fit_sigmaa(const SigmaaData& data, LikelihoodMode mode, int nodes,
   const auto count = static_cast<std::int32_t>(std::count(data.used, data.used + data.n, 1));
   place_nodes(data, node_count(count, nodes), model);
   const std::int32_t n = pack(data, model, used);
+  auto* sums = reinterpret_cast<PartSum*>(used + data.n);
+  Likelihood likelihood = {used, n, sums};
   const MinimumEnd end =
       minimise(model.nnodes, model.p, 100, 1e-9, [&](const double* p, double* gradient) noexcept {
         std::fill_n(gradient, model.nnodes, 0.0);
-        double sum = add_penalty(model, p, gradient);
-        for (std::int32_t i = 0; i < n; ++i) sum += add_reflection(used[i], p, gradient);
-        return sum;
+        const double penalty = add_penalty(model, p, gradient);
+        return penalty + likelihood.add(run, p, model.nnodes, gradient);
       });
   result.mean_minus_log = n > 0 ? end.value / n : 0.0;
   result.steps = end.steps;

@@ -52,8 +52,18 @@ struct SigmaaFit {
   int steps = 0;
 };
 
-// `nodes` 0: one for a hundred reflections used, 1 to 20. At least one reflection with F above 0.
-SigmaaFit fit_sigmaa(const SigmaaData& data, LikelihoodMode mode, int nodes,
-                     double* scratch) noexcept;
+// Runs task(context, part, worker) for every part of 0 .. parts - 1, one after the other or at
+// once.
+using RunsParts = void (*)(std::int32_t parts,
+                           void (*task)(void*, std::int32_t, std::int32_t) noexcept,
+                           void* context) noexcept;
+void run_in_order(std::int32_t parts, void (*task)(void*, std::int32_t, std::int32_t) noexcept,
+                  void* context) noexcept;
+
+// The likelihood is summed in parts, which `run` may take to several threads: the result is the
+// same. `nodes` 0: one for a hundred reflections used, 1 to 20. At least one reflection with F
+// above 0.
+SigmaaFit fit_sigmaa(const SigmaaData& data, LikelihoodMode mode, int nodes, double* scratch,
+                     RunsParts run = run_in_order) noexcept;
 
 }  // namespace qx

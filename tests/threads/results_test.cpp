@@ -87,7 +87,7 @@ class OnThreads : public Engine, public ::testing::WithParamInterface<Case> {
   }
 
   static void refinement(Results& results) {
-    ASSERT_TRUE(section("xcross\nparam percent 10 seed -137\nxend\n").ok);
+    ASSERT_TRUE(section("xcross\nparam percent 40 seed -137\nxend\n").ok);
     ASSERT_TRUE(section("xoverall\nparam solvent exp\nscale\nxend\n").ok);
     results.fit = qx_get_qxscale()->fit.model.k;
     ComplexF f;
