@@ -1,6 +1,7 @@
 #include "scaling/observed.h"
 
 #include "core/constants.h"
+#include "core/parallel.h"
 #include "core/report.h"
 #include "core/require.h"
 #include "crystal/cell.h"
@@ -75,15 +76,19 @@ Status open_f(std::int32_t n, ComplexF& f) {
 }
 
 void put_polar(const ComplexF& f, std::int32_t n, float* amplitude, float* phase) {
-  for (std::int32_t i = 0; i < n; ++i) {
-    const auto at = static_cast<std::size_t>(i);
-    const bool zero = f.re[at] == 0.0 && f.im[at] == 0.0;
-    double degrees = zero ? 0.0 : std::atan2(f.im[at], f.re[at]) * 180.0 / pi;
-    if (degrees < 0.0) degrees += 360.0;
-    amplitude[i] = static_cast<float>(f.amplitude(i));
-    phase[i] = static_cast<float>(degrees);
-    if (phase[i] >= 360.0F) phase[i] = 0.0F;
-  }
+  const std::int32_t threads = threads_worth(100.0 * n);
+  parallel(threads, threads, [&](std::int32_t part, std::int32_t) {
+    const std::int64_t last = part_begin(n, threads, part + 1);
+    for (std::int64_t i = part_begin(n, threads, part); i < last; ++i) {
+      const auto at = static_cast<std::size_t>(i);
+      const bool zero = f.re[at] == 0.0 && f.im[at] == 0.0;
+      double degrees = zero ? 0.0 : std::atan2(f.im[at], f.re[at]) * 180.0 / pi;
+      if (degrees < 0.0) degrees += 360.0;
+      amplitude[i] = static_cast<float>(std::hypot(f.re[at], f.im[at]));
+      phase[i] = static_cast<float>(degrees);
+      if (phase[i] >= 360.0F) phase[i] = 0.0F;
+    }
+  });
 }
 
 Status scattering_vectors(const char* heading, const qxrefdata& data, Tagged<double[3]>& s) {

@@ -13,6 +13,7 @@
 #include "support/random_model.h"
 
 #include <quorix/engine.h>
+#include <quorix/map.h>
 #include <quorix/reflections.h>
 #include <quorix/scaling.h>
 #include <quorix/solvent.h>
@@ -199,6 +200,7 @@ std::vector<double> map_of(const char* parameters) {
   EXPECT_TRUE(section(std::string("xmap\nparam type sigmaa scale no ") + parameters +
                       "\nextent unit\ngenerate\nxend\n")
                   .ok);
+  EXPECT_EQ(qx_make_map_density(), ok);
   const qxmap& map = *qx_get_qxmap();
   std::vector<double> values;
   for (std::int32_t z = 0; z <= map.zhigh; ++z) {
