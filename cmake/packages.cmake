@@ -10,6 +10,9 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/compress_documents.cmake)
 set(CPACK_COMPONENTS_ALL programs library dev data)
+if(QUORIX_PYTHON)
+  list(APPEND CPACK_COMPONENTS_ALL python)
+endif()
 
 set(about
 "Quorix makes electron-density maps from MTZ map coefficients, and structure
@@ -43,6 +46,15 @@ quorix_package(dev libquorix-dev libdevel "libquorix0 ${same}, liblapack-dev"
 quorix_package(data quorix-data science ""
   "crystallographic computation engine: space groups and form factors"
   "This package contains the space-group and form-factor files.")
+if(QUORIX_PYTHON)
+  # The extension is for one version of the interpreter.
+  math(EXPR next_python "${Python_VERSION_MINOR} + 1")
+  set(python_range "python3 (>= 3.${Python_VERSION_MINOR}), python3 (<< 3.${next_python})")
+  quorix_package(python python3-quorix python "quorix-data ${same}, ${python_range}, python3-numpy"
+    "crystallographic computation engine: Python module"
+    "This package contains the Python module, which makes maps as NumPy arrays.")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-gemmi, python3-pandas, python3-matplotlib")
+endif()
 set(CPACK_DEBIAN_DATA_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PROGRAMS_PACKAGE_SUGGESTS "snakemake, python3")  # for the workflow
 

@@ -7,6 +7,7 @@
 #include <quorix/cross.h>
 #include <quorix/crystal.h>
 #include <quorix/density.h>
+#include <quorix/density_box.h>
 #include <quorix/driver.h>
 #include <quorix/engine.h>
 #include <quorix/fft.h>

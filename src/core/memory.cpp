@@ -149,6 +149,17 @@ std::int64_t memory_epoch() noexcept {
 
 using qx::ok;
 
+bool qx::take_block(void* block) noexcept {
+  qxmemmonitor* monitor = monitor_or_null();
+  BlockRecord** link = monitor ? find_link(monitor, block) : nullptr;
+  if (!link) return false;
+  BlockRecord* record = std::exchange(*link, (*link)->next);
+  monitor->current_size -= static_cast<double>(record->size);
+  record->address = nullptr;
+  free_record(record);
+  return true;
+}
+
 qx::Status qx_new_qxmemmonitor() {
   auto* monitor = static_cast<qxmemmonitor*>(open_system_block(sizeof(qxmemmonitor)));
   if (!monitor) {

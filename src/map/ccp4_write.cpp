@@ -13,6 +13,8 @@
 #include "map/plane_output.h"
 #include "map/provenance.h"
 
+#include <quorix/density_box.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cmath>
@@ -43,12 +45,11 @@ int rounded(double value) {
 }
 
 Ccp4Header header_of(const qxmap& map, const qx::MapStatistics& statistics, const qxcell& cell,
-                     const qxgrid& grid, const qxspg& spg) {
+                     const std::int32_t (&intervals)[3], const qxspg& spg) {
   Ccp4Header header = qx::blank_ccp4_header();
   const std::int32_t counts[3] = {map.xhigh - map.xlow + 1, map.yhigh - map.ylow + 1,
                                   map.zhigh - map.zlow + 1};
   const std::int32_t starts[3] = {map.xlow, map.ylow, map.zlow};
-  const std::int32_t intervals[3] = {grid.nx, grid.ny, grid.nz};
   std::copy_n(counts, 3, header.counts);
   std::copy_n(starts, 3, header.starts);
   std::copy_n(intervals, 3, header.intervals);
@@ -224,7 +225,7 @@ Status qx_wr_ccp4_map() {
     map->statistics_known = true;
   }
   const char* path = map->path ? map->path : "";
-  Ccp4Header header = header_of(*map, map->statistics, *cell, *grid, *spg);
+  Ccp4Header header = header_of(*map, map->statistics, *cell, {grid->nx, grid->ny, grid->nz}, *spg);
   if (map->input) QX_TRY(qx::add_provenance(*map, *grid, *spg, header));
   const qxspg* symmetry = map->symmetry_records ? spg : nullptr;
   if (map->density) return qx::write_ccp4(here, path, header, symmetry, box_of(*map));
@@ -232,4 +233,29 @@ Status qx_wr_ccp4_map() {
   QX_TRY(open_map_file(here, path, file));
   QX_TRY(write_recipe(file.stream(), *map, header, symmetry));
   return commit(here, file);
+}
+
+Status qx_write_density_box(const char* path, const qx_density_box* box, const char* kind,
+                            std::int32_t symmetry_records) {
+  constexpr auto here = "qx_write_density_box():";
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(here, qx_get_qxspg, spg, "qxspg object has not been created yet "));
+  qxmap map;
+  map.xlow = box->starts[0];
+  map.ylow = box->starts[1];
+  map.zlow = box->starts[2];
+  map.xhigh = map.xlow + box->counts[0] - 1;
+  map.yhigh = map.ylow + box->counts[1] - 1;
+  map.zhigh = map.zlow + box->counts[2] - 1;
+  map.symmetry_records = symmetry_records != 0;
+  map.zero_origin = true;
+  const qx::View3<const double> points = {box->density, box->counts[2], box->counts[1],
+                                          box->counts[0]};
+  Ccp4Header header = header_of(map, qx::statistics_of(points), *cell, box->intervals, *spg);
+  char text[81];
+  std::snprintf(text, sizeof text, "Map type: %s", kind);
+  qx::set_label(header, 1, text);
+  return qx::write_ccp4(here, path, header, map.symmetry_records ? spg : nullptr, points);
 }

@@ -61,20 +61,27 @@ std::string report_advice(const std::string& printed) {
   return {};
 }
 
-std::string report_line(const std::string& printed) {
+EngineReport first_report(const std::string& printed) {
   std::istringstream in(printed);
-  std::string first;  // or the last of the other paragraphs, if there is no report
+  EngineReport first;  // the last of the other paragraphs, if there is no report
   std::string atom;
   bool found = false;
   for (std::string paragraph; next_paragraph(in, paragraph);) {
     const std::size_t text = end_of_heading(paragraph);
     const bool report = text != std::string::npos;
-    if (!found) first = report ? paragraph.substr(text) : paragraph;
+    if (!found) first.text = report ? paragraph.substr(text) : paragraph;
+    if (!found && report) first.routine = paragraph.substr(0, paragraph.find('('));
     // The caller of what reported knows which atom it was for.
     if (found && report && paragraph.compare(text, 5, "Atom ") == 0) atom = paragraph.substr(text);
     found = found || report;
   }
-  return first + (atom.empty() ? "" : ". ") + atom + report_advice(first);
+  first.text += (atom.empty() ? "" : ". ") + atom;
+  return first;
+}
+
+std::string report_line(const std::string& printed) {
+  const std::string text = first_report(printed).text;
+  return text + report_advice(text);
 }
 
 }  // namespace qx

@@ -15,6 +15,7 @@ namespace qx {
 namespace {
 
 bool output_is_data = false;
+thread_local EngineHost* engine_host = nullptr;
 
 void show_as_error(void* /*context*/, const char* text, std::size_t size) {
   std::fwrite(text, 1, size, shown_errors());
@@ -23,6 +24,9 @@ void show_as_error(void* /*context*/, const char* text, std::size_t size) {
 }  // namespace
 
 void keep_standard_output_clean() { output_is_data = true; }
+
+void set_engine_host(EngineHost* host) { engine_host = host; }
+bool has_engine_host() { return engine_host != nullptr; }
 
 Engine::Spool* Engine::Spool::innermost = nullptr;
 
@@ -76,13 +80,19 @@ std::string Engine::Spool::text() {
 
 std::string Engine::end(bool succeeded, Spool& spool) const {
   std::string text = spool.text();
-  if (succeeded && !spool.died()) return text;
+  const bool well = succeeded && !spool.died();
+  if (engine_host) {
+    if (!well) throw EngineFailure(first_report(text).text, text);
+    engine_host->said(text);
+  }
+  if (well) return text;
   if (output_is_data && !verbose_) throw CommandError(1, report_line(text));
   (output_is_data ? std::cerr : std::cout) << text << std::flush;
   throw CommandError(1, "the engine reported a failure" + report_advice(text));
 }
 
 std::string Engine::run(const SectionText& section) {
+  if (engine_host) engine_host->pause();
   const std::vector<std::string> lines = section.lines();
   std::vector<const char*> pointers;
   pointers.reserve(lines.size());

@@ -1,6 +1,7 @@
 // An engine whose sections run quietly, if wanted, and whose failures are a command's.
 #pragma once
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/section_text.h"
 
 #include <quorix/engine.h>
@@ -13,6 +14,33 @@ namespace qx {
 // For commands whose standard output is read by programs: what the engine prints goes to standard
 // error from here on, and of a failure no more than a line that tells it with its remedy.
 void keep_standard_output_clean();
+
+// What the engine reported, with all that it had printed since its work began.
+class EngineFailure : public CommandError {
+ public:
+  EngineFailure(const std::string& line, std::string printed)
+      : CommandError(1, line), printed_(std::move(printed)) {}
+  [[nodiscard]] const std::string& printed() const { return printed_; }
+
+ private:
+  std::string printed_;
+};
+
+// A program that runs sections within itself and has no terminal to print on.
+class EngineHost {
+ public:
+  // Hears what the engine printed of a section that went well.
+  virtual void said(const std::string& text) = 0;
+  // Before each section; what it throws ends the work.
+  virtual void pause() = 0;
+
+ protected:
+  ~EngineHost() = default;
+};
+// Of engines of this thread from here on; null: none. With a host nothing is printed, and failures
+// are EngineFailure.
+void set_engine_host(EngineHost* host);
+bool has_engine_host();
 
 // Runs sections through the engine. Unless verbose, what the engine prints is kept back and shown
 // only if a section fails.

@@ -332,12 +332,13 @@ void refuse_labels(const ReflectionFile& file, const std::string& problem, const
                        columns_listed(file) + ".\n";
     if (file.batches > 0) text += format("These are unmerged data (%d batches). ", file.batches);
     text += "A map needs phases: take the file that phasing or refinement wrote.";
-    throw CommandError(2, text);
+    throw LabelError(text, problem, pairs);
   }
   const MapLabels& example = example_among(pairs, near);
-  throw CommandError(2, problem + "; amplitudes with phases in the file: " + listed(file) + ".\n" +
-                            lines + "Name one, for example:\n  quorix map " + file.path + " --f '" +
-                            example.amplitude + "' --phi '" + example.phase + "'");
+  throw LabelError(problem + "; amplitudes with phases in the file: " + listed(file) + ".\n" +
+                       lines + "Name one, for example:\n  quorix map " + file.path + " --f '" +
+                       example.amplitude + "' --phi '" + example.phase + "'",
+                   problem, pairs);
 }
 
 }  // namespace qx

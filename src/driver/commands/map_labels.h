@@ -1,9 +1,11 @@
 // Which amplitude and phase a map is made of.
 #pragma once
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/reflection_file.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qx {
@@ -12,6 +14,19 @@ struct MapLabels {
   std::string amplitude, phase;  // as in a coid list
   std::string kind;              // of the map, for its file's name
   std::string weight = {};       // what multiplies the amplitude; empty: nothing
+};
+
+// A choice of labels that cannot be made: why, without how to type it, and what could be chosen.
+class LabelError : public CommandError {
+ public:
+  LabelError(const std::string& text, std::string problem, std::vector<MapLabels> candidates)
+      : CommandError(2, text), problem_(std::move(problem)), candidates_(std::move(candidates)) {}
+  [[nodiscard]] const std::string& problem() const { return problem_; }
+  [[nodiscard]] const std::vector<MapLabels>& candidates() const { return candidates_; }
+
+ private:
+  std::string problem_;
+  std::vector<MapLabels> candidates_;
 };
 
 // Amplitude columns with their phases: by name, else by what stands behind them.

@@ -1,5 +1,7 @@
 #include "driver/commands/progress_line.h"
 
+#include "driver/commands/engine_run.h"
+
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -30,7 +32,8 @@ void set_timer(int seconds) {
 
 Progress::Progress(const std::string& program) {
   step(program);
-  if (!isatty(STDERR_FILENO)) return;
+  if (has_engine_host() || !isatty(STDERR_FILENO)) return;
+  timed_ = true;
   struct sigaction action = {};
   action.sa_handler = show_progress;
   action.sa_flags = SA_RESTART;
@@ -39,6 +42,7 @@ Progress::Progress(const std::string& program) {
 }
 
 Progress::~Progress() {
+  if (!timed_) return;
   set_timer(0);
   if (progress_shown) std::fputs("\r\033[K", stderr);
 }

@@ -1,15 +1,9 @@
 // quorix run: a text of sections, one after the other.
-#include "core/files_read.h"
-#include "core/load_lines.h"
 #include "driver/commands/command_error.h"
 #include "driver/commands/commands.h"
-#include "driver/commands/job_text.h"
+#include "driver/commands/job_run.h"
 #include "driver/commands/option_facts.h"
-#include "driver/commands/output_guard.h"
-#include "driver/commands/output_place.h"
-#include "driver/commands/reflection_file.h"
 
-#include <quorix/engine.h>
 #include <quorix/parser.h>
 
 #include <cerrno>
@@ -62,47 +56,6 @@ JobText read_text(const Stream& stream, const std::string& path) {
   return text;
 }
 
-// What a text writes and reads later is its own.
-void check_files(const JobText& text, const Options& options) {
-  std::vector<std::string> inputs = {options.path == "-" ? "/dev/stdin" : options.path};
-  std::vector<Output> outputs;
-  for (const JobFile& file : text.files()) {
-    if (file.use == JobFile::Use::reads_reflections) {
-      inputs.push_back(file.path);
-      continue;
-    }
-    const bool map = file.use == JobFile::Use::writes_map;
-    outputs.push_back({file.path, map ? FileKind::map : FileKind::mtz});
-    check_outputs(inputs, outputs, options.force);
-  }
-}
-
-// What the engine neither reads nor writes itself: other formats, compressed files.
-class OtherFiles {
- public:
-  void stand_in(JobText& text) {
-    for (const JobFile& file : text.files()) {
-      if (file.use == JobFile::Use::reads_reflections) {
-        const FileKind kind = kind_of(file.path);
-        if (kind == FileKind::mtz && !is_gzipped(file.path)) continue;
-        if (!holds_reflections(kind)) continue;  // the engine tells what is wrong with it
-        inputs_.push_back(readable_mtz(file.path));
-        text.set_path(file, inputs_.back().path);
-      } else if (asks_for_gzip(file.path)) {
-        outputs_.push_back(std::make_unique<OutputPlace>(file.path));
-        text.set_path(file, outputs_.back()->path());
-      }
-    }
-  }
-  void deliver() const {
-    for (const auto& output : outputs_) output->deliver();
-  }
-
- private:
-  std::vector<ReadableMtz> inputs_;
-  std::vector<std::unique_ptr<OutputPlace>> outputs_;
-};
-
 // What is run, before it is run.
 void echo(const std::vector<std::string>& lines) {
   std::printf("\n");
@@ -114,58 +67,29 @@ void echo(const std::vector<std::string>& lines) {
   std::printf("\n\n");
 }
 
-Status load(const std::vector<std::string>& lines, const JobPart& part) {
-  std::vector<const char*> pointers;
-  pointers.reserve(part.last - part.first);
-  for (std::size_t i = part.first; i < part.last; ++i) pointers.push_back(lines[i].c_str());
-  return load_lines(static_cast<std::int32_t>(pointers.size()), pointers.data());
-}
-
 // As compilers do, so that editors find the line.
-void tell_where(const JobText& text, const JobPart& part, const std::string& path) {
+void tell_where(const JobStop& stop, const std::string& path) {
   constexpr std::size_t enough = 200;
   const std::string name = path == "-" ? "<stdin>" : path;
-  const std::int32_t line = last_command_line();
+  const bool cut = stop.command.size() > enough;
   std::fflush(stdout);
-  if (line < 0) {
-    std::cerr << name << ':' << part.last << ": the text ends inside a section: xend?\n";
-    return;
-  }
-  const std::size_t number = part.first + static_cast<std::size_t>(line);
-  const JobCommand* command = text.command_at(number);
-  if (!command) return;
-  const bool cut = command->text.size() > enough;
-  std::cerr << name << ':' << number + 1 << ": " << command->text.substr(0, enough)
-            << (cut ? " ..." : "") << '\n';
-}
-
-// False after a report.
-bool run_part(const JobText& text, const JobPart& part, const Stream& stream,
-              const std::string& path) {
-  if (qx_create_quorix() != ok || !note_file_read(stream.get())) return false;
-  const auto deaths = qx_get_die_count();
-  if (load(text.engine_lines(), part) != ok) return false;
-  while (qx_exist_quorix() && qx_is_quorix_text_left()) {
-    (void)qx_quorix_ctrl();
-    if (qx_get_die_count() == deaths) continue;
-    tell_where(text, part, path);
-    return false;
-  }
-  qx_terminate_quorix();
-  return qx_get_die_count() == deaths;
+  std::cerr << name << ':' << stop.line << ": "
+            << (stop.command.empty() ? "the text ends inside a section: xend?"
+                                     : stop.command.substr(0, enough) + (cut ? " ..." : ""))
+            << '\n';
 }
 
 int run(const Options& options) {
   const Stream stream = open_text(options.path);
   JobText text = read_text(stream, options.path);
-  check_files(text, options);
-  OtherFiles others;
+  check_job_files(text, options.path == "-" ? "/dev/stdin" : options.path, options.force);
+  JobStandIns others;
   others.stand_in(text);
   echo(text.lines());
   for (const JobPart& part : text.parts()) {
-    if (run_part(text, part, stream, options.path)) continue;
-    qx_terminate_quorix();
-    return 1;
+    const JobResult result = run_job_part(text, part, stream.get());
+    if (result.stop) tell_where(*result.stop, options.path);
+    if (!result.done) return 1;
   }
   others.deliver();
   return 0;

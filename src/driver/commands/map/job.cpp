@@ -89,15 +89,16 @@ const char* scale_word(const MapOptions& options) {
   return options.extent.front() == "cell" ? "yes" : "cell";
 }
 
-// What label 2 says: readers of a part cannot tell its scale from its values.
+}  // namespace
+
 std::string kind_text(const MapJob& job) {
   const bool by_cell = std::strcmp(scale_word(job.options), "cell") == 0;
   return map_type(job.labels) + (by_cell ? cell_scale_mark : "");
 }
 
-}  // namespace
+namespace {
 
-SectionText map_section(const MapJob& job) {
+std::string write_line(const MapJob& job) {
   const MapOptions& options = job.options;
   std::string write = "write ccp4 file " + quoted_name(job.output);
   if (!options.plain_header) {
@@ -109,13 +110,21 @@ SectionText map_section(const MapJob& job) {
              quoted_name(job.labels.amplitude + " " + job.labels.phase +
                          (job.labels.weight.empty() ? "" : " " + job.labels.weight));
   }
-  return SectionText("xmap")
-      .line("mapdef generated with amplitude input phase input")
+  return write;
+}
+
+}  // namespace
+
+SectionText map_section(const MapJob& job) {
+  const MapOptions& options = job.options;
+  SectionText text("xmap");
+  text.line("mapdef generated with amplitude input phase input")
       .line(format("param type unweighted u 1 v 0 scale %s cushion %g%s", scale_word(options),
                    options.cushion, job.labels.weight.empty() ? "" : " weight yes"))
       .line(extent_line(options.extent))
-      .line("generate")
-      .line(write);
+      .line("generate");
+  if (!job.output.empty()) text.line(write_line(job));
+  return text;
 }
 
 SectionText end_section() { return SectionText("xter"); }

@@ -1,9 +1,12 @@
 // quorix map: the options, and the sections that they come to.
 #pragma once
 
+#include "driver/commands/engine_run.h"
 #include "driver/commands/map_labels.h"
 #include "driver/commands/section_text.h"
 
+#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,11 +50,22 @@ std::string map_group(const MapJob& job);
 const gemmi::SpaceGroup* known_group(const MapJob& job);  // null: not known by name
 const double* map_cell(const MapJob& job);
 
+// Reflections of the engine's crystal.
+std::int32_t reflections_used();
+// Crystal and grid in a fresh engine. Terms beyond an explicit grid would be folded into others:
+// the job's limit is narrowed, everything begins again, and `dropped` reflections take no part.
+std::unique_ptr<Engine> start_map(MapJob& job, std::int32_t& dropped);
+// Of what came of that, a line each.
+std::vector<std::string> grid_warnings(const MapJob& job, std::int32_t dropped);
+
 SectionText crystal_section(const MapJob& job);
 SectionText grid_section(const MapOptions& options);
 SectionText fft_section(const MapOptions& options);
-SectionText map_section(const MapJob& job);
+SectionText map_section(const MapJob& job);  // writes nothing without an output
 SectionText end_section();
+
+// What label 2 says of the map; readers of a part cannot tell its scale from its values.
+std::string kind_text(const MapJob& job);
 
 // Warnings, one line each with its consequence: what was given by hand against what the file says,
 // and what the coefficients hold.

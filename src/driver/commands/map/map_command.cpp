@@ -54,58 +54,6 @@ void warn(const MapJob& job, MapReport& report, const std::string& line) {
   }
 }
 
-std::int32_t reflections_used() {
-  qx_reflection_view view = {};
-  return qx_get_reflection_view(&view) ? view.n : 0;
-}
-
-bool fits(const std::int32_t (&hkl)[3], const std::int32_t (&counts)[3]) {
-  std::int32_t mate[3] = {};
-  double cycles = 0.0;
-  for (std::int32_t op = 0; qx_get_index_mate(op, hkl, mate, &cycles) == 1; ++op) {
-    for (int a = 0; a < 3; ++a) {
-      if (2 * std::abs(mate[a]) >= counts[a]) return false;
-    }
-  }
-  return true;
-}
-
-// The resolution to which the grid holds every reflection with all its mates; none if all fit.
-std::optional<double> resolution_of_grid() {
-  qx_reflections_view set;
-  qx_grid_view grid;
-  if (qx_get_reflections_view(&set) != 1 || qx_get_grid_view(&grid) != 1) return {};
-  double least = 1e30;
-  for (std::int32_t i = 0; i < set.n; ++i) {
-    const std::int32_t hkl[3] = {set.h[i], set.k[i], set.l[i]};
-    if (set.s_length[i] < least && !fits(hkl, grid.counts)) least = set.s_length[i];
-  }
-  if (least == 1e30) return {};
-  return (1.0 + 1e-6) / least;
-}
-
-// Crystal and grid in a fresh engine. Terms beyond an explicit grid would be folded into others:
-// the limit is narrowed and everything begins again.
-std::unique_ptr<Engine> start(MapJob& job, MapReport& report) {
-  std::optional<std::int32_t> first;
-  for (;;) {
-    auto engine = std::make_unique<Engine>(job.options.verbose);
-    engine->run(crystal_section(job));
-    engine->run(grid_section(job.options));
-    if (!first) first = reflections_used();
-    const auto limit = resolution_of_grid();
-    if (!limit) {
-      report.dropped = *first - reflections_used();
-      return engine;
-    }
-    if (job.options.counts.empty() && !(job.options.spacing > 0.0)) {
-      throw CommandError(2, "the grid is too coarse for this cell: take a smaller --frac");
-    }
-    engine.reset();
-    job.dmin = limit;
-  }
-}
-
 void note_crystal(const MapJob& job, MapReport& report) {
   qx_group_view group;
   qx_limits_view limits;
@@ -120,19 +68,7 @@ void note_crystal(const MapJob& job, MapReport& report) {
   report.low = limits.low;
   report.used = reflections_used();
   std::copy_n(grid.counts, 3, report.counts);
-  if (report.dropped > 0) {
-    warn(job, report,
-         format("the grid holds indices to %.3f A: %d reflections beyond take no part", report.high,
-                report.dropped));
-  }
-  const std::vector<int>& asked = job.options.counts;
-  if (!asked.empty() && !std::equal(asked.begin(), asked.end(), report.counts)) {
-    warn(
-        job, report,
-        format("a grid of %d x %d x %d is used: counts have no factors but 2, 3 and 5 and suit the "
-               "group",
-               report.counts[0], report.counts[1], report.counts[2]));
-  }
+  for (const std::string& line : grid_warnings(job, report.dropped)) warn(job, report, line);
 }
 
 // The atoms whose surroundings are wanted.
@@ -437,7 +373,7 @@ void make_map(const Task& task, std::size_t number, nlohmann::ordered_json& all,
     for (const std::string& line : task.notes) warn(job, report, line);
   }
   for (const std::string& line : map_warnings(job)) warn(job, report, line);
-  const auto engine = start(job, report);
+  const auto engine = start_map(job, report.dropped);
   note_crystal(job, report);
   if (options.print_sections) {
     job.input = file.path;

@@ -1,0 +1,41 @@
+// Densities apart from the engine that made them: boxes of grid points of a cell.
+#pragma once
+
+#include <quorix/api.h>
+
+// Points `starts` .. `starts` + `counts` - 1 of a grid of `intervals` points a cell, all along x,
+// y, z; the density is [z][y][x], x fastest.
+typedef struct qx_density_box {
+  const double* density;
+  int32_t counts[3], starts[3], intervals[3];
+} qx_density_box;
+
+QX_C_BEGIN
+
+// The block of the last map's density, which qx_get_map_view describes, leaves the engine: it is
+// the caller's, who ends it with free(), and the map has none from then on. Null, without a report,
+// when there is none.
+QX_API double* qx_take_map_density(void);
+
+// Grid indices, both inclusive, of the box about the atoms computed with, wider by `cushion`
+// Angstrom on every side, in the crystal's cell on a grid of these intervals.
+QX_API qx_status qx_calc_model_bounds(double cushion, const int32_t intervals[3], int32_t low[3],
+                                      int32_t high[3]);
+
+// Fills `density` for the box `to`, whose own density is not looked at, with the points of `from`
+// that are the same but for periods of the cell. 0, and `density` as it was, if `from` lacks any;
+// nothing is reported, here and in the next.
+QX_API int32_t qx_cut_density_box(const qx_density_box* from, const qx_density_box* to,
+                                  double* density);
+// Densities at `n` points in fractional coordinates: of order 3 by cubic interpolation along each
+// axis (continuous with its first derivatives), of order 1 by linear, of order 0 at the nearest
+// grid point. NaN where the box lacks a grid point that is needed.
+QX_API void qx_interpolate_density(const qx_density_box* box, int32_t order, int64_t n,
+                                   const double (*points)[3], double* values);
+
+// A CCP4 map with a zero origin and, if wanted, the operators; cell and group are the crystal's.
+// `kind` stands in label 2.
+QX_API qx_status qx_write_density_box(const char* path, const qx_density_box* box, const char* kind,
+                                      int32_t symmetry_records);
+
+QX_C_END

@@ -1,0 +1,33 @@
+// A reflection file as Python sees it: read once, its columns lent out.
+#pragma once
+
+#include "driver/commands/reflection_file.h"
+
+#include <map>
+#include <pybind11/numpy.h>
+#include <string>
+#include <vector>
+
+namespace qx::python {
+
+// The file is kept open: maps are made of what was read, also when the name is gone by then.
+class Reflections {
+ public:
+  Reflections(const std::string& path, const std::string& name);
+  Reflections(const Reflections&) = delete;
+  Reflections& operator=(const Reflections&) = delete;
+  ~Reflections();
+  [[nodiscard]] const ReflectionFile& file() const { return file_; }
+  // What was found odd about maps of one kind; the same each time, and long to look for. For
+  // whoever has the engine.
+  std::map<std::string, std::vector<std::string>>& known_warnings() const { return warnings_; }
+
+ private:
+  ReflectionFile file_;
+  int descriptor_ = -1;
+  mutable std::map<std::string, std::vector<std::string>> warnings_;
+};
+
+void bind_reflections(pybind11::module_& module);
+
+}  // namespace qx::python

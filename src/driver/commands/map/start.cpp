@@ -1,0 +1,85 @@
+// Crystal and grid of a map, settled between them.
+#include "driver/commands/command_error.h"
+#include "driver/commands/map/job.h"
+
+#include <quorix/reflection_view.h>
+#include <quorix/views.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace qx {
+
+std::int32_t reflections_used() {
+  qx_reflection_view view = {};
+  return qx_get_reflection_view(&view) ? view.n : 0;
+}
+
+namespace {
+
+bool fits(const std::int32_t (&hkl)[3], const std::int32_t (&counts)[3]) {
+  std::int32_t mate[3] = {};
+  double cycles = 0.0;
+  for (std::int32_t op = 0; qx_get_index_mate(op, hkl, mate, &cycles) == 1; ++op) {
+    for (int a = 0; a < 3; ++a) {
+      if (2 * std::abs(mate[a]) >= counts[a]) return false;
+    }
+  }
+  return true;
+}
+
+// The resolution to which the grid holds every reflection with all its mates; none if all fit.
+std::optional<double> resolution_of_grid() {
+  qx_reflections_view set;
+  qx_grid_view grid;
+  if (qx_get_reflections_view(&set) != 1 || qx_get_grid_view(&grid) != 1) return {};
+  double least = 1e30;
+  for (std::int32_t i = 0; i < set.n; ++i) {
+    const std::int32_t hkl[3] = {set.h[i], set.k[i], set.l[i]};
+    if (set.s_length[i] < least && !fits(hkl, grid.counts)) least = set.s_length[i];
+  }
+  if (least == 1e30) return {};
+  return (1.0 + 1e-6) / least;
+}
+
+}  // namespace
+
+std::unique_ptr<Engine> start_map(MapJob& job, std::int32_t& dropped) {
+  std::optional<std::int32_t> first;
+  for (;;) {
+    auto engine = std::make_unique<Engine>(job.options.verbose);
+    engine->run(crystal_section(job));
+    engine->run(grid_section(job.options));
+    if (!first) first = reflections_used();
+    const auto limit = resolution_of_grid();
+    if (!limit) {
+      dropped = *first - reflections_used();
+      return engine;
+    }
+    if (job.options.counts.empty() && !(job.options.spacing > 0.0)) {
+      throw CommandError(2, "the grid is too coarse for this cell: take a smaller --frac");
+    }
+    engine.reset();
+    job.dmin = limit;
+  }
+}
+
+std::vector<std::string> grid_warnings(const MapJob& job, std::int32_t dropped) {
+  std::vector<std::string> lines;
+  qx_limits_view limits;
+  qx_grid_view grid;
+  if (qx_get_limits_view(&limits) != 1 || qx_get_grid_view(&grid) != 1) return lines;
+  if (dropped > 0) {
+    lines.push_back(format("the grid holds indices to %.3f A: %d reflections beyond take no part",
+                           limits.high, dropped));
+  }
+  const std::vector<int>& asked = job.options.counts;
+  if (!asked.empty() && !std::equal(asked.begin(), asked.end(), grid.counts)) {
+    lines.push_back(format(
+        "a grid of %d x %d x %d is used: counts have no factors but 2, 3 and 5 and suit the group",
+        grid.counts[0], grid.counts[1], grid.counts[2]));
+  }
+  return lines;
+}
+
+}  // namespace qx
