@@ -24,7 +24,8 @@ install(DIRECTORY ${QUORIX_PAGES}/zsh DESTINATION ${CMAKE_INSTALL_DATADIR} COMPO
 file(GLOB guides docs/*.md)
 install(FILES ${guides} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT programs)
 install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT programs
-        FILES_MATCHING PATTERN "*.pdb" PATTERN "*.mtz" PATTERN "README.md" PATTERN "*.qx")
+        FILES_MATCHING PATTERN "*.pdb" PATTERN "*.mtz" PATTERN "README.md" PATTERN "*.qx"
+        PATTERN "ligand_density.*")
 install(DIRECTORY workflow/ DESTINATION ${QUORIX_DATA_DIR}/workflow COMPONENT programs
         USE_SOURCE_PERMISSIONS)
 install(EXPORT quorixTargets NAMESPACE quorix:: DESTINATION ${package_dir} COMPONENT dev)

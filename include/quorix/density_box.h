@@ -10,11 +10,17 @@ typedef struct qx_density_box {
   int32_t counts[3], starts[3], intervals[3];
 } qx_density_box;
 
+typedef struct qx_density_peak {
+  double height;
+  double fractional[3];
+  int32_t indices[3];  // of the grid point that it was found at
+} qx_density_peak;
+
 QX_C_BEGIN
 
 // The block of the last map's density, which qx_get_map_view describes, leaves the engine: it is
-// the caller's, who ends it with free(), and the map has none from then on. Null, without a report,
-// when there is none.
+// the caller's, who ends it with free(), and the map has none from then on. Points that nobody has
+// asked for yet are made. Null when there is no map (without a report) or they cannot be made.
 QX_API double* qx_take_map_density(void);
 
 // Grid indices, both inclusive, of the box about the atoms computed with, wider by `cushion`
@@ -32,6 +38,12 @@ QX_API int32_t qx_cut_density_box(const qx_density_box* from, const qx_density_b
 // grid point. NaN where the box lacks a grid point that is needed.
 QX_API void qx_interpolate_density(const qx_density_box* box, int32_t order, int64_t n,
                                    const double (*points)[3], double* values);
+
+// Points of at least `level` (of at most it, if it is below 0) above (below) their 26 neighbours;
+// place and height by a parabola along each axis. The first `capacity` in the order of the box are
+// stored, and the number of all is given. Points at the border of a part of the cell are none.
+QX_API int64_t qx_find_density_peaks(const qx_density_box* box, double level, int64_t capacity,
+                                     qx_density_peak* peaks);
 
 // A CCP4 map with a zero origin and, if wanted, the operators; cell and group are the crystal's.
 // `kind` stands in label 2.

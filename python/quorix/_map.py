@@ -1,4 +1,5 @@
 """Densities."""
+import contextlib
 import os
 
 import numpy as np
@@ -12,6 +13,15 @@ _UNIT_NAMES = {name: unit for unit, name in _UNITS.items()}
 def read_map(path):
     """The Map in a CCP4 file, also gzipped; the unit of its density is not known ('')."""
     return Map(_engine.read_map(_files.path_of(path)))
+
+
+def positions(model, select=None):
+    """Where the atoms of a model are, a path or a gemmi.Structure: float64 [n, 3], Angstrom.
+
+    `select` chooses atoms in gemmi's selection syntax.
+    """
+    with _files.model_file(model) as path:
+        return _engine.positions(path, select or '')
 
 
 class Map:
@@ -102,8 +112,7 @@ class Map:
         if _is_points(where):
             points = np.asarray(where, dtype=float)
         else:
-            with _files.model_file(where) as path:
-                points = _engine.positions(path, select or '')
+            points = positions(where, select)
         if points.shape[-1:] != (3,):
             raise ValueError(f'points are an array [..., 3], not {list(points.shape)}')
         values = _engine.at_points(self._density, points.reshape(-1, 3), order)
@@ -121,6 +130,34 @@ class Map:
             raise ValueError(f'cushion is a length in Angstrom, not {cushion}')
         with _files.model_file(model) as path:
             return Map(_engine.around(self._density, path, select or '', cushion))
+
+    def peaks(self, level, near=None, select=None):
+        """Peaks above `level` rms, one of each orbit, the highest first; holes for a level below 0.
+
+        A peak is higher than its 26 neighbours on the grid; a parabola along each axis gives place
+        and height. The array has the fields
+
+        xyz       Angstrom: by the model, if `near` names one (a path or a gemmi.Structure, of which
+                  `select` chooses atoms), else where the map has it first
+        height    in the map's unit
+        rms       the same in rms of the whole cell
+        nearest   the model's atom, with its chain, residue and serial number; '' without a model
+        distance  from that atom, Angstrom; NaN without a model
+
+        >>> d = qx.read(example("1ubq.mtz")).map(difference=True)
+        >>> d.peaks(4, near=example("1ubq.pdb")).dtype.names
+        ('xyz', 'height', 'rms', 'nearest', 'distance')
+        """
+        if not 0 < abs(level) < float('inf'):
+            raise ValueError(f'level is a number of rms other than 0, not {level}')
+        with contextlib.nullcontext('') if near is None else _files.model_file(near) as path:
+            xyz, height, names, distance = _engine.find_peaks(self._density, level * self.rms, path, select or '')
+        width = max([1, *map(len, names)])
+        found = np.empty(len(height), dtype=[('xyz', 'f8', 3), ('height', 'f8'), ('rms', 'f8'),
+                                             ('nearest', f'U{width}'), ('distance', 'f8')])
+        found['xyz'], found['height'], found['rms'] = xyz, height, height / self.rms
+        found['nearest'], found['distance'] = names, distance
+        return found
 
     def write(self, path, *, force=False):
         """Writes a CCP4 map, gzipped if the name ends in .gz.

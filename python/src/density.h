@@ -41,5 +41,7 @@ void bind_density(pybind11::module_& module);
 void bind_density_use(pybind11::module_& module);  // boxes, points, files
 void bind_maps(pybind11::module_& module);         // from reflections
 void bind_jobs(pybind11::module_& module);         // texts of sections
+void bind_peaks(pybind11::module_& module);
+void bind_commands(pybind11::module_& module);  // whole subcommands
 
 }  // namespace qx::python

@@ -74,8 +74,10 @@ Density make_map(const Reflections& reflections, const MapOptions& options) {
     if (qx_get_map_view(&view) != 1) throw CommandError(1, "the engine has no map");
     Density map;
     describe(job, view, map);
-    map.block = own(qx_take_map_density());
-    if (!map.block) throw CommandError(1, "the engine has no density");
+    engine->call([&] {
+      map.block = own(qx_take_map_density());
+      return map.block ? ok : failed;
+    });
     return map;
   });
 }

@@ -14,4 +14,6 @@ PYBIND11_MODULE(_engine, module) {
   qx::python::bind_density_use(module);
   qx::python::bind_maps(module);
   qx::python::bind_jobs(module);
+  qx::python::bind_peaks(module);
+  qx::python::bind_commands(module);
 }

@@ -5,6 +5,7 @@
 #include "map/interpolate.h"
 #include "map/map.h"
 #include "map/model_box.h"
+#include "map/peaks.h"
 
 #include <quorix/density_box.h>
 #include <quorix/engine.h>
@@ -22,7 +23,7 @@ double* qx_take_map_density() {
   qx_map_view view;
   if (qx_get_map_view(&view) != 1) return nullptr;
   qxmap* map = qx_get_qxmap();
-  if (!map) return nullptr;
+  if (!map || !qx::map_density(*map)) return nullptr;
   map->statistics_known = false;
   double*** planes = std::exchange(map->density, nullptr);
   double* block = planes[0][0];
@@ -69,6 +70,11 @@ std::int32_t qx_cut_density_box(const qx_density_box* from, const qx_density_box
     }
   }
   return 1;
+}
+
+std::int64_t qx_find_density_peaks(const qx_density_box* box, double level, std::int64_t capacity,
+                                   qx_density_peak* peaks) {
+  return qx::find_peaks(*box, level, capacity, peaks);
 }
 
 void qx_interpolate_density(const qx_density_box* box, std::int32_t order, std::int64_t n,

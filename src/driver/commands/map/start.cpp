@@ -17,12 +17,31 @@ std::int32_t reflections_used() {
 
 namespace {
 
-bool fits(const std::int32_t (&hkl)[3], const std::int32_t (&counts)[3]) {
-  std::int32_t mate[3] = {};
-  double cycles = 0.0;
-  for (std::int32_t op = 0; qx_get_index_mate(op, hkl, mate, &cycles) == 1; ++op) {
+// Rows of indices to rows of mates, by operator of the group; h R is linear in h.
+struct IndexMatrix {
+  std::int32_t of[3][3];
+};
+
+std::vector<IndexMatrix> index_matrices() {
+  std::vector<IndexMatrix> list;
+  for (std::int32_t op = 0;; ++op) {
+    IndexMatrix matrix = {};
     for (int a = 0; a < 3; ++a) {
-      if (2 * std::abs(mate[a]) >= counts[a]) return false;
+      std::int32_t unit[3] = {};
+      double cycles = 0.0;
+      unit[a] = 1;
+      if (qx_get_index_mate(op, unit, matrix.of[a], &cycles) != 1) return list;
+    }
+    list.push_back(matrix);
+  }
+}
+
+bool fits(const std::vector<IndexMatrix>& operators, const std::int32_t (&hkl)[3],
+          const std::int32_t (&counts)[3]) {
+  for (const IndexMatrix& r : operators) {
+    for (int a = 0; a < 3; ++a) {
+      const std::int32_t mate = hkl[0] * r.of[0][a] + hkl[1] * r.of[1][a] + hkl[2] * r.of[2][a];
+      if (2 * std::abs(mate) >= counts[a]) return false;
     }
   }
   return true;
@@ -33,10 +52,11 @@ std::optional<double> resolution_of_grid() {
   qx_reflections_view set;
   qx_grid_view grid;
   if (qx_get_reflections_view(&set) != 1 || qx_get_grid_view(&grid) != 1) return {};
+  const std::vector<IndexMatrix> operators = index_matrices();
   double least = 1e30;
   for (std::int32_t i = 0; i < set.n; ++i) {
     const std::int32_t hkl[3] = {set.h[i], set.k[i], set.l[i]};
-    if (set.s_length[i] < least && !fits(hkl, grid.counts)) least = set.s_length[i];
+    if (set.s_length[i] < least && !fits(operators, hkl, grid.counts)) least = set.s_length[i];
   }
   if (least == 1e30) return {};
   return (1.0 + 1e-6) / least;
