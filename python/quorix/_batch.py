@@ -23,7 +23,8 @@ class Batch:
         from concurrent.futures import ThreadPoolExecutor
         waiting = collections.deque()
         left = iter(self._sets)
-        with ThreadPoolExecutor(self._jobs) as pool:
+        alone = (_engine.set_threads, (1,)) if self._jobs > 1 else (None, ())
+        with ThreadPoolExecutor(self._jobs, 'quorix', *alone) as pool:
             try:
                 while True:
                     while len(waiting) <= self._jobs and (item := next(left, None)):

@@ -2,6 +2,16 @@
 from . import _engine
 
 
+def set_threads(count):
+    """On how many threads an engine of the calling thread does heavy work; 0: all processors.
+
+    What it makes does not depend on it.
+    """
+    if count < 0:
+        raise ValueError(f'count is a number of threads, not {count}')
+    _engine.set_threads(count)
+
+
 def run(text, *, force=False):
     """Runs a text of sections, as `quorix run` does, and gives what the engine printed.
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <mutex>
 #include <pybind11/stl.h>
 #include <sstream>
 
@@ -40,6 +41,8 @@ void warn_of(Session& session, const std::string& errors) {
 std::string command(std::vector<std::string> words) {
   return with_engine([&](Session& session) {
     session.pause();
+    static auto& streams = *new std::mutex;  // outlives threads that are at work when Python ends
+    const std::lock_guard<std::mutex> alone(streams);
     const Diverted output(std::cout);
     const Diverted errors(std::cerr);
     int status = 0;
@@ -72,6 +75,8 @@ std::vector<std::pair<std::string, std::string>> find_sets(const std::vector<std
 
 void bind_commands(py::module_& module) {
   module.def("command", command, py::arg("words"));
+  module.def(
+      "set_threads", [](std::int32_t n) { qx_set_threads(n); }, py::arg("count"));
   module.def("find_data_sets", find_sets, py::arg("inputs"));
 }
 

@@ -33,16 +33,13 @@ MapLabels choose(const ReflectionFile& file, const MapOptions& options) {
   return labels;
 }
 
-const std::vector<std::string>& warnings_of(const Reflections& reflections, const MapJob& job) {
+std::vector<std::string> warnings_of(const Reflections& reflections, const MapJob& job) {
   const double* c = map_cell(job);
-  std::string key = job.labels.amplitude + '\n' + job.labels.phase + '\n' + job.labels.weight +
-                    '\n' + map_group(job);
-  key += format(" %.9g %.9g", job.options.dmin.value_or(0), job.options.dmax.value_or(0));
-  for (int i = 0; i < 6; ++i) key += format(" %.9g", c[i]);
-  auto& known = reflections.known_warnings();
-  auto found = known.find(key);
-  if (found == known.end()) found = known.emplace(key, map_warnings(job)).first;
-  return found->second;
+  std::string kind = job.labels.amplitude + '\n' + job.labels.phase + '\n' + job.labels.weight +
+                     '\n' + map_group(job);
+  kind += format(" %.9g %.9g", job.options.dmin.value_or(0), job.options.dmax.value_or(0));
+  for (int i = 0; i < 6; ++i) kind += format(" %.9g", c[i]);
+  return reflections.warnings(kind, [&] { return map_warnings(job); });
 }
 
 void describe(const MapJob& job, const qx_map_view& view, Density& map) {

@@ -4,6 +4,7 @@
 #include "driver/commands/reflection_file.h"
 
 #include <map>
+#include <mutex>
 #include <pybind11/numpy.h>
 #include <string>
 #include <vector>
@@ -18,13 +19,19 @@ class Reflections {
   Reflections& operator=(const Reflections&) = delete;
   ~Reflections();
   [[nodiscard]] const ReflectionFile& file() const { return file_; }
-  // What was found odd about maps of one kind; the same each time, and long to look for. For
-  // whoever has the engine.
-  std::map<std::string, std::vector<std::string>>& known_warnings() const { return warnings_; }
+  // What is odd about maps of one kind: the same each time, so that `look` is called once.
+  template <class Look>
+  std::vector<std::string> warnings(const std::string& kind, Look look) const {
+    const std::lock_guard<std::mutex> alone(mutex_);
+    auto found = warnings_.find(kind);
+    if (found == warnings_.end()) found = warnings_.emplace(kind, look()).first;
+    return found->second;
+  }
 
  private:
   ReflectionFile file_;
   int descriptor_ = -1;
+  mutable std::mutex mutex_;
   mutable std::map<std::string, std::vector<std::string>> warnings_;
 };
 

@@ -23,11 +23,6 @@ void Session::tell() const {
   }
 }
 
-std::mutex& engine_mutex() {
-  static auto& mutex = *new std::mutex;  // outlives threads that are at work when Python ends
-  return mutex;
-}
-
 namespace {
 
 py::str shown(const std::string& text) {

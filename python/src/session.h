@@ -1,11 +1,10 @@
-// Every call of the module that needs an engine goes through here: Python goes on beside it, the
-// engine is one call's at a time, and what it says is kept for the logger.
+// Every call of the module that needs an engine goes through here: Python goes on beside it, with
+// engines of its other threads, and what is said is kept for the logger.
 #pragma once
 
 #include "driver/commands/engine_run.h"
 
 #include <exception>
-#include <mutex>
 #include <optional>
 #include <pybind11/pybind11.h>
 #include <string>
@@ -35,8 +34,6 @@ class Session final : public EngineHost {
   std::vector<std::pair<bool, std::string>> lines_;  // true: a warning
 };
 
-std::mutex& engine_mutex();
-
 template <class Work>
 auto with_engine(Work work) {
   Session session;
@@ -44,7 +41,6 @@ auto with_engine(Work work) {
   std::exception_ptr failure;
   {
     const pybind11::gil_scoped_release others_go_on;
-    const std::lock_guard<std::mutex> alone(engine_mutex());
     set_engine_host(&session);
     try {
       result.emplace(work(session));

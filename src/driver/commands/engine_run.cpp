@@ -28,7 +28,7 @@ void keep_standard_output_clean() { output_is_data = true; }
 void set_engine_host(EngineHost* host) { engine_host = host; }
 bool has_engine_host() { return engine_host != nullptr; }
 
-Engine::Spool* Engine::Spool::innermost = nullptr;
+thread_local Engine::Spool* Engine::Spool::innermost = nullptr;
 
 Engine::Engine(bool verbose) : verbose_(verbose) {
   if (qx_create_quorix() != ok) throw CommandError(1, "the engine could not be started");

@@ -84,7 +84,7 @@ class Engine {
     static void keep(void* spool, const char* text, std::size_t size) noexcept;
     void turn_output();
 
-    static Spool* innermost;
+    static thread_local Spool* innermost;
 
     bool verbose_;
     Spool* outer_;
