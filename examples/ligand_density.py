@@ -41,21 +41,24 @@ print(f'{len(atoms)} atoms, density {heights.mean():.1f} rms on average, {height
 
 # %% [markdown]
 # ## The plane of the ligand
-# The two directions in which the atoms spread most span it.
+# The two directions in which the atoms spread most span it; through its depth the highest density counts.
 
 # %%
 centre = atoms.mean(axis=0)
-across = np.linalg.svd(atoms - centre)[2][:2]
+directions = np.linalg.svd(atoms - centre)[2]
+across, through = directions[:2], directions[2]
 places = (atoms - centre) @ across.T
+depth = np.abs((atoms - centre) @ through).max()
 reach = np.abs(places).max() + 3.0
 steps = np.linspace(-reach, reach, 160)
 u, v = np.meshgrid(steps, steps)
 points = centre + u[..., None] * across[0] + v[..., None] * across[1]
+layers = [points + w * through for w in np.arange(-depth, depth + 0.25, 0.5)]
+highest = np.max([density.at(layer) for layer in layers], axis=0) / density.rms
 
 # %%
 figure, axes = plt.subplots(figsize=(6, 6))
-rms = density.rms
-axes.contourf(u, v, density.at(points) / rms, levels=[1, 1.5, 2, 3, 4, 6, 20], cmap='Blues', alpha=0.8)
+axes.contourf(u, v, np.minimum(highest, 5), levels=[1, 1.5, 2, 3, 4, 5], cmap='Blues', extend='max')
 for levels, colour in (([3, 4, 5], 'green'), ([-5, -4, -3], 'red')):
     axes.contour(u, v, difference.at(points) / difference.rms, levels=levels, colors=colour, linewidths=1)
 axes.plot(places[:, 0], places[:, 1], 'o', color='black', markersize=4)

@@ -24,6 +24,7 @@ class TakenDensity : public MapEngine {
 
 TEST_F(TakenDensity, outlivesTheEngineThatForgetsIt) {
   qx_map_view view;
+  ASSERT_EQ(qx_make_map_density(), ok);
   ASSERT_EQ(qx_get_map_view(&view), 1);
   const std::vector<double> before(view.density, view.density + 10 * 12 * 15);
   const double held = qx_get_xmalloc_memory_size();
@@ -32,7 +33,11 @@ TEST_F(TakenDensity, outlivesTheEngineThatForgetsIt) {
   EXPECT_LE(qx_get_xmalloc_memory_size(), held - 8e-6 * 10 * 12 * 15);
   EXPECT_EQ(qx_get_map_view(&view), 0);
   EXPECT_EQ(qx_take_map_density(), nullptr);
-  ASSERT_EQ(generate({{{1, 0, 0}, 1.0, 0.0}}), ok);  // the engine makes another
+  ASSERT_EQ(generate({{{1, 0, 0}, 1.0, 0.0}}), ok);  // another, whose points nobody asked for yet
+  double* other = qx_take_map_density();
+  ASSERT_NE(other, nullptr);
+  EXPECT_NEAR(other[0], 2.0 / (10 * 12 * 15), 1e-9);
+  std::free(other);
   qx_terminate_quorix();
   EXPECT_EQ(qx_take_map_density(), nullptr);
   EXPECT_TRUE(std::equal(before.begin(), before.end(), taken));
