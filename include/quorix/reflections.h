@@ -80,6 +80,8 @@ QX_API qx_status qx_set_refdata_s(void);
 QX_API qx_status qx_set_centric(void);
 QX_API qx_status qx_set_epsilon(void);
 QX_API qx_status qx_set_hklmax(void);
+// Releases the scattering vectors; their lengths stay. Nothing in the engine needs the vectors.
+QX_API qx_status qx_release_refdata_s(void);
 // Replaces the rejection flags by n flags of 0, and 1 at each of the listed indices.
 QX_API qx_status qx_set_refl_reject_info(int32_t n, int32_t nrejected, const int32_t* indices,
                                          qxrefdata* refdata);

@@ -173,6 +173,12 @@ Status qx_set_refdata_s() {
   return ok;
 }
 
+Status qx_release_refdata_s() {
+  qxrefdata* refdata =
+      qx::required("qx_release_refdata_s():", " refdata object has not been created yet");
+  return refdata ? qx::release(refdata->s) : failed;
+}
+
 Status qx_set_centric() {
   qxrefdata* refdata =
       qx::required("qx_set_centric():", " The reflection data object has not been created yet ");

@@ -65,7 +65,7 @@ Status select_observed(const char* heading, const qxrefdata& data, Observed& obs
 
 double ComplexF::amplitude(std::int32_t i) const {
   const auto at = static_cast<std::size_t>(i);
-  return std::hypot(re[at], im[at]);
+  return std::sqrt(re[at] * re[at] + im[at] * im[at]);
 }
 
 Status open_f(std::int32_t n, ComplexF& f) {

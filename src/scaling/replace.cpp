@@ -3,10 +3,13 @@
 #include "crystal/reflections.h"
 #include "scaling/observed.h"
 #include "scaling/scale.h"
+#include "sf/structfact.h"
 
 #include <quorix/engine.h>
 #include <quorix/reflections.h>
 #include <quorix/structfact.h>
+
+#include <algorithm>
 
 using qx::ComplexF;
 using qx::fail;
@@ -16,10 +19,15 @@ using qx::Status;
 
 namespace {
 
-Status put_into(const ComplexF& f, std::int32_t n, float*& amplitude, float*& phase) {
+Status open_columns(std::int32_t n, float*& amplitude, float*& phase) {
   for (float** column : {&amplitude, &phase}) {
     if (!*column) QX_TRY(qx::open_block(*column, static_cast<std::size_t>(n), "prf_fc"));
   }
+  return ok;
+}
+
+Status put_into(const ComplexF& f, std::int32_t n, float*& amplitude, float*& phase) {
+  QX_TRY(open_columns(n, amplitude, phase));
   qx::put_polar(f, n, amplitude, phase);
   return ok;
 }
@@ -37,10 +45,16 @@ Status qx_replace_refdata_atoms() {
   QX_TRY(fetch("qx_replace_refdata_atoms():", data));
   const std::int32_t n = data->nreflections;
   if (n < 1) return ok;
+  constexpr std::int32_t most = 4096;  // a few at a time: large sets need the memory elsewhere
   ComplexF f;
-  QX_TRY(qx::open_f(n, f));
-  QX_TRY(qx_calc_model_structure_factor(f.re.get(), f.im.get()));
-  return put_into(f, n, data->fc, data->phic);
+  QX_TRY(qx::open_f(std::min(n, most), f));
+  QX_TRY(open_columns(n, data->fc, data->phic));
+  for (std::int32_t first = 0; first < n; first += most) {
+    const std::int32_t count = std::min(n - first, most);
+    QX_TRY(qx::model_factors("qx_replace_refdata_atoms():", first, count, f.re.get(), f.im.get()));
+    qx::put_polar(f, count, data->fc + first, data->phic + first);
+  }
+  return ok;
 }
 
 Status qx_replace_refdata_fc() {

@@ -179,8 +179,25 @@ Status qx_set_pre_factor() {
   return ok;
 }
 
-Status qx_calc_model_structure_factor(double* re, double* im) {
-  constexpr const char* heading = "qx_calc_model_structure_factor():";
+namespace {
+
+// Those from `first` on, `n` of them, onto re and im.
+void add_range(const qxrefdata& data, const double* prefactor, const PartSums& part,
+               const PartSums& sums, double ratio, std::int32_t first, std::int32_t n, double* re,
+               double* im) {
+  for (std::int32_t j = 0; j < n; ++j) {
+    const std::int32_t i = first + j;
+    const double s = data.s_length[i];
+    const double factor = part.scale * std::exp(-0.25 * part.b * s * s) * prefactor[i] * ratio;
+    re[j] += factor * sums.re[i];
+    im[j] += factor * sums.im[i];
+  }
+}
+
+}  // namespace
+
+Status qx::model_factors(const char* heading, std::int32_t first, std::int32_t n, double* re,
+                         double* im) {
   const qxstructfact* sf = nullptr;
   QX_TRY(qx::require(heading, qx_get_qxstructfact, sf,
                      "qxstructfact object has not been created yet "));
@@ -188,31 +205,34 @@ Status qx_calc_model_structure_factor(double* re, double* im) {
   QX_TRY(
       qx::require(heading, qx_get_qxrefdata, data, "qxrefdata object has not been created yet."));
   if (!qx_get_qxcell()) return fail(heading, "qxcell object has not been created yet.");
-  const std::int32_t n = data->nreflections;
   const bool calculated = std::all_of(sf->parts, sf->parts + sf->nparts,
                                       [](const PartSums& part) { return part.re != nullptr; });
-  if (sf->nref != n || (n > 0 && (sf->nprefactor != n || !calculated))) {
+  const std::int32_t all = data->nreflections;
+  if (sf->nref != all || (all > 0 && (sf->nprefactor != all || !calculated))) {
     return fail(heading, "The structure factors have not been calculated for these reflections.");
   }
+  double ratio = 1.0;
+  QX_TRY(sampling_ratio(heading, ratio));
   std::fill_n(re, n, 0.0);
   std::fill_n(im, n, 0.0);
-  if (n < 1) return ok;
   for (std::int32_t i = 0; i < sf->nparts; ++i) {
-    QX_TRY(qx::add_scaled(heading, *sf, *data, sf->parts[i], sf->parts[i], re, im));
+    add_range(*data, sf->prefactor, sf->parts[i], sf->parts[i], ratio, first, n, re, im);
   }
   return ok;
+}
+
+Status qx_calc_model_structure_factor(double* re, double* im) {
+  const qxrefdata* data = qx_get_qxrefdata();
+  if (!qx_exist_quorix()) return failed;
+  return qx::model_factors("qx_calc_model_structure_factor():", 0, data ? data->nreflections : 0,
+                           re, im);
 }
 
 Status qx::add_scaled(const char* heading, const qxstructfact& sf, const qxrefdata& data,
                       const PartSums& part, const PartSums& sums, double* re, double* im) {
   double ratio = 1.0;
   QX_TRY(sampling_ratio(heading, ratio));
-  for (std::int32_t i = 0; i < data.nreflections; ++i) {
-    const double s = data.s_length[i];
-    const double factor = part.scale * std::exp(-0.25 * part.b * s * s) * sf.prefactor[i] * ratio;
-    re[i] += factor * sums.re[i];
-    im[i] += factor * sums.im[i];
-  }
+  add_range(data, sf.prefactor, part, sums, ratio, 0, data.nreflections, re, im);
   return ok;
 }
 

@@ -1,8 +1,13 @@
 // quorix fcalc and the observations: which reflections are free, in which files they come.
+#include "driver/commands/coordinates.h"
+#include "driver/commands/group_name.h"
 #include "support/mtz_maker.h"
 #include "tool/fcalc_command.h"
 
+#include <algorithm>
 #include <cmath>
+#include <gemmi/reciproc.hpp>
+#include <gemmi/symmetry.hpp>
 #include <nlohmann/json.hpp>
 
 namespace qx::test {
@@ -190,6 +195,36 @@ TEST_F(FcalcData, anEngineFailureLeavesStandardOutputToJson) {
   EXPECT_NE(result.errors.find("atom type \"Es\". Atom A/LIG 7/Es (serial 7) has no form factor."),
             std::string::npos)
       << result.errors;
+}
+
+TEST_F(FcalcData, aReflectionCostsSeventyBytesBesideTheDensity) {
+  const auto without_density = [&](const char* dmin) {
+    const auto json = nlohmann::json::parse(
+        fcalc({model, "--dmin", dmin, "--memory", "1", "--json", "-o", scratch_.file("o.mtz")})
+            .output);
+    return std::pair(
+        json["reflections"].get<double>(),
+        1e6 * (json["engine_megabytes"].get<double>() - json["box_megabytes"].get<double>()));
+  };
+  const auto [few, small] = without_density("1.1");
+  const auto [many, large] = without_density("0.7");
+  ASSERT_GT(many, 3.0 * few);
+  EXPECT_LT((large - small) / (many - few), 70.0);
+}
+
+TEST(UniqueIndices, areThoseOfGemmiInEverySetting) {
+  for (const gemmi::SpaceGroup& group : gemmi::spacegroup_tables::main) {
+    Crystal crystal;
+    crystal.space_group = group.xhm();
+    if (find_space_group(crystal.space_group) != &group) continue;
+    const gemmi::UnitCell cell(13, 11, 17, 90, 90, 90);  // of whatever symmetry
+    std::copy_n(std::array{13, 11, 17, 90, 90, 90}.begin(), 6, crystal.cell);
+    std::vector<std::int32_t> want;
+    for (const gemmi::Miller& hkl : gemmi::make_miller_vector(cell, &group, 2.9, 9.0)) {
+      want.insert(want.end(), hkl.begin(), hkl.end());
+    }
+    ASSERT_EQ(unique_indices(crystal, 2.9, 9.0), want) << group.xhm();
+  }
 }
 
 }  // namespace

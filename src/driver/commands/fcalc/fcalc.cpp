@@ -11,6 +11,7 @@
 #include <quorix/model.h>
 #include <quorix/reflection_view.h>
 #include <quorix/reflections.h>
+#include <quorix/structfact.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -79,6 +80,7 @@ FcalcReport calculate_and_write(FcalcJob& job, Progress& progress) {
   progress.step("writing");
   write_map(engine, options.map_2fofc, 2);
   write_map(engine, options.map_fofc, 1);
+  engine.call([] { return qx_delete_qxstructfact(); });  // the columns are all that is written
   const OutputPlace place(options.output);
   const std::string written = engine.run(end_section(job, place.path()));
   place.deliver();

@@ -113,6 +113,7 @@ void prepare(FcalcJob& job) {
 void set_up(Engine& engine, FcalcJob& job) {
   engine.run(crystal_section(job));
   make_indices(engine, job);
+  engine.call([] { return qx_release_refdata_s(); });
   engine.run(grid_section(job.options));
   engine.run(fft_section(job.options));
   set_up_model(engine, job);
