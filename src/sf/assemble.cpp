@@ -31,22 +31,24 @@ struct TwentyFourths {
   }
 };
 
-Value whole(const Transform& t, std::int32_t ix, std::int32_t iy, std::int32_t iz) noexcept {
-  const std::ptrdiff_t at = (static_cast<std::ptrdiff_t>(iz) * t.half.ny + iy) * t.half.nx + ix;
-  return {t.re[at], t.im[at]};
-}
+// Where the transform holds an index: a conjugate's imaginary part changes its sign.
+struct Place {
+  std::ptrdiff_t at;
+  double sign;
+};
 
-// Of a real density F(-h) is the conjugate of F(h).
-Value half(const Transform& t, std::int32_t ix, std::int32_t iy, std::int32_t iz) noexcept {
+Place place_of(const Transform& t, std::int32_t ix, std::int32_t iy, std::int32_t iz) noexcept {
+  if (t.half.hmax < 0) {
+    return {(static_cast<std::ptrdiff_t>(iz) * t.half.ny + iy) * t.half.nx + ix, 1.0};
+  }
+  // Of a real density F(-h) is the conjugate of F(h).
   const bool stored = ix <= t.half.hmax;
   if (!stored) {
     ix = t.half.nx - ix;
     iy = iy == 0 ? 0 : t.half.ny - iy;
     iz = iz == 0 ? 0 : t.half.nz - iz;
   }
-  const double* row = t.re + t.half.row(iz, iy);
-  const double im = row[t.half.terms() + ix];
-  return {row[ix], stored ? im : -im};
+  return {t.half.row(iz, iy) + ix, stored ? 1.0 : -1.0};
 }
 
 Value translation_phase(const IndexOperator& op, const SinCosTable& table, std::int64_t h,
@@ -65,34 +67,38 @@ Value translation_phase(const IndexOperator& op, const SinCosTable& table, std::
   return {table.cosine[at], table.sine[at]};
 }
 
-// The sums over one operator, without the factors that are 1.
-template <bool translated, bool turned, class Sample>
+// The sums over one operator, without the factors that are 1. Neighbouring reflections lie in
+// different planes: their places are found, and fetched, some time before they are needed.
+template <bool translated, bool turned>
 void add(const Transform& t, const IndexOperator& op, const BoxPlanes& planes,
-         const SinCosTable& table, const MillerIndices& reflections, double* sum_re, double* sum_im,
-         Sample sample) noexcept {
-  for (std::int32_t i = 0; i < reflections.n; ++i) {
-    const std::int64_t h = reflections.h[i];
-    const std::int64_t k = reflections.k[i];
-    const std::int64_t l = reflections.l[i];
-    const RotatedIndex mate = mate_of(op, h, k, l);
-    const PlaneTurn& turn = planes.of_l[wrapped(mate.l, planes.nz)];
-    Value f = sample(t, wrapped(mate.h, t.half.nx), wrapped(mate.k, t.half.ny), turn.row);
-    if (turned) f = f * Value{turn.cosine, turn.sine};
-    if (translated) f = f * translation_phase(op, table, h, k, l);
-    sum_re[i] += f.re;
-    sum_im[i] += f.im;
+         const SinCosTable& table, const MillerIndices& reflections, double* sum_re,
+         double* sum_im) noexcept {
+  constexpr std::int32_t ahead = 64;
+  const double* im = t.half.hmax < 0 ? t.im : t.re + t.half.terms();
+  Place places[ahead];
+  const PlaneTurn* turns[ahead];
+  for (std::int32_t first = 0; first < reflections.n; first += ahead) {
+    const std::int32_t count = std::min(ahead, reflections.n - first);
+    for (std::int32_t j = 0; j < count; ++j) {
+      const std::int32_t i = first + j;
+      const RotatedIndex mate = mate_of(op, reflections.h[i], reflections.k[i], reflections.l[i]);
+      turns[j] = &planes.of_l[wrapped(mate.l, planes.nz)];
+      places[j] =
+          place_of(t, wrapped(mate.h, t.half.nx), wrapped(mate.k, t.half.ny), turns[j]->row);
+      __builtin_prefetch(t.re + places[j].at);
+      __builtin_prefetch(im + places[j].at);
+    }
+    for (std::int32_t j = 0; j < count; ++j) {
+      const std::int32_t i = first + j;
+      Value f = {t.re[places[j].at], places[j].sign * im[places[j].at]};
+      if (turned) f = f * Value{turns[j]->cosine, turns[j]->sine};
+      if (translated) {
+        f = f * translation_phase(op, table, reflections.h[i], reflections.k[i], reflections.l[i]);
+      }
+      sum_re[i] += f.re;
+      sum_im[i] += f.im;
+    }
   }
-}
-
-template <class Sample>
-void add(const Transform& t, const IndexOperator& op, const BoxPlanes& planes,
-         const SinCosTable& table, const MillerIndices& reflections, double* sum_re, double* sum_im,
-         Sample sample) noexcept {
-  const auto which = op.translates
-                         ? planes.turned ? add<true, true, Sample> : add<true, false, Sample>
-                     : planes.turned ? add<false, true, Sample>
-                                     : add<false, false, Sample>;
-  which(t, op, planes, table, reflections, sum_re, sum_im, sample);
 }
 
 }  // namespace
@@ -116,11 +122,10 @@ IndexOperator index_operator(const double (&op)[16]) noexcept {
 void add_mates(const Transform& transform, const IndexOperator& op, const BoxPlanes& planes,
                const SinCosTable& table, const MillerIndices& reflections, double* sum_re,
                double* sum_im) noexcept {
-  if (transform.half.hmax < 0) {
-    add(transform, op, planes, table, reflections, sum_re, sum_im, whole);
-  } else {
-    add(transform, op, planes, table, reflections, sum_re, sum_im, half);
-  }
+  const auto which = op.translates   ? planes.turned ? add<true, true> : add<true, false>
+                       : planes.turned ? add<false, true>
+                                     : add<false, false>;
+  which(transform, op, planes, table, reflections, sum_re, sum_im);
 }
 
 }  // namespace qx
