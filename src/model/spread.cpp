@@ -12,8 +12,9 @@ namespace qx {
 
 namespace {
 
+// Whole registers from any of n places on.
 constexpr std::int32_t padded(std::int32_t n) noexcept {
-  return (n + spread_padding - 1) / spread_padding * spread_padding;
+  return (n + 2 * spread_padding - 2) / spread_padding * spread_padding;
 }
 
 // How far rows shift for each Angstrom of y, and what that makes of a circle's width in points.
@@ -140,23 +141,30 @@ void spread_products(const SpreadGrid& grid, const Gaussians& atom, const Place&
   double* along_y = along_x + most_gaussians * place.lanes;
   Comb comb_x(atom, place.radius, grid.ax, grid.nx, place.lanes, place.x, place.x_squared, along_x);
   Comb comb_y(atom, place.radius, grid.by, grid.ny, place.rows, place.y, place.y_squared, along_y);
+  const double per_x = 1.0 / grid.ax;
+  const double per_y = 1.0 / grid.by;
   const double cx = is_nothing(grid.cx, grid.ax) ? 0.0 : grid.cx;
   const double cy = is_nothing(grid.cy, grid.by) ? 0.0 : grid.cy;
   for_each_plane(grid, place, [&](std::int32_t plane, double dz, double z, double rest) {
+    const double x_offset = dz * cx - place.gx * grid.ax;
     const double y_offset = dz * cy - place.gy * grid.by;
-    const IndexRange rows = indices_within(std::sqrt(rest), 1.0 / grid.by, y_offset, grid.ny);
-    if (rows.last < rows.first || !comb_x.stand(dz * cx - place.gx * grid.ax) ||
+    const double circle = std::sqrt(rest);
+    const IndexRange rows = indices_within(circle, per_y, y_offset, grid.ny);
+    const IndexRange lanes = indices_within(circle, per_x, x_offset, grid.nx);
+    if (rows.last < rows.first || lanes.last < lanes.first || !comb_x.stand(x_offset) ||
         !comb_y.stand(y_offset)) {
       return;
     }
-    const IndexRange lanes = comb_x.range();
+    const std::int32_t left = lanes.first - comb_x.range().first;
     const std::int32_t skipped = rows.first - comb_y.range().first;
     alignas(64) double heights[spread_padding];
     kernels.heights(terms.amplitude, terms.exponent, z, heights);
     kernels.add_combs(
         {grid.row(plane, rows.first) + lanes.first, grid.nx, rows.last - rows.first + 1,
          lanes.last - lanes.first + 1, rest, place.y_squared + skipped},
-        {atom.n, place.x_squared, along_x, place.lanes, along_y + skipped, place.rows}, heights);
+        {atom.n, place.x_squared + left, along_x + left, place.lanes, along_y + skipped,
+         place.rows},
+        heights);
   });
 }
 
@@ -190,9 +198,7 @@ class Slice {
   bool fill(double circle, double dz, double z) noexcept {
     const double y_offset = dz * grid_.cy - place_.gy * grid_.by;
     rows_ = indices_within(circle, 1.0 / grid_.by, y_offset, grid_.ny);
-    const double middle = dz * grid_.cx - place_.gx * grid_.ax - place_.gy * grid_.bx;
-    lanes_ = indices_within(circle * widening(grid_), 1.0 / grid_.ax,
-                            middle - y_offset * shift_of_rows(grid_), grid_.nx);
+    lanes_ = lanes_within(circle, dz, y_offset);
     if (rows_.last < rows_.first || lanes_.last < lanes_.first) return false;
     const std::int32_t n = rows_.last - rows_.first + 1;
     const std::int32_t width = lanes_.last - lanes_.first + 1;
@@ -208,17 +214,30 @@ class Slice {
   }
 
   void add(std::int32_t plane, double dz, double rest, const double* heights) noexcept {
-    const IndexRange rows = indices_within(std::sqrt(rest), 1.0 / grid_.by,
-                                           dz * grid_.cy - place_.gy * grid_.by, grid_.ny);
-    if (rows.last < rows.first) return;
+    const double circle = std::sqrt(rest);
+    const double y_offset = dz * grid_.cy - place_.gy * grid_.by;
+    const IndexRange rows = indices_within(circle, 1.0 / grid_.by, y_offset, grid_.ny);
+    const IndexRange lanes = lanes_within(circle, dz, y_offset);
+    if (rows.last < rows.first || lanes.last < lanes.first) return;
     const std::int32_t first = rows.first - rows_.first;
+    const std::int32_t left = lanes.first - lanes_.first;
+    SpreadSlice here = slice_;
+    here.x += left;
+    here.values += left;
     spread_kernels().add_slice(
-        {grid_.row(plane, rows.first) + lanes_.first, grid_.nx, rows.last - rows.first + 1,
-         lanes_.last - lanes_.first + 1, rest, place_.y_squared + first},
-        slice_, first, heights);
+        {grid_.row(plane, rows.first) + lanes.first, grid_.nx, rows.last - rows.first + 1,
+         lanes.last - lanes.first + 1, rest, place_.y_squared + first},
+        here, first, heights);
   }
 
  private:
+  // Points that the circle can hold in any row.
+  [[nodiscard]] IndexRange lanes_within(double circle, double dz, double y_offset) const noexcept {
+    const double middle = dz * grid_.cx - place_.gx * grid_.ax - place_.gy * grid_.bx;
+    return indices_within(circle * widening(grid_), 1.0 / grid_.ax,
+                          middle - y_offset * shift_of_rows(grid_), grid_.nx);
+  }
+
   const SpreadGrid& grid_;
   const Place& place_;
   SpreadSlice slice_;
