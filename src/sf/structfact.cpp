@@ -211,6 +211,7 @@ Status qx::model_factors(const char* heading, std::int32_t first, std::int32_t n
   if (sf->nref != all || (all > 0 && (sf->nprefactor != all || !calculated))) {
     return fail(heading, "The structure factors have not been calculated for these reflections.");
   }
+  if (n == to_the_last) n = all - first;
   double ratio = 1.0;
   QX_TRY(sampling_ratio(heading, ratio));
   std::fill_n(re, n, 0.0);
@@ -222,10 +223,7 @@ Status qx::model_factors(const char* heading, std::int32_t first, std::int32_t n
 }
 
 Status qx_calc_model_structure_factor(double* re, double* im) {
-  const qxrefdata* data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  return qx::model_factors("qx_calc_model_structure_factor():", 0, data ? data->nreflections : 0,
-                           re, im);
+  return qx::model_factors("qx_calc_model_structure_factor():", 0, qx::to_the_last, re, im);
 }
 
 Status qx::add_scaled(const char* heading, const qxstructfact& sf, const qxrefdata& data,

@@ -52,6 +52,7 @@ Status open_sums(qxstructfact* sf, std::int32_t part, std::int32_t nref);
 // What takes the prefactor's sampling volume, that of a cell with right angles, to the cell's.
 Status sampling_ratio(const char* heading, double& ratio);
 // F of the model at the reflections from `first` on, `n` of them; re and im have n elements.
+inline constexpr std::int32_t to_the_last = -1;
 Status model_factors(const char* heading, std::int32_t first, std::int32_t n, double* re,
                      double* im);
 // Adds sums with their prefactor and the scale of `part` to re and im. All arrays have an element
