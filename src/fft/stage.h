@@ -212,6 +212,8 @@ __attribute__((noinline)) void flat_stage(Index run, Index m, const double* __re
                                           double* __restrict out_im, const double* cosine,
                                           const double* sine) {
   using V = Vector<W>;
+  if constexpr (!Twisted) m = 1;  // nothing is left behind the last stage
+  if constexpr (!Twisted) m = 1;  // nothing is left behind the last stage
   const Index far = m * run;
   for (Index r = 0; r < m; ++r) {
     const auto block = [&](Index s) QX_FLAT {
