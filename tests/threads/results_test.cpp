@@ -1,4 +1,4 @@
-// Structure factors, solvent, scale and gradients to the last bit, on any number of threads.
+// Structure factors, solvent, scale, gradients and maps to the last bit, on any number of threads.
 #include "core/tagged.h"
 #include "crystal/reflections.h"
 #include "scaling/observed.h"
@@ -17,6 +17,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <string>
 #include <vector>
 
 namespace qx::test {
@@ -33,6 +34,7 @@ void PrintTo(const Case& c, std::ostream* stream) { *stream << c.group; }
 struct Results {
   std::vector<double> factors, solvent, scaled, gradient;
   std::vector<std::uint8_t> mask;
+  std::string map;
   double fit = 0.0, target = 0.0;
   bool operator==(const Results&) const = default;
 };
@@ -110,6 +112,16 @@ class OnThreads : public Engine, public ::testing::WithParamInterface<Case> {
     }
   }
 
+  static void map(Results& results) {
+    const ScratchDirectory scratch;
+    const std::string path = scratch.file("map");
+    ASSERT_TRUE(section("xmap\nparam type sigmaa u 2 v 1 scale yes\nextent unit\ngenerate\n"
+                        "write ccp4 file \"" +
+                        path + "\"\nxend\n")
+                    .ok);
+    results.map = read_file(path).substr(1024);  // the points
+  }
+
   static Results results(const Case& c, std::int32_t threads) {
     Results results;
     qx_set_threads(threads);
@@ -120,6 +132,7 @@ class OnThreads : public Engine, public ::testing::WithParamInterface<Case> {
     if (!HasFatalFailure()) factors(results);
     if (!HasFatalFailure()) observe(results);
     if (!HasFatalFailure()) refinement(results);
+    if (!HasFatalFailure()) map(results);
     return results;
   }
 
@@ -139,6 +152,7 @@ TEST_P(OnThreads, resultsAreTheSameToTheLastBit) {
     EXPECT_EQ(one.solvent, several.solvent);
     EXPECT_EQ(one.scaled, several.scaled);
     EXPECT_EQ(one.gradient, several.gradient);
+    EXPECT_TRUE(one.map == several.map);
     EXPECT_TRUE(one == several) << threads;
   }
   EXPECT_GE(threads_of_the_process(), 8);
