@@ -183,7 +183,7 @@ def shared_variables(root, build):
         listing = subprocess.run(['objdump', '-t', str(path)], capture_output=True, text=True, check=True).stdout
         for line in listing.splitlines():
             match = VARIABLE.search(line)
-            if not match or re.search(r'\.data\.rel\.(ro|local)|\.tbss|\.tdata|\sd\s|[atu]b?san', line, re.I):
+            if not match or re.search(r'\.data\.rel\.(ro|local)|\.tbss|\.tdata|\sd\s|[atu]b?san|DW\.ref\.', line, re.I):
                 continue
             if not (source in SHARED and SHARED[source].search(match.group(1))):
                 yield f'src/{source}: {match.group(1)} is shared by the threads of a process'
