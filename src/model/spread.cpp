@@ -231,6 +231,8 @@ class Slice {
   }
 
  private:
+  alignas(64) double change_[spread_padding];
+
   // Points that the circle can hold in any row.
   [[nodiscard]] IndexRange lanes_within(double circle, double dz, double y_offset) const noexcept {
     const double middle = dz * grid_.cx - place_.gx * grid_.ax - place_.gy * grid_.bx;
@@ -242,15 +244,88 @@ class Slice {
   const Place& place_;
   SpreadSlice slice_;
   const double (*precision_)[6];
-  alignas(64) double change_[spread_padding];
   bool steady_ = false;
   IndexRange rows_ = {0, -1};
   IndexRange lanes_ = {0, -1};
 };
 
+// Every other row of a grid whose rows shift by half a step: in these the same points, one on from
+// row to row, lie at the same x, so that values are products there as well.
+struct HalfOfRows {
+  std::int32_t first_row, rows, first_lane, lanes;  // lanes of the first row; may lie beyond it
+  double x_offset, y_offset;                        // of that row, and of its lane 0
+  double *x, *x_squared, *y, *y_squared, *along_x, *along_y;
+};
+
+// True when no row of the sphere is cut by the cell's end.
+bool keeps_within_rows(const SpreadGrid& grid, const Place& place) noexcept {
+  const double reach = place.radius * widening(grid) / grid.ax + 1.0;
+  return place.gx - reach >= 0.0 && place.gx + reach <= grid.nx - 1;
+}
+
+HalfOfRows half_of_rows(const SpreadGrid& grid, const Gaussians& atom, const Place& place,
+                        IndexRange rows, std::int32_t parity) noexcept {
+  HalfOfRows half = {};
+  half.first_row = rows.first + parity;
+  half.rows = (rows.last - half.first_row + 2) / 2;
+  half.y_offset = (half.first_row - place.gy) * grid.by;
+  half.x_offset = (half.first_row - place.gy) * grid.bx - place.gx * grid.ax;
+  half.first_lane =
+      static_cast<std::int32_t>(std::floor((-place.radius - half.x_offset) / grid.ax));
+  half.lanes = static_cast<std::int32_t>(2.0 * place.radius / grid.ax) + 3;
+  half.x_offset += half.first_lane * grid.ax;
+  const std::int32_t size = 2 + most_gaussians;
+  half.x = place.x_squared + parity * size * (place.lanes + place.rows);
+  half.x_squared = half.x + place.lanes;
+  half.along_x = half.x_squared + place.lanes;
+  half.y = half.along_x + most_gaussians * place.lanes;
+  half.y_squared = half.y + place.rows;
+  half.along_y = half.y_squared + place.rows;
+  const SpreadKernels& kernels = spread_kernels();
+  lay_points({0, half.lanes - 1}, grid.ax, half.x_offset, half.x, half.x_squared);
+  lay_points({0, half.rows - 1}, 2.0 * grid.by, half.y_offset, half.y, half.y_squared);
+  kernels.comb(atom.n, atom.exponent, half.lanes, half.x, half.along_x, place.lanes);
+  kernels.comb(atom.n, atom.exponent, half.rows, half.y, half.along_y, place.rows);
+  return half;
+}
+
+void add_half(const SpreadGrid& grid, const Gaussians& atom, const Place& place,
+              const HalfOfRows& half, std::int32_t plane, double rest,
+              const double* heights) noexcept {
+  const double circle = std::sqrt(rest);
+  const IndexRange rows = indices_within(circle, 0.5 / grid.by, half.y_offset, half.rows);
+  const IndexRange lanes = indices_within(circle, 1.0 / grid.ax, half.x_offset, half.lanes);
+  if (rows.last < rows.first || lanes.last < lanes.first) return;
+  const std::ptrdiff_t lane = std::ptrdiff_t{half.first_lane} + lanes.first + rows.first;
+  spread_kernels().add_combs(
+      {grid.row(plane, half.first_row + 2 * rows.first) + lane, 2 * std::ptrdiff_t{grid.nx} + 1,
+       rows.last - rows.first + 1, lanes.last - lanes.first + 1, rest, half.y_squared + rows.first},
+      {atom.n, half.x_squared + lanes.first, half.along_x + lanes.first, place.lanes,
+       half.along_y + rows.first, place.rows},
+      heights);
+}
+
+void spread_by_halves(const SpreadGrid& grid, const Gaussians& atom, const Place& place) noexcept {
+  const IndexRange rows = indices_within(place.radius, 1.0 / grid.by, -place.gy * grid.by, grid.ny);
+  if (rows.last < rows.first) return;
+  const Heights terms = heights_of(atom);
+  const HalfOfRows halves[] = {half_of_rows(grid, atom, place, rows, 0),
+                               half_of_rows(grid, atom, place, rows, 1)};
+  for_each_plane(grid, place, [&](std::int32_t plane, double, double z, double rest) {
+    alignas(64) double heights[spread_padding];
+    spread_kernels().heights(terms.amplitude, terms.exponent, z, heights);
+    for (const HalfOfRows& half : halves) {
+      add_half(grid, atom, place, half, plane, rest, heights);
+    }
+  });
+}
+
 // Isotropic, rows shifted: the planes differ by a height where the third axis stands upright.
 void spread_shifted(const SpreadGrid& grid, const Gaussians& atom, const Place& place) noexcept {
   const bool leaning = !is_nothing(grid.cx, grid.ax) || !is_nothing(grid.cy, grid.by);
+  if (!leaning && is_nothing(2.0 * grid.bx + grid.ax, grid.ax) && keeps_within_rows(grid, place)) {
+    return spread_by_halves(grid, atom, place);
+  }
   const Heights terms = heights_of(atom);
   double precision[most_gaussians][6] = {};
   double sharpest = 0.0;
@@ -276,9 +351,9 @@ void spread_shifted(const SpreadGrid& grid, const Gaussians& atom, const Place& 
 std::size_t spread_scratch_size(const SpreadGrid& grid, double radius) noexcept {
   const auto lanes = static_cast<std::size_t>(most_lanes(grid, radius));
   const auto rows = static_cast<std::size_t>(most_rows(grid, radius));
-  const std::size_t combs = most_gaussians * (lanes + rows);
-  const std::size_t slice = most_gaussians * lanes * rows;
-  return 8 + 2 * lanes + 3 * rows + std::max(combs, slice);
+  const std::size_t combs = 2 * (2 + most_gaussians) * (lanes + rows);  // two halves
+  const std::size_t slice = 2 * lanes + 3 * rows + most_gaussians * lanes * rows;
+  return 8 + lanes + std::max(combs, slice);
 }
 
 void spread_iso(const SpreadGrid& grid, const Gaussians& atom, const double centre[3],
