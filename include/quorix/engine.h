@@ -27,6 +27,9 @@ QX_API extern QX_PER_THREAD int32_t die_reentrant;
 // Creates a root with all members at their defaults; an existing root is deleted first.
 QX_API qx_status qx_new_quorix(void);
 QX_API qx_status qx_create_quorix(void);
+// Crystal, model and whatever else sections made give way to defaults, as for the next job of a
+// caller that has more than one; memory and text not yet run stay.
+QX_API qx_status qx_renew_quorix(void);
 // Releases the root and every tagged block; without a root, nothing happens.
 QX_API void qx_delete_quorix(void);
 QX_API void qx_terminate_quorix(void);

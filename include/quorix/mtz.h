@@ -21,6 +21,12 @@ QX_API qx_status qx_delete_refdata_mtz_obj(qxrefdata* refdata);
 // an earlier object is deleted first. `path` must outlive a die: no engine memory.
 QX_API qx_status qx_read_refdata_mtz_file(const char* path);
 QX_API qx_status qx_read_refdata_mtz_file_obj(qxrefdata* refdata, const char* path);
+// No more than the header: columns without their values, for a look.
+QX_API qx_status qx_read_refdata_mtz_header_obj(qxrefdata* refdata, const char* path);
+// Keeps the file that `refdata` has read until the engine goes or its object is deleted by name: a
+// `read refl` of the same path takes what is there, unless the file has changed, and several data
+// sets may have it at a time.
+QX_API qx_status qx_hold_refdata_mtz(const qxrefdata* refdata);
 QX_API void qx_print_refdata_mtz(void);
 
 // Items read from the stream, fewer at its end; words are converted from number format `code`

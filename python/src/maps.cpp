@@ -59,19 +59,20 @@ void describe(const MapJob& job, const qx_map_view& view, Density& map) {
 Density make_map(const Reflections& reflections, const MapOptions& options) {
   return with_engine([&](Session& session) {
     const ReflectionFile& file = reflections.file();
-    MapJob job = {options, file, choose(file, options), file.readable, {}, options.dmin};
+    MapJob job = {options, file, choose(file, options), file.readable.path, {}, options.dmin};
     check_text("the space group", map_group(job));
     session.warn(warnings_of(reflections, job));
     std::int32_t dropped = 0;
-    const auto engine = start_map(job, dropped);
+    Engine engine(false);
+    start_map(engine, job, dropped);
     session.warn(grid_warnings(job, dropped));
-    engine->run(fft_section(options));
-    engine->run(map_section(job));
+    engine.run(fft_section(options));
+    engine.run(map_section(job));
     qx_map_view view;
     if (qx_get_map_view(&view) != 1) throw CommandError(1, "the engine has no map");
     Density map;
     describe(job, view, map);
-    engine->call([&] {
+    engine.call([&] {
       map.block = own(qx_take_map_density());
       return map.block ? ok : failed;
     });

@@ -18,9 +18,9 @@ namespace qx::python {
 
 Reflections::Reflections(const std::string& path, const std::string& name)
     : file_(read_reflections(path, false)) {
-  descriptor_ = open(file_.readable.c_str(), O_RDONLY | O_CLOEXEC);
+  descriptor_ = open(file_.readable.path.c_str(), O_RDONLY | O_CLOEXEC);
   if (descriptor_ < 0) throw CommandError(2, "cannot read " + name + ": " + std::strerror(errno));
-  file_.readable = "/proc/self/fd/" + std::to_string(descriptor_);
+  file_.readable.path = "/proc/self/fd/" + std::to_string(descriptor_);
   file_.path = name;
 }
 
@@ -115,7 +115,8 @@ void bind_reflections(py::module_& module) {
   module.def("read", read, py::arg("path"), py::arg("name"));
   py::class_<Reflections>(module, "Reflections")
       .def_property_readonly("path", [](const Reflections& r) { return r.file().path; })
-      .def_property_readonly("readable", [](const Reflections& r) { return r.file().readable; })
+      .def_property_readonly("readable",
+                             [](const Reflections& r) { return r.file().readable.path; })
       .def_property_readonly("title", [](const Reflections& r) { return r.file().title; })
       .def_property_readonly("spacegroup", group_of)
       .def_property_readonly("operators", [](const Reflections& r) { return r.file().operators; })

@@ -80,6 +80,16 @@ Status qx_new_quorix() {
 
 Status qx_create_quorix() { return qx_new_quorix(); }
 
+Status qx_renew_quorix() {
+  if (!quorix) return qx::fail("qx_renew_quorix():", "%s", not_there);
+  QX_TRY(qx_delete_refsys());  // it knows the molecules
+  for (const auto create : creators) {
+    if (create == qx_new_qxmemmonitor || create == qx_new_qxparser) continue;
+    QX_TRY(create());
+  }
+  return ok;
+}
+
 void qx_delete_quorix() {
   // A report raised while members go calls die, which comes back here.
   if (!quorix || tearing_down) return;

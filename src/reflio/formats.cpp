@@ -2,6 +2,7 @@
 #include "core/report.h"
 #include "core/tagged.h"
 #include "crystal/reflection_formats.h"
+#include "reflio/mtz.h"
 
 #include <quorix/engine.h>
 #include <quorix/mtz.h>
@@ -32,7 +33,7 @@ Status write_mtz(const char* path, const qxrefdata& refdata, const char* const* 
 }
 
 constexpr qx::FileFormat formats[] = {
-    {"MTZ", qx::mtz_format, "MTZ", qx_read_refdata_mtz_file_obj, qx_build_qxrefdata_mtz, write_mtz,
+    {"MTZ", qx::mtz_format, "MTZ", qx::read_mtz_once, qx_build_qxrefdata_mtz, write_mtz,
      qx_delete_refdata_mtz_obj},
     {"HKL", qx::hkl_format, "HKL", nullptr, qx_build_qxrefdata_hkl, nullptr, nullptr},
     {"CNS", qx::cns_format, "CNS", nullptr, qx_build_qxrefdata_cns, nullptr, nullptr},

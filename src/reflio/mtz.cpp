@@ -93,10 +93,11 @@ Status qx_new_refdata_mtz_obj(qxrefdata* refdata) {
 
 Status qx_delete_refdata_mtz_obj(qxrefdata* refdata) {
   qxmtz* mtz = std::exchange(refdata->mtz, nullptr);
-  return mtz ? qx_delete_mtz_obj(mtz) : ok;
+  return mtz && !qx::is_held(mtz) ? qx_delete_mtz_obj(mtz) : ok;
 }
 
 Status qx_delete_mtz_obj(qxmtz* mtz) {
+  qx::let_go(mtz);
   QX_TRY(qx::release(mtz->values));
   for (qx::MtzBatch& batch : mtz->batches) {
     QX_TRY(qx::release(batch.integers));

@@ -7,7 +7,10 @@
 
 #include <quorix/mtz.h>
 
+#include <cstdint>
 #include <limits>
+
+struct stat;
 
 namespace qx {
 
@@ -78,12 +81,22 @@ struct MtzLine {
   MtzText text = {};
 };
 
+// What tells that a file is still the one that was read.
+struct FileMark {
+  std::uint64_t device = 0, number = 0;
+  std::int64_t size = 0, seconds = 0, nanoseconds = 0;
+  bool operator==(const FileMark&) const = default;
+};
+FileMark mark_of(const struct stat& state) noexcept;
+
 }  // namespace qx
 
 struct qxspg;
 
 struct qxmtz {
   char* path = nullptr;  // of the file that was read
+  qx::FileMark mark;
+  qxmtz* next_held = nullptr;  // in the list of files that are held
   qx::MtzText version = {};
   qx::MtzText title = {};
   std::int32_t nreflections = 0;
@@ -111,6 +124,8 @@ struct qxmtz {
   qx::MtzList<qx::MtzBatch> batches;
 };
 
+struct qxrefdata;
+
 namespace qx {
 
 // Whether the file is of this space group, as far as it tells.
@@ -131,5 +146,15 @@ std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept;
 Status locate_column(const qxmtz& mtz, const char* name, std::int32_t& position);
 
 void print_mtz(const qxmtz& mtz);
+
+// False if no more than the header was read.
+inline bool has_rows(const qxmtz& mtz) noexcept { return mtz.values || mtz.nreflections < 1; }
+
+// What is held of the file at `path`; null if it is not held, or has changed since.
+qxmtz* held_mtz(const char* path) noexcept;
+bool is_held(const qxmtz* mtz) noexcept;
+void let_go(const qxmtz* mtz) noexcept;
+// Reads the file, unless it is held.
+Status read_mtz_once(qxrefdata* refdata, const char* path);
 
 }  // namespace qx

@@ -302,7 +302,9 @@ bool qx::has_same_group(const qxmtz& mtz, const qxspg& spg) {
 
 Status qx_build_qxrefdata_mtz(qxrefdata* refdata, const qxrefreject* reject, std::int32_t apply) {
   const qxmtz* mtz = refdata->mtz;
-  if (!mtz) return fail(heading, "mtzdata object has not been created yet");
+  if (!mtz || !qx::has_rows(*mtz)) {
+    return fail(heading, "mtzdata object has not been created yet");
+  }
   const qxresol* resol = nullptr;
   QX_TRY(qx::require(heading, qx_get_qxresol, resol, "qxresol has not been created yet."));
   const qxcell* cell = nullptr;

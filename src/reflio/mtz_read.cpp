@@ -79,10 +79,11 @@ Status appears_broken(const Source& source) {
 }
 
 // Pipes and directories have no length to hold the sizes against.
-bool regular_length(const char* path, std::int64_t& length) {
+bool regular_length(const char* path, std::int64_t& length, qx::FileMark& mark) {
   struct stat status = {};
   if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) return false;
   length = status.st_size;
+  mark = qx::mark_of(status);
   return true;
 }
 
@@ -294,7 +295,14 @@ Status read_data(const Source& source, qxmtz& mtz) {
   return ok;
 }
 
-Status read_all(Source& source, qxmtz& mtz) {
+Status show_if_wanted(const qxmtz& mtz) {
+  if (qx_get_qxverbsys_verb_mtz() >= 1) qx::print_mtz(mtz);
+  return qx_exist_quorix() ? ok : failed;
+}
+
+enum class Part { header, whole };
+
+Status read_all(Source& source, qxmtz& mtz, Part part) {
   QX_TRY(read_stamp(source));
   QX_TRY(read_magic(source));
   QX_TRY(read_location(source));
@@ -308,14 +316,13 @@ Status read_all(Source& source, qxmtz& mtz) {
   if (!known_version(mtz)) return unknown_version();
   if (mtz.columns.count != mtz.ncolumns_declared) return appears_broken(source);
   if (more) QX_TRY(read_trailer(source, mtz));
-  return read_data(source, mtz);
+  return part == Part::whole ? read_data(source, mtz) : ok;
 }
 
-}  // namespace
-
-Status qx_read_refdata_mtz_file_obj(qxrefdata* refdata, const char* path) {
+Status read_file(qxrefdata* refdata, const char* path, Part part) {
   Source source = {nullptr, path};
-  const bool regular = regular_length(path, source.length);
+  qx::FileMark mark;
+  const bool regular = regular_length(path, source.length, mark);
   const qx::InputFile file = regular ? qx::InputFile(path) : qx::InputFile();
   if (!file) {
     return fail(heading, "Failed to open file %s for reading reflection data \n", path);
@@ -324,9 +331,27 @@ Status qx_read_refdata_mtz_file_obj(qxrefdata* refdata, const char* path) {
   QX_TRY(qx_new_refdata_mtz_obj(refdata));
   qxmtz* mtz = refdata->mtz;
   QX_TRY(qx::open_text(mtz->path, path, "pm_path"));
-  QX_TRY(read_all(source, *mtz));
-  if (qx_get_qxverbsys_verb_mtz() >= 1) qx::print_mtz(*mtz);
-  return qx_exist_quorix() ? ok : failed;
+  mtz->mark = mark;
+  QX_TRY(read_all(source, *mtz, part));
+  return show_if_wanted(*mtz);
+}
+
+}  // namespace
+
+Status qx_read_refdata_mtz_file_obj(qxrefdata* refdata, const char* path) {
+  return read_file(refdata, path, Part::whole);
+}
+
+Status qx_read_refdata_mtz_header_obj(qxrefdata* refdata, const char* path) {
+  return read_file(refdata, path, Part::header);
+}
+
+Status qx::read_mtz_once(qxrefdata* refdata, const char* path) {
+  qxmtz* held = held_mtz(path);
+  if (!held) return qx_read_refdata_mtz_file_obj(refdata, path);
+  QX_TRY(qx_delete_refdata_mtz_obj(refdata));
+  refdata->mtz = held;
+  return show_if_wanted(*held);
 }
 
 Status qx_read_refdata_mtz_file(const char* path) {

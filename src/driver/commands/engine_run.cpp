@@ -36,6 +36,8 @@ Engine::Engine(bool verbose) : verbose_(verbose) {
 
 Engine::~Engine() { qx_terminate_quorix(); }
 
+void Engine::renew() { call(qx_renew_quorix); }
+
 Engine::Spool::Spool(bool verbose)
     : verbose_(verbose), outer_(innermost), deaths_(qx_get_die_count()) {
   innermost = this;

@@ -51,6 +51,8 @@ class Engine {
   Engine& operator=(const Engine&) = delete;
   ~Engine();
 
+  // As a fresh one, but for the files that it holds.
+  void renew();
   // Runs the section and gives what it printed; throws CommandError after a report.
   std::string run(const SectionText& section);
   // The same around a direct call of the library that gives a status. What `work` throws goes on to

@@ -46,12 +46,16 @@ const gemmi::SpaceGroup* group_of(const ReflectionFile& file) {
   return find_space_group(file.group_name, file.cell[3], file.cell[5]);
 }
 
-std::vector<float> values_of(const qx_mtz_view& mtz, const qx_mtz_column_view& column) {
-  std::vector<float> values(column.values, column.values + mtz.nrows);
-  for (float& value : values) {
-    if (value == mtz.missing) value = std::numeric_limits<float>::quiet_NaN();
-  }
-  return values;
+FileColumn as_column(const qx_mtz_view& mtz, const qx_mtz_column_view& view) {
+  FileColumn column = {view.label, view.type, view.dataset, {}};
+  if (!view.values) return column;
+  column.values = {view.values, static_cast<std::size_t>(mtz.nrows)};
+  if (std::isnan(mtz.missing)) return column;
+  std::vector<float> values(column.values.begin(), column.values.end());
+  std::replace(values.begin(), values.end(), mtz.missing, std::numeric_limits<float>::quiet_NaN());
+  column.marked = std::make_shared<const std::vector<float>>(std::move(values));
+  column.values = *column.marked;
+  return column;
 }
 
 void copy_header(const qxrefdata* set, const qx_mtz_view& mtz, ReflectionFile& file) {
@@ -72,7 +76,7 @@ void copy_header(const qxrefdata* set, const qx_mtz_view& mtz, ReflectionFile& f
 void copy_columns(const qxrefdata* set, const qx_mtz_view& mtz, ReflectionFile& file) {
   qx_mtz_column_view column;
   for (int i = 0; qx_get_mtz_column_view(set, i, &column) == 1; ++i) {
-    file.columns.push_back({column.label, column.type, column.dataset, values_of(mtz, column)});
+    file.columns.push_back(as_column(mtz, column));
   }
 }
 
@@ -124,7 +128,8 @@ bool ReflectionFile::index(std::size_t row, int (&hkl)[3]) const {
   for (std::size_t a = 0; a < 3; ++a) {
     const float value = columns[a].values[row];
     if (!(std::fabs(value) < largest)) return false;
-    hkl[a] = static_cast<int>(std::lround(value));
+    const auto exact = static_cast<double>(value);  // half a step added to it stays exact
+    hkl[a] = static_cast<int>(exact + (exact < 0.0 ? -0.5 : 0.5));
   }
   return true;
 }
@@ -152,32 +157,69 @@ bool are_countable(const double* cell, double dmin) {
   return longest / dmin < 1e5 && searched < most && box.volume > 0.0;
 }
 
-ReflectionFile read_reflections(const std::string& path, bool verbose) {
+namespace {
+
+// The indices come first, wherever they stand in the file.
+void put_indices_first(ReflectionFile& file) {
+  for (const char* label : {"L", "K", "H"}) {
+    const auto at = std::find_if(file.columns.begin(), file.columns.end(),
+                                 [&](const FileColumn& c) { return c.label == label; });
+    if (at != file.columns.end()) std::rotate(file.columns.begin(), at, at + 1);
+  }
+}
+
+Status copy_file(const qxrefdata* set, ReflectionFile& file) {
+  qx_mtz_view header;
+  if (qx_get_mtz_view(set, &header) != 1) return failed;
+  copy_header(set, header, file);
+  copy_columns(set, header, file);
+  put_indices_first(file);
+  return ok;
+}
+
+ReflectionFile read(Engine& engine, const std::string& path, const ReadableMtz& readable,
+                    bool whole) {
   ReflectionFile file;
   file.path = path;
-  const ReadableMtz mtz = readable_mtz(path);
-  file.readable = mtz.path;
-  file.unpacked = mtz.unpacked;
-  file.from_mmcif = mtz.from_mmcif;
-  Engine engine(verbose);
+  file.readable = readable;
   engine.call([&] {
-    qxrefdata* peek = qx_new_qxrefdata_obj();
-    if (!peek || qx_read_refdata_mtz_file_obj(peek, file.readable.c_str()) != ok) return failed;
-    qx_mtz_view header;
-    if (qx_get_mtz_view(peek, &header) != 1) return failed;
-    copy_header(peek, header, file);
-    copy_columns(peek, header, file);
-    // The indices come first, wherever they stand in the file.
-    for (const char* label : {"L", "K", "H"}) {
-      const auto at = std::find_if(file.columns.begin(), file.columns.end(),
-                                   [&](const FileColumn& c) { return c.label == label; });
-      if (at != file.columns.end()) std::rotate(file.columns.begin(), at, at + 1);
-    }
-    return qx_delete_qxrefdata_obj(peek);
+    qxrefdata* set = qx_new_qxrefdata_obj();
+    if (!set) return failed;
+    const auto read_mtz = whole ? qx_read_refdata_mtz_file_obj : qx_read_refdata_mtz_header_obj;
+    if (read_mtz(set, readable.path.c_str()) != ok || copy_file(set, file) != ok) return failed;
+    if (whole && qx_hold_refdata_mtz(set) != ok) return failed;
+    return qx_delete_qxrefdata_obj(set);
   });
   file.group = group_of(file);
-  measure_resolution(file);
+  if (whole) measure_resolution(file);
   return file;
+}
+
+}  // namespace
+
+ReflectionFile read_reflections(Engine& engine, const std::string& path,
+                                const ReadableMtz& readable) {
+  return read(engine, path, readable, true);
+}
+
+ReflectionFile read_reflections(Engine& engine, const std::string& path) {
+  return read(engine, path, readable_mtz(path), true);
+}
+
+ReflectionFile read_reflections(const std::string& path, bool verbose) {
+  Engine engine(verbose);
+  ReflectionFile file = read_reflections(engine, path);
+  for (FileColumn& column : file.columns) {
+    if (column.marked) continue;
+    column.marked =
+        std::make_shared<const std::vector<float>>(column.values.begin(), column.values.end());
+    column.values = *column.marked;
+  }
+  return file;
+}
+
+ReflectionFile read_labels(Engine& engine, const std::string& path, const ReadableMtz& readable) {
+  return read(engine, path, readable, false);
 }
 
 }  // namespace qx

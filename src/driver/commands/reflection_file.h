@@ -1,11 +1,14 @@
-// A reflection file as the commands look at it before any section runs: what it says of itself, and
-// its columns. MTZ, also gzipped, or structure-factor mmCIF.
+// The one door for reflection files: what a file says of itself, and its columns, as the commands
+// look at them before any section runs. MTZ, also gzipped, or structure-factor mmCIF. The engine
+// reads a file once; sections that read `readable` are handed what is there.
 #pragma once
 
+#include "driver/commands/engine_run.h"
 #include "driver/commands/readable_file.h"
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,7 +22,8 @@ struct FileColumn {
   std::string label;
   char type;
   std::int32_t dataset;
-  std::vector<float> values;  // NaN where missing
+  std::span<const float> values;  // NaN where missing; in the engine's memory, or `marked`
+  std::shared_ptr<const std::vector<float>> marked = {};  // where the file's mark is another
 
   [[nodiscard]] std::size_t missing() const;
 };
@@ -30,11 +34,17 @@ struct FileDataset {
   double wavelength;
 };
 
-struct ReflectionFile {
-  std::string path;                         // as the user gave it
-  std::string readable;                     // what the sections read
+// A file that the engine can open by name: the one that is named, or what it unpacks or converts
+// to.
+struct ReadableMtz {
+  std::string path;
   std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
   bool from_mmcif = false;
+};
+
+struct ReflectionFile {
+  std::string path;               // as the user gave it
+  ReadableMtz readable;           // what the sections read
   std::string title, group_name;  // as the file writes them
   std::int32_t group_number = 0;
   std::vector<std::string> operators, history;
@@ -56,14 +66,6 @@ struct ReflectionFile {
   [[nodiscard]] std::string engine_group() const;
 };
 
-// A file that the engine can open by name: the one that is named, or what it unpacks or converts
-// to.
-struct ReadableMtz {
-  std::string path;
-  std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
-  bool from_mmcif = false;
-};
-
 // Throws CommandError for what is neither MTZ nor mmCIF.
 ReadableMtz readable_mtz(const std::string& path);
 
@@ -71,7 +73,14 @@ ReadableMtz readable_mtz(const std::string& path);
 // through: damaged files have cells of any size.
 bool are_countable(const double* cell, double dmin);
 
+// All of a file, which the engine holds from now on: columns are there as long as the engine is.
 // Throws CommandError, after a report of the engine if it is the engine that refuses the file.
+ReflectionFile read_reflections(Engine& engine, const std::string& path);
+ReflectionFile read_reflections(Engine& engine, const std::string& path,
+                                const ReadableMtz& readable);
+// A file that outlives the engine: its columns are copies, and sections that read it read it again.
 ReflectionFile read_reflections(const std::string& path, bool verbose);
+// Of a file without its values: labels can be chosen by it.
+ReflectionFile read_labels(Engine& engine, const std::string& path, const ReadableMtz& readable);
 
 }  // namespace qx

@@ -1,9 +1,9 @@
 #include "driver/commands/batch/inputs.h"
 
 #include "driver/commands/batch/names.h"
+#include "driver/commands/command_error.h"
 #include "driver/commands/file_kind.h"
 #include "driver/commands/readable_file.h"
-#include "driver/commands/sections.h"
 
 #include <algorithm>
 #include <cctype>

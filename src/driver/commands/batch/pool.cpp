@@ -1,8 +1,8 @@
 #include "driver/commands/batch/pool.h"
 
 #include "core/parallel.h"
+#include "driver/commands/command_error.h"
 #include "driver/commands/commands.h"
-#include "driver/commands/sections.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "driver/commands/batch/progress.h"
 
-#include "driver/commands/sections.h"
+#include "driver/commands/command_error.h"
 
 #include <algorithm>
 #include <cmath>

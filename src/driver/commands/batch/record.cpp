@@ -1,8 +1,8 @@
 #include "driver/commands/batch/record.h"
 
 #include "core/output_file.h"
+#include "driver/commands/command_error.h"
 #include "driver/commands/file_kind.h"
-#include "driver/commands/sections.h"
 
 #include <quorix/map.h>
 #include <quorix/version.h>

@@ -65,10 +65,9 @@ void check_maps(const FcalcJob& job) {
   }
 }
 
-FcalcReport calculate_and_write(FcalcJob& job, Progress& progress) {
+FcalcReport calculate_and_write(Engine& engine, FcalcJob& job, Progress& progress) {
   const FcalcOptions& options = job.options;
   const NamedAtoms names(job.coordinates);
-  Engine engine(options.verbose);
   set_up(engine, job);
   progress.step("calculating structure factors");
   FcalcReport report;
@@ -105,10 +104,11 @@ int run(const FcalcOptions& options) {
   check_options(options);
   if (options.json) keep_standard_output_clean();
   Progress progress("reading");
-  FcalcJob job{options, Coordinates(options.model), {}, {}, {}, {}, {}};
-  prepare(job);
+  Engine engine(options.verbose);
+  FcalcJob job{options, Coordinates(options.model)};
+  prepare(engine, job);
   check_maps(job);
-  const FcalcReport report = calculate_and_write(job, progress);
+  const FcalcReport report = calculate_and_write(engine, job, progress);
   if (options.json) {
     std::cout << as_json(job, report).dump(2, ' ', false, nlohmann::json::error_handler_t::replace)
               << '\n';

@@ -1,9 +1,12 @@
 // quorix fcalc: the options, and the sections that they come to.
 #pragma once
 
+#include "driver/commands/command_error.h"
 #include "driver/commands/coordinates.h"
+#include "driver/commands/engine_run.h"
 #include "driver/commands/free_flags.h"
-#include "driver/commands/sections.h"
+#include "driver/commands/progress_line.h"
+#include "driver/commands/section_text.h"
 
 #include <memory>
 #include <optional>
@@ -62,11 +65,11 @@ std::string read_line(const std::string& path, const ObservedColumns& observed);
 struct FcalcJob {
   const FcalcOptions& options;
   Coordinates coordinates;
-  Crystal crystal;
-  ObservedColumns observed;
-  std::string input;                        // what the sections read as --hkl
-  std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
-  std::vector<std::string> warnings;
+  Crystal crystal = {};
+  ObservedColumns observed = {};
+  std::string input = {};                           // what the sections read as --hkl
+  std::shared_ptr<const ReflectionFile> data = {};  // that, as the engine holds it
+  std::vector<std::string> warnings = {};
 
   [[nodiscard]] bool anomalous() const {
     return !observed.plus.empty() || !observed.difference.empty();
@@ -81,8 +84,8 @@ struct FcalcJob {
 void warn(FcalcJob& job, const std::string& text);
 
 // The observations' labels: as given, else the usual ones that the file has; with a warning where
-// they do not look like the model's. Before there is an engine.
-void find_observed(FcalcJob& job);
+// they do not look like the model's.
+void find_observed(Engine& engine, FcalcJob& job);
 
 SectionText crystal_section(const FcalcJob& job);
 double high_resolution();  // Angstrom, of the engine's data; 0 without

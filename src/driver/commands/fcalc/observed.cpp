@@ -91,7 +91,7 @@ void find_differences(const ReflectionFile& file, ObservedColumns& observed) {
 void look_for_amplitudes(FcalcJob& job, const ReflectionFile& file) {
   ObservedColumns& observed = job.observed;
   if (observed.amplitude.empty()) return;
-  const std::vector<float>& values = file.find(observed.amplitude).front()->values;
+  const std::span<const float> values = file.find(observed.amplitude).front()->values;
   observed.empty = std::none_of(values.begin(), values.end(),
                                 [](float f) { return std::isfinite(f) && f > 0.0F; });
   if (!observed.empty) return;
@@ -115,11 +115,11 @@ void choose_free_set(FcalcJob& job, const ReflectionFile& file) {
 
 }  // namespace
 
-void find_observed(FcalcJob& job) {
+void find_observed(Engine& engine, FcalcJob& job) {
   const FcalcOptions& options = job.options;
-  const ReflectionFile file = read_reflections(options.hkl, options.verbose);
-  job.input = file.readable;
-  job.unpacked = file.unpacked;
+  job.data = std::make_shared<const ReflectionFile>(read_reflections(engine, options.hkl));
+  const ReflectionFile& file = *job.data;
+  job.input = file.readable.path;
   job.observed = options.labels.empty() ? usual_observations(file)
                                         : given_observations(file, options.labels, false);
   find_differences(file, job.observed);

@@ -101,13 +101,13 @@ void split(Engine& engine, const FcalcJob& job) {
 
 }  // namespace
 
-void prepare(FcalcJob& job) {
+void prepare(Engine& engine, FcalcJob& job) {
   const FcalcOptions& options = job.options;
   for (const std::string& line : job.coordinates.warnings()) warn(job, line);
   job.crystal = choose_crystal(options, job.coordinates);
   const std::string unknown = job.coordinates.unknown_atoms();
   if (!unknown.empty()) warn(job, unknown);
-  if (!options.hkl.empty()) find_observed(job);
+  if (!options.hkl.empty()) find_observed(engine, job);
 }
 
 void set_up(Engine& engine, FcalcJob& job) {

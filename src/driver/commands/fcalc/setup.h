@@ -5,9 +5,8 @@
 
 namespace qx {
 
-// Crystal and observations of the job, with warnings; before there is an engine. Throws
-// CommandError for what cannot be used.
-void prepare(FcalcJob& job);
+// Crystal and observations of the job, with warnings. Throws CommandError for what cannot be used.
+void prepare(Engine& engine, FcalcJob& job);
 
 // Crystal, reflections, grid, model and free set, as sections.
 void set_up(Engine& engine, FcalcJob& job);

@@ -10,6 +10,8 @@
 #include <quorix/engine.h>
 #include <quorix/fofo.h>
 #include <quorix/map.h>
+#include <quorix/mtz.h>
+#include <quorix/reflections.h>
 
 #include <CLI/CLI.hpp>
 #include <cmath>
@@ -37,27 +39,46 @@ void warn(const FofoOptions& options, FofoReport& report, const std::string& tex
   if (!options.base.json) std::cerr << "quorix fofo: warning: " << text << '\n';
 }
 
-// F and SIGF of a file's intensities, in a file for the time of this run.
-AmplitudeSet with_amplitudes(const ReflectionFile& file, const ObservedColumns& columns,
-                             bool verbose) {
+// What the engine made of intensities, and the columns that the file has besides.
+void write_amplitudes(Engine& engine, const std::string& free, const TemporaryFile& to) {
+  engine.call([&] {
+    std::vector<const char*> labels(41);  // by the number of a column identifier
+    const std::pair<const char*, const char*> columns[] = {
+        {"FOBS", "F"}, {"SIGF", "SIGF"}, {"TEST", free.c_str()}};
+    for (const auto& [word, label] : columns) {
+      std::int32_t number = 0;
+      if (qx_get_string_coid(word, &number) != ok) return failed;
+      if (*label) labels[static_cast<std::size_t>(number)] = label;
+    }
+    const qxrefdata* set = qx_get_qxrefdata();
+    qxmtz* mtz = set ? qx_make_mtz_with_others_obj(set, labels.data()) : nullptr;
+    if (!mtz || qx_write_refdata_mtz_file(to.path().c_str(), mtz) != 0) return failed;
+    return qx_delete_mtz_obj(mtz);
+  });
+}
+
+// F and SIGF of a file's intensities, in a file for the time of this run. The engine is as good as
+// fresh afterwards.
+AmplitudeSet with_amplitudes(Engine& engine, const ReflectionFile& file,
+                             const ObservedColumns& columns) {
   StatsOptions options;
   options.data = file.path;
-  options.verbose = verbose;
   const StatsJob job = {options, file, columns};
   auto place = std::make_shared<TemporaryFile>();
-  Engine engine(verbose);
-  engine.run(crystal_section(job, file.readable));
+  engine.run(crystal_section(job, file.readable.path));
   engine.run(SectionText("xwilson").line("amplitudes"));
-  engine.run(amplitudes_section(job, place->path()));
+  write_amplitudes(engine, columns.free, *place);
+  engine.renew();
   return {place->path(), place, {"F", "SIGF", columns.free}};
 }
 
-AmplitudeSet amplitude_set(const FofoOptions& options, const ReflectionFile& file,
+AmplitudeSet amplitude_set(Engine& engine, const FofoOptions& options, const ReflectionFile& file,
                            const std::vector<std::string>& labels) {
   const ObservedColumns columns =
       labels.empty() ? usual_observations(file) : given_observations(file, labels, true);
   if (!columns.amplitude.empty()) {
-    return {options.print_sections ? file.path : file.readable, file.unpacked, columns};
+    return {options.print_sections ? file.path : file.readable.path, file.readable.unpacked,
+            columns};
   }
   if (columns.intensity.empty()) {
     throw CommandError(2, file.path +
@@ -69,16 +90,11 @@ AmplitudeSet amplitude_set(const FofoOptions& options, const ReflectionFile& fil
                               " holds intensities: make amplitudes of them first, with "
                               "quorix stats --amplitudes");
   }
-  return with_amplitudes(file, columns, options.base.verbose);
+  return with_amplitudes(engine, file, columns);
 }
 
 const std::vector<std::string>& labels_of_on(const FofoOptions& options) {
   return options.on_labels.empty() ? options.base.labels : options.on_labels;
-}
-
-AmplitudeSet read_on(const FofoOptions& options) {
-  return amplitude_set(options, read_reflections(options.on, options.base.verbose),
-                       labels_of_on(options));
 }
 
 // The engine holds the second set against the crystal, which may be the model's: of the files
@@ -148,15 +164,17 @@ SectionText grid_of_map(const FcalcOptions& options) {
 
 void run_with_phases(const FofoOptions& options, FofoReport& report) {
   const FcalcOptions& base = options.base;
-  const ReflectionFile file = read_reflections(base.hkl, base.verbose);
+  Engine engine(base.verbose);
+  const ReflectionFile file = read_reflections(engine, base.hkl);
   if (file.find(options.phases).empty()) {
     throw CommandError(2, base.hkl + " has no column " + options.phases);
   }
   if (file.find(options.phases).front()->type != 'P') {
     throw CommandError(2, "column " + options.phases + " is no phase");
   }
-  const AmplitudeSet off = amplitude_set(options, file, base.labels);
-  const AmplitudeSet on = read_on(options);
+  const AmplitudeSet off = amplitude_set(engine, options, file, base.labels);
+  const AmplitudeSet on =
+      amplitude_set(engine, options, read_reflections(engine, options.on), labels_of_on(options));
   const SectionText first[] = {phased_section(options, file, off), grid_of_map(base),
                                SectionText("xfft").line(format("memory %f", base.memory))};
   if (options.print_sections) {
@@ -165,15 +183,14 @@ void run_with_phases(const FofoOptions& options, FofoReport& report) {
               << printed(differences_written(options, off.columns, base.output));
     return;
   }
-  Engine engine(base.verbose);
   for (const SectionText& section : first) engine.run(section);
   subtract(engine, options, on, off.columns, report);
 }
 
 // Everything as text, nothing of it written.
-void show_sections(FcalcJob& job, const FofoOptions& options, const AmplitudeSet& on) {
+void show_sections(Engine& engine, FcalcJob& job, const FofoOptions& options,
+                   const AmplitudeSet& on) {
   const FcalcOptions& base = options.base;
-  Engine engine(base.verbose);
   engine.run(crystal_section(job));
   job.input = base.hkl;
   std::vector<SectionText> sections = set_up_sections(job);
@@ -189,23 +206,23 @@ void show_sections(FcalcJob& job, const FofoOptions& options, const AmplitudeSet
 
 void run_with_model(const FofoOptions& options, FofoReport& report) {
   const FcalcOptions& base = options.base;
-  FcalcJob job{base, Coordinates(base.model), {}, {}, {}, {}, {}};
-  prepare(job);
+  Engine engine(base.verbose);
+  FcalcJob job{base, Coordinates(base.model)};
+  prepare(engine, job);
+  std::shared_ptr<TemporaryFile> kept;  // until the sections have read it
   if (job.observed.amplitude.empty()) {
-    const ReflectionFile file = read_reflections(base.hkl, base.verbose);
-    const AmplitudeSet off = amplitude_set(options, file, base.labels);
+    const AmplitudeSet off = amplitude_set(engine, options, *job.data, base.labels);
     const std::optional<FreeSet> free_set = job.observed.free_set;
     job.input = off.path;
-    job.unpacked = off.kept;
+    kept = off.kept;
     job.observed = off.columns;
     job.observed.free_set = free_set;
   }
-  const ReflectionFile on_file = read_reflections(options.on, base.verbose);
-  check_one_form(on_file, read_reflections(base.hkl, base.verbose));
-  const AmplitudeSet on = amplitude_set(options, on_file, labels_of_on(options));
-  if (options.print_sections) return show_sections(job, options, on);
+  const ReflectionFile on_file = read_reflections(engine, options.on);
+  check_one_form(on_file, *job.data);
+  const AmplitudeSet on = amplitude_set(engine, options, on_file, labels_of_on(options));
+  if (options.print_sections) return show_sections(engine, job, options, on);
   const NamedAtoms names(job.coordinates);
-  Engine engine(base.verbose);
   set_up(engine, job);
   note_wide_atoms(job, engine.run(SectionText("xfcc").line("calc")));
   if (job.with_solvent()) report.lines = fit_to_observations(engine, job, base.solvent, true);

@@ -51,7 +51,8 @@ int run(const Options& options) {
   if (qx_starts_ccp4_map(start.data(), start.size()) == 1) {
     show(read_map_facts(options.path, options.verbose), options.json);
   } else {
-    show(read_reflection_facts(options.path, options.verbose), options.json);
+    Engine engine(options.verbose);
+    show(read_reflection_facts(engine, options.path), options.json);
   }
   return 0;
 }

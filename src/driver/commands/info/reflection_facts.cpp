@@ -109,9 +109,9 @@ std::optional<double> ReflectionFacts::completeness(const ColumnFacts& column) c
   return static_cast<double>(column.present) / expected;
 }
 
-ReflectionFacts read_reflection_facts(const std::string& path, bool verbose) {
+ReflectionFacts read_reflection_facts(Engine& engine, const std::string& path) {
   ReflectionFacts facts;
-  facts.file = read_reflections(path, verbose);
+  facts.file = read_reflections(engine, path);
   facts.expected = expected_reflections(facts.file);
   for (const FileColumn& column : facts.file.columns) {
     facts.columns.push_back(facts_of(facts.file, column));
@@ -125,7 +125,7 @@ ReflectionFacts read_reflection_facts(const std::string& path, bool verbose) {
 Json to_json(const ReflectionFacts& facts) {
   const ReflectionFile& file = facts.file;
   Json json = {{"file", file.path},
-               {"format", file.from_mmcif ? "mmCIF" : "MTZ"},
+               {"format", file.readable.from_mmcif ? "mmCIF" : "MTZ"},
                {"title", file.title},
                {"cell", std::vector<double>(file.cell, file.cell + 6)},
                {"space_group", file.group ? file.group->xhm() : std::string()},
@@ -160,7 +160,7 @@ void tell(std::ostream& out, const ReflectionFacts& facts) {
   const ReflectionFile& file = facts.file;
   const auto& c = file.cell;
   const std::string group = file.group ? file.group->xhm() : std::string();
-  out << "file        " << file.path << ", " << (file.from_mmcif ? "mmCIF" : "MTZ") << '\n'
+  out << "file        " << file.path << ", " << (file.readable.from_mmcif ? "mmCIF" : "MTZ") << '\n'
       << "title       " << file.title << '\n'
       << format("cell        %g %g %g A, %g %g %g degrees\n", c[0], c[1], c[2], c[3], c[4], c[5])
       << format("group       %s (number %d, written '%s'), %zu operators\n", group.c_str(),

@@ -32,7 +32,7 @@ struct ReflectionFacts {
 };
 
 // Throws CommandError as read_reflections.
-ReflectionFacts read_reflection_facts(const std::string& path, bool verbose);
+ReflectionFacts read_reflection_facts(Engine& engine, const std::string& path);
 
 // Under names that scripts can rely on.
 nlohmann::ordered_json to_json(const ReflectionFacts& facts);

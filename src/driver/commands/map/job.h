@@ -52,9 +52,10 @@ const double* map_cell(const MapJob& job);
 
 // Reflections of the engine's crystal.
 std::int32_t reflections_used();
-// Crystal and grid in a fresh engine. Terms beyond an explicit grid would be folded into others:
-// the job's limit is narrowed, everything begins again, and `dropped` reflections take no part.
-std::unique_ptr<Engine> start_map(MapJob& job, std::int32_t& dropped);
+// Crystal and grid in an engine as good as fresh. Terms beyond an explicit grid would be folded
+// into others: the job's limit is narrowed, everything begins again, and `dropped` reflections take
+// no part.
+void start_map(Engine& engine, MapJob& job, std::int32_t& dropped);
 // Of what came of that, a line each.
 std::vector<std::string> grid_warnings(const MapJob& job, std::int32_t dropped);
 

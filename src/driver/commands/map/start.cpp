@@ -52,6 +52,13 @@ std::optional<double> resolution_of_grid() {
   qx_reflections_view set;
   qx_grid_view grid;
   if (qx_get_reflections_view(&set) != 1 || qx_get_grid_view(&grid) != 1) return {};
+  // |h| = |a . s| <= |a| |s|, of every mate.
+  qx_cell_view cell;
+  if (qx_get_cell_view(&cell) != 1) return {};
+  const double most = set.n > 0 ? *std::max_element(set.s_length, set.s_length + set.n) : 0.0;
+  bool fine = true;
+  for (int a = 0; a < 3; ++a) fine = fine && 2.001 * cell.edges[a] * most < grid.counts[a];
+  if (fine) return {};
   const std::vector<IndexMatrix> operators = index_matrices();
   double least = 1e30;
   for (std::int32_t i = 0; i < set.n; ++i) {
@@ -64,22 +71,21 @@ std::optional<double> resolution_of_grid() {
 
 }  // namespace
 
-std::unique_ptr<Engine> start_map(MapJob& job, std::int32_t& dropped) {
+void start_map(Engine& engine, MapJob& job, std::int32_t& dropped) {
   std::optional<std::int32_t> first;
   for (;;) {
-    auto engine = std::make_unique<Engine>(job.options.verbose);
-    engine->run(crystal_section(job));
-    engine->run(grid_section(job.options));
+    engine.run(crystal_section(job));
+    engine.run(grid_section(job.options));
     if (!first) first = reflections_used();
     const auto limit = resolution_of_grid();
     if (!limit) {
       dropped = *first - reflections_used();
-      return engine;
+      return;
     }
     if (job.options.counts.empty() && !(job.options.spacing > 0.0)) {
       throw CommandError(2, "the grid is too coarse for this cell: take a smaller --frac");
     }
-    engine.reset();
+    engine.renew();
     job.dmin = limit;
   }
 }

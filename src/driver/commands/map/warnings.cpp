@@ -27,27 +27,37 @@ struct Tally {
 
 gemmi::UnitCell cell_of(const double* c) { return {c[0], c[1], c[2], c[3], c[4], c[5]}; }
 
-// The weight of every row, 1 without a column.
-std::vector<float> weights_of(const MapJob& job) {
-  if (job.labels.weight.empty()) return std::vector<float>(job.file.rows, 1.0F);
+// The weight of every row; none, which stands for 1, without a column.
+std::span<const float> weights_of(const MapJob& job) {
+  if (job.labels.weight.empty()) return {};
   return job.file.find(job.labels.weight).front()->values;
+}
+
+gemmi::Miller times(int n, const gemmi::Miller& hkl) {
+  return {n * hkl[0], n * hkl[1], n * hkl[2]};
 }
 
 // How far, in degrees, the phase is from the two that a centric reflection can have; 0 for others.
 double off_centric_phase(const gemmi::GroupOps& operators, const gemmi::Miller& hkl, double phase) {
+  const gemmi::Miller opposite = times(-gemmi::Op::DEN, hkl);
   for (const gemmi::Op& op : operators.sym_ops) {
-    if (op.apply_to_hkl(hkl) != gemmi::Miller{-hkl[0], -hkl[1], -hkl[2]}) continue;
+    if (op.apply_to_hkl_without_division(hkl) != opposite) continue;
     // The mate is the Friedel opposite: twice the phase is the phase of the operator's shift.
     return std::fabs(std::remainder(2.0 * phase + op.phase_shift(hkl) * 180.0 / pi, 360.0)) / 2.0;
   }
   return 0.0;
 }
 
+bool is_outside(const MapOptions& options, double d) {
+  return d < options.dmin.value_or(0.0) || d > options.dmax.value_or(1e30);
+}
+
 Tally count(const MapJob& job) {
   const ReflectionFile& file = job.file;
-  const auto& amplitudes = file.find(job.labels.amplitude).front()->values;
-  const auto& phases = file.find(job.labels.phase).front()->values;
-  const std::vector<float> weights = weights_of(job);
+  const std::span<const float> amplitudes = file.find(job.labels.amplitude).front()->values;
+  const std::span<const float> phases = file.find(job.labels.phase).front()->values;
+  const std::span<const float> weights = weights_of(job);
+  const bool limited = job.options.dmin || job.options.dmax;
   const gemmi::UnitCell cell = cell_of(map_cell(job));
   const gemmi::SpaceGroup* group = known_group(job);
   const gemmi::GroupOps operators = group ? group->operations() : gemmi::GroupOps();
@@ -57,8 +67,9 @@ Tally count(const MapJob& job) {
     if (!file.index(i, at)) continue;
     const gemmi::Miller hkl = {at[0], at[1], at[2]};
     const double f = std::fabs(static_cast<double>(amplitudes[i]));
-    if (weights[i] < 0.0F || weights[i] > 1.0F) ++tally.odd_weights;
-    if (!std::isfinite(f) || !std::isfinite(phases[i]) || !std::isfinite(weights[i])) {
+    const float weight = weights.empty() ? 1.0F : weights[i];
+    if (weight < 0.0F || weight > 1.0F) ++tally.odd_weights;
+    if (!std::isfinite(f) || !std::isfinite(phases[i]) || !std::isfinite(weight)) {
       ++tally.missing;
       continue;
     }
@@ -66,8 +77,7 @@ Tally count(const MapJob& job) {
       tally.f000 = f;
       continue;
     }
-    const double d = cell.calculate_d(hkl);
-    if (d < job.options.dmin.value_or(0.0) || d > job.options.dmax.value_or(1e30)) ++tally.outside;
+    if (limited && is_outside(job.options, cell.calculate_d(hkl))) ++tally.outside;
     if (!(f > 0.0)) continue;
     ++tally.not_zero;
     if (group && operators.is_systematically_absent(hkl)) {

@@ -70,8 +70,7 @@ void calculate(Engine& engine, FcalcJob& job, const MapsOptions& options, MapsRe
   }
 }
 
-std::vector<SectionText> model_sections(FcalcJob& job, const MapsOptions& options) {
-  Engine engine(options.base.verbose);
+std::vector<SectionText> model_sections(Engine& engine, FcalcJob& job, const MapsOptions& options) {
   engine.run(crystal_section(job));
   job.input = options.base.hkl;
   std::vector<SectionText> sections = set_up_sections(job);
@@ -83,8 +82,8 @@ std::vector<SectionText> model_sections(FcalcJob& job, const MapsOptions& option
   return sections;
 }
 
-void prepare_with_data(FcalcJob& job) {
-  prepare(job);
+void prepare_with_data(Engine& engine, FcalcJob& job) {
+  prepare(engine, job);
   if (job.observed.empty) {
     throw CommandError(2, "there is no amplitude above 0 in column " + job.observed.amplitude +
                               " of " + job.options.hkl);

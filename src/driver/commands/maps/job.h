@@ -68,9 +68,9 @@ struct MapsReport {
 };
 
 // Crystal and observations, which have to be there; throws CommandError.
-void prepare_with_data(FcalcJob& job);
+void prepare_with_data(Engine& engine, FcalcJob& job);
 // Amplitudes, structure factors, solvent, scale, R factors, likelihood; as sections the same.
-std::vector<SectionText> model_sections(FcalcJob& job, const MapsOptions& options);
+std::vector<SectionText> model_sections(Engine& engine, FcalcJob& job, const MapsOptions& options);
 void calculate(Engine& engine, FcalcJob& job, const MapsOptions& options, MapsReport& report);
 // The report as text.
 void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& report);

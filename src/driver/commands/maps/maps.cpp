@@ -88,8 +88,8 @@ void write_scripts_of(const MapsOptions& options, const MapsReport& report) {
 }
 
 // Everything as text, nothing of it written.
-void show_sections(FcalcJob& job, const MapsOptions& options) {
-  std::vector<SectionText> sections = model_sections(job, options);
+void show_sections(Engine& engine, FcalcJob& job, const MapsOptions& options) {
+  std::vector<SectionText> sections = model_sections(engine, job, options);
   const auto add = [&](const SectionText& section) { sections.push_back(section); };
   add(SectionText("xfcc").line("replace"));
   const std::string& full = options.base.map_2fofc;
@@ -125,15 +125,15 @@ int run(MapsOptions& options, bool maps) {
   if (options.base.json) keep_standard_output_clean();
   const auto start = std::chrono::steady_clock::now();
   Progress progress("reading");
-  FcalcJob job{options.base, Coordinates(options.base.model), {}, {}, {}, {}, {}};
+  Engine engine(options.base.verbose);
+  FcalcJob job{options.base, Coordinates(options.base.model)};
   if (!options.omit.empty()) (void)omitted_atoms_line(job, options.omit, "--omit");
-  prepare_with_data(job);
+  prepare_with_data(engine, job);
   if (options.print_sections) {
-    show_sections(job, options);
+    show_sections(engine, job, options);
     return 0;
   }
   const NamedAtoms names(job.coordinates);
-  Engine engine(options.base.verbose);
   MapsReport report;
   progress.step("calculating structure factors");
   calculate(engine, job, options, report);

@@ -54,8 +54,8 @@ void tell_json(const FcalcJob& job, const OmitOptions& options, const MapsReport
   std::cout << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
 }
 
-void show_sections(FcalcJob& job, const OmitOptions& options) {
-  std::vector<SectionText> sections = model_sections(job, options.maps);
+void show_sections(Engine& engine, FcalcJob& job, const OmitOptions& options) {
+  std::vector<SectionText> sections = model_sections(engine, job, options.maps);
   const FcalcOptions& base = options.maps.base;
   sections.push_back(omit_map_section(job, options, base.map_2fofc, false));
   if (!base.map_fofc.empty()) {
@@ -72,15 +72,15 @@ int run(OmitOptions& options) {
   if (base.json) keep_standard_output_clean();
   const auto start = std::chrono::steady_clock::now();
   Progress progress("reading");
-  FcalcJob job{base, Coordinates(base.model), {}, {}, {}, {}, {}};
+  Engine engine(base.verbose);
+  FcalcJob job{base, Coordinates(base.model)};
   if (!options.composite) (void)omitted_atoms_line(job, options.selection, "--select");
-  prepare_with_data(job);
+  prepare_with_data(engine, job);
   if (options.print_sections) {
-    show_sections(job, options);
+    show_sections(engine, job, options);
     return 0;
   }
   const NamedAtoms names(job.coordinates);
-  Engine engine(base.verbose);
   MapsReport report;
   progress.step("calculating structure factors");
   calculate(engine, job, options.maps, report);

@@ -217,7 +217,8 @@ Json compose_page(const Options& options, MapFacts& facts) {
   page["difference"] = looks_like_difference(options, facts);
   page["model"] = model ? model_json(*model) : Json(nullptr);
   if (!options.data.empty()) {
-    page["completeness"] = completeness_of_data(read_reflections(options.data, options.verbose),
+    Engine engine(options.verbose);
+    page["completeness"] = completeness_of_data(read_reflections(engine, options.data),
                                                 options.column, page["difference"].get<bool>());
   }
   return page;

@@ -125,9 +125,8 @@ void fetch_numbers(StatsReport& report) {
   for (std::int32_t i = 0; qx_get_wilson_bin(i, &bin) == 1; ++i) report.bins.push_back(bin);
 }
 
-void calculate(const StatsJob& job, StatsReport& report) {
-  Engine engine(job.options.verbose);
-  engine.run(crystal_section(job, job.file.readable));
+void calculate(Engine& engine, const StatsJob& job, StatsReport& report) {
+  engine.run(crystal_section(job, job.file.readable.path));
   const std::string printed = engine.run(wilson_section(job, report.counts));
   const std::size_t at = std::min(printed.find("Wilson plot  "), printed.find("Acentric mom"));
   if (at != std::string::npos) report.lines = printed.substr(at);
@@ -252,7 +251,8 @@ int run(const StatsOptions& options) {
   check_options(options);
   if (options.json) keep_standard_output_clean();
   Progress progress("reading");
-  const ReflectionFile file = read_reflections(options.data, options.verbose);
+  Engine engine(options.verbose);
+  const ReflectionFile file = read_reflections(engine, options.data);
   const StatsJob job = {options, file, choose_columns(options, file)};
   const gemmi::SpaceGroup& group = group_of(options, file);
   check_amplitudes(job);
@@ -273,7 +273,7 @@ int run(const StatsOptions& options) {
   note_free_set(job, report);
   note_counts(job, report);
   progress.step("calculating statistics");
-  calculate(job, report);
+  calculate(engine, job, report);
   draw(job, report);
   if (options.json) {
     std::cout << as_json(job, report).dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
