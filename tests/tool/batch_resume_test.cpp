@@ -45,7 +45,7 @@ TEST_F(Resume, afterAKillTheResultsAreThoseOfARunInOnePiece) {
 TEST_F(Resume, childrenDoNotOutliveTheBatch) {
   make_large(2);
   std::vector<pid_t> children;
-  Background killed({"large", "-o", "out", "-j", "2", "-q", "--", "--spacing", "0.2"});
+  Background killed({"large", "-o", "out", "-j", "2", "-q", "--", "--spacing", "0.15"});
   ASSERT_TRUE(eventually([&] { return (children = killed.children()).size() == 2; }));
   EXPECT_EQ(killed.end(SIGKILL), -SIGKILL);
   for (const pid_t child : children) EXPECT_TRUE(eventually([&] { return !is_running(child); }));
