@@ -94,6 +94,10 @@ QX_API qx_status qx_rd_ccp4_map(const char* path, qx_ccp4_map* map);
 // The same with what the file says beside; `description` is filled on success only.
 QX_API qx_status qx_rd_described_ccp4_map(const char* path, qx_ccp4_map* map,
                                           qx_ccp4_description* description);
+// The same as floats, which hold every mode's values exactly, in one block of tagged memory that is
+// the caller's, x fastest, then y.
+QX_API qx_status qx_rd_described_ccp4_floats(const char* path, qx_ccp4_map* map,
+                                             qx_ccp4_description* description, float** values);
 // Of n values, at least one.
 QX_API qx_density_statistics qx_calc_density_statistics(const double* values, int64_t n);
 // 1 if the first bytes of a file are those of a CCP4 map; 212 of them tell.

@@ -17,7 +17,7 @@ namespace {
 int run(int argc, char** argv) {
   int status = 0;
   CLI::App app;
-  qx::build_app(app, status);
+  qx::build_app(app, status, argc > 1 ? argv[1] : nullptr);
   qx::take_map_options(argc, argv);
   qx::point_to_installed_data();
   try {

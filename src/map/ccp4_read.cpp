@@ -11,13 +11,14 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 #include <sys/types.h>
-#include <unistd.h>
 #include <utility>
 
 using qx::Ccp4Header;
 using qx::Ccp4Item;
 using qx::fail;
+using qx::File;
 using qx::ItemKind;
 using qx::ok;
 using qx::Status;
@@ -178,26 +179,6 @@ Status read_description(std::FILE* stream, qx::Ccp4Description& description) {
   return ok;
 }
 
-template <class T>
-double value_at(const unsigned char* bytes, std::ptrdiff_t i) {
-  T value;
-  std::memcpy(&value, bytes + i * static_cast<std::ptrdiff_t>(sizeof(T)), sizeof(T));
-  return static_cast<double>(value);
-}
-
-double value_of(std::int32_t mode, const unsigned char* bytes, std::ptrdiff_t i) {
-  switch (mode) {
-    case 0:
-      return value_at<std::int8_t>(bytes, i);
-    case 1:
-      return value_at<std::int16_t>(bytes, i);
-    case 6:
-      return value_at<std::uint16_t>(bytes, i);
-    default:
-      return value_at<float>(bytes, i);
-  }
-}
-
 void swap_values(unsigned char* bytes, std::size_t count, std::int64_t size) {
   if (size == 4) qx::swap_words(bytes, count);
   if (size == 2) {
@@ -206,28 +187,68 @@ void swap_values(unsigned char* bytes, std::size_t count, std::int64_t size) {
 }
 
 // Sections, rows and columns of the file, each with its own stride in x-y-z order.
-Status read_data(std::FILE* stream, bool swap, const Ccp4Header& header, qx_ccp4_map& map) {
+struct Strides {
+  std::ptrdiff_t section, row, column;
+};
+
+Strides strides_of(const Ccp4Header& header, const qx_ccp4_map& map) {
   const std::ptrdiff_t strides[3] = {1, map.counts[0],
                                      static_cast<std::ptrdiff_t>(map.counts[0]) * map.counts[1]};
-  const std::ptrdiff_t column_step = strides[header.axes[0] - 1];
-  const std::ptrdiff_t row_step = strides[header.axes[1] - 1];
-  const std::ptrdiff_t section_step = strides[header.axes[2] - 1];
-  const std::ptrdiff_t columns = header.counts[0];
-  const auto values = static_cast<std::size_t>(columns * header.counts[1]);
+  return {strides[header.axes[2] - 1], strides[header.axes[1] - 1], strides[header.axes[0] - 1]};
+}
+
+// One section of the file, of values of type T.
+template <class T, class Value>
+void place_section(const unsigned char* bytes, const Ccp4Header& header, const Strides& step,
+                   Value* values) {
+  for (std::ptrdiff_t row = 0; row < header.counts[1]; ++row) {
+    Value* target = values + row * step.row;
+    for (std::ptrdiff_t column = 0; column < header.counts[0]; ++column) {
+      T value;
+      std::memcpy(&value, bytes, sizeof value);
+      bytes += sizeof value;
+      target[column * step.column] = static_cast<Value>(value);
+    }
+  }
+}
+
+template <class Value>
+void place_section(const unsigned char* bytes, const Ccp4Header& header, const Strides& step,
+                   Value* values) {
+  switch (header.mode) {
+    case 0:
+      return place_section<std::int8_t>(bytes, header, step, values);
+    case 1:
+      return place_section<std::int16_t>(bytes, header, step, values);
+    case 6:
+      return place_section<std::uint16_t>(bytes, header, step, values);
+    default:
+      return place_section<float>(bytes, header, step, values);
+  }
+}
+
+// `values`: those of the map, x fastest.
+template <class Value>
+Status read_data(std::FILE* stream, bool swap, const Ccp4Header& header, const qx_ccp4_map& map,
+                 Value* values) {
+  const Strides step = strides_of(header, map);
+  const std::size_t count =
+      static_cast<std::size_t>(header.counts[0]) * static_cast<std::size_t>(header.counts[1]);
   const std::int64_t size = value_size(header.mode);
-  const qx::Tagged<unsigned char> section(values * static_cast<std::size_t>(size), "prcm_et");
+  // What lies in the file as it is to lie in memory is not copied.
+  const bool as_it_is = sizeof(Value) == sizeof(float) && header.mode == 2 && step.column == 1 &&
+                        step.section == static_cast<std::ptrdiff_t>(count);
+  const qx::Tagged<unsigned char> section(as_it_is ? 1 : count * static_cast<std::size_t>(size),
+                                          "prcm_et");
   if (!section) return qx::failed;
   for (std::int32_t is = 0; is < header.counts[2]; ++is) {
-    if (std::fread(section.get(), static_cast<std::size_t>(size), values, stream) != values) {
+    Value* first = values + is * step.section;
+    auto* bytes = as_it_is ? reinterpret_cast<unsigned char*>(first) : section.get();
+    if (std::fread(bytes, static_cast<std::size_t>(size), count, stream) != count) {
       return fail(here, "Failed to read map data ");
     }
-    if (swap) swap_values(section.get(), values, size);
-    for (std::ptrdiff_t ir = 0; ir < header.counts[1]; ++ir) {
-      double* target = map.density[0][0] + is * section_step + ir * row_step;
-      for (std::ptrdiff_t ic = 0; ic < columns; ++ic) {
-        target[ic * column_step] = value_of(header.mode, section.get(), ir * columns + ic);
-      }
-    }
+    if (swap) swap_values(bytes, count, size);
+    if (!as_it_is) place_section(bytes, header, step, first);
   }
   return ok;
 }
@@ -258,17 +279,32 @@ qx_ccp4_map map_of(const Ccp4Header& header) {
 
 }  // namespace
 
+namespace {
+
+// A folder can be opened for reading, but holds nothing that could be read.
+bool is_folder(const char* path) {
+  struct stat state = {};
+  return stat(path, &state) == 0 && S_ISDIR(state.st_mode);
+}
+
+// The header, with the stream at the data behind it.
+Status open_map(const char* path, const File& file, qx::Ccp4Description& description) {
+  if (!file || is_folder(path)) return fail(here, "Failed to open file \"%s\" ", path);
+  return read_description(file.get(), description);
+}
+
+}  // namespace
+
 namespace qx {
 
 Status read_ccp4(const char* path, qx_ccp4_map& map, Ccp4Description& description) {
-  // Reading needs no right to write.
-  const File file(path, access(path, W_OK) == 0 ? "rb+" : "rb");
-  if (!file) return fail(here, "Failed to open file \"%s\" ", path);
-  QX_TRY(read_description(file.get(), description));
+  const File file(path, "rb");
+  QX_TRY(open_map(path, file, description));
   qx_ccp4_map result = map_of(description.header);
   QX_TRY(adopt(result.density,
                xopen_3d_double(result.counts[2], result.counts[1], result.counts[0], "prcm_emap")));
-  QX_TRY(read_data(file.get(), description.swapped, description.header, result));
+  QX_TRY(
+      read_data(file.get(), description.swapped, description.header, result, result.density[0][0]));
   map = result;
   return ok;
 }
@@ -292,11 +328,7 @@ void describe_origin(const qx::Ccp4Description& file, qx_ccp4_description& out) 
   std::memcpy(&out.origin[2], &file.header.header_size, sizeof out.origin[2]);
 }
 
-}  // namespace
-
-Status qx_rd_described_ccp4_map(const char* path, qx_ccp4_map* map, qx_ccp4_description* out) {
-  qx::Ccp4Description file;
-  QX_TRY(qx::read_ccp4(path, *map, file));
+void describe(qx::Ccp4Description& file, qx_ccp4_description* out) {
   *out = {};
   out->mode = file.header.mode;
   out->swapped = file.swapped ? 1 : 0;
@@ -308,6 +340,31 @@ Status qx_rd_described_ccp4_map(const char* path, qx_ccp4_map* map, qx_ccp4_desc
   }
   out->nrecords = file.nrecords;
   out->records = file.records.release();
+}
+
+}  // namespace
+
+Status qx_rd_described_ccp4_map(const char* path, qx_ccp4_map* map, qx_ccp4_description* out) {
+  qx::Ccp4Description file;
+  QX_TRY(qx::read_ccp4(path, *map, file));
+  describe(file, out);
+  return ok;
+}
+
+Status qx_rd_described_ccp4_floats(const char* path, qx_ccp4_map* map, qx_ccp4_description* out,
+                                   float** values) {
+  const File file(path, "rb");
+  qx::Ccp4Description description;
+  QX_TRY(open_map(path, file, description));
+  const qx_ccp4_map result = map_of(description.header);
+  std::size_t count = 1;
+  for (const std::int32_t n : result.counts) count *= static_cast<std::size_t>(n);
+  qx::Tagged<float> density(count, "prcm_flt");
+  if (!density) return qx::failed;
+  QX_TRY(read_data(file.get(), description.swapped, description.header, result, density.get()));
+  *map = result;
+  describe(description, out);
+  *values = density.release();
   return ok;
 }
 

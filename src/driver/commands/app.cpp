@@ -6,6 +6,10 @@
 
 #include <quorix/version.h>
 
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
 namespace qx {
 
 namespace {
@@ -42,9 +46,21 @@ std::string tell_misuse(const CLI::App* app, const CLI::Error& error) {
          " --help\" tells more.\n";
 }
 
+struct Subcommand {
+  const char* name;
+  void (*add)(CLI::App& app, int& status);
+};
+constexpr Subcommand subcommands[] = {
+    {"map", add_map},   {"info", add_info},         {"run", add_run},    {"fcalc", add_fcalc},
+    {"maps", add_maps}, {"validate", add_validate}, {"omit", add_omit},  {"stats", add_stats},
+    {"fofo", add_fofo}, {"report", add_report},     {"batch", add_batch}};
+
 }  // namespace
 
-void build_app(CLI::App& app, int& status) {
+void build_app(CLI::App& app, int& status, const char* word) {
+  const auto* const only = std::find_if(
+      std::begin(subcommands), std::end(subcommands),
+      [&](const Subcommand& command) { return word && std::strcmp(command.name, word) == 0; });
   app.name("quorix");
   app.description("Crystallographic computation engine for macromolecular X-ray data");
   app.formatter(std::make_shared<HelpFormatter>());
@@ -52,17 +68,9 @@ void build_app(CLI::App& app, int& status) {
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.require_subcommand(1);
   app.failure_message(tell_misuse);
-  add_map(app, status);
-  add_info(app, status);
-  add_run(app, status);
-  add_fcalc(app, status);
-  add_maps(app, status);
-  add_validate(app, status);
-  add_omit(app, status);
-  add_stats(app, status);
-  add_fofo(app, status);
-  add_report(app, status);
-  add_batch(app, status);
+  for (const Subcommand& command : subcommands) {
+    if (only == std::end(subcommands) || only->name == command.name) command.add(app, status);
+  }
   for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
     add_threads(*command);
     command->set_version_flag("--version", "quorix " QUORIX_VERSION, "Print the version and exit");

@@ -5,7 +5,8 @@
 
 namespace qx {
 
-// Adds every subcommand; the chosen one sets the process status when its callback runs.
-void build_app(CLI::App& app, int& status);
+// Adds every subcommand, or that one alone which `word` names: all declarations take longer than
+// many a small file. The chosen one sets the process status when its callback runs.
+void build_app(CLI::App& app, int& status, const char* word = nullptr);
 
 }  // namespace qx

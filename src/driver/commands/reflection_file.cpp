@@ -16,11 +16,6 @@
 
 namespace qx {
 
-std::size_t FileColumn::missing() const {
-  return static_cast<std::size_t>(
-      std::count_if(values.begin(), values.end(), [](float v) { return !std::isfinite(v); }));
-}
-
 namespace {
 
 std::string path_of(const ReflectionFile& file, const FileColumn& column) {

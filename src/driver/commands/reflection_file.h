@@ -24,8 +24,6 @@ struct FileColumn {
   std::int32_t dataset;
   std::span<const float> values;  // NaN where missing; in the engine's memory, or `marked`
   std::shared_ptr<const std::vector<float>> marked = {};  // where the file's mark is another
-
-  [[nodiscard]] std::size_t missing() const;
 };
 
 struct FileDataset {

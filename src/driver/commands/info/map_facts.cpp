@@ -7,9 +7,11 @@
 #include <quorix/map.h>
 #include <quorix/memory.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <gemmi/symmetry.hpp>  // for find_spacegroup_by_number
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <ostream>
 
@@ -65,10 +67,12 @@ std::string rms_text(double said, double about_zero, double about_mean) {
   return "neither rms nor deviation of this density";
 }
 
-SymmetryFacts symmetry_of(const qx_ccp4_map& map, const std::vector<std::string>& operators) {
+template <class T>
+SymmetryFacts symmetry_of(const qx_ccp4_map& map, const T* values,
+                          const std::vector<std::string>& operators) {
   SymmetryFacts facts;
   try {
-    facts.check = check_symmetry(map, operators);
+    facts.check = check_symmetry(map, values, operators);
     facts.operators = operators.size();
   } catch (const std::bad_alloc&) {
     throw;
@@ -91,16 +95,50 @@ void note_header(const qx_ccp4_description& file, MapFacts& facts) {
   }
 }
 
-void note_density(const qx_ccp4_map& map, MapFacts& facts) {
-  const std::int64_t points = std::int64_t{map.counts[0]} * map.counts[1] * map.counts[2];
-  const qx_density_statistics found = qx_calc_density_statistics(map.density[0][0], points);
-  facts.minimum = found.minimum;
-  facts.maximum = found.maximum;
-  facts.mean = found.mean;
-  facts.rms = found.rms;
-  facts.deviation = std::sqrt(std::max(0.0, found.rms * found.rms - found.mean * found.mean));
-  facts.symmetry = symmetry_of(map, facts.operators());
+// By planes, which are small enough to stay in the cache as doubles.
+template <class T>
+void note_statistics(const qx_ccp4_map& map, const T* values, MapFacts& facts) {
+  const std::size_t points =
+      static_cast<std::size_t>(map.counts[0]) * static_cast<std::size_t>(map.counts[1]);
+  std::vector<double> plane(points);
+  facts.minimum = INFINITY;
+  facts.maximum = -INFINITY;
+  double squares = 0.0;
+  for (std::int32_t z = 0; z < map.counts[2]; ++z) {
+    std::copy_n(values + static_cast<std::size_t>(z) * points, points, plane.begin());
+    const qx_density_statistics found =
+        qx_calc_density_statistics(plane.data(), static_cast<std::int64_t>(points));
+    facts.minimum = std::min(facts.minimum, found.minimum);
+    facts.maximum = std::max(facts.maximum, found.maximum);
+    facts.mean += found.mean / map.counts[2];
+    squares += found.rms * found.rms / map.counts[2];
+  }
+  facts.rms = std::sqrt(squares);
+  facts.deviation = std::sqrt(std::max(0.0, squares - facts.mean * facts.mean));
 }
+
+template <class T>
+void note_all(const qx_ccp4_map& map, const qx_ccp4_description& file, const T* values,
+              MapFacts& facts) {
+  facts.map = map;
+  facts.map.density = nullptr;
+  note_header(file, facts);
+  note_statistics(map, values, facts);
+  facts.symmetry = symmetry_of(map, values, facts.operators());
+}
+
+// The map as the engine reads it.
+struct ReadableMap {
+  std::unique_ptr<TemporaryFile> unpacked;
+  std::string path;
+
+  explicit ReadableMap(const std::string& packed) : path(packed) {
+    if (!is_gzipped(packed)) return;
+    unpacked = std::make_unique<TemporaryFile>();
+    unpack(packed, *unpacked);
+    path = unpacked->path();
+  }
+};
 
 Json json_of(const SymmetryFacts& facts, bool from_records) {
   Json json = {{"operators_from", from_records ? "records" : "the group's number"}};
@@ -160,27 +198,36 @@ std::vector<std::string> MapFacts::operators() const {
 }
 
 MapFacts read_map_facts(const std::string& path, bool verbose) {
-  return read_map_facts(path, verbose, [](const qx_ccp4_map&, const MapFacts&) { return true; });
-}
-
-MapFacts read_map_facts(const std::string& path, bool verbose,
-                        const std::function<bool(const qx_ccp4_map&, const MapFacts&)>& visit) {
-  const TemporaryFile copy;
-  const bool packed = is_gzipped(path);
-  if (packed) unpack(path, copy);
-  const std::string readable = packed ? copy.path() : path;
+  const ReadableMap readable(path);
   MapFacts facts;
   facts.file = path;
   Engine engine(verbose);
   engine.call([&] {
     qx_ccp4_map map = {};
     qx_ccp4_description file = {};
-    if (qx_rd_described_ccp4_map(readable.c_str(), &map, &file) != ok) return failed;
-    facts.map = map;
-    facts.map.density = nullptr;
-    note_header(file, facts);
+    float* values = nullptr;
+    if (qx_rd_described_ccp4_floats(readable.path.c_str(), &map, &file, &values) != ok) {
+      return failed;
+    }
+    note_all(map, file, values, facts);
     if (file.records && xfree(file.records) != ok) return failed;
-    note_density(map, facts);
+    return xfree(values);
+  });
+  return facts;
+}
+
+MapFacts read_map_facts(const std::string& path, bool verbose,
+                        const std::function<bool(const qx_ccp4_map&, const MapFacts&)>& visit) {
+  const ReadableMap readable(path);
+  MapFacts facts;
+  facts.file = path;
+  Engine engine(verbose);
+  engine.call([&] {
+    qx_ccp4_map map = {};
+    qx_ccp4_description file = {};
+    if (qx_rd_described_ccp4_map(readable.path.c_str(), &map, &file) != ok) return failed;
+    note_all(map, file, map.density[0][0], facts);
+    if (file.records && xfree(file.records) != ok) return failed;
     if (!visit(map, facts)) return failed;
     return xfree_3d_double(map.density);
   });

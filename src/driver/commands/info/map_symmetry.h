@@ -23,8 +23,10 @@ struct SymmetryCheck {
 // with numbers that no operator has.
 gemmi::Op read_operator(const std::string& text);
 
-// Throws as read_operator.
-SymmetryCheck check_symmetry(const qx_ccp4_map& map, const std::vector<std::string>& operators);
+// `values`: the map's, x fastest; T is float or double. Throws as read_operator.
+template <class T>
+SymmetryCheck check_symmetry(const qx_ccp4_map& map, const T* values,
+                             const std::vector<std::string>& operators);
 
 // Those of a space group by its number, in its usual setting; empty if there is none.
 std::vector<std::string> operators_of_group(std::int32_t number);

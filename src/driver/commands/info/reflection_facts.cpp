@@ -1,10 +1,10 @@
 #include "driver/commands/info/reflection_facts.h"
 
 #include "driver/commands/command_error.h"
+#include "driver/commands/unique_reflections.h"
 
 #include <algorithm>
 #include <cmath>
-#include <gemmi/reciproc.hpp>  // for count_reflections
 #include <nlohmann/json.hpp>
 #include <ostream>
 
@@ -19,20 +19,22 @@ int expected_reflections(const ReflectionFile& file) {
   if (!file.group || file.batches > 0 || !are_countable(file.cell, file.resolution[0])) return 0;
   const double* c = file.cell;
   constexpr double slack = 1e-6;
-  return gemmi::count_reflections(gemmi::UnitCell(c[0], c[1], c[2], c[3], c[4], c[5]), file.group,
-                                  file.resolution[0] * (1 - slack),
-                                  file.resolution[1] * (1 + slack));
+  int count = 0;
+  for_all_unique(gemmi::UnitCell(c[0], c[1], c[2], c[3], c[4], c[5]), file.group,
+                 file.resolution[0] * (1 - slack), file.resolution[1] * (1 + slack),
+                 [&](const gemmi::Miller&) { ++count; });
+  return count;
 }
 
 ColumnFacts facts_of(const ReflectionFile& file, const FileColumn& column) {
-  const std::size_t missing = column.missing();
-  ColumnFacts facts = {column.label,        column.type, column.dataset, missing,
-                       file.rows - missing, INFINITY,    -INFINITY};
+  ColumnFacts facts = {column.label, column.type, column.dataset, 0, 0, INFINITY, -INFINITY};
   for (const float value : column.values) {
-    if (!std::isfinite(value)) continue;
-    facts.minimum = std::min(facts.minimum, value);
-    facts.maximum = std::max(facts.maximum, value);
+    const bool present = std::isfinite(value);
+    facts.present += present ? 1 : 0;
+    facts.minimum = std::min(facts.minimum, present ? value : INFINITY);
+    facts.maximum = std::max(facts.maximum, present ? value : -INFINITY);
   }
+  facts.missing = file.rows - facts.present;
   return facts;
 }
 

@@ -4,6 +4,7 @@
 #include "driver/commands/map_labels.h"
 #include "driver/commands/report/report.h"
 #include "driver/commands/resolution_shells.h"
+#include "driver/commands/unique_reflections.h"
 
 #include <quorix/fft.h>
 #include <quorix/memory.h>
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <gemmi/reciproc.hpp>  // for for_all_reflections
 #include <gemmi/symmetry.hpp>  // for find_spacegroup_by_number
 #include <map>
 #include <nlohmann/json.hpp>
@@ -75,11 +75,9 @@ Json shells_of(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group, doub
                const Amplitude& amplitude) {
   Shells shells(low, high);
   constexpr double slack = 1e-6;
-  gemmi::for_all_reflections(
-      [&](const gemmi::Miller& hkl) {
-        shells.add(cell.calculate_d(hkl), amplitude(hkl[0], hkl[1], hkl[2]));
-      },
-      cell, group, high * (1 - slack), low * (1 + slack), true);
+  for_all_unique(cell, group, high * (1 - slack), low * (1 + slack), [&](const gemmi::Miller& hkl) {
+    shells.add(cell.calculate_d(hkl), amplitude(hkl[0], hkl[1], hkl[2]));
+  });
   return shells.json();
 }
 
@@ -130,11 +128,9 @@ Range range_of(const Spectrum& spectrum, const gemmi::UnitCell& cell,
   double squares = 0.0;
   double count = 0.0;
   const auto each = [&](auto work) {
-    gemmi::for_all_reflections(
-        [&](const gemmi::Miller& hkl) {
-          work(cell.calculate_d(hkl), spectrum.amplitude(hkl[0], hkl[1], hkl[2]));
-        },
-        cell, group, nyquist, 0.0, true);
+    for_all_unique(cell, group, nyquist, 0.0, [&](const gemmi::Miller& hkl) {
+      work(cell.calculate_d(hkl), spectrum.amplitude(hkl[0], hkl[1], hkl[2]));
+    });
   };
   each([&](double /*d*/, double f) {
     squares += f * f;

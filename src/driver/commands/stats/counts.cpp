@@ -1,10 +1,10 @@
 // Counts, completeness and signal by resolution.
 #include "driver/commands/resolution_shells.h"
 #include "driver/commands/stats/job.h"
+#include "driver/commands/unique_reflections.h"
 
 #include <algorithm>
 #include <cmath>
-#include <gemmi/reciproc.hpp>  // for for_all_reflections
 
 namespace qx {
 
@@ -134,12 +134,11 @@ class Counting {
       add(r, counts_.all);
     }
     if (!are_countable(file_.cell, all.high)) return;
-    gemmi::for_all_reflections(
-        [&](const gemmi::Miller& hkl) {
-          ++shell_of(hkl).possible;
-          ++counts_.all.possible;
-        },
-        cell_, group_, all.high * (1 - slack), all.low * (1 + slack), true);
+    for_all_unique(cell_, group_, all.high * (1 - slack), all.low * (1 + slack),
+                   [&](const gemmi::Miller& hkl) {
+                     ++shell_of(hkl).possible;
+                     ++counts_.all.possible;
+                   });
   }
 
   const ReflectionFile& file_;
