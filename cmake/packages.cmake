@@ -40,7 +40,7 @@ quorix_package(programs quorix science "quorix-data ${same}"
 quorix_package(library libquorix0 libs "quorix-data ${same}"
   "crystallographic computation engine: shared library"
   "This package contains the library for programs that run the engine themselves.")
-quorix_package(dev libquorix-dev libdevel "libquorix0 ${same}, liblapack-dev"
+quorix_package(dev libquorix-dev libdevel "libquorix0 ${same}"
   "crystallographic computation engine: development files"
   "This package contains headers, the static library, CMake and pkg-config files.")
 quorix_package(data quorix-data science ""

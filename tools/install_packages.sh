@@ -3,7 +3,7 @@
 # Usage: tools/install_packages.sh build|demo|test|ci ...
 set -euo pipefail
 
-build=(g++ cmake ninja-build pkg-config liblapack-dev libcli11-dev gemmi-dev tao-pegtl-dev zlib1g-dev nlohmann-json3-dev
+build=(g++ cmake ninja-build pkg-config libcli11-dev gemmi-dev tao-pegtl-dev zlib1g-dev nlohmann-json3-dev
        python3-dev pybind11-dev python3-numpy)
 demo=("${build[@]}" python3 python3-numpy python3-matplotlib)
 <<<<<<< HEAD

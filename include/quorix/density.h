@@ -66,7 +66,7 @@ QX_API qx_status qx_calc_subg_geden_atom_aniso(int32_t atom, int32_t shift, doub
 QX_API double qx_get_determinant_u(const double u[6]);
 // 0, or 1 and the output untouched when singular.
 QX_API int32_t qx_get_inverse_u(const double u[6], double inverse[6]);
-// Eigenvalues in ascending order; 0, or the eigensolver's own status.
+// Eigenvalues in ascending order; 0, or 1 if an element is no number.
 QX_API int32_t qx_calc_U_eigen_value(const double u[6], double values[3]);
 // The i-th Gaussian of an anisotropic atom: M = U + (b + B0)/(8 pi^2) I, its inverse, and the
 // amplitude occ a (2 pi)^(-3/2) det(M)^(-1/2). 1 when M is not positive definite.

@@ -13,9 +13,6 @@
 #include <algorithm>
 #include <cmath>
 
-extern "C" void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda,
-                       double* w, double* work, const int* lwork, int* info);
-
 double qx_get_determinant_u(const double u[6]) {
   return u[0] * u[1] * u[2] + 2.0 * u[3] * u[4] * u[5] - u[0] * u[5] * u[5] - u[1] * u[4] * u[4] -
          u[2] * u[3] * u[3];
@@ -31,15 +28,46 @@ std::int32_t qx_get_inverse_u(const double u[6], double inverse[6]) {
   return 0;
 }
 
+namespace {
+
+// One rotation of Jacobi's method makes m[p][q] zero; r is the third index.
+void rotate(double (&m)[3][3], int p, int q) {
+  if (m[p][q] == 0.0) return;
+  const int r = 3 - p - q;
+  const double theta = (m[q][q] - m[p][p]) / (2.0 * m[p][q]);
+  const double t = std::copysign(1.0, theta) / (std::fabs(theta) + std::hypot(theta, 1.0));
+  const double c = 1.0 / std::hypot(t, 1.0);
+  const double s = t * c;
+  m[p][p] -= t * m[p][q];
+  m[q][q] += t * m[p][q];
+  m[p][q] = m[q][p] = 0.0;
+  const double rp = m[r][p];
+  const double rq = m[r][q];
+  m[r][p] = m[p][r] = c * rp - s * rq;
+  m[r][q] = m[q][r] = s * rp + c * rq;
+}
+
+}  // namespace
+
+// By Jacobi's rotations (Golub & Van Loan, Matrix Computations, 8.5): each sweep squares what is
+// left beside the diagonal.
 std::int32_t qx_calc_U_eigen_value(const double u[6], double values[3]) {
-  double matrix[9] = {u[0], u[3], u[4], u[3], u[1], u[5], u[4], u[5], u[2]};
-  double work[32];
-  const int n = 3;
-  const int size = 32;
-  int info = 0;
   if (!std::all_of(u, u + 6, [](double value) { return std::isfinite(value); })) return 1;
-  dsyev_("N", "U", &n, matrix, &n, values, work, &size, &info);
-  return info;
+  double largest = 0.0;
+  for (int i = 0; i < 6; ++i) largest = std::max(largest, std::fabs(u[i]));
+  const double unit = largest > 0.0 ? largest : 1.0;  // products stay numbers
+  double m[3][3] = {{u[0] / unit, u[3] / unit, u[4] / unit},
+                    {u[3] / unit, u[1] / unit, u[5] / unit},
+                    {u[4] / unit, u[5] / unit, u[2] / unit}};
+  constexpr int sweeps = 8;
+  for (int sweep = 0; sweep < sweeps; ++sweep) {
+    rotate(m, 0, 1);
+    rotate(m, 0, 2);
+    rotate(m, 1, 2);
+  }
+  for (int i = 0; i < 3; ++i) values[i] = unit * m[i][i];
+  std::sort(values, values + 3);
+  return 0;
 }
 
 std::int32_t qx_calc_aniso_unk(const double u[6], double a, double b_total, double* amplitude,
