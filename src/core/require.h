@@ -2,6 +2,10 @@
 // that no second getter is called before the first one's object is known to be there.
 //   const qxcell* cell = nullptr;
 //   QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
+// and several, in their order:
+//   QX_TRY(qx::require(here, qx::need(qx_get_qxcell, cell, "qxcell object has not been created yet
+//   "),
+//                      qx::need(qx_get_qxspg, group, "qxspg object has not been created yet ")));
 #pragma once
 
 #include "core/report.h"
@@ -24,6 +28,30 @@ Status require_of_engine(const char* here, Got* (*getter)(), Object*& object, co
   object = getter();
   if (object) return ok;
   return qx_exist_quorix() ? fail(here, "%s", missing) : failed;
+}
+
+// One of several objects.
+template <class Got, class Object>
+struct Need {
+  Got* (*getter)();
+  Object*& object;
+  const char* missing;
+};
+template <class Got, class Object>
+Need<Got, Object> need(Got* (*getter)(), Object*& object, const char* missing) {
+  return {getter, object, missing};
+}
+
+template <class... Got, class... Object>
+Status require(const char* here, const Need<Got, Object>&... needs) {
+  const bool all = ((require(here, needs.getter, needs.object, needs.missing) == ok) && ...);
+  return all ? ok : failed;
+}
+template <class... Got, class... Object>
+Status require_of_engine(const char* here, const Need<Got, Object>&... needs) {
+  const bool all =
+      ((require_of_engine(here, needs.getter, needs.object, needs.missing) == ok) && ...);
+  return all ? ok : failed;
 }
 
 }  // namespace qx

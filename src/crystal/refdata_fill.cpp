@@ -1,5 +1,6 @@
 // Which reflections of the resolution range a data set has, and rows for those that it lacks.
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/columns.h"
@@ -49,12 +50,11 @@ Status index_operations(const char* heading, const qxspg& group, Tagged<qx::Inde
 }
 
 Status index_range(const char* heading, const qxrefdata& data, qx::IndexSearch& range) {
-  const qxcell* cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
-  if (!cell) return fail(heading, "qxcell object has not been created yet ");
-  const qxrecicell* reciprocal = qx_get_qxrecicell();
-  if (!qx_exist_quorix()) return failed;
-  if (!reciprocal) return fail(heading, " qxrecicell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  const qxrecicell* reciprocal = nullptr;
+  QX_TRY(qx::require_of_engine(
+      heading, qx::need(qx_get_qxcell, cell, "qxcell object has not been created yet "),
+      qx::need(qx_get_qxrecicell, reciprocal, " qxrecicell object has not been created yet ")));
   constexpr double edge = 1e-6;  // relative: rounding must not drop the outermost reflection itself
   constexpr double most = 4e8;   // indices to search
   const double s = data.s_max * (1.0 + edge);
@@ -173,9 +173,8 @@ Status add_rows(qxrefdata& data, const Inventory& found, std::int32_t more) {
 }
 
 Status fetch(const char* heading, qxrefdata*& data) {
-  data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return fail(heading, "refdata object has not been created yet ");
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxrefdata, data,
+                               "refdata object has not been created yet "));
   return data->nreflections > 0 && data->s_length
              ? ok
              : fail(heading, " There is no reflection survived. ");

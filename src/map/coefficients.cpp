@@ -100,12 +100,11 @@ qx::CoefficientKind kind_of(std::int32_t type) {
 
 // What the weighted kinds rest on, in the order in which it is missed.
 Status check_weighted(const char* here) {
-  const qxml* ml = qx_get_qxml();
-  if (!qx_exist_quorix()) return failed;
-  if (!ml) return fail(here, "qxml object has not been created yet.");
-  const qxscale* scale = qx_get_qxscale();
-  if (!qx_exist_quorix()) return failed;
-  if (!scale) return fail(here, "qxscale object has not been created ");
+  const qxml* ml = nullptr;
+  const qxscale* scale = nullptr;
+  QX_TRY(qx::require_of_engine(
+      here, qx::need(qx_get_qxml, ml, "qxml object has not been created yet."),
+      qx::need(qx_get_qxscale, scale, "qxscale object has not been created ")));
   return ok;
 }
 

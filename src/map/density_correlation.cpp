@@ -92,10 +92,9 @@ Status fetch(Needs& needs) {
   if (!needs.map) return failed;
   needs.system = qx_get_molsys();
   if (!needs.system) return failed;
-  QX_TRY(qx::require_of_engine(here, qx_get_qxcell, needs.cell,
-                               "qxcell object has not been created yet "));
-  QX_TRY(qx::require_of_engine(here, qx_get_qxgrid, needs.grid,
-                               "qxgrid object has not been created yet "));
+  QX_TRY(qx::require_of_engine(
+      here, qx::need(qx_get_qxcell, needs.cell, "qxcell object has not been created yet "),
+      qx::need(qx_get_qxgrid, needs.grid, "qxgrid object has not been created yet ")));
   return ok;
 }
 

@@ -1,6 +1,7 @@
 // Atoms left out of all that is calculated.
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "map/omit.h"
 #include "sf/partition.h"
@@ -99,9 +100,9 @@ Status qx_exclude_omit_atoms() {
 
 Status qx_restore_omit_atoms() {
   constexpr const char* heading = "qx_restore_omit_atoms():";
-  molsys* system = qx_get_molsys();
-  if (!qx_exist_quorix()) return failed;
-  if (!system) return fail(heading, "molsys object has not been created yet ");
+  molsys* system = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_molsys, system,
+                               "molsys object has not been created yet "));
   if (!system->info.excluded) return ok;
   QX_TRY(qx::release(system->info.excluded));
   qxsolvent* solvent = qx_get_qxsolvent();

@@ -69,14 +69,11 @@ struct Needs {
 };
 
 Status fetch(const char* heading, Needs& needs) {
-  QX_TRY(qx::require_of_engine(heading, qx_get_qxfofo, needs.fofo,
-                               "qxfofo object has not been created yet."));
-  QX_TRY(qx::require_of_engine(heading, qx_get_qxrefdata, needs.data,
-                               "qxrefdata object has not been created yet."));
-  QX_TRY(qx::require_of_engine(heading, qx_get_qxspg, needs.group,
-                               "qxspg object has not been created yet "));
-  QX_TRY(qx::require_of_engine(heading, qx_get_qxcell, needs.cell,
-                               "qxcell object has not been created yet "));
+  QX_TRY(qx::require_of_engine(
+      heading, qx::need(qx_get_qxfofo, needs.fofo, "qxfofo object has not been created yet."),
+      qx::need(qx_get_qxrefdata, needs.data, "qxrefdata object has not been created yet."),
+      qx::need(qx_get_qxspg, needs.group, "qxspg object has not been created yet "),
+      qx::need(qx_get_qxcell, needs.cell, "qxcell object has not been created yet ")));
   return ok;
 }
 

@@ -4,6 +4,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
 #include "crystal/spacegroup.h"
@@ -38,9 +39,8 @@ namespace {
 constexpr double farthest = 1e4;  // Angstrom: no region, no rim is larger
 
 Status fetch(const char* heading, qxomit*& omit) {
-  omit = qx_get_qxomit();
-  if (!qx_exist_quorix()) return failed;
-  return omit ? ok : fail(heading, "qxomit object has not been created yet.");
+  return qx::require_of_engine(heading, qx_get_qxomit, omit,
+                               "qxomit object has not been created yet.");
 }
 
 Status fetch_cell(const char* heading, const qxcell*& cell) {
@@ -126,9 +126,9 @@ Status qx_add_omit_atoms(std::int32_t n, const std::int32_t* atoms) {
   constexpr const char* heading = "qx_add_omit_atoms():";
   qxomit* omit = nullptr;
   QX_TRY(fetch(heading, omit));
-  const molsys* system = qx_get_molsys();
-  if (!qx_exist_quorix()) return failed;
-  if (!system) return fail(heading, "molsys object has not been created yet ");
+  const molsys* system = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_molsys, system,
+                               "molsys object has not been created yet "));
   const std::int32_t natom = system->full.atoms.natom;
   if (omit->nlisted != natom) {
     omit->nlisted = 0;
@@ -180,16 +180,15 @@ Status OmitSetting::fetch(const char* heading) {
   qxomit* found = nullptr;
   QX_TRY(::fetch(heading, found));
   omit = found;
-  system = qx_get_molsys();
-  if (!qx_exist_quorix()) return failed;
-  if (!system) return fail(heading, "molsys object has not been created yet ");
+  QX_TRY(qx::require_of_engine(heading, qx_get_molsys, system,
+                               "molsys object has not been created yet "));
   QX_TRY(fetch_cell(heading, cell));
   group = qx_get_qxspg();
   if (!qx_exist_quorix()) return failed;
   if (!group || group->nops < 1) return fail(heading, "qxspg object has not been created yet ");
-  const qxrecicell* reciprocal = qx_get_qxrecicell();
-  if (!qx_exist_quorix()) return failed;
-  if (!reciprocal) return fail(heading, "qxrecicell object has not been created yet ");
+  const qxrecicell* reciprocal = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxrecicell, reciprocal,
+                               "qxrecicell object has not been created yet "));
   frame = {{}, {reciprocal->a, reciprocal->b, reciprocal->c}};
   std::copy_n(cell->standard_frac2orth, 9, frame.matrix);
   if (omit->listed && omit->nlisted != system->full.atoms.natom) {

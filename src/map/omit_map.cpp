@@ -2,6 +2,7 @@
 // solvent mask and likelihood stay those of the whole model.
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
@@ -315,8 +316,7 @@ Status generate_composite(const OmitSetting& setting, qxmap& map) {
 Status qx_generate_omit_map() {
   OmitSetting setting;
   QX_TRY(setting.fetch(here));
-  qxmap* map = qx_get_qxmap();
-  if (!qx_exist_quorix()) return failed;
-  if (!map) return fail(here, "qxmap object has not been created yet.");
+  qxmap* map = nullptr;
+  QX_TRY(qx::require_of_engine(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   return setting.omit->boxes > 0 ? generate_composite(setting, *map) : generate_regions(setting);
 }

@@ -39,15 +39,15 @@ qx::Ccp4Header header_of(const qx::MaskGrid& grid, const qxcell& cell, const qxs
 }  // namespace
 
 Status qx_write_solvent_mask(const char* path) {
-  const qxsolvent* found = qx_get_qxsolvent();
-  if (!qx_exist_quorix()) return failed;
-  if (!found) return fail(here, " qxsolvent object has not been created yet ");
+  const qxsolvent* found = nullptr;
+  QX_TRY(qx::require_of_engine(here, qx_get_qxsolvent, found,
+                               " qxsolvent object has not been created yet "));
   if (!found->mask) QX_TRY(qx_make_solvent_mask());
   const qxsolvent* solvent = qx_get_qxsolvent();
   if (!solvent) return failed;
-  const qxcell* cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
-  if (!cell) return fail(here, "qxcell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(
+      qx::require_of_engine(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
   const qxspg* spg = nullptr;
   QX_TRY(qx::require(here, qx_get_qxspg, spg, "qxspg object has not been created yet "));
   const qx::MaskGrid& grid = solvent->grid;

@@ -32,12 +32,11 @@ struct Needs {
 
 Status fetch(Needs& needs) {
   qx::AtomSources& atoms = needs.atoms;
-  QX_TRY(qx::require(heading, qx_get_qxradcut, needs.cut,
-                     " qxradcut object has not been created yet "));
-  QX_TRY(qx::require(heading, qx_get_molformfact, atoms.pickup,
-                     " molformfact object has not been created yet "));
-  QX_TRY(qx::require(heading, qx_get_atfrmfactbase, atoms.base,
-                     " atmfrmfactbase object has not been created yet "));
+  QX_TRY(qx::require(
+      heading, qx::need(qx_get_qxradcut, needs.cut, " qxradcut object has not been created yet "),
+      qx::need(qx_get_molformfact, atoms.pickup, " molformfact object has not been created yet "),
+      qx::need(qx_get_atfrmfactbase, atoms.base,
+               " atmfrmfactbase object has not been created yet ")));
   atoms.system = qx_get_molsys();
   if (!atoms.system || atoms.system->natom < 1) {
     return fail(heading, " molsys object has not been created yet ");
@@ -45,10 +44,9 @@ Status fetch(Needs& needs) {
   if (atoms.pickup->natom != atoms.system->natom) {
     return fail(heading, " molformfact object has not been created yet ");
   }
-  QX_TRY(
-      qx::require(heading, qx_get_qxcell, needs.cell, " qxcell object has not been created yet "));
-  QX_TRY(qx::require(heading, qx_get_qxrecicell, needs.reciprocal,
-                     " qxcell object has not been created yet "));
+  QX_TRY(qx::require(
+      heading, qx::need(qx_get_qxcell, needs.cell, " qxcell object has not been created yet "),
+      qx::need(qx_get_qxrecicell, needs.reciprocal, " qxcell object has not been created yet ")));
   atoms.atomb = qx_get_qxatomb();
   if (!atoms.atomb || !atoms.atomb->index) {
     return fail(heading, " qxatomb object has not been created yet ");

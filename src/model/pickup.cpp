@@ -88,11 +88,10 @@ std::int32_t qx_pickup_afrmfactbase_index(const char* type, std::int32_t* ngauss
 Status qx_make_molformfact() {
   constexpr const char* name = "qx_make_molformfact():";
   const molsys* system = nullptr;
-  QX_TRY(qx::require_of_engine(name, qx_get_molsys, system,
-                               "molsys object has not been created yet "));
   molformfact* pickup = nullptr;
-  QX_TRY(qx::require_of_engine(name, qx_get_molformfact, pickup,
-                               "molformfact object does not exist yet. "));
+  QX_TRY(qx::require_of_engine(
+      name, qx::need(qx_get_molsys, system, "molsys object has not been created yet "),
+      qx::need(qx_get_molformfact, pickup, "molformfact object does not exist yet. ")));
   QX_TRY(qx_run_atfrmfactbase_checker());
   QX_TRY(release(pickup->ngauss));
   QX_TRY(release(pickup->index));

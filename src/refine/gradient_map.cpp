@@ -2,6 +2,7 @@
 
 #include "core/constants.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
@@ -41,12 +42,9 @@ Status fetch(const char* heading, const qxrefdata& data, Needs& needs) {
     return fail(heading, "qxgrid object has not been created yet.");
   }
   QX_TRY(fetch_operators(heading, needs.operators, needs.nops));
-  needs.cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.cell) return fail(heading, "qxcell object has not been created yet.");
-  needs.sf = qx_get_qxstructfact();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.sf) return fail(heading, "qxstructfact object has not been created yet.");
+  QX_TRY(qx::require_of_engine(
+      heading, qx::need(qx_get_qxcell, needs.cell, "qxcell object has not been created yet."),
+      qx::need(qx_get_qxstructfact, needs.sf, "qxstructfact object has not been created yet.")));
   if (needs.sf->nprefactor != data.nreflections) {
     return fail(heading, "The structure factors have not been calculated for these reflections.");
   }

@@ -5,6 +5,7 @@
 #include "core/open_output.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "crystal/reflections.h"
@@ -52,9 +53,9 @@ Status qx_delete_qxtargetfunc() {
 
 Status qx_set_qxtargetfunc_type(std::int32_t type) {
   constexpr const char* heading = "qx_set_qxtargetfunc_type():";
-  qxtargetfunc* target = qx_get_qxtargetfunc();
-  if (!qx_exist_quorix()) return failed;
-  if (!target) return fail(heading, "qxtargetfunc object has not been created yet.");
+  qxtargetfunc* target = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxtargetfunc, target,
+                               "qxtargetfunc object has not been created yet."));
   if (type != qx::least_squares_target && type != qx::likelihood_target) {
     return fail(heading, "There is no target of type %d.", type);
   }
@@ -66,12 +67,10 @@ Status qx_set_qxtargetfunc_type(std::int32_t type) {
 namespace {
 
 Status fetch(const char* heading, qxtargetfunc*& target, const qxrefdata*& data) {
-  target = qx_get_qxtargetfunc();
-  if (!qx_exist_quorix()) return failed;
-  if (!target) return fail(heading, "qxtargetfunc object has not been created yet.");
-  data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  QX_TRY(qx::require_of_engine(
+      heading,
+      qx::need(qx_get_qxtargetfunc, target, "qxtargetfunc object has not been created yet."),
+      qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet.")));
   return ok;
 }
 
@@ -210,9 +209,9 @@ Status qx_calc_target_gradient() {
   target->calculated = true;
   double*** map = nullptr;
   QX_TRY(open_map(map));
-  const molsys* system = qx_get_molsys();
-  if (!qx_exist_quorix()) return failed;
-  if (!system) return fail(gradient_heading, "molsys object has not been created yet ");
+  const molsys* system = nullptr;
+  QX_TRY(qx::require_of_engine(gradient_heading, qx_get_molsys, system,
+                               "molsys object has not been created yet "));
   const std::int32_t natom = system->natom;
   Tagged<qx_atom_gradient> gradient(static_cast<std::size_t>(natom), "ptg_grad");
   if (!gradient) return failed;

@@ -2,6 +2,7 @@
 
 #include "core/constants.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/columns.h"
 #include "scaling/cross_record.h"
@@ -138,12 +139,9 @@ Status open_column(float*& column, std::int32_t n) {
 }
 
 Status fetch(const char* heading, qxrefdata*& data, const qxml*& ml) {
-  data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return qx::fail(heading, "qxrefdata object has not been created yet.");
-  ml = qx_get_qxml();
-  if (!qx_exist_quorix()) return failed;
-  return ml ? ok : qx::fail(heading, "qxml object has not been created yet.");
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxrefdata, data,
+                               "qxrefdata object has not been created yet."));
+  return qx::require_of_engine(heading, qx_get_qxml, ml, "qxml object has not been created yet.");
 }
 
 // A map of full density without the terms that stand for observations.

@@ -1,6 +1,7 @@
 #include "scaling/composition.h"
 
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
 #include "crystal/spacegroup.h"
@@ -86,9 +87,9 @@ Status count(const char* heading, Composition& composition, bool& from_model,
   const qxspg* group = qx_get_qxspg();
   if (!qx_exist_quorix()) return failed;
   if (!group || group->nops < 1) return fail(heading, "qxspg object has not been created yet ");
-  const qxcell* cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
-  if (!cell) return fail(heading, "qxcell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxcell, cell,
+                               "qxcell object has not been created yet "));
   const molsys* system = qx_get_molsys();
   if (!qx_exist_quorix()) return failed;
   const qxatomocc* occupancies = nullptr;

@@ -7,6 +7,7 @@
 #include "core/parallel.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "crystal/reflections.h"
@@ -162,9 +163,8 @@ namespace qx {
 
 Status likelihood_values(const char* heading, const qxrefdata& data, const ComplexF& f,
                          LikelihoodValues& out) {
-  const qxml* ml = qx_get_qxml();
-  if (!qx_exist_quorix()) return failed;
-  if (!ml) return fail(heading, "qxml object has not been created yet.");
+  const qxml* ml = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxml, ml, "qxml object has not been created yet."));
   const std::int32_t n = data.nreflections;
   if (!ml->fitted || ml->nref != n) {
     return fail(heading, "The likelihood has not been estimated for these reflections.");
@@ -198,12 +198,11 @@ Status likelihood_values(const char* heading, const qxrefdata& data, const Compl
 }  // namespace qx
 
 Status qx_estimate_likelihood() {
-  const qxml* settings = qx_get_qxml();
-  if (!qx_exist_quorix()) return failed;
-  if (!settings) return fail(here, "qxml object has not been created yet.");
-  const qxrefdata* data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return fail(here, "qxrefdata object has not been created yet.");
+  const qxml* settings = nullptr;
+  const qxrefdata* data = nullptr;
+  QX_TRY(qx::require_of_engine(
+      here, qx::need(qx_get_qxml, settings, "qxml object has not been created yet."),
+      qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet.")));
   qx::Observed observed;
   QX_TRY(qx::select_observed(here, *data, observed));
   if (!data->centric || !data->epsilon) {
@@ -240,9 +239,8 @@ Status qx_estimate_likelihood() {
 
 Status qx_print_likelihood() {
   constexpr const char* heading = "qx_print_likelihood():";
-  const qxml* ml = qx_get_qxml();
-  if (!qx_exist_quorix()) return failed;
-  if (!ml) return fail(heading, "qxml object has not been created yet.");
+  const qxml* ml = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxml, ml, "qxml object has not been created yet."));
   if (!ml->fitted) return fail(heading, "The likelihood has not been estimated yet.");
   const qx::SigmaaModel& model = ml->fit.model;
   qx::say("Figure of merit             : %.4f  (sigmaA from %d reflections)\n", ml->mean_fom,

@@ -1,5 +1,6 @@
 // Structure factors of the model into the data set's columns.
 #include "core/report.h"
+#include "core/require.h"
 #include "crystal/reflections.h"
 #include "scaling/observed.h"
 #include "scaling/scale.h"
@@ -33,9 +34,8 @@ Status put_into(const ComplexF& f, std::int32_t n, float*& amplitude, float*& ph
 }
 
 Status fetch(const char* heading, qxrefdata*& data) {
-  data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  return data ? ok : fail(heading, "qxrefdata object has not been created yet.");
+  return qx::require_of_engine(heading, qx_get_qxrefdata, data,
+                               "qxrefdata object has not been created yet.");
 }
 
 }  // namespace

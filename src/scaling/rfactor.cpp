@@ -1,6 +1,7 @@
 // R factors and correlation of the scaled model, overall and by bin.
 #include "core/open_output.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/reflections.h"
 #include "scaling/bin_agreement.h"
@@ -59,12 +60,11 @@ qx_agreement compare(const qxrefdata& data, std::int32_t n, const std::int32_t* 
 }  // namespace
 
 Status qx_calc_rfactor(double high, double low) {
-  qxscale* scale = qx_get_qxscale();
-  if (!qx_exist_quorix()) return failed;
-  if (!scale) return fail(here, "qxscale object has not been created ");
-  const qxrefdata* data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return fail(here, "qxrefdata object has not been created yet.");
+  qxscale* scale = nullptr;
+  const qxrefdata* data = nullptr;
+  QX_TRY(qx::require_of_engine(
+      here, qx::need(qx_get_qxscale, scale, "qxscale object has not been created "),
+      qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet.")));
   qx::Observed observed;
   QX_TRY(qx::select_observed(here, *data, observed));
   Tagged<double> f;
@@ -92,9 +92,8 @@ Status qx_calc_rfactor(double high, double low) {
 namespace {
 
 Status fetch_compared(const char* heading, const qxscale*& scale) {
-  scale = qx_get_qxscale();
-  if (!qx_exist_quorix()) return failed;
-  if (!scale) return fail(heading, "qxscale object has not been created ");
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxscale, scale,
+                               "qxscale object has not been created "));
   if (!scale->compared) return fail(heading, "The R factors have not been calculated yet.");
   return ok;
 }

@@ -5,6 +5,7 @@
 #include "core/object.h"
 #include "core/refsys.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "core/slot.h"
 #include "crystal/cell.h"
@@ -53,27 +54,20 @@ struct Needs {
 };
 
 Status fetch(Needs& needs) {
-  needs.scale = qx_get_qxscale();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.scale) return fail(here, "qxscale object has not been created ");
-  needs.data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.data) return fail(here, "qxrefdata object has not been created yet.");
+  QX_TRY(qx::require_of_engine(
+      here, qx::need(qx_get_qxscale, needs.scale, "qxscale object has not been created "),
+      qx::need(qx_get_qxrefdata, needs.data, "qxrefdata object has not been created yet.")));
   if (!qx_get_qxstructfact()) return fail(here, "qxstructfact object has not been created yet ");
-  needs.group = qx_get_qxspg();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.group) return fail(here, "qxspg object has not been created yet ");
-  needs.cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.cell) return fail(here, "qxcell object has not been created yet ");
+  QX_TRY(qx::require_of_engine(
+      here, qx::need(qx_get_qxspg, needs.group, "qxspg object has not been created yet "),
+      qx::need(qx_get_qxcell, needs.cell, "qxcell object has not been created yet ")));
   return ok;
 }
 
 // The solvent's structure factors for this data set, made when they are not there.
 Status solvent_factors(const char* heading, const qxrefdata& data, const qxsolvent*& solvent) {
-  solvent = qx_get_qxsolvent();
-  if (!qx_exist_quorix()) return failed;
-  if (!solvent) return fail(heading, " qxsolvent object has not been created yet ");
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxsolvent, solvent,
+                               " qxsolvent object has not been created yet "));
   if (solvent->re && solvent->nref == data.nreflections) return ok;
   QX_TRY(qx_calc_solvent_structure_factor());
   solvent = qx_get_qxsolvent();
@@ -186,12 +180,9 @@ Status qx_fit_overall_scale() {
 namespace {
 
 Status fetch_fitted(const char* heading, const qxscale*& scale, const qxrefdata*& data) {
-  scale = qx_get_qxscale();
-  if (!qx_exist_quorix()) return failed;
-  if (!scale) return fail(heading, "qxscale object has not been created ");
-  data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  QX_TRY(qx::require_of_engine(
+      heading, qx::need(qx_get_qxscale, scale, "qxscale object has not been created "),
+      qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet.")));
   if (scale->fitted && scale->nref == data->nreflections) return ok;
   return fail(heading, "The scale has not been fitted to these reflections.");
 }

@@ -74,11 +74,10 @@ void print_scaling(const qxcross& cross, const qx::ScaleResult& result) {
 Status qx_scale_model_structure_factor() {
   constexpr const char* heading = "qx_scale_model_structure_factor():";
   const qxrefdata* data = nullptr;
-  QX_TRY(
-      qx::require(heading, qx_get_qxrefdata, data, "qxrefdata object has not been created yet."));
   qxstructfact* sf = nullptr;
-  QX_TRY(qx::require(heading, qx_get_qxstructfact, sf,
-                     "qxstructfact object has not been created yet "));
+  QX_TRY(qx::require(
+      heading, qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet."),
+      qx::need(qx_get_qxstructfact, sf, "qxstructfact object has not been created yet ")));
   if (!data->fobs) return fail(heading, "There are no observed amplitudes to scale to.");
   const std::int32_t n = data->nreflections;
   if (n < 1) return fail(heading, "There is no reflection to scale to.");

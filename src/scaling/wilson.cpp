@@ -3,6 +3,7 @@
 
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/reflections.h"
 #include "scaling/composition.h"
@@ -34,12 +35,9 @@ namespace {
 constexpr int curve_members = 50;
 
 Status fetch(const char* heading, qxwilson*& wilson, qxrefdata*& data) {
-  wilson = qx_get_qxwilson();
-  if (!qx_exist_quorix()) return failed;
-  if (!wilson) return fail(heading, "qxwilson object has not been created yet.");
-  data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return fail(heading, "qxrefdata object has not been created yet.");
+  QX_TRY(qx::require_of_engine(
+      heading, qx::need(qx_get_qxwilson, wilson, "qxwilson object has not been created yet."),
+      qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet.")));
   if (data->nreflections < 1 || !data->s_length || !data->centric || !data->epsilon) {
     return fail(heading, "There is no reflection for the Wilson statistics.");
   }
@@ -99,9 +97,9 @@ Status draw(const Intensities& from, qx::ResolutionCurve& curve) {
 
 Status qx_set_qxwilson_nbin(std::int32_t nbin) {
   constexpr const char* heading = "qx_set_qxwilson_nbin():";
-  qxwilson* wilson = qx_get_qxwilson();
-  if (!qx_exist_quorix()) return failed;
-  if (!wilson) return fail(heading, "qxwilson object has not been created yet.");
+  qxwilson* wilson = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxwilson, wilson,
+                               "qxwilson object has not been created yet."));
   if (nbin < 1 || nbin > qx::WilsonPlot::most_bins) {
     return fail(heading, "The number of bins must lie between 1 and %d: %d ",
                 qx::WilsonPlot::most_bins, nbin);
@@ -112,9 +110,9 @@ Status qx_set_qxwilson_nbin(std::int32_t nbin) {
 
 Status qx_set_qxwilson_range(double high, double low) {
   constexpr const char* heading = "qx_set_qxwilson_range():";
-  qxwilson* wilson = qx_get_qxwilson();
-  if (!qx_exist_quorix()) return failed;
-  if (!wilson) return fail(heading, "qxwilson object has not been created yet.");
+  qxwilson* wilson = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxwilson, wilson,
+                               "qxwilson object has not been created yet."));
   if (!(high >= 0.0) || !(low > high)) {
     return fail(heading, "Invalid resolution range of the plot: %f %f ", high, low);
   }

@@ -3,6 +3,7 @@
 #include "core/constants.h"
 #include "core/object.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/say.h"
 #include "crystal/reflections.h"
 #include "model/molsys.h"
@@ -118,9 +119,9 @@ Status fill_partial(const char* heading, const qxrefdata& data, qxstructfact& sf
 }
 
 Status recalculate_factors(const char* heading) {
-  const qxstructfact* before = qx_get_qxstructfact();
-  if (!qx_exist_quorix()) return failed;
-  if (!before) return fail(heading, "qxstructfact object has not been created yet ");
+  const qxstructfact* before = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxstructfact, before,
+                               "qxstructfact object has not been created yet "));
   const std::int32_t count = before->nparts;
   Tagged<PartScale> scales(static_cast<std::size_t>(count), "prf_scale");
   if (!scales) return failed;

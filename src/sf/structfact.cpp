@@ -142,21 +142,20 @@ Status qx_init_qxsincostab() {
 Status qx_set_pre_factor() {
   constexpr const char* heading = "qx_set_pre_factor()";  // Kept: without the colon
   qxstructfact* sf = nullptr;
-  QX_TRY(qx::require(heading, qx_get_qxstructfact, sf,
-                     " qxstructfact object has not been created yet."));
   const qxrefdata* data = nullptr;
-  QX_TRY(
-      qx::require(heading, qx_get_qxrefdata, data, "qxrefdata object has not been created yet."));
+  QX_TRY(qx::require(
+      heading, qx::need(qx_get_qxstructfact, sf, " qxstructfact object has not been created yet."),
+      qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet.")));
   if (sf->prefactor && data->nreflections == sf->nprefactor) return ok;
   const qxcell* cell = nullptr;
   QX_TRY(qx::require(heading, qx_get_qxcell, cell, "qxcell object has not been created yet."));
   const qxgrid* grid = qx_get_qxgrid();
   if (!grid || grid->nx < 1) return fail(heading, "qxgrid object has not been created yet.");
   const qxatomb* atomb = nullptr;
-  QX_TRY(qx::require(heading, qx_get_qxatomb, atomb, "qxatomb object has not been created yet."));
   const qxrecicell* reciprocal = nullptr;
-  QX_TRY(qx::require(heading, qx_get_qxrecicell, reciprocal,
-                     "qxrecicell object has not been created yet."));
+  QX_TRY(qx::require(
+      heading, qx::need(qx_get_qxatomb, atomb, "qxatomb object has not been created yet."),
+      qx::need(qx_get_qxrecicell, reciprocal, "qxrecicell object has not been created yet.")));
   if (data->nreflections < 1) return ok;
   QX_TRY(release(sf->prefactor));
   QX_TRY(qx::open_block(sf->prefactor, static_cast<std::size_t>(data->nreflections), "pss_pre"));
@@ -199,11 +198,10 @@ void add_range(const qxrefdata& data, const double* prefactor, const PartSums& p
 Status qx::model_factors(const char* heading, std::int32_t first, std::int32_t n, double* re,
                          double* im) {
   const qxstructfact* sf = nullptr;
-  QX_TRY(qx::require(heading, qx_get_qxstructfact, sf,
-                     "qxstructfact object has not been created yet "));
   const qxrefdata* data = nullptr;
-  QX_TRY(
-      qx::require(heading, qx_get_qxrefdata, data, "qxrefdata object has not been created yet."));
+  QX_TRY(qx::require(
+      heading, qx::need(qx_get_qxstructfact, sf, "qxstructfact object has not been created yet "),
+      qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet.")));
   if (!qx_get_qxcell()) return fail(heading, "qxcell object has not been created yet.");
   const bool calculated = std::all_of(sf->parts, sf->parts + sf->nparts,
                                       [](const PartSums& part) { return part.re != nullptr; });
@@ -235,9 +233,9 @@ Status qx::add_scaled(const char* heading, const qxstructfact& sf, const qxrefda
 }
 
 Status qx::sampling_ratio(const char* heading, double& ratio) {
-  const qxcell* cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
-  if (!cell) return fail(heading, "qxcell object has not been created yet.");
+  const qxcell* cell = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxcell, cell,
+                               "qxcell object has not been created yet."));
   ratio = cell->volume / (cell->a * cell->b * cell->c);
   return ok;
 }

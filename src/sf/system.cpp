@@ -29,9 +29,9 @@ constexpr const char* heading = "qx_calc_system_struct_factor():";
 
 // Form factors, radii and tables, made when they are not there yet.
 Status make_ready(std::int32_t& natom) {
-  const molsys* system = qx_get_molsys();
-  if (!qx_exist_quorix()) return failed;
-  if (!system) return fail(heading, "molsys object has not been created yet ");
+  const molsys* system = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_molsys, system,
+                               "molsys object has not been created yet "));
   natom = system->natom;
   if (!qx_get_xmolformfact()) QX_TRY(qx_new_xmolformfact());
   QX_TRY(qx_make_molformfact());
@@ -117,9 +117,9 @@ Status qx::marked_factors(const std::int32_t* marks, double* re, double* im) {
   std::fill_n(im, route.data->nreflections, 0.0);
   std::int32_t of_atoms = 0;
   QX_TRY(count_atom_parts(of_atoms));
-  qxstructfact* sf = qx_get_qxstructfact();
-  if (!qx_exist_quorix()) return failed;
-  if (!sf) return fail(heading, "qxstructfact object has not been created yet ");
+  qxstructfact* sf = nullptr;
+  QX_TRY(qx::require_of_engine(heading, qx_get_qxstructfact, sf,
+                               "qxstructfact object has not been created yet "));
   if (sf->nref != route.data->nreflections || sf->nparts < of_atoms) {
     return fail(heading, "The structure factors have not been calculated for these reflections.");
   }

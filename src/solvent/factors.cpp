@@ -2,6 +2,7 @@
 // so a reflection is read off at its own index.
 #include "core/parallel.h"
 #include "core/report.h"
+#include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/cell.h"
 #include "crystal/reflections.h"
@@ -91,9 +92,9 @@ Status transform(const qxsolvent& solvent, const std::uint8_t* mask, const qxref
 }
 
 Status fetch_volume(double& volume) {
-  const qxcell* cell = qx_get_qxcell();
-  if (!qx_exist_quorix()) return failed;
-  if (!cell) return fail(here, "qxcell object has not been created yet ");
+  const qxcell* cell = nullptr;
+  QX_TRY(
+      qx::require_of_engine(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
   volume = cell->volume;
   return ok;
 }
@@ -108,12 +109,11 @@ Status qx::mask_factors(const qxsolvent& solvent, const std::uint8_t* mask, cons
 }
 
 Status qx_calc_solvent_structure_factor() {
-  const qxsolvent* found = qx_get_qxsolvent();
-  if (!qx_exist_quorix()) return failed;
-  if (!found) return fail(here, " qxsolvent object has not been created yet ");
-  const qxrefdata* data = qx_get_qxrefdata();
-  if (!qx_exist_quorix()) return failed;
-  if (!data) return fail(here, "qxrefdata object has not been created yet.");
+  const qxsolvent* found = nullptr;
+  const qxrefdata* data = nullptr;
+  QX_TRY(qx::require_of_engine(
+      here, qx::need(qx_get_qxsolvent, found, " qxsolvent object has not been created yet "),
+      qx::need(qx_get_qxrefdata, data, "qxrefdata object has not been created yet.")));
   if (data->nreflections < 1 || !data->s_length) {
     return fail(here, "There is no reflection to calculate the solvent for.");
   }

@@ -102,9 +102,8 @@ struct Needs {
 };
 
 Status fetch(Needs& needs) {
-  needs.solvent = qx_get_qxsolvent();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.solvent) return fail(here, " qxsolvent object has not been created yet ");
+  QX_TRY(qx::require_of_engine(here, qx_get_qxsolvent, needs.solvent,
+                               " qxsolvent object has not been created yet "));
   needs.cell = qx_get_qxcell();
   if (!qx_exist_quorix()) return failed;
   if (!needs.cell || !(needs.cell->volume > 0.0)) {
@@ -115,12 +114,9 @@ Status fetch(Needs& needs) {
   if (!needs.group || needs.group->nops < 1) {
     return fail(here, "qxspg object has not been created yet ");
   }
-  needs.system = qx_get_molsys();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.system) return fail(here, "molsys object has not been created yet ");
-  needs.occupancies = qx_get_qxatomocc();
-  if (!qx_exist_quorix()) return failed;
-  if (!needs.occupancies) return fail(here, "qxatomocc object has not been created yet.");
+  QX_TRY(qx::require_of_engine(
+      here, qx::need(qx_get_molsys, needs.system, "molsys object has not been created yet "),
+      qx::need(qx_get_qxatomocc, needs.occupancies, "qxatomocc object has not been created yet.")));
   return ok;
 }
 

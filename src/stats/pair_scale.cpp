@@ -1,6 +1,7 @@
 #include "stats/pair_scale.h"
 
 #include "stats/least_squares.h"
+#include "stats/pair_sums.h"
 #include "stats/scale_bins.h"
 
 #include <algorithm>
@@ -171,31 +172,10 @@ double pair_scale_at(const PairScale& scale, double s2, const double (&s)[3]) no
   return scale.k * curve * std::exp(-0.25 * quadratic(scale.b, s));
 }
 
-namespace {
-
-struct Correlation {
-  double n = 0, x = 0, y = 0, xx = 0, yy = 0, xy = 0;
-  void add(double px, double py) noexcept {
-    n += 1;
-    x += px;
-    y += py;
-    xx += px * px;
-    yy += py * py;
-    xy += px * py;
-  }
-  [[nodiscard]] double value() const noexcept {
-    const double spread = (n * xx - x * x) * (n * yy - y * y);
-    return spread > 0.0 ? (n * xy - x * y) / std::sqrt(spread) : 0.0;
-  }
-};
-
-}  // namespace
-
 PairDifferences pair_differences(const AmplitudePairs& pairs, const PairScale& scale, double* d,
                                  double* sigma) noexcept {
   PairDifferences means;
-  Correlation correlation;
-  double sum = 0.0;
+  PairSums sums;
   std::int32_t with_error = 0;
   for (std::int32_t i = 0; i < pairs.n; ++i) {
     const double k = pair_scale_at(scale, pairs.s2[i], pairs.s[i]);
@@ -206,14 +186,13 @@ PairDifferences pair_differences(const AmplitudePairs& pairs, const PairScale& s
     means.mean_d2 += d[i] * d[i];
     means.mean_variance += sigma[i] * sigma[i];
     means.r += std::fabs(d[i]);
-    sum += pairs.f1[i];
-    correlation.add(pairs.f1[i], k * pairs.f2[i]);
+    sums.add(pairs.f1[i], k * pairs.f2[i]);
   }
   means.without_error = pairs.n - with_error;
   if (pairs.n > 0) means.mean_d2 /= pairs.n;
   if (with_error > 0) means.mean_variance /= with_error;
-  means.r = sum > 0.0 ? means.r / sum : 0.0;
-  means.correlation = correlation.value();
+  means.r = sums.x > 0.0 ? means.r / sums.x : 0.0;
+  means.correlation = sums.correlation();
   return means;
 }
 

@@ -1,26 +1,13 @@
 #include "stats/wilson.h"
 
+#include "stats/pair_sums.h"
+
 #include <algorithm>
 #include <cmath>
 
 namespace qx {
 
 namespace {
-
-struct Line {
-  double n = 0, x = 0, y = 0, xx = 0, xy = 0, yy = 0;
-  void add(double px, double py) noexcept {
-    n += 1;
-    x += px;
-    y += py;
-    xx += px * px;
-    xy += px * py;
-    yy += py * py;
-  }
-  [[nodiscard]] double vxx() const noexcept { return xx - x * x / n; }
-  [[nodiscard]] double vxy() const noexcept { return xy - x * y / n; }
-  [[nodiscard]] double vyy() const noexcept { return yy - y * y / n; }
-};
 
 void add_bin(const WilsonData& data, const std::int32_t* first, const std::int32_t* last,
              WilsonPlot& plot) noexcept {
@@ -36,13 +23,12 @@ void add_bin(const WilsonData& data, const std::int32_t* first, const std::int32
 }
 
 void fit_line(WilsonPlot& plot) noexcept {
-  Line line;
+  PairSums line;
   for (int i = 0; i < plot.nbins; ++i) line.add(0.5 * plot.bins[i].s2, plot.bins[i].log_ratio);
   if (line.n < 2.0 || !(line.vxx() > 0.0)) return;
   plot.b = -line.vxy() / line.vxx();
   plot.k = std::exp(0.5 * (line.y + plot.b * line.x) / line.n);
-  const double spread = line.vxx() * line.vyy();
-  plot.correlation = spread > 0.0 ? line.vxy() / std::sqrt(spread) : 0.0;
+  plot.correlation = line.correlation();
 }
 
 }  // namespace

@@ -49,6 +49,16 @@ Status getters(Needs& needs) {
   return set && qx_get_qxmap() ? ok : failed;
 }
 
+// Several objects by one guard are tested by it; what was got before is not.
+Status guarded() {
+  const qxcell* cell = nullptr;
+  const qxspg* spg = nullptr;
+  QX_TRY(require(here, need(qx_get_qxcell, cell, "no cell"), need(qx_get_qxspg, spg, "no group")));
+  const qxgrid* grid = qx_get_qxgrid();
+  QX_TRY(require(here, need(qx_get_qxcell, cell, "no cell"), need(qx_get_qxspg, spg, "no")));  // fault
+  return grid && cell->volume > 0.0 && spg->nops > 0 ? ok : failed;
+}
+
 Status pairs() {
   const Sources sources = {qx_get_qxcell(), qx_get_qxspg()};  // fault
   const qxasu& asu = *qx_get_qxasu();                         // fault

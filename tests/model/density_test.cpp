@@ -355,6 +355,15 @@ TEST(Tensors, eigenvaluesInverseAndDeterminantBelongTogether) {
   EXPECT_EQ(untouched[2], 9.0);
   const double nan[6] = {NAN, 1, 1, 0, 0, 0};
   double values[3];
+  // Numbers whose squares are none, a degenerate tensor, and mixed terms that are next to nothing.
+  const double tensors[3][6] = {
+      {3e300, 1e300, 2e300, 0, 0, 0}, {2e-300, 2e-300, 2e-300, 0, 0, 0}, {1, 3, 2, 0, 1e-310, 0}};
+  for (const auto& u : tensors) {
+    ASSERT_EQ(qx_calc_U_eigen_value(u, values), 0);
+    double sorted[3] = {u[0], u[1], u[2]};
+    std::sort(sorted, sorted + 3);
+    for (int i = 0; i < 3; ++i) EXPECT_DOUBLE_EQ(values[i], sorted[i]);
+  }
   EXPECT_NE(qx_calc_U_eigen_value(nan, values), 0);
 }
 
