@@ -6,15 +6,9 @@ set -euo pipefail
 build=(g++ cmake ninja-build pkg-config libcli11-dev gemmi-dev tao-pegtl-dev zlib1g-dev nlohmann-json3-dev
        python3-dev pybind11-dev python3-numpy)
 demo=("${build[@]}" python3 python3-numpy python3-matplotlib)
-<<<<<<< HEAD
-tests=("${build[@]}" libgtest-dev python3 python3-numpy python3-gemmi python3-mrcfile gemmi man-db mandoc zsh)
-ci=("${demo[@]}" "${tests[@]}" ccache clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev dpkg-dev file lintian
-    libclipper-dev pymol snakemake
-=======
 tests=("${build[@]}" libgtest-dev python3 python3-numpy python3-gemmi python3-mrcfile gemmi man-db mandoc zsh python3-pandas)
-ci=("${demo[@]}" "${tests[@]}" clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev dpkg-dev file lintian
+ci=("${demo[@]}" "${tests[@]}" ccache clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev dpkg-dev file lintian
     libclipper-dev pymol snakemake python3-pip python3-setuptools python3-wheel python3-venv
->>>>>>> 22b700d (A Python module: reflections and the programs' maps as arrays)
     chromium chromium-driver python3-selenium python3-pil)
 
 wanted=()

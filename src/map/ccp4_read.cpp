@@ -199,7 +199,7 @@ Strides strides_of(const Ccp4Header& header, const qx_ccp4_map& map) {
 
 // One section of the file, of values of type T.
 template <class T, class Value>
-void place_section(const unsigned char* bytes, const Ccp4Header& header, const Strides& step,
+void place_as(const unsigned char* bytes, const Ccp4Header& header, const Strides& step,
                    Value* values) {
   for (std::ptrdiff_t row = 0; row < header.counts[1]; ++row) {
     Value* target = values + row * step.row;
@@ -217,13 +217,13 @@ void place_section(const unsigned char* bytes, const Ccp4Header& header, const S
                    Value* values) {
   switch (header.mode) {
     case 0:
-      return place_section<std::int8_t>(bytes, header, step, values);
+      return place_as<std::int8_t>(bytes, header, step, values);
     case 1:
-      return place_section<std::int16_t>(bytes, header, step, values);
+      return place_as<std::int16_t>(bytes, header, step, values);
     case 6:
-      return place_section<std::uint16_t>(bytes, header, step, values);
+      return place_as<std::uint16_t>(bytes, header, step, values);
     default:
-      return place_section<float>(bytes, header, step, values);
+      return place_as<float>(bytes, header, step, values);
   }
 }
 

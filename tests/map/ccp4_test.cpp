@@ -221,6 +221,21 @@ void expect_header_alone(const std::string& path) {
   EXPECT_EQ(map.density, nullptr);
 }
 
+// The map as floats: the same numbers, whatever the file's mode and order.
+void expect_same_floats(const std::string& path, const qx_ccp4_map& map) {
+  qx_ccp4_map other = {};
+  qx_ccp4_description file = {};
+  float* values = nullptr;
+  ASSERT_EQ(qx_rd_described_ccp4_floats(path.c_str(), &other, &file, &values), ok);
+  ASSERT_TRUE(std::equal(map.counts, map.counts + 3, other.counts));
+  const std::ptrdiff_t n = std::ptrdiff_t{map.counts[0]} * map.counts[1] * map.counts[2];
+  for (std::ptrdiff_t i = 0; i < n; ++i) {
+    ASSERT_EQ(static_cast<double>(values[i]), map.density[0][0][i]);
+  }
+  EXPECT_TRUE(!file.records || xfree(file.records) == ok);
+  EXPECT_EQ(xfree(values), ok);
+}
+
 void expect_hundreds_tens_units(const std::string& path) {
   qx_ccp4_map map = {};
   ASSERT_EQ(qx_rd_ccp4_map(path.c_str(), &map), ok);
@@ -232,6 +247,7 @@ void expect_hundreds_tens_units(const std::string& path) {
   EXPECT_EQ(map.mean, 3.0);
   EXPECT_EQ(map.rms, 0.75);
   EXPECT_EQ(map.space_group, 19);
+  expect_same_floats(path, map);
   for (int z = 0; z < 4; ++z) {
     for (int y = 0; y < 3; ++y) {
       for (int x = 0; x < 2; ++x) ASSERT_EQ(map.density[z][y][x], 100 * x + 10 * y + z);
@@ -279,6 +295,14 @@ TEST_F(Ccp4, symmetryRecordsSkewAndTrailingBytesAreNoObstacle) {
   expect_hundreds_tens_units(scratch_.file("m"));
 }
 
+TEST_F(Ccp4, aFolderIsNoMapToOpen) {
+  qx_ccp4_map map = {};
+  const std::string folder = scratch_.path().string();
+  const std::string output =
+      captured([&] { EXPECT_EQ(qx_rd_ccp4_map(folder.c_str(), &map), failed); });
+  EXPECT_EQ(output, "\nqx_rd_ccp4_map():\nFailed to open file \"" + folder + "\" \n");
+}
+
 TEST_F(Ccp4, otherDataModes) {
   std::string bytes = file_with_axes({1, 2, 3}).substr(0, 1024);
   put<std::int32_t>(bytes, 1, 2);
@@ -298,6 +322,7 @@ TEST_F(Ccp4, otherDataModes) {
     ASSERT_EQ(qx_rd_ccp4_map(scratch_.file("m").c_str(), &map), ok);
     EXPECT_EQ(map.density[0][0][0], mode.values[0]);
     EXPECT_EQ(map.density[0][0][1], mode.values[1]);
+    expect_same_floats(scratch_.file("m"), map);
     EXPECT_EQ(xfree_3d_double(map.density), ok);
   }
 }

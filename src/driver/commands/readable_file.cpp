@@ -120,7 +120,7 @@ std::string stem_of(const std::string& path) {
   return name.stem().string();
 }
 
-std::string first_bytes(const std::string& path, std::size_t count) {
+std::string first_bytes(const std::string& path, std::size_t count, bool* gzipped) {
   check_regular(path);
   const GzFile file(path);
   if (!file.stream) refuse(path);
@@ -128,6 +128,7 @@ std::string first_bytes(const std::string& path, std::size_t count) {
   const int n = gzread(file.stream, bytes.data(), static_cast<unsigned>(count));
   if (n < static_cast<int>(count)) check_stream(path, file);
   bytes.resize(static_cast<std::size_t>(std::max(n, 0)));
+  if (gzipped) *gzipped = gzdirect(file.stream) == 0;
   return bytes;
 }
 

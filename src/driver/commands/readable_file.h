@@ -24,9 +24,9 @@ class TemporaryFile {
 bool is_gzipped(const std::string& path);
 // 1ubq for some/folder/1ubq.mtz.gz.
 std::string stem_of(const std::string& path);
-// The first bytes of the file, unpacked if it is gzipped. Throws CommandError if it is no regular
+// The first bytes of the file, unpacked if it is `gzipped`. Throws CommandError if it is no regular
 // file that can be read.
-std::string first_bytes(const std::string& path, std::size_t count);
+std::string first_bytes(const std::string& path, std::size_t count, bool* gzipped = nullptr);
 // The whole content, unpacked if it is gzipped; throws CommandError for what cannot be read.
 std::string whole_text(const std::string& path);
 // Unpacks a gzipped file; throws CommandError for a damaged one.

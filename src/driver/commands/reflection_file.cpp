@@ -99,12 +99,13 @@ void measure_resolution(ReflectionFile& file) {
 
 ReadableMtz readable_mtz(const std::string& path) {
   ReadableMtz mtz = {path, nullptr};
-  const std::string start = first_bytes(path, 4096);
+  bool gzipped = false;
+  const std::string start = first_bytes(path, 4096, &gzipped);
   mtz.from_mmcif = start.rfind("MTZ ", 0) != 0;
   if (mtz.from_mmcif && start.find("data_") == std::string::npos) {
     throw CommandError(2, path + " is neither an MTZ nor an mmCIF file");
   }
-  if (is_gzipped(path)) {
+  if (gzipped) {
     mtz.unpacked = std::make_shared<TemporaryFile>();
     unpack(path, *mtz.unpacked);
     mtz.path = mtz.unpacked->path();

@@ -3,10 +3,40 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <gemmi/symmetry.hpp>
 #include <gemmi/unitcell.hpp>
 
 namespace qx {
+
+// Which reflections a group extinguishes; most are told apart by one component of one product.
+class Absences {
+ public:
+  explicit Absences(const gemmi::GroupOps& group) : group_(group) {}
+
+  [[nodiscard]] bool has(const gemmi::Miller& hkl) const {
+    if (group_.cen_ops.size() > 1) return group_.is_systematically_absent(hkl);
+    for (std::size_t i = 1; i < group_.sym_ops.size(); ++i) {
+      const gemmi::Op::Rot& r = group_.sym_ops[i].rot;
+      bool fixed = true;
+      for (std::size_t a = 0; a < 3 && fixed; ++a) {
+        fixed = r[0][a] * hkl[0] + r[1][a] * hkl[1] + r[2][a] * hkl[2] == gemmi::Op::DEN * hkl[a];
+      }
+      if (fixed && gemmi::GroupOps::has_phase_shift(group_.sym_ops[i].tran, hkl)) return true;
+    }
+    return false;
+  }
+
+ private:
+  gemmi::GroupOps group_;
+};
+
+// False if no index of this h and k is in the asymmetric unit: in the reference settings, if
+// neither a large l nor l = h is.
+inline bool may_hold(const gemmi::ReciprocalAsu& asu, int h, int k) {
+  constexpr int large = 1 << 20;
+  return !asu.is_ref || asu.is_in({h, k, large}) || asu.is_in({h, k, h});
+}
 
 // Calls `take` for every index of the group's asymmetric unit with dmin <= d < dmax (Angstrom) that
 // the group does not extinguish, in the order of h, k and l. Along l no more is looked at than the
@@ -15,13 +45,14 @@ template <class Take>
 void for_all_unique(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group, double dmin,
                     double dmax, Take take) {
   const gemmi::ReciprocalAsu asu(group);
-  const gemmi::GroupOps operators = group->operations();
+  const Absences absences(group->operations());
   const gemmi::Miller most = cell.get_hkl_limits(dmin);
   const double high = 1.0 / (dmin * dmin);
   const double low = dmax > 0.0 ? 1.0 / (dmax * dmax) : 0.0;
   gemmi::Miller hkl;
   for (hkl[0] = -most[0]; hkl[0] <= most[0]; ++hkl[0]) {
     for (hkl[1] = -most[1]; hkl[1] <= most[1]; ++hkl[1]) {
+      if (!may_hold(asu, hkl[0], hkl[1])) continue;
       // 1/d^2 = c*^2 (l + middle)^2 + rest, of which a step on either side is left for rounding.
       const double middle =
           (cell.ar * hkl[0] * cell.cos_betar + cell.br * hkl[1] * cell.cos_alphar) / cell.cr;
@@ -32,7 +63,7 @@ void for_all_unique(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group,
       for (; hkl[2] <= last; ++hkl[2]) {
         if (!asu.is_in(hkl)) continue;
         const double s2 = cell.calculate_1_d2(hkl);
-        if (s2 <= high && s2 > low && !operators.is_systematically_absent(hkl)) take(hkl);
+        if (s2 <= high && s2 > low && !absences.has(hkl)) take(hkl);
       }
     }
   }

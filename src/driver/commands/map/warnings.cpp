@@ -2,6 +2,7 @@
 #include "core/constants.h"
 #include "driver/commands/command_error.h"
 #include "driver/commands/map/job.h"
+#include "driver/commands/unique_reflections.h"
 
 #include <algorithm>
 #include <cmath>
@@ -61,6 +62,7 @@ Tally count(const MapJob& job) {
   const gemmi::UnitCell cell = cell_of(map_cell(job));
   const gemmi::SpaceGroup* group = known_group(job);
   const gemmi::GroupOps operators = group ? group->operations() : gemmi::GroupOps();
+  const Absences absences(operators);
   Tally tally;
   for (std::size_t i = 0; i < file.rows; ++i) {
     int at[3] = {};
@@ -80,7 +82,7 @@ Tally count(const MapJob& job) {
     if (limited && is_outside(job.options, cell.calculate_d(hkl))) ++tally.outside;
     if (!(f > 0.0)) continue;
     ++tally.not_zero;
-    if (group && operators.is_systematically_absent(hkl)) {
+    if (group && absences.has(hkl)) {
       ++tally.extinct;
       tally.largest_extinct = std::max(tally.largest_extinct, f);
       continue;
