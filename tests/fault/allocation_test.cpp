@@ -10,6 +10,7 @@
 #include <quorix/driver.h>
 #include <quorix/engine.h>
 #include <quorix/map.h>
+#include <quorix/mtz.h>
 #include <quorix/reflections.h>
 
 #include <algorithm>
@@ -113,6 +114,35 @@ TEST(Allocations, ofAMapWithLabelsFailOneByOne) {
       },
       1);
   EXPECT_GT(n, 30);
+}
+
+// A file that is held outlives the objects of a job, and goes with the engine wherever that ends.
+TEST(Allocations, ofTwoJobsWithOneFileFailOneByOne) {
+  setenv("ZENVI_DATA", data_directory().c_str(), 1);
+  const ScratchDirectory scratch;
+  const std::string path = scratch.file("in.mtz");
+  write_file(path, small_mtz());
+  const std::string text = "xcry\nspgname P1\ncell 10 20 30 90 90 90\nread refl mtz file " + path +
+                           " coid MAP_COEFFA=FWT MAP_COEFFP=PHWT\nxend\n";
+  const auto hold = [&] {
+    qxrefdata* set = qx_new_qxrefdata_obj();
+    if (!set || qx_read_refdata_mtz_file_obj(set, path.c_str()) != ok) return failed;
+    QX_TRY(qx_hold_refdata_mtz(set));
+    return qx_delete_qxrefdata_obj(set);
+  };
+  const int n = fail_each(
+      [&] {
+        if (qx_create_quorix() != ok || hold() != ok || !run_section_text(text)) return false;
+        const qxmtz* held = qx_get_refdata_mtz();
+        if (qx_renew_quorix() != ok || !run_section_text(text)) return false;
+        EXPECT_EQ(qx_get_refdata_mtz(), held);
+        return true;
+      },
+      1);
+  EXPECT_GT(n, 60);
+  qx_terminate_quorix();
+  EXPECT_EQ(captured([] { EXPECT_EQ(qx_renew_quorix(), failed); }),
+            "\nqx_renew_quorix():\nquorix object does not exist yet!\n");
 }
 
 TEST(Allocations, ofAModelRunFailOneByOne) {
