@@ -200,7 +200,7 @@ Strides strides_of(const Ccp4Header& header, const qx_ccp4_map& map) {
 // One section of the file, of values of type T.
 template <class T, class Value>
 void place_as(const unsigned char* bytes, const Ccp4Header& header, const Strides& step,
-                   Value* values) {
+              Value* values) {
   for (std::ptrdiff_t row = 0; row < header.counts[1]; ++row) {
     Value* target = values + row * step.row;
     for (std::ptrdiff_t column = 0; column < header.counts[0]; ++column) {

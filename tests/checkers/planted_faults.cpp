@@ -55,7 +55,7 @@ Status guarded() {
   const qxspg* spg = nullptr;
   QX_TRY(require(here, need(qx_get_qxcell, cell, "no cell"), need(qx_get_qxspg, spg, "no group")));
   const qxgrid* grid = qx_get_qxgrid();
-  QX_TRY(require(here, need(qx_get_qxcell, cell, "no cell"), need(qx_get_qxspg, spg, "no")));  // fault
+  QX_TRY(require(here, need(qx_get_qxcell, cell, ""), need(qx_get_qxspg, spg, "")));  // fault
   return grid && cell->volume > 0.0 && spg->nops > 0 ? ok : failed;
 }
 
