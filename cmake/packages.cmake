@@ -53,6 +53,8 @@ if(QUORIX_PYTHON)
   quorix_package(python python3-quorix python "quorix-data ${same}, ${python_range}, python3-numpy"
     "crystallographic computation engine: Python module"
     "This package contains the Python module, which makes maps as NumPy arrays.")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/python/postinst
+      ${PROJECT_SOURCE_DIR}/cmake/debian/python/prerm)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-gemmi, python3-pandas, python3-matplotlib")
 endif()
 set(CPACK_DEBIAN_DATA_PACKAGE_ARCHITECTURE all)

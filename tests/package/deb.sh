@@ -48,7 +48,9 @@ try_packages() {
   by-cmake/outside_quorix
   ZENVI_DATA=/usr/share/quorix by-cmake/outside_quorix_static
 
-  quietly apt-get purge -y quorix quorix-data libquorix0 libquorix-dev
+  quietly /usr/bin/python3 outside/use_module.py /usr/share/doc/quorix/examples/1ubq.mtz
+
+  quietly apt-get purge -y quorix quorix-data libquorix0 libquorix-dev python3-quorix
   installed >after
   diff before after
 }

@@ -32,6 +32,9 @@ env -u ZENVI_DATA "$prefix/bin/quorix-map" 'P 21 21 21' 50.84 42.77 28.95 90 90 
 for page in quorix quorix-map quorix-run; do
   man -l "$prefix/share/man/man1/$page.1" >/dev/null
 done
+module=$(find "$prefix" -path '*/quorix/__init__.py')
+[ -n "$module" ]
+env -u ZENVI_DATA PYTHONPATH="$(dirname "$(dirname "$module")")" /usr/bin/python3 tests/package/outside/use_module.py examples/1ubq.mtz
 /usr/bin/python3 tools/check_names.py "$library/libquorix.so"
 tests/package/setup_in_shells.sh "$prefix" "$scratch/moved to here"
 echo "package: installs, links and runs from outside"
