@@ -237,11 +237,11 @@ Status qx_wr_ccp4_map() {
 
 Status qx_write_density_box(const char* path, const qx_density_box* box, const char* kind,
                             std::int32_t symmetry_records) {
-  constexpr auto here = "qx_write_density_box():";
+  constexpr auto heading = "qx_write_density_box():";
   const qxcell* cell = nullptr;
-  QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
+  QX_TRY(qx::require(heading, qx_get_qxcell, cell, "qxcell object has not been created yet "));
   const qxspg* spg = nullptr;
-  QX_TRY(qx::require(here, qx_get_qxspg, spg, "qxspg object has not been created yet "));
+  QX_TRY(qx::require(heading, qx_get_qxspg, spg, "qxspg object has not been created yet "));
   qxmap map;
   map.xlow = box->starts[0];
   map.ylow = box->starts[1];
@@ -257,5 +257,5 @@ Status qx_write_density_box(const char* path, const qx_density_box* box, const c
   char text[81];
   std::snprintf(text, sizeof text, "Map type: %s", kind);
   qx::set_label(header, 1, text);
-  return qx::write_ccp4(here, path, header, map.symmetry_records ? spg : nullptr, points);
+  return qx::write_ccp4(heading, path, header, map.symmetry_records ? spg : nullptr, points);
 }

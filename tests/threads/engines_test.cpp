@@ -81,13 +81,14 @@ class Worker {
   [[nodiscard]] std::string map() const { return read_file(output_).substr(1024); }
 
   void learn() {
-    for (int fault = 0; fault < faults; ++fault) said_[fault] = run(fault);
+    for (int fault = 0; fault < faults; ++fault)
+      said_.at(static_cast<std::size_t>(fault)) = run(fault);
     map_ = map();
   }
   void repeat(int times) const {
     for (int i = 0; i < times; ++i) {
       const int fault = i % 2 == 0 ? 0 : 1 + i / 2 % (faults - 1);
-      EXPECT_EQ(run(fault), said_[fault]);
+      EXPECT_EQ(run(fault), said_.at(static_cast<std::size_t>(fault)));
       if (i % 50 == 0) {
         EXPECT_EQ(map(), map_);
       }
