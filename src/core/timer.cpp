@@ -7,6 +7,7 @@
 #include <quorix/engine.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 struct qxtimerfactory {
@@ -58,6 +59,11 @@ void tell_step(const char* word, double start) {
   if (wanted < 2 && seconds < least) return;
   say("Processor time %-4s %-4s     : %.3f s, %.3f s of the section\n", factory->section, word,
       seconds, factory->section_seconds);
+}
+
+std::time_t time_of_files() noexcept {
+  const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
+  return epoch ? static_cast<std::time_t>(std::strtoll(epoch, nullptr, 10)) : std::time(nullptr);
 }
 
 }  // namespace qx

@@ -1,5 +1,6 @@
 #include "map/provenance.h"
 
+#include "core/timer.h"
 #include "crystal/reflections.h"
 #include "crystal/spacegroup.h"
 #include "grid/grid.h"
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -51,10 +51,7 @@ void add_limits(Ccp4Header& header, const qxrefdata& set) {
 }
 
 void add_date(Ccp4Header& header) {
-  std::time_t now = std::time(nullptr);
-  if (const char* epoch = std::getenv("SOURCE_DATE_EPOCH")) {
-    now = static_cast<std::time_t>(std::strtoll(epoch, nullptr, 10));
-  }
+  const std::time_t now = time_of_files();
   std::tm utc = {};
   char date[32] = "";
   if (gmtime_r(&now, &utc)) (void)std::strftime(date, sizeof date, "%Y-%m-%d %H:%M:%S UTC", &utc);

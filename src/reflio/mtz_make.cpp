@@ -1,6 +1,7 @@
 // An MTZ object for writing, made from the data set, the cell and the space group.
 #include "core/require.h"
 #include "core/say.h"
+#include "core/timer.h"
 #include "crystal/cell.h"
 #include "crystal/columns.h"
 #include "crystal/spacegroup.h"
@@ -284,7 +285,7 @@ void add_sort_order(qxmtz& mtz, const qxrefdata& refdata) {
 Status add_history(qxmtz& mtz, const qxrefdata& refdata) {
   qx::MtzLine* line = qx::append(mtz.history, "pm_hist");
   if (!line) return failed;
-  const std::time_t now = std::time(nullptr);
+  const std::time_t now = qx::time_of_files();
   std::tm local = {};
   localtime_r(&now, &local);
   char date[32] = {};
