@@ -24,9 +24,9 @@ using Row = std::map<std::string, std::string>;  // column to field
 // Waits for at most a minute.
 template <class Condition>
 bool eventually(Condition condition) {
-  for (int i = 0; i < 6000; ++i) {
+  for (int i = 0; i < 60000; ++i) {
     if (condition()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return false;
 }

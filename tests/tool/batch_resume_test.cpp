@@ -156,7 +156,7 @@ TEST_F(Resume, partsMakeTheWhole) {
 
 TEST_F(Resume, noTwoBatchesWorkOnTheSameDataSets) {
   make_large(4);
-  Background run(fine({"large", "-o", "out", "--range", "1/2", "-q"}));
+  Background run({"large", "-o", "out", "--range", "1/2", "-q", "--", "--spacing", "0.15"});
   ASSERT_TRUE(eventually([] { return fs::exists("out/x0/.work"); }));
   run.pause();
   for (const Arguments& range : {Arguments{"--range", "1/2"}, {"--range", "2/4"}, {}}) {

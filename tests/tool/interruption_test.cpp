@@ -3,6 +3,7 @@
 #include "tool/batch_command.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace qx::test {
 namespace {
@@ -57,7 +58,8 @@ TEST_F(Interruption, leavesTheOldFileOrTheNewOne) {
     const bool at_the_end = system.find("rename") != std::string::npos;
     for (int i = 0; i < (at_the_end ? 1 : 12); ++i) {
       write_file("map.ccp4", old);
-      const std::string delay = std::to_string(0.004 * i + 0.002);
+      // From before the tool has begun to after its end, on fast machines and on slow ones.
+      const std::string delay = std::to_string(0.001 * std::pow(1.45, i));
       const std::string limit =
           at_the_end ? "" : "timeout -s " + std::string(i % 2 ? "INT " : "TERM ") + delay + " ";
       (void)shell("(" + limit + "env " + refusing(system) + tool("map.ccp4") + ") >/dev/null 2>&1");
