@@ -11,7 +11,6 @@
 #include <quorix/engine.h>
 #include <quorix/spacegroup.h>
 
-using qx::fail;
 using qx::failed;
 using qx::Status;
 

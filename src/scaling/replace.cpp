@@ -13,7 +13,6 @@
 #include <algorithm>
 
 using qx::ComplexF;
-using qx::fail;
 using qx::failed;
 using qx::ok;
 using qx::Status;

@@ -18,7 +18,6 @@
 
 #include <algorithm>
 
-using qx::fail;
 using qx::failed;
 using qx::ok;
 using qx::Status;
