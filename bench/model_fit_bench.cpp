@@ -106,8 +106,8 @@ struct Files {
     options.hkl = std::getenv("QUORIX_BENCH_DATA");
     options.hydrogens = 1;
     job.reset(new qx::FcalcJob{options, qx::Coordinates(options.model), {}, {}, {}, {}, {}});
-    qx::prepare(*job);
     engine = std::make_unique<qx::Engine>(false);
+    qx::prepare(*engine, *job);
     qx::set_up(*engine, *job);
     engine->run(qx::SectionText("xfcc").line("calc"));
     engine->run(qx::SectionText("xbulk").line("mask"));

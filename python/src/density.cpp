@@ -3,8 +3,9 @@
 #include "driver/commands/crystal_lines.h"
 #include "session.h"
 
+#include <quorix/map.h>
+
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
 #include <limits>
 #include <new>
@@ -58,14 +59,9 @@ py::array_t<double> array_of(const Density& map) {
 
 void measure(Density& map) {
   const auto n = std::int64_t{map.counts[0]} * map.counts[1] * map.counts[2];
-  double sum = 0.0;
-  double squares = 0.0;
-  for (const double* value = map.block.get(); value != map.block.get() + n; ++value) {
-    sum += *value;
-    squares += *value * *value;
-  }
-  map.mean = sum / static_cast<double>(n);
-  map.rms = std::sqrt(squares / static_cast<double>(n));
+  const qx_density_statistics found = qx_calc_density_statistics(map.block.get(), n);
+  map.mean = found.mean;
+  map.rms = found.rms;
 }
 
 // A copy of values [nx, ny, nz] of the whole cell.

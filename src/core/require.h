@@ -2,10 +2,9 @@
 // that no second getter is called before the first one's object is known to be there.
 //   const qxcell* cell = nullptr;
 //   QX_TRY(qx::require(here, qx_get_qxcell, cell, "qxcell object has not been created yet "));
-// and several, in their order:
-//   QX_TRY(qx::require(here, qx::need(qx_get_qxcell, cell, "qxcell object has not been created yet
-//   "),
-//                      qx::need(qx_get_qxspg, group, "qxspg object has not been created yet ")));
+// and several, in their order, each with what is reported when it is missing:
+//   QX_TRY(qx::require(here, qx::need(qx_get_qxcell, cell, no_cell),
+//                      qx::need(qx_get_qxspg, group, no_group)));
 #pragma once
 
 #include "core/report.h"

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,6 +24,7 @@ bool write_at(int descriptor, const float* values, std::size_t n, std::int64_t o
   std::size_t left = n * sizeof(float);
   while (left > 0) {
     const ssize_t written = pwrite(descriptor, bytes, left, offset);
+    if (written < 0 && errno == EINTR) continue;
     if (written <= 0) return false;
     bytes += written;
     offset += written;
@@ -81,7 +83,8 @@ Status write_planes(const char* heading, std::FILE* stream, std::int64_t offset,
                     const MapRecipe& recipe, Extremes& extremes) {
   const std::int32_t parts = recipe.relations.nplanes;
   PlaneWorkers workers;
-  QX_TRY(workers.open<float>(recipe.disc, PlaneWorkers::cost(recipe), 2 * points_of(recipe)));
+  QX_TRY(
+      workers.open<float>(recipe.disc, PlaneWorkers::cost(recipe), parts, 2 * points_of(recipe)));
   const Tagged<Extremes> found(static_cast<std::size_t>(parts), "pwcm_extremes");
   if (!found) return failed;
   PlacedPlanes file(fileno(stream), offset, points_of(recipe));
@@ -105,7 +108,8 @@ Status OrderedPlanes::open(const MapRecipe& recipe, Extremes& extremes) {
     if (!kept_) return failed;
   }
   PlaneWorkers workers;
-  QX_TRY(workers.open<float>(recipe.disc, PlaneWorkers::cost(recipe), keep ? 0 : points));
+  QX_TRY(workers.open<float>(recipe.disc, PlaneWorkers::cost(recipe), relations.nplanes,
+                             keep ? 0 : points));
   const Tagged<Extremes> found(parts, "pwcm_extremes");
   if (!found) return failed;
   parallel(relations.nplanes, workers.threads(), [&](std::int32_t part, std::int32_t worker) {
@@ -145,8 +149,8 @@ Status OrderedPlanes::write_kept(const char* heading, std::FILE* stream) const {
 Status OrderedPlanes::write_anew(const char* heading, std::FILE* stream) const {
   const std::size_t points = points_of(*recipe_);
   PlaneWorkers workers;
-  QX_TRY(workers.open<float>(recipe_->disc, PlaneWorkers::cost(*recipe_), 0));
-  const std::int32_t together = std::min(workers.threads(), recipe_->n.nz);
+  QX_TRY(workers.open<float>(recipe_->disc, PlaneWorkers::cost(*recipe_), recipe_->n.nz, 0));
+  const std::int32_t together = workers.threads();
   const Tagged<float> planes(points * static_cast<std::size_t>(together), "pwcm_et");
   if (!planes) return failed;
   for (std::int32_t iz = 0; iz < recipe_->n.nz; iz += together) {

@@ -6,6 +6,8 @@
 #include "fft/plane_transform.h"
 #include "map/recipe.h"
 
+#include <algorithm>
+
 namespace qx {
 
 class PlaneWorkers {
@@ -18,10 +20,11 @@ class PlaneWorkers {
     return 2 * operations_a_value * static_cast<double>(recipe.n.nx) * recipe.n.ny *
            (recipe.relations.nplanes > 0 ? recipe.relations.nplanes : recipe.disc.planes);
   }
-  // As many threads as `operations` are worth; `values` numbers T for each beside the scratch.
+  // As many threads as `operations` are worth, one for a part at most; `values` numbers T for each
+  // beside the scratch.
   template <class T>
-  Status open(const DiscLayout& disc, double operations, std::size_t values) {
-    threads_ = threads_worth(operations);
+  Status open(const DiscLayout& disc, double operations, std::int32_t parts, std::size_t values) {
+    threads_ = std::min(threads_worth(operations), std::max(parts, 1));
     QX_TRY(transform_.open(disc));
     each_ = transform_.scratch_doubles();
     values_ = (values * sizeof(T) + sizeof(double) - 1) / sizeof(double);

@@ -118,7 +118,8 @@ Status make_planes(const MapRecipe& recipe, std::int32_t first, std::int32_t cou
   const PlaneBlock<T> block(recipe.n, first, count, values);
   const std::int32_t parts = recipe.relations.nplanes;
   PlaneWorkers workers;
-  QX_TRY(workers.open<T>(recipe.disc, workers.cost(recipe), count < recipe.n.nz ? points : 0));
+  QX_TRY(workers.open<T>(recipe.disc, PlaneWorkers::cost(recipe), parts,
+                         count < recipe.n.nz ? points : 0));
   const Tagged<Extremes> found(static_cast<std::size_t>(parts), "pgm_extremes");
   if (!found) return failed;
   parallel(parts, workers.threads(), [&](std::int32_t part, std::int32_t worker) {
@@ -133,7 +134,7 @@ Status make_box(const MapRecipe& recipe, const BoxRange& range, double* values,
   const std::ptrdiff_t points = std::ptrdiff_t{range.count(0)} * range.count(1);
   const std::int32_t distinct = std::min(range.count(2), recipe.n.nz);
   PlaneWorkers workers;
-  QX_TRY(workers.open<double>(recipe.disc, workers.cost(recipe), 0));
+  QX_TRY(workers.open<double>(recipe.disc, PlaneWorkers::cost(recipe), distinct, 0));
   const Tagged<DensitySums> sums(static_cast<std::size_t>(distinct), "pgm_sums");
   if (!sums) return failed;
   parallel(distinct, workers.threads(), [&](std::int32_t jz, std::int32_t worker) {

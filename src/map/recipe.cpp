@@ -88,11 +88,11 @@ Status expand(const Expansion& expansion, double scale, MapRecipe& recipe) {
   constexpr std::int32_t together = 4096;
   constexpr double operations_a_mate = 40;
   const auto mates = static_cast<std::size_t>(expansion.symmetry->nrotations);
-  const std::int32_t threads =
-      threads_worth(operations_a_mate * static_cast<double>(mates) * expansion.list.n);
+  const std::int32_t parts = (expansion.list.n + together - 1) / together;
+  const double operations = operations_a_mate * static_cast<double>(mates) * expansion.list.n;
+  const std::int32_t threads = std::min(threads_worth(operations), std::max(parts, 1));
   const Tagged<Index3> scratch(mates * static_cast<std::size_t>(threads), "pgm_mate");
   if (!scratch) return failed;
-  const std::int32_t parts = (expansion.list.n + together - 1) / together;
   parallel(parts, threads, [&](std::int32_t part, std::int32_t worker) {
     const std::int32_t first = part * together;
     const std::int32_t end = std::min(expansion.list.n - first, together) + first;
@@ -105,7 +105,8 @@ Status expand(const Expansion& expansion, double scale, MapRecipe& recipe) {
 Status transform_columns(MapRecipe& recipe) {
   PlaneWorkers workers;
   const double columns = static_cast<double>(recipe.disc.plane_terms) * recipe.n.nz;
-  QX_TRY(workers.open<double>(recipe.disc, columns * PlaneWorkers::operations_a_value, 0));
+  QX_TRY(workers.open<double>(recipe.disc, columns * PlaneWorkers::operations_a_value, recipe.n.ny,
+                              0));
   parallel(recipe.n.ny, workers.threads(), [&](std::int32_t iy, std::int32_t worker) {
     workers.transform().transform_z(recipe.terms, iy, recipe.place, workers.scratch(worker));
   });

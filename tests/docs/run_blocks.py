@@ -63,7 +63,7 @@ def run(command, folder, environment):
                           timeout=300, stdin=subprocess.DEVNULL)
     out = done.stdout.splitlines() + ([f'[status {done.returncode}]'] if done.returncode else [])
     # How far a batch is, told once a second: a slow machine sees it, a fast one does not.
-    return out, [line for line in done.stderr.splitlines() if not re.fullmatch(r'\w+ \d+/\d+ .* left', line)]
+    return out, [line for line in done.stderr.splitlines() if not re.fullmatch(r'\w+ \d+/\d+ .* left( .*)?', line)]
 
 
 def main():

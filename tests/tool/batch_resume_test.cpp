@@ -47,6 +47,11 @@ TEST_F(Resume, childrenDoNotOutliveTheBatch) {
   std::vector<pid_t> children;
   Background killed({"large", "-o", "out", "-j", "2", "-q", "--", "--spacing", "0.15"});
   ASSERT_TRUE(eventually([&] { return (children = killed.children()).size() == 2; }));
+  // They share the processors already; before it is the program a child has its parent's words.
+  EXPECT_TRUE(eventually([&] {
+    const std::string words = read_file("/proc/" + std::to_string(children.front()) + "/environ");
+    return has(words, std::string("QUORIX_THREADS=1") + '\0');
+  }));
   EXPECT_EQ(killed.end(SIGKILL), -SIGKILL);
   for (const pid_t child : children) EXPECT_TRUE(eventually([&] { return !is_running(child); }));
   for (const auto& entry : fs::recursive_directory_iterator("out")) {
