@@ -87,12 +87,17 @@ Fractions deuterium_fractions(gemmi::cif::Document& document) {
 }
 
 template <class Work>
-void for_each_atom(const gemmi::Structure& structure, Work work) {
+void for_each_place(const gemmi::Structure& structure, Work work) {
   for (const gemmi::Chain& chain : structure.models.front().chains) {
     for (const gemmi::Residue& residue : chain.residues) {
-      for (const gemmi::Atom& atom : residue.atoms) work(atom);
+      for (const gemmi::Atom& atom : residue.atoms) work(chain, residue, atom);
     }
   }
+}
+
+template <class Work>
+void for_each_atom(const gemmi::Structure& structure, Work work) {
+  for_each_place(structure, [&](const auto&, const auto&, const auto& atom) { work(atom); });
 }
 
 // Calls work(atom, share of its occupancy, whether as deuterium) for each atom of the engine's
@@ -115,14 +120,11 @@ std::string name_of(const gemmi::Chain& chain, const gemmi::Residue& residue,
 }
 
 std::string name_of(const gemmi::Structure& structure, const gemmi::Atom& wanted) {
-  for (const gemmi::Chain& chain : structure.models.front().chains) {
-    for (const gemmi::Residue& residue : chain.residues) {
-      for (const gemmi::Atom& atom : residue.atoms) {
-        if (&atom == &wanted) return name_of(chain, residue, atom);
-      }
-    }
-  }
-  return {};
+  std::string name;
+  for_each_place(structure, [&](const auto& chain, const auto& residue, const auto& atom) {
+    if (&atom == &wanted) name = name_of(chain, residue, atom);
+  });
+  return name;
 }
 
 template <class Test>
@@ -298,6 +300,17 @@ std::string Coordinates::name_of_entry(std::size_t entry) const {
     if (at++ == entry) found = &atom;
   });
   return found ? name_of(*structure_, *found) : std::string();
+}
+
+std::vector<std::string> Coordinates::names_of_atoms(const std::vector<std::size_t>& atoms) const {
+  std::vector<std::string> all;
+  for_each_place(*structure_, [&](const auto& chain, const auto& residue, const auto& atom) {
+    all.push_back(name_of(chain, residue, atom));
+  });
+  std::vector<std::string> names;
+  names.reserve(atoms.size());
+  for (const std::size_t atom : atoms) names.push_back(all.at(atom));
+  return names;
 }
 
 Coordinates::Residues Coordinates::residues() const {

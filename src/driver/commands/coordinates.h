@@ -46,6 +46,9 @@ class Coordinates {
   // Chain, residue, name and serial as the file has them, of an atom by its place in the model that
   // was filled.
   [[nodiscard]] std::string name_of_entry(std::size_t entry) const;
+  // The same of an atom by its place in the file, as positions() has them.
+  [[nodiscard]] std::vector<std::string> names_of_atoms(
+      const std::vector<std::size_t>& atoms) const;
   // Residues by chain, name and number, and of every atom of the model that is filled its residue.
   struct Residues {
     std::vector<std::string> names;
