@@ -125,15 +125,16 @@ Drawn draw(const FreeOptions& options, const ReflectionFile& file, const Orbits&
            const KeptFlags& kept, const FlagValues& values) {
   const gemmi::UnitCell cell = cell_of(file);
   constexpr double slack = 1e-6;
-  std::vector<Orbit> open = all_orbits(cell, *file.group, orbits, file.resolution[0] * (1 - slack));
-  std::erase_if(open, [&](const Orbit& o) { return kept.of(index_of(o.key)).has_value(); });
+  std::vector<FreeOrbit> open =
+      all_orbits(cell, *file.group, orbits, file.resolution[0] * (1 - slack));
+  std::erase_if(open, [&](const FreeOrbit& o) { return kept.of(index_of(o.key)).has_value(); });
   Drawn drawn;
-  for (const Orbit& orbit : open) drawn.emplace(orbit.key, 0);
-  std::vector<Orbit> more;
+  for (const FreeOrbit& orbit : open) drawn.emplace(orbit.key, 0);
+  std::vector<FreeOrbit> more;
   for (std::size_t i = 0; i < file.rows; ++i) {
     int h[3];
     if (!file.index(i, h) || kept.of({h[0], h[1], h[2]})) continue;
-    const Orbit orbit = orbit_of(cell, orbits, {h[0], h[1], h[2]});
+    const FreeOrbit orbit = orbit_of(cell, orbits, {h[0], h[1], h[2]});
     if (drawn.emplace(orbit.key, 0).second) more.push_back(orbit);
   }
   std::sort(more.begin(), more.end());

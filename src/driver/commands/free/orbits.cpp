@@ -57,19 +57,19 @@ gemmi::GroupOps lattice_group(const gemmi::UnitCell& cell, const gemmi::SpaceGro
   return std::all_of(own.sym_ops.begin(), own.sym_ops.end(), in_lattice) ? lattice : own;
 }
 
-Orbit orbit_of(const gemmi::UnitCell& cell, const Orbits& orbits, const gemmi::Miller& hkl) {
+FreeOrbit orbit_of(const gemmi::UnitCell& cell, const Orbits& orbits, const gemmi::Miller& hkl) {
   constexpr double steps = 1e9;
   const OrbitKey key = orbits.key(hkl);
   const gemmi::Miller first = index_of(key);
   return {std::llround(cell.calculate_1_d2_double(first[0], first[1], first[2]) * steps), key};
 }
 
-std::vector<Orbit> all_orbits(const gemmi::UnitCell& cell, const gemmi::SpaceGroup& group,
-                              const Orbits& orbits, double dmin) {
+std::vector<FreeOrbit> all_orbits(const gemmi::UnitCell& cell, const gemmi::SpaceGroup& group,
+                                  const Orbits& orbits, double dmin) {
   const gemmi::GroupOps operators = group.operations();
   const gemmi::Miller most = cell.get_hkl_limits(dmin);
   const double high = 1.0 / (dmin * dmin);
-  std::vector<Orbit> found;
+  std::vector<FreeOrbit> found;
   gemmi::Miller hkl;
   // The first member of an orbit has the least indices, so none above 0 comes first.
   for (hkl[0] = -most[0]; hkl[0] <= 0; ++hkl[0]) {

@@ -32,16 +32,16 @@ class Orbits {
 gemmi::GroupOps lattice_group(const gemmi::UnitCell& cell, const gemmi::SpaceGroup& group,
                               double obliquity);
 
-struct Orbit {
+struct FreeOrbit {
   std::int64_t s2;  // 1/d^2 in units in which rounding does not show
   OrbitKey key;
-  auto operator<=>(const Orbit&) const = default;
+  auto operator<=>(const FreeOrbit&) const = default;
 };
 
 // One for each orbit of indices to `dmin` that the centring allows, by resolution. It does not
 // depend on what was measured.
-std::vector<Orbit> all_orbits(const gemmi::UnitCell& cell, const gemmi::SpaceGroup& group,
-                              const Orbits& orbits, double dmin);
-Orbit orbit_of(const gemmi::UnitCell& cell, const Orbits& orbits, const gemmi::Miller& hkl);
+std::vector<FreeOrbit> all_orbits(const gemmi::UnitCell& cell, const gemmi::SpaceGroup& group,
+                                  const Orbits& orbits, double dmin);
+FreeOrbit orbit_of(const gemmi::UnitCell& cell, const Orbits& orbits, const gemmi::Miller& hkl);
 
 }  // namespace qx
