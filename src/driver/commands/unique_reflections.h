@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <gemmi/symmetry.hpp>
@@ -9,26 +10,49 @@
 
 namespace qx {
 
-// Which reflections a group extinguishes; most are told apart by one component of one product.
+// Which reflections a group extinguishes, row by row: of one h and k few operators leave any l
+// where it is, mostly none.
 class Absences {
  public:
   explicit Absences(const gemmi::GroupOps& group) : group_(group) {}
 
+  // What follows is asked of this h and k.
+  void begin_row(int h, int k) {
+    n_ = 0;
+    for (std::size_t i = 1; i < group_.sym_ops.size(); ++i) {
+      const gemmi::Op& op = group_.sym_ops[i];
+      if (may_fix(op.rot, h, k)) row_[n_++] = &op;
+    }
+  }
+
   [[nodiscard]] bool has(const gemmi::Miller& hkl) const {
     if (group_.cen_ops.size() > 1) return group_.is_systematically_absent(hkl);
-    for (std::size_t i = 1; i < group_.sym_ops.size(); ++i) {
-      const gemmi::Op::Rot& r = group_.sym_ops[i].rot;
-      bool fixed = true;
-      for (std::size_t a = 0; a < 3 && fixed; ++a) {
-        fixed = r[0][a] * hkl[0] + r[1][a] * hkl[1] + r[2][a] * hkl[2] == gemmi::Op::DEN * hkl[a];
-      }
-      if (fixed && gemmi::GroupOps::has_phase_shift(group_.sym_ops[i].tran, hkl)) return true;
-    }
-    return false;
+    return std::any_of(row_.begin(), row_.begin() + n_, [&](const gemmi::Op* op) {
+      return fixes(op->rot, hkl) && gemmi::GroupOps::has_phase_shift(op->tran, hkl);
+    });
   }
 
  private:
+  static bool may_fix(const gemmi::Op::Rot& r, int h, int k) {
+    for (std::size_t a = 0; a < 3; ++a) {
+      const int own = a == 0 ? h : a == 1 ? k : 0;
+      const bool any_l = r[2][a] != (a == 2 ? gemmi::Op::DEN : 0);
+      if (!any_l && r[0][a] * h + r[1][a] * k != gemmi::Op::DEN * own) return false;
+    }
+    return true;
+  }
+
+  static bool fixes(const gemmi::Op::Rot& r, const gemmi::Miller& hkl) {
+    for (std::size_t a = 0; a < 3; ++a) {
+      const int image = r[0][a] * hkl[0] + r[1][a] * hkl[1] + r[2][a] * hkl[2];
+      if (image != gemmi::Op::DEN * hkl[a]) return false;
+    }
+    return true;
+  }
+
   gemmi::GroupOps group_;
+  std::array<const gemmi::Op*, 48> row_ = {};
+  std::ptrdiff_t n_ = 0;
 };
 
 // False if no index of this h and k is in the asymmetric unit: in the reference settings, if
@@ -45,7 +69,7 @@ template <class Take>
 void for_all_unique(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group, double dmin,
                     double dmax, Take take) {
   const gemmi::ReciprocalAsu asu(group);
-  const Absences absences(group->operations());
+  Absences absences(group->operations());
   const gemmi::Miller most = cell.get_hkl_limits(dmin);
   const double high = 1.0 / (dmin * dmin);
   const double low = dmax > 0.0 ? 1.0 / (dmax * dmax) : 0.0;
@@ -53,6 +77,7 @@ void for_all_unique(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group,
   for (hkl[0] = -most[0]; hkl[0] <= most[0]; ++hkl[0]) {
     for (hkl[1] = -most[1]; hkl[1] <= most[1]; ++hkl[1]) {
       if (!may_hold(asu, hkl[0], hkl[1])) continue;
+      absences.begin_row(hkl[0], hkl[1]);
       // 1/d^2 = c*^2 (l + middle)^2 + rest, of which a step on either side is left for rounding.
       const double middle =
           (cell.ar * hkl[0] * cell.cos_betar + cell.br * hkl[1] * cell.cos_alphar) / cell.cr;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <gemmi/symmetry.hpp>  // for parse_triplet, find_spacegroup_by_number
 #include <stdexcept>
+#include <type_traits>
 
 namespace qx {
 
@@ -30,18 +31,14 @@ bool mate_of(const gemmi::Op& op, const Point& point, const std::int32_t (&n)[3]
   return true;
 }
 
+// Points of a row and their mates, which lie `stride` apart.
+struct Run {
+  std::int64_t first, place, n, stride;
+};
+
 struct Sums {
   double n = 0, a = 0, b = 0, aa = 0, bb = 0, ab = 0, largest = 0;
 
-  void add(double x, double y) {
-    n += 1;
-    a += x;
-    b += y;
-    aa += x * x;
-    bb += y * y;
-    ab += x * y;
-    largest = std::max(largest, std::fabs(x - y));
-  }
   Sums& operator+=(const Sums& other) {
     n += other.n;
     a += other.a;
@@ -64,6 +61,65 @@ struct Sums {
   }
 };
 
+// Sums of runs, two pairs at a time.
+class LaneSums {
+ public:
+  template <class T>
+  void add(const T* own, const T* mates, const Run& run) {
+    n_ += run.n;
+    const T* from = own + run.first;
+    const T* to = mates + run.place;
+    if (run.stride == 1) {
+      add_all(from, to, run.n, std::integral_constant<std::int64_t, 1>());
+    } else {
+      add_all(from, to, run.n, run.stride);
+    }
+  }
+  [[nodiscard]] Sums sum() const {
+    return {static_cast<double>(n_),
+            a_[0] + a_[1],
+            b_[0] + b_[1],
+            aa_[0] + aa_[1],
+            bb_[0] + bb_[1],
+            ab_[0] + ab_[1],
+            std::max(largest_[0], largest_[1])};
+  }
+
+ private:
+  using Two = double __attribute__((vector_size(16)));
+
+  template <class T, class Stride>
+  void add_all(const T* from, const T* to, std::int64_t n, Stride stride) {
+    const auto value = [](T x) { return static_cast<double>(x); };
+    LaneSums sums = *this;  // which may stay in registers
+    std::int64_t i = 0;
+    for (; i + 2 <= n; i += 2) {
+      const Two x = {value(from[i]), value(from[i + 1])};
+      const Two y = {value(to[i * stride]), value(to[(i + 1) * stride])};
+      sums.add_two(x, y);
+    }
+    if (i < n) {  // two zeros add nothing
+      const Two x = {value(from[i]), 0.0};
+      const Two y = {value(to[i * stride]), 0.0};
+      sums.add_two(x, y);
+    }
+    *this = sums;
+  }
+  void add_two(Two x, Two y) {
+    a_ += x;
+    b_ += y;
+    aa_ += x * x;
+    bb_ += y * y;
+    ab_ += x * y;
+    const Two apart = x - y;
+    largest_ = apart > largest_ ? apart : largest_;
+    largest_ = -apart > largest_ ? -apart : largest_;
+  }
+
+  Two a_ = {}, b_ = {}, aa_ = {}, bb_ = {}, ab_ = {}, largest_ = {};
+  std::int64_t n_ = 0;
+};
+
 // Where an operator takes the points of a row: if it takes all grid points to grid points, the
 // mates of a row lie in a row of the infinite crystal.
 class MateRow {
@@ -81,14 +137,16 @@ class MateRow {
   }
   MateRow(MateRow&&) = default;
 
-  // Calls `take` with the number of a point in the row and its mate's place in the map, for every
-  // mate that the map holds and that is another point.
+  // Calls `take` with runs of points of the row whose mates the map holds and which are not their
+  // own.
   template <class Take>
   void for_each(const Point& first, Take take) const {
-    if (straight_) {
-      walk(first, take);
+    if (!straight_) {
+      look_up(first, [&](std::int64_t x, std::int64_t place) { take(Run{x, place, 1, 1}); });
+    } else if (std::equal(map_->counts, map_->counts + 3, map_->intervals)) {
+      stride_along(first, take);
     } else {
-      look_up(first, take);
+      walk(first, [&](std::int64_t x, std::int64_t place) { take(Run{x, place, 1, 1}); });
     }
   }
 
@@ -140,6 +198,43 @@ class MateRow {
       for (std::size_t i = 0; i < 3; ++i) {
         at.at(i) += step.at(i);
         at.at(i) -= at.at(i) >= map_->intervals[i] ? map_->intervals[i] : 0;
+      }
+    }
+  }
+  // Steps that mates go from `at` before one of them leaves the cell.
+  [[nodiscard]] std::int64_t steps_within(const Point& at) const {
+    std::int64_t steps = map_->counts[0];
+    for (std::size_t i = 0; i < 3; ++i) {
+      if (step_.at(i) > 0) {
+        steps = std::min(steps, (map_->intervals[i] - 1 - at.at(i)) / step_.at(i) + 1);
+      } else if (step_.at(i) < 0) {
+        steps = std::min(steps, at.at(i) / -step_.at(i) + 1);
+      }
+    }
+    return steps;
+  }
+  // In a whole cell mates lie at equal distances until one leaves the cell.
+  template <class Take>
+  void stride_along(const Point& first, Take take) const {
+    Point mate;
+    if (!mate_of(*op_, first, map_->intervals, mate)) return;
+    const std::int64_t own = own_mate(first, mate);
+    if (own == -2) return;
+    const std::int64_t stride =
+        (step_[2] * map_->counts[1] + step_[1]) * map_->counts[0] + step_[0];
+    Point at = in_cell(mate);
+    for (std::int64_t x = 0; x < map_->counts[0];) {
+      std::int64_t n = std::min(steps_within(at), map_->counts[0] - x);
+      if (x < own && own < x + n) n = own - x;
+      if (x == own) {
+        n = 1;
+      } else {
+        take(Run{x, place(at), n, stride});
+      }
+      x += n;
+      for (std::size_t i = 0; i < 3; ++i) {
+        const std::int64_t period = map_->intervals[i];
+        at.at(i) = ((at.at(i) + n * step_.at(i)) % period + period) % period;
       }
     }
   }
@@ -196,12 +291,12 @@ SymmetryCheck check_symmetry(const qx_ccp4_map& map, const T* values,
     const T* own =
         values + (z % map.intervals[2] * map.counts[1] + y % map.intervals[1]) * map.counts[0];
     for (const MateRow& mate : mates) {
-      Sums of_row;
-      mate.for_each(first, [&](std::int64_t x, std::int64_t place) {
-        of_row.add(static_cast<double>(own[beyond ? x % map.intervals[0] : x]),
-                   static_cast<double>(values[place]));
+      LaneSums of_row;
+      mate.for_each(first, [&](Run run) {
+        if (beyond) run.first %= map.intervals[0];  // one point
+        of_row.add(own, values, run);
       });
-      sums += of_row;
+      sums += of_row.sum();
     }
   }
   return sums.n > 0 ? sums.result() : SymmetryCheck();
