@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <bitset>
 #include <cmath>
 #include <cstring>
 
@@ -71,6 +72,36 @@ std::int32_t keep_distinct_shifts(MateOperator* kept, const MateOperator* begin,
   return n;
 }
 
+constexpr std::size_t rotation_codes = 19683;  // 3^9
+
+// A number of its own for each matrix of elements -1, 0, 1; rotation_codes for all others.
+std::size_t rotation_code(const std::int32_t (&r)[9]) noexcept {
+  std::size_t code = 0;
+  for (const std::int32_t element : r) {
+    if (std::abs(element) > 1) return rotation_codes;
+    code = 3 * code + static_cast<std::size_t>(element + 1);
+  }
+  return code;
+}
+
+// False also where an element is not -1, 0 or 1, which no setting of the tables has.
+bool are_closed(const MateOperator* operators, std::int32_t n) noexcept {
+  std::bitset<rotation_codes + 1> known;
+  for (const MateOperator* a = operators; a != operators + n; ++a) known.set(rotation_code(a->r));
+  if (known[rotation_codes]) return false;
+  for (const MateOperator* a = operators; a != operators + n; ++a) {
+    for (const MateOperator* b = operators; b != operators + n; ++b) {
+      std::int32_t product[9];
+      for (int i = 0; i < 9; ++i) {
+        const std::int32_t* row = a->r + i / 3 * 3;
+        product[i] = row[0] * b->r[i % 3] + row[1] * b->r[3 + i % 3] + row[2] * b->r[6 + i % 3];
+      }
+      if (!known[rotation_code(product)]) return false;
+    }
+  }
+  return true;
+}
+
 double cycles(const MateOperator& op, Index3 i) noexcept {
   const double ht = i.h * op.t[0] + i.k * op.t[1] + i.l * op.t[2];
   return ht - std::floor(ht);
@@ -117,6 +148,7 @@ bool make_symmetry(const double (*matrices)[16], std::int32_t count, MateOperato
     operators[--last] = op;
   }
   symmetry.nrotations = first;
+  symmetry.closed = are_closed(operators, first);
   symmetry.ncentrings =
       keep_distinct_shifts(operators + first, operators + last, operators + count + 1);
   return true;

@@ -52,6 +52,7 @@ struct Symmetry {
   std::int32_t nrotations = 0;
   std::int32_t ncentrings = 0;    // kept from operators[nrotations] on
   std::int32_t denominator = 24;  // 0 when the translations have no common one
+  bool closed = false;            // each product of two rotations is one of them
   Phase phases[most_steps];       // exp(-2 pi i n / denominator)
 
   // exp(-2 pi i h.t), h.t reduced to [0, 1) first; 2 pi in single precision.

@@ -31,7 +31,8 @@ Status Spectrum::open_symmetry() {
 
 Status Spectrum::open_scratch(Index3 bounds) {
   const auto rows = static_cast<std::size_t>(expansion_.list.n);
-  const std::size_t members = rows * static_cast<std::size_t>(symmetry_.nrotations);
+  const std::size_t members =
+      symmetry_.closed ? rows : rows * static_cast<std::size_t>(symmetry_.nrotations);
   // Bits for the indices may take a quarter of a byte per grid point, small sets 4 MB.
   const std::size_t bit_words = std::max(grid_.points() / 32, std::size_t{1} << 19);
   const bool half = expansion_.add_opposites;

@@ -72,6 +72,31 @@ bool was_given(const Expansion& e, const Index3* mates, std::int32_t op) noexcep
   return std::any_of(mates, mates + op, [&](Index3 i) { return seen_as(e, i) == index; });
 }
 
+bool precedes(Index3 a, Index3 b) noexcept {
+  if (a.h != b.h) return a.h < b.h;
+  return a.k != b.k ? a.k < b.k : a.l < b.l;
+}
+
+// The mates become known; gives how many they are if the orbit's first was not known yet, else 0.
+int enter_mates(const Expansion& e) noexcept {
+  if (!e.seen->insert(seen_as(e, e.mates[0]))) return 0;
+  const auto fresh = [&](Index3 mate) { return e.seen->insert(seen_as(e, mate)); };
+  return 1 + static_cast<int>(std::count_if(e.mates + 1, e.mates + e.symmetry->nrotations, fresh));
+}
+
+// The same of a group, whose orbits share all mates or none: one mate stands for all.
+int enter_orbit(const Expansion& e) noexcept {
+  const Index3 own = seen_as(e, e.mates[0]);
+  Index3 last = own;
+  int repeats = 1;
+  for (std::int32_t op = 1; op < e.symmetry->nrotations; ++op) {
+    const Index3 mate = seen_as(e, e.mates[op]);
+    if (precedes(last, mate)) last = mate;
+    repeats += mate == own ? 1 : 0;
+  }
+  return e.seen->insert(last) ? e.symmetry->nrotations / repeats : 0;
+}
+
 // Calls sink(index, re, im) for one index of each pair of opposites; the sink adds the conjugate at
 // the opposite. The index 0 is its own opposite and carries half a weight therefore, and so does
 // every index when opposites have rows of their own. No two rows give the same index.
@@ -167,20 +192,17 @@ SpectrumExtent measure(const Expansion& e, Index3 bounds, std::int32_t* columns)
   std::fill_n(columns, 2 * bounds.k + 1, 0);
   e.seen->clear();
   for (std::int32_t row = 0; row < e.list.n; ++row) {
-    const Index3 index = e.list.index(row);
-    const Orbit orbit = e.symmetry->orbit(index, e.mates);
+    const Orbit orbit = e.symmetry->orbit(e.list.index(row), e.mates);
     e.counts[row] = no_term;
-    if (orbit.extinct || !e.seen->insert(seen_as(e, index))) continue;
-    int distinct = 1;
-    widen(extent, columns, bounds.k, index);
-    for (std::int32_t op = 1; op < e.symmetry->nrotations; ++op) {
-      if (!e.seen->insert(seen_as(e, e.mates[op]))) continue;
-      ++distinct;
+    if (orbit.extinct) continue;
+    const int distinct = e.symmetry->closed ? enter_orbit(e) : enter_mates(e);
+    if (distinct == 0) continue;
+    for (std::int32_t op = 0; op < e.symmetry->nrotations; ++op) {
       widen(extent, columns, bounds.k, e.mates[op]);
     }
     e.counts[row] = distinct == e.symmetry->nrotations ? all_terms : some_terms;
     if (!e.add_opposites) continue;
-    const bool origin = index == Index3{0, 0, 0};
+    const bool origin = e.mates[0] == Index3{0, 0, 0};
     extent.power += (origin ? 1.0 : 2.0 * distinct) * allowed_power(e, row, orbit);
     if (origin) extent.f000 = allowed_coefficient(e, row, orbit).re;
   }

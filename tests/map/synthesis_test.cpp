@@ -252,6 +252,25 @@ TEST_F(MapOfFew, whatIsNotFiniteIsZero) {
   EXPECT_EQ(qx_get_qxmap()->rms, 0.0);
 }
 
+// Operators of a damaged file: an index still gets its term from one row only.
+TEST_F(MapOfFew, operatorsThatAreNoGroupGiveEachIndexOneTerm) {
+  qxspg* spg = qx_get_qxspg();
+  spg->nops = 2;
+  ASSERT_EQ(xfree(spg->ops), ok);
+  spg->ops = reinterpret_cast<double(*)[16]>(allocate_zeroed<double>(32, "ops"));
+  const Operator quarter = {{{0, -1, 0}, {1, 0, 0}, {0, 0, 1}}, {0, 0, 0}};
+  set_operator(spg->ops[0], closed_group({})[0]);
+  set_operator(spg->ops[1], quarter);
+  const Hkl first = {1, 2, 3};
+  const Hkl second = first * quarter * quarter;
+  ASSERT_EQ(generate({{first, 10.0, 0.0}, {second, 7.0, 0.0}, {first * quarter, 1e3, 0.0}}), ok);
+  Terms terms;
+  for (const Hkl& i : {first, first * quarter}) terms.insert(terms.end(), {{i, 10.0}, {-i, 10.0}});
+  for (const Hkl& i : {second, second * quarter}) terms.insert(terms.end(), {{i, 7.0}, {-i, 7.0}});
+  std::mt19937 random(3);
+  EXPECT_LT(deviation(terms, crystal_.volume(), random), tolerance);
+}
+
 // An empty map is not divided by its rms.
 TEST_F(MapOfFew, aFlatMapIsNotScaled) {
   qx_get_qxmap()->scale = 1;
