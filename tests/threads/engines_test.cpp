@@ -112,7 +112,7 @@ TEST(Engines, ofEightThreadsDoNotDisturbOneAnother) {
     workers.back().learn();
   }
   std::vector<std::thread> threads;
-  for (const Worker& worker : workers) threads.emplace_back([&] { worker.repeat(200); });
+  for (const Worker& worker : workers) threads.emplace_back([&] { worker.repeat(1000); });
   for (std::thread& thread : threads) thread.join();
 }
 
