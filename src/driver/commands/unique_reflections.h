@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <cmath>
 #include <cstddef>
 #include <gemmi/symmetry.hpp>
@@ -10,29 +11,31 @@
 
 namespace qx {
 
-// Which reflections a group extinguishes, row by row: of one h and k few operators leave any l
-// where it is, mostly none.
+// Which reflections a group extinguishes. Few operators leave any l of one h and k where it is,
+// mostly none: they are kept for the next of the same h and k.
 class Absences {
  public:
   explicit Absences(const gemmi::GroupOps& group) : group_(group) {}
 
-  // What follows is asked of this h and k.
-  void begin_row(int h, int k) {
-    n_ = 0;
-    for (std::size_t i = 1; i < group_.sym_ops.size(); ++i) {
-      const gemmi::Op& op = group_.sym_ops[i];
-      if (may_fix(op.rot, h, k)) row_[n_++] = &op;
-    }
-  }
-
-  [[nodiscard]] bool has(const gemmi::Miller& hkl) const {
+  [[nodiscard]] bool has(const gemmi::Miller& hkl) {
     if (group_.cen_ops.size() > 1) return group_.is_systematically_absent(hkl);
+    if (hkl[0] != h_ || hkl[1] != k_) begin_row(hkl[0], hkl[1]);
     return std::any_of(row_.begin(), row_.begin() + n_, [&](const gemmi::Op* op) {
       return fixes(op->rot, hkl) && gemmi::GroupOps::has_phase_shift(op->tran, hkl);
     });
   }
 
  private:
+  void begin_row(int h, int k) {
+    h_ = h;
+    k_ = k;
+    n_ = 0;
+    for (std::size_t i = 1; i < group_.sym_ops.size(); ++i) {
+      const gemmi::Op& op = group_.sym_ops[i];
+      if (may_fix(op.rot, h, k)) row_[static_cast<std::size_t>(n_++)] = &op;
+    }
+  }
+
   static bool may_fix(const gemmi::Op::Rot& r, int h, int k) {
     for (std::size_t a = 0; a < 3; ++a) {
       const int own = a == 0 ? h : a == 1 ? k : 0;
@@ -51,6 +54,7 @@ class Absences {
   }
 
   gemmi::GroupOps group_;
+  int h_ = INT_MAX, k_ = INT_MAX;
   std::array<const gemmi::Op*, 48> row_ = {};
   std::ptrdiff_t n_ = 0;
 };
@@ -77,7 +81,6 @@ void for_all_unique(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group,
   for (hkl[0] = -most[0]; hkl[0] <= most[0]; ++hkl[0]) {
     for (hkl[1] = -most[1]; hkl[1] <= most[1]; ++hkl[1]) {
       if (!may_hold(asu, hkl[0], hkl[1])) continue;
-      absences.begin_row(hkl[0], hkl[1]);
       // 1/d^2 = c*^2 (l + middle)^2 + rest, of which a step on either side is left for rounding.
       const double middle =
           (cell.ar * hkl[0] * cell.cos_betar + cell.br * hkl[1] * cell.cos_alphar) / cell.cr;

@@ -62,7 +62,7 @@ Tally count(const MapJob& job) {
   const gemmi::UnitCell cell = cell_of(map_cell(job));
   const gemmi::SpaceGroup* group = known_group(job);
   const gemmi::GroupOps operators = group ? group->operations() : gemmi::GroupOps();
-  const Absences absences(operators);
+  Absences absences(operators);
   Tally tally;
   for (std::size_t i = 0; i < file.rows; ++i) {
     int at[3] = {};
