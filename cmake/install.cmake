@@ -22,7 +22,9 @@ install(DIRECTORY ${QUORIX_PAGES}/bash-completion DESTINATION ${CMAKE_INSTALL_DA
         COMPONENT programs)
 install(DIRECTORY ${QUORIX_PAGES}/zsh DESTINATION ${CMAKE_INSTALL_DATADIR} COMPONENT setup)
 file(GLOB guides docs/*.md)
-install(FILES ${guides} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT programs)
+file(GLOB pictures docs/*.png)
+install(FILES ${guides} ${pictures} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT programs)
+include(cmake/site.cmake)
 install(DIRECTORY examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT programs
         FILES_MATCHING PATTERN "*.pdb" PATTERN "*.mtz" PATTERN "README.md" PATTERN "*.qx"
         PATTERN "ligand_density.*")

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcli11-dev gemmi-dev tao-pegtl-dev zlib1g-dev nlohmann-json3-dev
-       python3-dev pybind11-dev python3-numpy)
+       python3-dev pybind11-dev python3-numpy python3-markdown)
 demo=("${build[@]}" python3 python3-numpy python3-matplotlib)
 tests=("${build[@]}" libgtest-dev python3 python3-numpy python3-gemmi python3-mrcfile gemmi man-db mandoc zsh python3-pandas)
 ci=("${demo[@]}" "${tests[@]}" ccache clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev dpkg-dev file lintian

@@ -36,6 +36,7 @@ try_packages() {
   quietly quorix fcalc /usr/share/doc/quorix/examples/1ubq.pdb --dmin 3 -o fc.mtz
   quietly man quorix-map
   [ -e /usr/share/zsh/vendor-completions/_quorix ]
+  grep -q 'quorix maps' /usr/share/doc/quorix/html/maps-from-models.html
   bash -c '. /usr/share/bash-completion/completions/quorix && complete -p quorix' >log
 
   # shellcheck disable=SC2046

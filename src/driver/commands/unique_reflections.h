@@ -16,6 +16,8 @@ namespace qx {
 class Absences {
  public:
   explicit Absences(const gemmi::GroupOps& group) : group_(group) {}
+  Absences(const Absences&) = delete;
+  Absences& operator=(const Absences&) = delete;
 
   [[nodiscard]] bool has(const gemmi::Miller& hkl) {
     if (group_.cen_ops.size() > 1) return group_.is_systematically_absent(hkl);
