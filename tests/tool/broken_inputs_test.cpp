@@ -151,6 +151,14 @@ TEST_F(BrokenInputs, dataThatAreNotTheModels) {
   }
 }
 
+TEST_F(BrokenInputs, dataOfAnotherCrystalForm) {
+  make(two_columns("FP", "PHI"));  // 10 20 30
+  write_file("m.pdb", crystal + atom);
+  expect_refusal(fcalc("m.pdb", {"--hkl", "in.mtz"}), "two crystal forms");
+  const Arguments cell = {"--hkl", "in.mtz", "--cell", "10", "20", "30", "90", "90", "90"};
+  EXPECT_EQ(fcalc("m.pdb", cell).status, 0);
+}
+
 TEST_F(BrokenInputs, columnsThatCanBeNoAmplitude) {
   MtzMaker maker = two_columns("FWT", "PHWT");
   const std::vector<float> values(maker.rows(), 5.0F);

@@ -181,6 +181,7 @@ TEST_F(MapsCommand, refusesWhatItCannotUse) {
     EXPECT_FALSE(std::filesystem::exists(out));
   };
   MtzMaker maker(half_sphere(3, 3, 3));
+  maker.cell = "50.84 42.77 28.95 90 90 90";
   maker.add("FWT", 'F', std::vector<float>(maker.rows(), 1.0F));
   const std::string data = scratch_.file("none.mtz");
   write_file(data, maker.bytes());

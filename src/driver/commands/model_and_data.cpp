@@ -19,6 +19,23 @@ std::string cell_text(const double* c) {
 
 }  // namespace
 
+bool are_of_one_form(const double* cell, const double* other) {
+  if (!(cell[0] > 0.0) || !(other[0] > 0.0)) return true;
+  for (int i = 0; i < 6; ++i) {
+    const double slack = i < 3 ? 0.05 * other[i] : 5.0;
+    if (!(std::fabs(cell[i] - other[i]) <= slack)) return false;
+  }
+  return true;
+}
+
+void check_one_form(const Crystal& model, const ReflectionFile& file) {
+  if (are_of_one_form(model.cell, file.cell)) return;
+  throw CommandError(2, "the model's cell is " + cell_text(model.cell) + ", that of " + file.path +
+                            " is " + cell_text(file.cell) +
+                            ": two crystal forms; if the model belongs in the other cell all the "
+                            "same, give that with --cell");
+}
+
 std::vector<std::string> crystal_differences(const Crystal& model, const gemmi::SpaceGroup* group,
                                              const double* cell, const std::string& consequence) {
   std::vector<std::string> lines;

@@ -3,6 +3,7 @@
 #include "driver/commands/crystal_lines.h"
 #include "driver/commands/fcalc/setup.h"
 #include "driver/commands/fofo/job.h"
+#include "driver/commands/model_and_data.h"
 #include "driver/commands/model_fit.h"
 #include "driver/commands/output_place.h"
 #include "driver/commands/stats/job.h"
@@ -104,12 +105,9 @@ void check_one_form(const ReflectionFile& on, const ReflectionFile& off) {
     throw CommandError(2, on.path + " is in " + on.group->xhm() + ", " + off.path + " in " +
                               off.group->xhm() + ": differences need one crystal form");
   }
-  for (int i = 0; i < 6; ++i) {
-    const double slack = i < 3 ? 0.05 * off.cell[i] : 5.0;
-    if (!(off.cell[i] > 0.0) || std::fabs(on.cell[i] - off.cell[i]) <= slack) continue;
-    throw CommandError(
-        2, on.path + " and " + off.path + " have cells of two crystal forms: differences need one");
-  }
+  if (are_of_one_form(on.cell, off.cell)) return;
+  throw CommandError(
+      2, on.path + " and " + off.path + " have cells of two crystal forms: differences need one");
 }
 
 void fetch_numbers(FofoReport& report) {
