@@ -126,7 +126,7 @@ void find_observed(Engine& engine, FcalcJob& job) {
   look_for_amplitudes(job, file);
   choose_free_set(job, file);
   const Crystal& crystal = job.crystal;
-  check_one_form(crystal, file);
+  if (options.cell.empty()) check_one_form(crystal, file);
   for (const std::string& line :
        crystal_differences(crystal, file.group, file.cell, "the model's is used")) {
     warn(job, line);
