@@ -61,6 +61,11 @@ QX_API qx_status qx_delete_mtz_obj(qxmtz* mtz);
 // Writers: 0, or not 0 after a report that leaves the engine standing. The file appears at `path`
 // only when it is whole.
 QX_API int32_t qx_write_refdata_mtz_file(const char* path, const qxmtz* mtz);
+// Reads a file of one format and writes all its columns as another, each named as in `read refl`
+// ("MTZ", "CNS", "HKL", "SCA", "DTR", "CIF"). What the other format cannot hold is told. The text
+// formats and mmCIF have no operators: an MTZ file made of one names the group alone.
+QX_API qx_status qx_convert_reflections(const char* from_format, const char* from,
+                                        const char* to_format, const char* to);
 QX_API int32_t qx_write_mtz_char(FILE* stream, const char* buffer, size_t n);
 QX_API int32_t qx_write_mtz_int(FILE* stream, const int32_t* buffer, size_t n);
 QX_API int32_t qx_write_mtz_float(FILE* stream, const float* buffer, size_t n);

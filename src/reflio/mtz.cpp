@@ -4,6 +4,7 @@
 #include "core/say.h"
 #include "crystal/reflections.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -29,6 +30,17 @@ Status open_values(qxmtz& mtz) {
     next += stride;
   }
   return ok;
+}
+
+void set_range(MtzColumn& column, std::int32_t n) noexcept {
+  bool first = true;
+  for (std::int32_t i = 0; i < n; ++i) {
+    const auto value = static_cast<double>(column.values[i]);
+    if (!std::isfinite(value)) continue;
+    column.minimum = first ? value : std::min(column.minimum, value);
+    column.maximum = first ? value : std::max(column.maximum, value);
+    first = false;
+  }
 }
 
 std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept {

@@ -138,6 +138,9 @@ void copy_text(MtzText& to, const char* from) noexcept;
 // its part, uninitialised.
 Status open_values(qxmtz& mtz);
 
+// Smallest and largest value of a column of n.
+void set_range(MtzColumn& column, std::int32_t n) noexcept;
+
 // Position of the data set with this id, -1 if there is none.
 std::int32_t find_dataset(const qxmtz& mtz, std::int32_t id) noexcept;
 

@@ -5,6 +5,7 @@
 #include "crystal/columns.h"
 #include "crystal/crystal.h"
 #include "crystal/reflection_filter.h"
+#include "crystal/reflection_formats.h"
 #include "crystal/spacegroup.h"
 #include "crystal/symop.h"
 #include "reflio/mtz.h"
@@ -36,20 +37,44 @@ struct Chosen {
   }
 };
 
+// In MTZ files an identifier without a name means nothing.
+bool has_usual(const qxrefdata& refdata) {
+  const qx::FileFormat* format = qx::find_format(refdata.format);
+  return format && format->usual;
+}
+
+// An identifier without a name means the column that is usual in its format, if there is one.
+Status take_usual(const qxrefdata& refdata, const qxmtz& mtz, const qx::Column& column,
+                  char*& selected) {
+  const qx::FileFormat* format = qx::find_format(refdata.format);
+  if (!has_usual(refdata) || !selected) return ok;
+  if (column.indices) return qx::release(selected);
+  const char* usual = *selected ? nullptr : format->usual(mtz, column.number);
+  return usual ? qx::replace_text(selected, usual, "prrc_lab") : ok;
+}
+
 Status choose(qxrefdata& refdata, const qxmtz& mtz, Chosen& chosen) {
   for (const qx::Column& column : qx::columns()) {
     char*& selected = refdata.selected[column.number];
+    QX_TRY(take_usual(refdata, mtz, column, selected));
     const char* name = selected;
     if (!name && column.indices) name = column.word;
     if (!name) continue;
     std::int32_t position = -1;
-    QX_TRY(qx::locate_column(mtz, name, position));
+    const bool none = !*name && has_usual(refdata);
+    if (!none) QX_TRY(qx::locate_column(mtz, name, position));
     if (position >= 0) {
       chosen.columns[column.number - 1] = &mtz.columns[position];
     } else if (column.indices) {
       return fail(heading, " mtz does not have \"%s\" column defined.", column.word);
     } else {
-      qx::say(" Warning: mtz does not have \"%s\" column defined.\n", name);
+      const qx::FileFormat* format = qx::find_format(refdata.format);
+      if (has_usual(refdata)) {
+        qx::say(" Warning: the %s file does not have \"%s\" column defined.\n", format->name,
+                *name ? name : column.word);
+      } else {
+        qx::say(" Warning: mtz does not have \"%s\" column defined.\n", name);
+      }
       QX_TRY(qx::release(selected));
     }
   }
@@ -249,7 +274,7 @@ Status fill(qxrefdata& refdata, const qxmtz& mtz, const Chosen& chosen,
 }
 
 // Whether the file's constants are those of the section, which count: some decimals are typed.
-void warn_of_other_cell(const qxmtz& mtz, const qxcell& cell) {
+void warn_of_other_cell(const char* format_name, const qxmtz& mtz, const qxcell& cell) {
   const double own[6] = {cell.a, cell.b, cell.c, cell.alpha, cell.beta, cell.gamma};
   constexpr double slack[6] = {1e-3, 1e-3, 1e-3, 0.1, 0.1, 0.1};  // edges relative, degrees
   const double* file = mtz.cell;
@@ -260,9 +285,9 @@ void warn_of_other_cell(const qxmtz& mtz, const qxcell& cell) {
   }
   if (same) return;
   qx::say(
-      "WARNING: the MTZ file has the cell %g %g %g %g %g %g, which is not that of the section: the "
+      "WARNING: the %s file has the cell %g %g %g %g %g %g, which is not that of the section: the "
       "section's is used \n",
-      file[0], file[1], file[2], file[3], file[4], file[5]);
+      format_name, file[0], file[1], file[2], file[3], file[4], file[5]);
 }
 
 bool has_operator(const qxspg& spg, const double op[16]) {
@@ -272,13 +297,13 @@ bool has_operator(const qxspg& spg, const double op[16]) {
   return false;
 }
 
-void warn_of_other_group(const qxmtz& mtz, const qxspg& spg) {
+void warn_of_other_group(const char* format_name, const qxmtz& mtz, const qxspg& spg) {
   if (spg.nops < 1 || qx::has_same_group(mtz, spg)) return;
   qx::say(
-      "WARNING: the MTZ file is of the space group %s, whose operators are not those of the "
+      "WARNING: the %s file is of the space group %s, whose operators are not those of the "
       "section: "
       "the section's are used \n",
-      mtz.spacegroup_name[0] ? mtz.spacegroup_name : "?");
+      format_name, mtz.spacegroup_name[0] ? mtz.spacegroup_name : "?");
 }
 
 }  // namespace
@@ -314,8 +339,10 @@ Status qx_build_qxrefdata_mtz(qxrefdata* refdata, const qxrefreject* reject, std
   const qx::RejectionRules rules = rules_of(*reject, apply != 0, *resol, *cell);
   Chosen chosen;
   QX_TRY(choose(*refdata, *mtz, chosen));
-  warn_of_other_cell(*mtz, *cell);
-  warn_of_other_group(*mtz, *spg);
+  const qx::FileFormat* format = qx::find_format(refdata->format);
+  const char* name = format ? format->name : "MTZ";
+  warn_of_other_cell(name, *mtz, *cell);
+  warn_of_other_group(name, *mtz, *spg);
   QX_TRY(record_cuts(rules));
   QX_TRY(qx::clear_reflections(*refdata));
   QX_TRY(adopt_names(*refdata, *mtz, chosen));

@@ -102,17 +102,6 @@ float stored(const qxrefdata& refdata, const qx::Column& column, std::int32_t i)
                                   : static_cast<float>(flag);
 }
 
-void set_range(qx::MtzColumn& column, std::int32_t n) {
-  bool first = true;
-  for (std::int32_t i = 0; i < n; ++i) {
-    const double value = static_cast<double>(column.values[i]);
-    if (!std::isfinite(value)) continue;
-    column.minimum = first ? value : std::min(column.minimum, value);
-    column.maximum = first ? value : std::max(column.maximum, value);
-    first = false;
-  }
-}
-
 // The column of the file that the data set's column was read from; null if it was not.
 Status find_source(const qxrefdata& refdata, const qx::Column& column,
                    const qx::MtzColumn*& source) {
@@ -147,7 +136,8 @@ Status add_column(qxmtz& mtz, const qxrefdata& refdata, const qx::Column& from, 
   if (wish && *wish) {
     qx::copy_text(label, wish);
   } else {
-    choose_label(mtz, source ? source->label : nullptr, from.word, label);
+    const bool own = source && refdata.format == qx::mtz_format;  // labels that MTZ files may have
+    choose_label(mtz, own ? source->label : nullptr, from.word, label);
   }
   qx::MtzColumn* column = qx::append(mtz.columns, "pm_col");
   if (!column) return failed;
@@ -231,7 +221,7 @@ void copy_derived(qxmtz& mtz, const qxrefdata& refdata, std::int32_t first) {
     if (!refdata.derived[i].wanted) continue;
     qx::MtzColumn& column = mtz.columns[first++];
     std::copy_n(refdata.derived[i].values, refdata.nreflections, column.values);
-    set_range(column, mtz.nreflections);
+    qx::set_range(column, mtz.nreflections);
   }
 }
 
@@ -265,7 +255,7 @@ Status add_columns(qxmtz& mtz, const qxrefdata& refdata, const char* const* labe
       const std::int32_t place = places[static_cast<std::size_t>(c - own)];
       copy_kept(refdata, refdata.mtz->columns[place], refdata.mtz->missing, values);
     }
-    set_range(mtz.columns[c], mtz.nreflections);
+    qx::set_range(mtz.columns[c], mtz.nreflections);
   }
   return ok;
 }

@@ -39,9 +39,7 @@ const qx::FileFormat* take_format(const char* heading) {
   do {
     if (qx::next_short_word(word) != ok) return nullptr;
   } while (qx::begins_with(word, "REFL"));
-  for (const qx::FileFormat& row : qx::file_formats()) {
-    if (std::strncmp(word, row.word, 3) == 0) return &row;
-  }
+  if (const qx::FileFormat* format = qx::find_format(word)) return format;
   if (word[0]) {
     (void)fail(heading, " Unknow reflection data type %s. \n", word);
   } else {
@@ -122,12 +120,7 @@ Status file_failed(const char* heading, const qx::FileFormat& format, const char
 Status read_file(const char* heading, const qx::FileFormat& format, qxrefdata& refdata,
                  const char* name) {
   QX_TRY(qx::forget_file(refdata));
-  if (format.read) {
-    if (format.read(&refdata, name) == ok) return ok;
-  } else {
-    (void)fail(heading, "Reading of %s reflection files has not been built yet. ", format.name);
-  }
-  return file_failed(heading, format, name);
+  return format.read(&refdata, name) == ok ? ok : file_failed(heading, format, name);
 }
 
 // A file that somebody takes for the whole of the input must not be short of rows in silence.
@@ -145,7 +138,7 @@ Status write_file(const qx::FileFormat& format, const char* name, const qxrefdat
                   const Labels* labels, bool others) {
   const char* wanted[qx::coid_count + 1] = {};
   for (int i = 1; labels && i <= qx::coid_count; ++i) wanted[i] = (*labels)[i].get();
-  QX_TRY(format.write(name, refdata, labels ? wanted : nullptr, others));
+  QX_TRY(qx::write_reflections(format, name, refdata, labels ? wanted : nullptr, others));
   tell_rows_left_out(refdata);
   return ok;
 }
@@ -184,9 +177,6 @@ Status qx_write_refdata_ctrl() {
   QX_TRY(take_file(heading, text));
   const PlainText name(text);
   if (refdata->nreflections < 1) return fail(heading, "There are no reflections to write. ");
-  if (!format->write) {
-    return fail(heading, "Writing of %s reflection files has not been built yet. ", format->name);
-  }
   const qx::Key key = qx::take_end("coid", text);
   if (key == qx::key_died) return failed;
   Labels labels;

@@ -19,6 +19,7 @@ void add_validate(CLI::App& app, int& status);
 void add_omit(CLI::App& app, int& status);
 void add_stats(CLI::App& app, int& status);
 void add_fofo(CLI::App& app, int& status);
+void add_convert(CLI::App& app, int& status);
 void add_free(CLI::App& app, int& status);
 
 // Takes what stands behind "--" of quorix batch off the line, for quorix map: the parser would take

@@ -7,9 +7,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 #include <zlib.h>
 
 namespace qx {
@@ -50,6 +54,34 @@ FileKind kind_of_text(const std::string& path) {
   return kind;
 }
 
+std::vector<double> numbers_in(const std::string& line) {
+  std::istringstream words(line);
+  std::vector<double> numbers;
+  for (std::string word; words >> word;) {
+    char* end = nullptr;
+    numbers.push_back(std::strtod(word.c_str(), &end));
+    if (*end != '\0') return {};
+  }
+  return numbers;
+}
+
+// Three indices and one to three numbers, between blanks or in the fields of such lists.
+bool is_listed(const std::string& line) {
+  std::string apart = line;
+  if (line.size() >= 28)
+    apart = line.substr(0, 4) + ' ' + line.substr(4, 4) + ' ' + line.substr(8, 4) + ' ' +
+            line.substr(12, 8) + ' ' + line.substr(20, 8) + ' ' + line.substr(28);
+  for (const std::string& text : {line, apart}) {
+    const std::vector<double> n = numbers_in(text);
+    if (n.size() < 4 || n.size() > 6) continue;
+    if (std::all_of(n.begin(), n.begin() + 3,
+                    [](double x) { return x == std::floor(x) && std::fabs(x) < 1e4; })) {
+      return true;
+    }
+  }
+  return false;
+}
+
 FileKind kind_of_content(const std::string& path) {
   std::string start;
   try {
@@ -63,10 +95,37 @@ FileKind kind_of_content(const std::string& path) {
   if (begins_like_a_page(start)) return FileKind::page;
   if (start.starts_with("<svg")) return FileKind::drawing;
   if (start.find('\0') != std::string::npos) return FileKind::other;
+  if (!table_word(start).empty()) return FileKind::table;
   return kind_of_text(path);
 }
 
 }  // namespace
+
+std::string table_word(const std::string& start) {
+  std::istringstream in(start);
+  std::vector<std::string> lines;
+  for (std::string line; lines.size() < 40 && std::getline(in, line);) {
+    while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back()))) line.pop_back();
+    lines.push_back(line);
+  }
+  if (lines.size() > 3 && lines[0] == "    1" && numbers_in(lines[2].substr(0, 60)).size() == 6) {
+    return "SCA";
+  }
+  const auto first = std::find(lines.begin(), lines.end(), "nH");
+  if (lines.end() - first > 2 && first[1] == "nK" && first[2] == "nL") return "DTR";
+  for (const std::string& line : lines) {
+    const std::string word = line.substr(std::min(line.size(), line.find_first_not_of(" \t")), 4);
+    for (const char* key : {"NREF", "DECL", "INDE"}) {
+      if (strcasecmp(word.c_str(), key) == 0) return "CNS";
+    }
+  }
+  std::erase_if(lines,
+                [](const std::string& s) { return s.empty() || s[0] == '#' || s[0] == '!'; });
+  const bool listed = lines.size() > 1
+                          ? is_listed(lines[0]) && (lines.size() < 3 || is_listed(lines[1]))
+                          : lines.size() == 1 && is_listed(lines[0]);
+  return listed ? "HKL" : "";
+}
 
 FileKind kind_of(const std::string& path) {
   struct stat state = {};
@@ -94,6 +153,8 @@ const char* name_of(FileKind kind) {
       return "an MTZ file";
     case FileKind::reflections:
       return "a file of reflections";
+    case FileKind::table:
+      return "a list of reflections";
     case FileKind::atoms:
       return "a file of coordinates";
     case FileKind::map:

@@ -13,6 +13,7 @@ enum class FileKind {
   empty,
   mtz,
   reflections,  // in mmCIF
+  table,        // reflections in another format of text
   atoms,        // PDB or mmCIF
   map,
   page,     // HTML
@@ -25,6 +26,9 @@ enum class FileKind {
 FileKind kind_of(const std::string& path);
 // "an MTZ file", "a map".
 const char* name_of(FileKind kind);
+
+// Which format of reflections, "CNS", "SCA", "DTR" or "HKL", a text begins like; empty: none.
+std::string table_word(const std::string& start);
 
 inline bool holds_reflections(FileKind kind) {
   return kind == FileKind::mtz || kind == FileKind::reflections;

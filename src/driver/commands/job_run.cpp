@@ -11,17 +11,33 @@
 
 namespace qx {
 
+namespace {
+
+FileKind kind_of_output(JobFile::Use use) {
+  switch (use) {
+    case JobFile::Use::writes_map:
+      return FileKind::map;
+    case JobFile::Use::writes_mmcif:
+      return FileKind::reflections;
+    case JobFile::Use::writes_table:
+      return FileKind::table;
+    default:
+      return FileKind::mtz;
+  }
+}
+
+}  // namespace
+
 void check_job_files(const JobText& text, const std::string& source, bool force) {
   std::vector<std::string> inputs;
   if (!source.empty()) inputs.push_back(source);
   std::vector<Output> outputs;
   for (const JobFile& file : text.files()) {
-    if (file.use == JobFile::Use::reads_reflections) {
+    if (file.use == JobFile::Use::reads_reflections || file.use == JobFile::Use::reads_table) {
       inputs.push_back(file.path);
       continue;
     }
-    const bool map = file.use == JobFile::Use::writes_map;
-    outputs.push_back({file.path, map ? FileKind::map : FileKind::mtz});
+    outputs.push_back({file.path, kind_of_output(file.use)});
     check_outputs(inputs, outputs, force);
   }
 }
@@ -34,6 +50,11 @@ void JobStandIns::stand_in(JobText& text) {
       if (!holds_reflections(kind)) continue;  // the engine tells what is wrong with it
       inputs_.push_back(readable_mtz(file.path));
       text.set_path(file, inputs_.back().path);
+    } else if (file.use == JobFile::Use::reads_table) {
+      if (kind_of(file.path) == FileKind::missing || !is_gzipped(file.path)) continue;
+      unpacked_.push_back(std::make_unique<TemporaryFile>());
+      unpack(file.path, *unpacked_.back());
+      text.set_path(file, unpacked_.back()->path());
     } else if (asks_for_gzip(file.path)) {
       outputs_.push_back(std::make_unique<OutputPlace>(file.path));
       text.set_path(file, outputs_.back()->path());

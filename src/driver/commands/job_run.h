@@ -26,6 +26,7 @@ class JobStandIns {
 
  private:
   std::vector<ReadableMtz> inputs_;
+  std::vector<std::unique_ptr<TemporaryFile>> unpacked_;
   std::vector<std::unique_ptr<OutputPlace>> outputs_;
 };
 

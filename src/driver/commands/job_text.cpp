@@ -40,8 +40,16 @@ std::optional<JobFile::Use> use_of(const std::string& command) {
   if (!reads && word_is(at, "ccp4")) return JobFile::Use::writes_map;
   while (word_is(at, "refl")) {
   }
-  if (!word_is(at, "mtz")) return {};
-  return reads ? JobFile::Use::reads_reflections : JobFile::Use::writes_reflections;
+  if (word_is(at, "mtz")) {
+    return reads ? JobFile::Use::reads_reflections : JobFile::Use::writes_reflections;
+  }
+  for (const char* word : {"cif", "mmc"}) {
+    if (word_is(at, word)) return reads ? JobFile::Use::reads_table : JobFile::Use::writes_mmcif;
+  }
+  for (const char* word : {"cns", "hkl", "sca", "dtr"}) {
+    if (word_is(at, word)) return reads ? JobFile::Use::reads_table : JobFile::Use::writes_table;
+  }
+  return {};
 }
 
 }  // namespace

@@ -21,7 +21,15 @@ struct JobPart {
 struct JobFile {
   const JobCommand* command = nullptr;
   std::string path;
-  enum class Use { reads_reflections, writes_reflections, writes_map } use;
+  // Tables of reflections in other formats than MTZ have uses of their own.
+  enum class Use {
+    reads_reflections,
+    writes_reflections,
+    reads_table,
+    writes_table,
+    writes_mmcif,
+    writes_map
+  } use;
 };
 
 class JobText {

@@ -35,7 +35,11 @@ void add_history(gemmi::Mtz& mtz, const std::string& line) {
 
 void write_mtz(const gemmi::Mtz& mtz, const std::string& path) {
   std::string bytes;
-  mtz.write_to_string(bytes);
+  try {
+    mtz.write_to_string(bytes);
+  } catch (const std::runtime_error& error) {
+    throw CommandError(2, path + " cannot be written: " + error.what());
+  }
   const OutputPlace place(path);
   write_whole(place.path(), bytes);
   place.deliver();

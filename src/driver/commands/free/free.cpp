@@ -44,6 +44,7 @@ void write(const FreeOptions& options, const ReflectionFile& file, const FreeFla
   if (!mtz.has_data() || mtz.nreflections != static_cast<int>(file.rows)) {
     throw CommandError(2, file.path + " cannot be written again");
   }
+  if (!mtz.spacegroup) mtz.spacegroup = file.group;
   const std::size_t at = flag_column(mtz, label).idx;
   const std::size_t width = mtz.columns.size();
   for (std::size_t i = 0; i < file.rows; ++i) {
