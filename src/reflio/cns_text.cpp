@@ -48,6 +48,8 @@ class Words {
     at_ = word.size > 0 ? word.end() : at_;
     return word;
   }
+  // A brace that closes no comment is no word either.
+  [[nodiscard]] bool ended() const { return !*at_; }
   // The word behind; it stays to be taken.
   Word peek() {
     const char* const at = at_;
@@ -293,6 +295,7 @@ Status read_rows(TableText& table, Objects& objects, std::int32_t& declared, Row
       QX_TRY(read_values(table, words, *object, row.values));
     }
   }
+  if (!words.ended()) return table.broken("a word that is no part of such a file");
   return row.begun ? table.add_row(row.values) : ok;
 }
 

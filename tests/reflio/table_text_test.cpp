@@ -152,6 +152,7 @@ TEST_F(TableText, damagedFilesAreRefused) {
                {"cif", "data_x\nloop_\n_refln.index_h\n_refln.index_k\n_refln.index_l\n1 2\n",
                 "a loop ends within a row"},
                {"cns", "INDE 1 2 x\n", "INDEx without h, k, l"},
+               {"cns", "INDE 1 2 3 FOBS= 1 } INDE 1 2 4 FOBS= 2\n", "a word that is no part"},
                {"cns", std::string("INDE 1 2\0 3\n", 12), "is no text"},
                {"hkl", "", "There are no reflections"}};
   for (const auto& c : cases) {
