@@ -84,7 +84,8 @@ QX_API qx_status qx_calc_density_correlation(double radius, int32_t n, const int
 // A map of a whole cell has no points until they are asked for: writing it makes them plane by
 // plane and forgets them. This makes them stay, for qx_get_map_view; replaces nothing else.
 QX_API qx_status qx_make_map_density(void);
-// Writes the map to its path in the format "ccp4", "cns", "quorix" or "xyz"; only the first exists.
+// Writes the map to its path in the format "ccp4", "cns" (text), "cns_unformatted" or
+// "xyz" (a line a point); "quorix" does not exist.
 QX_API qx_status qx_write_map(const char* format);
 
 // The box as a CCP4 map at the map's path: 32-bit reals, axes in the order x, y, z.

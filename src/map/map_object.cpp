@@ -6,6 +6,7 @@
 #include "core/slot.h"
 #include "crystal/reflections.h"
 #include "map/map.h"
+#include "map/other_maps.h"
 
 #include <quorix/engine.h>
 #include <quorix/memory.h>
@@ -60,10 +61,17 @@ Status qx_set_map_default() {
 
 Status qx_write_map(const char* format) {
   constexpr auto here = "qx_write_map():";
-  const qxmap* map = nullptr;
+  qxmap* map = nullptr;
   QX_TRY(qx::require(here, qx_get_qxmap, map, "qxmap object has not been created yet."));
   if (!qx::has_density(*map)) return fail(here, "There is no way to get map coefficients.");
   if (std::strcmp(format, "ccp4") == 0) return qx_wr_ccp4_map();
+  constexpr std::pair<const char*, qx::OtherMap> others[] = {
+      {"cns", qx::OtherMap::cns_formatted},
+      {"cns_unformatted", qx::OtherMap::cns_unformatted},
+      {"xyz", qx::OtherMap::points}};
+  for (const auto& [name, other] : others) {
+    if (std::strcmp(format, name) == 0) return qx::write_other_map(here, *map, other);
+  }
   return fail(here, "Feature for writing %s map has not been implemented yet.", format);
 }
 

@@ -1,6 +1,7 @@
 #include "sections/map_commands.h"
 
 #include "core/tagged.h"
+#include "map/other_maps.h"
 #include "sections/values.h"
 
 #include <quorix/parser.h>
@@ -146,8 +147,12 @@ Status write_map_as_told(const char* heading, qxmap& map) {
   QX_TRY(text_of(take_word(word), word));
   const char* format = format_of(word);
   if (!format) return fail(heading, "Unknown map format: %s", word);
-  if (std::strcmp(format, "cns") == 0 && !take_key("unformatted") && !take_key("formatted")) {
-    return fail(heading, "Has not declared to write formated or unformated map file.");
+  bool unformatted = false;
+  if (std::strcmp(format, "cns") == 0) {
+    unformatted = take_key("unformatted");
+    if (!unformatted && !take_key("formatted")) {
+      return fail(heading, "Has not declared to write formated or unformated map file.");
+    }
   }
   const char* path = "";
   QX_TRY(text_of(take_name("file", path), path));
@@ -157,7 +162,8 @@ Status write_map_as_told(const char* heading, qxmap& map) {
   QX_TRY(release(map.path));
   map.path = copy;
   QX_TRY(take_options(heading, map));
-  return qx_write_map(format);
+  return unformatted ? write_other_map(heading, map, OtherMap::cns_unformatted)
+                     : qx_write_map(format);
 }
 
 }  // namespace qx

@@ -264,7 +264,7 @@ INSTANTIATE_TEST_SUITE_P(
               "\nUnknown value \"maybe\" for symm.\n"},
         Fault{FROM_INPUT "generate\nwrite ccp4 file x origin one",
               "\nUnknown value \"one\" for origin.\n"},
-        Fault{FROM_INPUT "generate\nwrite cns unformatted file x", "has not been implemented yet."},
+        Fault{FROM_INPUT "generate\nwrite quorix file x", "has not been implemented yet."},
         Fault{FROM_INPUT "generate\nwrite ccp4 file /no/such/place",
               "\nFailed to open file \"/no/such/place\" \n"}));
 

@@ -1,6 +1,7 @@
 #include "driver/commands/file_kind.h"
 
 #include "driver/commands/command_error.h"
+#include "driver/commands/info/foreign_maps.h"
 #include "driver/commands/readable_file.h"
 
 #include <quorix/map.h>
@@ -91,6 +92,7 @@ FileKind kind_of_content(const std::string& path) {
   }
   if (start.starts_with("MTZ ")) return FileKind::mtz;
   if (qx_starts_ccp4_map(start.data(), start.size()) == 1) return FileKind::map;
+  if (!foreign_map_name(start).empty()) return FileKind::map;
   if (start.starts_with(script_mark)) return FileKind::script;
   if (begins_like_a_page(start)) return FileKind::page;
   if (start.starts_with("<svg")) return FileKind::drawing;

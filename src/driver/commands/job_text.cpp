@@ -37,7 +37,9 @@ std::optional<JobFile::Use> use_of(const std::string& command) {
   const char* at = command.c_str();
   const bool reads = word_is(at, "read");
   if (!reads && !word_is(at, "writ")) return {};
-  if (!reads && word_is(at, "ccp4")) return JobFile::Use::writes_map;
+  for (const char* word : {"ccp4", "cns", "xyz"}) {
+    if (!reads && word_is(at, word)) return JobFile::Use::writes_map;
+  }
   while (word_is(at, "refl")) {
   }
   if (word_is(at, "mtz")) {

@@ -1,6 +1,7 @@
 // quorix info: what is in a file.
 #include "driver/commands/commands.h"
 #include "driver/commands/engine_run.h"
+#include "driver/commands/info/foreign_maps.h"
 #include "driver/commands/info/map_facts.h"
 #include "driver/commands/info/reflection_facts.h"
 #include "driver/commands/option_facts.h"
@@ -50,6 +51,8 @@ int run(const Options& options) {
   const std::string start = first_bytes(options.path, 4096);
   if (qx_starts_ccp4_map(start.data(), start.size()) == 1) {
     show(read_map_facts(options.path, options.verbose), options.json);
+  } else if (!foreign_map_name(start).empty()) {
+    show(read_foreign_map_facts(options.path), options.json);
   } else {
     Engine engine(options.verbose);
     show(read_reflection_facts(engine, options.path), options.json);
@@ -63,8 +66,9 @@ void add_info(CLI::App& app, int& status) {
   auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand("info", "What is in a reflection file or a map");
   command
-      ->add_option("FILE", options->path,
-                   "MTZ, structure-factor mmCIF or CCP4 map, also gzipped; told by its content")
+      ->add_option(
+          "FILE", options->path,
+          "MTZ, structure-factor mmCIF, CCP4 or CNS map, also gzipped; told by its content")
       ->required()
       ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz ccp4 map mrc ccp4.gz map.gz mrc.gz"));
   command->footer(closing);

@@ -197,6 +197,11 @@ std::vector<std::string> MapFacts::operators() const {
   return records.empty() ? operators_of_group(map.space_group) : records;
 }
 
+void note_density(const double* values, MapFacts& facts) {
+  note_statistics(facts.map, values, facts);
+  facts.symmetry = symmetry_of(facts.map, values, facts.operators());
+}
+
 MapFacts read_map_facts(const std::string& path, bool verbose) {
   const ReadableMap readable(path);
   MapFacts facts;
@@ -237,7 +242,7 @@ MapFacts read_map_facts(const std::string& path, bool verbose,
 Json to_json(const MapFacts& facts) {
   const qx_ccp4_map& map = facts.map;
   return {{"file", facts.file},
-          {"format", "CCP4 map"},
+          {"format", facts.format},
           {"points", map.counts},
           {"starts", map.starts},
           {"intervals", map.intervals},
@@ -259,22 +264,26 @@ Json to_json(const MapFacts& facts) {
 void tell(std::ostream& out, const MapFacts& facts) {
   const qx_ccp4_map& map = facts.map;
   const auto& c = map.cell;
-  out << "file        " << facts.file << ", CCP4 map of " << mode_text(facts.mode) << ", "
-      << byte_order(facts) << '\n'
+  const bool ccp4 = facts.format == "CCP4 map";
+  out << "file        " << facts.file << ", " << facts.format;
+  if (ccp4) out << " of " << mode_text(facts.mode) << ", " << byte_order(facts);
+  out << '\n'
       << "points      " << triple(map.counts) << " along x y z, from " << triple(map.starts)
       << ", of " << triple(map.intervals) << " in the cell: " << coverage(map) << '\n'
       << "axes        columns, rows, sections run along " << facts.axis_order << '\n'
       << format("cell        %g %g %g A, %g %g %g degrees\n", c[0], c[1], c[2], c[3], c[4], c[5])
       << format("group       %s (number %d), %zu symmetry records\n", facts.group().c_str(),
-                map.space_group, facts.records.size())
-      << "origin      " << facts.origin << " (words 50-52)\n"
-      << format(
-             "density     minimum %g, maximum %g, mean %g, rms %g about zero, %g about the mean\n",
-             facts.minimum, facts.maximum, facts.mean, facts.rms, facts.deviation)
-      << format("header says minimum %g, maximum %g, mean %g; word 55 is %g: %s\n", map.minimum,
-                map.maximum, map.mean, map.rms,
-                rms_text(map.rms, facts.rms, facts.deviation).c_str())
-      << "symmetry    " << facts.symmetry.text() << '\n';
+                map.space_group, facts.records.size());
+  if (ccp4) out << "origin      " << facts.origin << " (words 50-52)\n";
+  out << format(
+      "density     minimum %g, maximum %g, mean %g, rms %g about zero, %g about the mean\n",
+      facts.minimum, facts.maximum, facts.mean, facts.rms, facts.deviation);
+  if (ccp4) {
+    out << format("header says minimum %g, maximum %g, mean %g; word 55 is %g: %s\n", map.minimum,
+                  map.maximum, map.mean, map.rms,
+                  rms_text(map.rms, facts.rms, facts.deviation).c_str());
+  }
+  out << "symmetry    " << facts.symmetry.text() << '\n';
   for (const std::string& label : facts.labels) out << "label       " << label << '\n';
 }
 

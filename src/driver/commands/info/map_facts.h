@@ -25,7 +25,7 @@ struct SymmetryFacts {
 };
 
 struct MapFacts {
-  std::string file;
+  std::string file, format = "CCP4 map";
   qx_ccp4_map map = {};  // of its header; the density is gone
   std::int32_t mode = 2;
   std::string axis_order;  // "xyz": columns run along x
@@ -47,6 +47,9 @@ MapFacts read_map_facts(const std::string& path, bool verbose);
 // Also hands the density on while it is there; `visit` gives false after a report of the engine.
 MapFacts read_map_facts(const std::string& path, bool verbose,
                         const std::function<bool(const qx_ccp4_map&, const MapFacts&)>& visit);
+
+// What is told of a density that `facts.map` describes, [z][y][x].
+void note_density(const double* values, MapFacts& facts);
 
 // Under names that scripts can rely on.
 nlohmann::ordered_json to_json(const MapFacts& facts);
