@@ -1,10 +1,9 @@
 // Shells of equal volume in reciprocal space.
 #pragma once
 
-#include "driver/commands/reflection_file.h"
-
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 
 namespace qx {
 

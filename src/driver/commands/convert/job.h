@@ -16,6 +16,7 @@ class App;
 namespace qx {
 
 class TemporaryFile;
+struct ShellLimits;
 
 struct ConvertOptions {
   std::string input, output, from, to, space_group;
@@ -58,6 +59,12 @@ struct Merging {
   MergingShell overall;
   std::size_t left_out = 0;  // observations without a value or an error
 };
+
+// How many unique reflections each of the shells holds; empty if they are too many to be gone
+// through.
+std::vector<std::size_t> possible_by_shell(const gemmi::UnitCell& cell,
+                                           const gemmi::SpaceGroup* group,
+                                           const ShellLimits& limits);
 
 // Merged intensities of an unmerged file in its place; throws CommandError.
 Merging merge(gemmi::Mtz& mtz, const ConvertOptions& options);

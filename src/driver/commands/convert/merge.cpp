@@ -2,7 +2,6 @@
 #include "driver/commands/command_error.h"
 #include "driver/commands/convert/job.h"
 #include "driver/commands/resolution_shells.h"
-#include "driver/commands/unique_reflections.h"
 
 #include <gemmi/merge.hpp>
 #include <map>
@@ -112,14 +111,10 @@ Merging count(const gemmi::Intensities& intensities, int shells) {
     sums[shell_at(first->hkl)].add(first, n);
     all.add(first, n);
   });
-  const gemmi::UnitCell& c = intensities.unit_cell;
-  const double cell[6] = {c.a, c.b, c.c, c.alpha, c.beta, c.gamma};
-  if (are_countable(cell, limits.high)) {
-    for_all_unique(c, intensities.spacegroup, limits.high, limits.low,
-                   [&](const gemmi::Miller& hkl) {
-                     ++sums[shell_at(hkl)].possible;
-                     ++all.possible;
-                   });
+  const auto possible = possible_by_shell(intensities.unit_cell, intensities.spacegroup, limits);
+  for (std::size_t i = 0; i < possible.size(); ++i) {
+    sums[i].possible = possible[i];
+    all.possible += possible[i];
   }
   Merging merging;
   for (int i = 0; i < shells; ++i) {
