@@ -16,6 +16,24 @@ typedef struct qx_density_peak {
   int32_t indices[3];  // of the grid point that it was found at
 } qx_density_peak;
 
+// Points that follow each other along x, all beyond a level.
+typedef struct qx_density_run {
+  int32_t at[3];  // place of the first in the box
+  int32_t count;
+  int32_t cell[3];  // by how many periods they are away where the blob is in one piece
+  int64_t blob;     // which one they belong to, from 0
+} qx_density_run;
+
+// Points that are connected by their faces, all beyond a level.
+typedef struct qx_density_blob {
+  int64_t points;
+  double sum;   // of the densities
+  double peak;  // the highest, or deepest, of them
+  // Of the blob in one piece, which may reach beyond the cell:
+  int32_t indices[3];  // grid point that has the peak
+  double centroid[3];  // fractional, by density
+} qx_density_blob;
+
 QX_C_BEGIN
 
 // The block of the last map's density, which qx_get_map_view describes, leaves the engine: it is
@@ -44,6 +62,23 @@ QX_API void qx_interpolate_density(const qx_density_box* box, int32_t order, int
 // stored, and the number of all is given. Points at the border of a part of the cell are none.
 QX_API int64_t qx_find_density_peaks(const qx_density_box* box, double level, int64_t capacity,
                                      qx_density_peak* peaks);
+
+// Marks with 1 the points within `radius` Angstrom of fractional places, in the cell (Angstrom and
+// degrees) all of whose periods are reached; `mask` has a byte for each point, in their order.
+QX_API void qx_mask_density_box(const qx_density_box* box, const double cell[6], double radius,
+                                int64_t n, const double (*places)[3], uint8_t* mask);
+
+// How many runs there are of points of at least `level` (of at most it, if it is below 0) that are
+// not in `mask`; null: none is.
+QX_API int64_t qx_count_density_runs(const qx_density_box* box, double level, const uint8_t* mask);
+// The same runs in the order of the box, and the number of blobs that they belong to, numbered by
+// their first runs. A cell's blobs go on behind its borders, those of a part end there. `rows` is
+// scratch for one more than the rows of the box.
+QX_API int64_t qx_find_density_runs(const qx_density_box* box, double level, const uint8_t* mask,
+                                    int64_t* rows, qx_density_run* runs);
+QX_API void qx_measure_density_blobs(const qx_density_box* box, int64_t nruns,
+                                     const qx_density_run* runs, int64_t nblobs,
+                                     qx_density_blob* blobs);
 
 // A CCP4 map with a zero origin and, if wanted, the operators; cell and group are the crystal's.
 // `kind` stands in label 2.

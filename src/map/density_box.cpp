@@ -1,6 +1,7 @@
 // Boxes of density that live outside the engine.
 #include "core/memory_system.h"
 #include "core/report.h"
+#include "map/blobs.h"
 #include "map/box.h"
 #include "map/interpolate.h"
 #include "map/map.h"
@@ -80,4 +81,27 @@ std::int64_t qx_find_density_peaks(const qx_density_box* box, double level, std:
 void qx_interpolate_density(const qx_density_box* box, std::int32_t order, std::int64_t n,
                             const double (*points)[3], double* values) {
   for (std::int64_t i = 0; i < n; ++i) values[i] = qx::interpolate(*box, order, points[i]);
+}
+
+void qx_mask_density_box(const qx_density_box* box, const double cell[6], double radius,
+                         std::int64_t n, const double (*places)[3], std::uint8_t* mask) {
+  const qx::MaskGrid grid = qx::mask_grid(*box, cell);
+  for (std::int64_t i = 0; i < n; ++i) qx::mask_place(*box, grid, places[i], radius, mask);
+}
+
+std::int64_t qx_count_density_runs(const qx_density_box* box, double level,
+                                   const std::uint8_t* mask) {
+  return qx::count_runs(*box, level, mask);
+}
+
+std::int64_t qx_find_density_runs(const qx_density_box* box, double level, const std::uint8_t* mask,
+                                  std::int64_t* rows, qx_density_run* runs) {
+  qx::collect_runs(*box, level, mask, rows, runs);
+  return qx::join_runs(*box, rows, runs);
+}
+
+void qx_measure_density_blobs(const qx_density_box* box, std::int64_t nruns,
+                              const qx_density_run* runs, std::int64_t nblobs,
+                              qx_density_blob* blobs) {
+  qx::measure_blobs(*box, nruns, runs, nblobs, blobs);
 }

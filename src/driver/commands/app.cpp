@@ -51,10 +51,10 @@ struct Subcommand {
   void (*add)(CLI::App& app, int& status);
 };
 constexpr Subcommand subcommands[] = {
-    {"map", add_map},    {"info", add_info},         {"run", add_run},   {"fcalc", add_fcalc},
-    {"maps", add_maps},  {"validate", add_validate}, {"omit", add_omit}, {"stats", add_stats},
-    {"fofo", add_fofo},  {"convert", add_convert},   {"free", add_free}, {"report", add_report},
-    {"batch", add_batch}};
+    {"map", add_map},     {"info", add_info},         {"run", add_run},   {"fcalc", add_fcalc},
+    {"maps", add_maps},   {"validate", add_validate}, {"omit", add_omit}, {"stats", add_stats},
+    {"fofo", add_fofo},   {"convert", add_convert},   {"free", add_free}, {"report", add_report},
+    {"peaks", add_peaks}, {"batch", add_batch}};
 
 }  // namespace
 

@@ -18,6 +18,7 @@ void add_maps(CLI::App& app, int& status);
 void add_validate(CLI::App& app, int& status);
 void add_omit(CLI::App& app, int& status);
 void add_stats(CLI::App& app, int& status);
+void add_peaks(CLI::App& app, int& status);
 void add_fofo(CLI::App& app, int& status);
 void add_convert(CLI::App& app, int& status);
 void add_free(CLI::App& app, int& status);

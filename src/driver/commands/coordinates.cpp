@@ -353,6 +353,14 @@ std::vector<std::array<double, 3>> Coordinates::positions() const {
   return list;
 }
 
+std::vector<bool> Coordinates::waters() const {
+  std::vector<bool> list;
+  for_each_place(*structure_, [&](const auto&, const auto& residue, const auto&) {
+    list.push_back(residue.is_water());
+  });
+  return list;
+}
+
 bool Coordinates::fill_model() const {
   Arrays a;
   for_each_entry(*structure_, deuterium_,

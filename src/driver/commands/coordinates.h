@@ -58,6 +58,7 @@ class Coordinates {
   // As PDB records that a viewer reads, chain names cut short where that format asks for it.
   [[nodiscard]] std::string pdb_text() const;
   [[nodiscard]] std::vector<std::array<double, 3>> positions() const;  // Angstrom
+  [[nodiscard]] std::vector<bool> waters() const;                      // which atoms are of water
   // Appends the atoms to the engine's model as one entry; false after a report. A hydrogen with a
   // fraction of deuterium becomes two.
   [[nodiscard]] bool fill_model() const;

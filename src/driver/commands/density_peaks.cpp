@@ -1,7 +1,5 @@
 #include "driver/commands/density_peaks.h"
 
-#include "driver/commands/coordinates.h"
-
 #include <algorithm>
 #include <cmath>
 #include <unordered_set>
@@ -20,32 +18,40 @@ std::vector<qx_density_peak> all_peaks(const qx_density_box& box, double level) 
   return peaks;
 }
 
-// The same for all grid points of an orbit.
-std::int64_t orbit_of(const qx_density_peak& peak, const qx_density_box& box,
+std::size_t place_of(const qx_density_peak& peak, const qx_density_box& box) {
+  std::size_t place = 0;
+  for (int axis = 2; axis >= 0; --axis) {
+    place = place * static_cast<std::size_t>(box.counts[axis]) +
+            static_cast<std::size_t>(peak.indices[axis] - box.starts[axis]);
+  }
+  return place;
+}
+
+}  // namespace
+
+std::int64_t orbit_of(const std::int32_t (&indices)[3], const std::int32_t (&n)[3],
                       const std::vector<gemmi::Op>& operators) {
-  const auto& n = box.intervals;
-  const std::array<double, 3> at = {static_cast<double>(peak.indices[0]) / n[0],
-                                    static_cast<double>(peak.indices[1]) / n[1],
-                                    static_cast<double>(peak.indices[2]) / n[2]};
+  const std::array<double, 3> at = {static_cast<double>(indices[0]) / n[0],
+                                    static_cast<double>(indices[1]) / n[1],
+                                    static_cast<double>(indices[2]) / n[2]};
   std::int64_t least = std::numeric_limits<std::int64_t>::max();
   for (const gemmi::Op& op : operators) {
-    const auto mate = op.apply_to_xyz(at);
+    const auto mate =
+        op.apply_to_xyz(at);  // the nearest point, on grids that do not suit the group
     std::int64_t number = 0;
     for (std::size_t a = 0; a < 3; ++a) {
-      std::int64_t i = std::llround(mate[a] * n[a]) % n[a];
-      if (i < 0) i += n[a];
-      number = number * n[a] + i;
+      const std::int64_t i = std::llround(mate.at(a) * n[a]) % n[a];
+      number = number * n[a] + (i < 0 ? i + n[a] : i);
     }
     least = std::min(least, number);
   }
   return least;
 }
 
-}  // namespace
-
 std::vector<DensityPeakSite> find_density_peaks(const qx_density_box& box,
                                                 const DensityCrystal& crystal, double level,
-                                                double rms, const Coordinates* model) {
+                                                double rms, const Coordinates* model,
+                                                const std::uint8_t* mask) {
   std::vector<qx_density_peak> peaks = all_peaks(box, level);
   std::stable_sort(peaks.begin(), peaks.end(), [](const auto& a, const auto& b) {
     return std::fabs(a.height) > std::fabs(b.height);
@@ -53,16 +59,12 @@ std::vector<DensityPeakSite> find_density_peaks(const qx_density_box& box,
   const Surroundings surroundings(crystal, model);
   std::unordered_set<std::int64_t> seen;
   std::vector<DensityPeakSite> sites;
-  std::vector<std::size_t> atoms;
   for (const qx_density_peak& peak : peaks) {
-    if (!seen.insert(orbit_of(peak, box, crystal.operators)).second) continue;
-    DensityPeakSite site = {surroundings.nearest(peak.fractional), peak.height, peak.height / rms};
-    if (model) atoms.push_back(static_cast<std::size_t>(site.atom));
-    sites.push_back(std::move(site));
+    if (mask && mask[place_of(peak, box)]) continue;
+    if (!seen.insert(orbit_of(peak.indices, box.intervals, crystal.operators)).second) continue;
+    sites.push_back({surroundings.nearest(peak.fractional), peak.height, peak.height / rms});
   }
-  if (!model) return sites;
-  const std::vector<std::string> names = model->names_of_atoms(atoms);
-  for (std::size_t i = 0; i < sites.size(); ++i) sites[i].name = names[i];
+  add_names(sites, model);
   return sites;
 }
 

@@ -43,6 +43,7 @@ std::string other_name(const Output& output) {
                        : output.kind == FileKind::page    ? ".html"
                        : output.kind == FileKind::mtz     ? ".mtz"
                        : output.kind == FileKind::drawing ? ".svg"
+                       : output.kind == FileKind::atoms   ? ".pdb"
                                                           : ".txt";
   const fs::path path(output.path);
   fs::path stem = path.filename();

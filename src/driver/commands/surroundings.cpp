@@ -2,6 +2,7 @@
 
 #include "driver/commands/coordinates.h"
 #include "driver/commands/group_name.h"
+#include "driver/commands/info/map_symmetry.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,7 +17,7 @@ DensityCrystal density_crystal(const double* c, const std::string& group,
     for (const gemmi::Op& op : known->operations()) crystal.operators.push_back(op);
   } else {
     for (const std::string& text : operators) {
-      crystal.operators.push_back(gemmi::parse_triplet(text));
+      crystal.operators.push_back(read_operator(text));
     }
   }
   if (crystal.operators.empty()) crystal.operators.push_back(gemmi::Op::identity());

@@ -104,6 +104,8 @@ class Batch {
   void check_inputs() const {
     for (std::size_t i = slice_.first; i < slice_.last; ++i) {
       if (folder(i).takes_place_of(sets_[i].path)) refuse_to_replace(sets_[i].path);
+      const std::string& model = sets_[i].model;
+      if (!model.empty() && folder(i).takes_place_of(model)) refuse_to_replace(model);
     }
   }
 
@@ -165,7 +167,7 @@ class Batch {
       }
       const auto result = pool.wait(0.2);
       progress.refresh();
-      if (result) finish(*result, progress);
+      if (result) go_on(*result, pool, progress);
     }
     pool.end_all();
     for (const auto& [item, unused] : running_) folder(item).clear_work();
@@ -195,6 +197,30 @@ class Batch {
       refused.reason = error.what();
     }
     finish(refused, progress);
+  }
+
+  // From the maps to what is in them, if that is wanted, and to the record.
+  void go_on(const ChildResult& result, Pool& pool, BatchProgress& progress) {
+    const auto made = made_.find(result.item);
+    if (made == made_.end()) {
+      if (!result.done || !sets_[result.item].peaks) return finish(result, progress);
+      ChildResult refused = result;
+      try {
+        pool.start(result.item, folder(result.item).search(result));
+        made_[result.item] = result;
+        return;
+      } catch (const CommandError& error) {
+        refused.done = false;
+        refused.reason = error.what();
+      }
+      return finish(refused, progress);
+    }
+    ChildResult both = result;
+    both.found = result.output;
+    both.output = made->second.output;
+    both.seconds += made->second.seconds;
+    made_.erase(made);
+    finish(both, progress);
   }
 
   void finish(const ChildResult& result, BatchProgress& progress) {
@@ -241,7 +267,8 @@ class Batch {
   Slice slice_;
   fs::path output_;
   std::optional<SharedGrids> grids_;
-  std::map<std::size_t, Json> running_;  // and what their records must agree with
+  std::map<std::size_t, Json> running_;      // and what their records must agree with
+  std::map<std::size_t, ChildResult> made_;  // maps that are being searched
   std::size_t taken_over_ = 0, failures_told_ = 0;
   double rate_ = 0.0, seconds_ = 0.0;
 };
@@ -249,8 +276,14 @@ class Batch {
 int run(const BatchOptions& options) {
   check_options(options);
   BatchInputs inputs = find_data_sets(options.inputs, options.output);
-  if (options.maps) {
-    for (DataSet& set : inputs.sets) find_model(set, options.model);
+  for (DataSet& set : inputs.sets) {
+    set.with_model = options.maps;
+    set.peaks = options.peaks;
+    if (options.maps) {
+      find_model(set, options.model);
+    } else if (options.peaks) {
+      find_model_if_any(set, options.model);
+    }
   }
   for (const std::string& note : inputs.notes) std::cerr << "quorix batch: " << note << '\n';
   if (inputs.sets.empty()) {

@@ -194,7 +194,6 @@ std::string names_of(const std::vector<fs::path>& paths) {
 }  // namespace
 
 void find_model(DataSet& set, const std::string& pattern) {
-  set.with_model = true;
   const fs::path folder = fs::path(set.path).parent_path();
   if (!pattern.empty()) {
     set.model = pattern;
@@ -217,6 +216,11 @@ void find_model(DataSet& set, const std::string& pattern) {
   } else {
     set.problem = "several models stand beside the data:" + names_of(models);
   }
+}
+
+void find_model_if_any(DataSet& set, const std::string& pattern) {
+  find_model(set, pattern);
+  if (pattern.empty()) set.problem.clear();
 }
 
 }  // namespace qx

@@ -11,6 +11,7 @@ struct DataSet {
   std::string path;          // of the reflections
   std::string name;          // of its folder and the beginning of its maps' names; no two share one
   bool with_model = false;   // maps are made of observations and a model
+  bool peaks = false;        // are looked for in the map
   std::string model = {};    // empty: none was found
   std::string problem = {};  // why not
 };
@@ -29,5 +30,7 @@ BatchInputs find_data_sets(const std::vector<std::string>& arguments,
 // data's file name without its ending and {folder} its folder; without a pattern the coordinates
 // beside the data that share their name, else the only ones there.
 void find_model(DataSet& set, const std::string& pattern);
+// The same where a model serves if there is one: none is no problem, nor are several.
+void find_model_if_any(DataSet& set, const std::string& pattern);
 
 }  // namespace qx

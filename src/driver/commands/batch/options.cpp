@@ -62,7 +62,9 @@ name, else the only ones in its folder) or with that of --model:
   quorix batch screen/ -o out --maps --model '{folder}/dimple.pdb' -- --dmin 1.8
 
 Each data set gets a folder in OUT with its maps and a record, result.json. OUT/results.tsv and
-OUT/results.json have a row for each: status, reason, resolution, group, grid, rms, files; with --maps also R factors.
+OUT/results.json have a row for each: status, reason, resolution, group, grid, rms, files; with --maps also R factors, with
+--peaks the highest peak and the largest blob above zero, with the nearest atom of the model:
+  quorix batch screen/ -o out --maps --peaks
 
 Exit status:
   0    every data set is done
@@ -97,10 +99,15 @@ void add_work_options(CLI::App& command, BatchOptions& o) {
                    "of quorix map");
   command
       .add_option("--model", o.model,
-                  "With --maps: the model, {name} and {folder} in it being those of each data set "
+                  "With --maps or --peaks: the model, {name} and {folder} in it being those of "
+                  "each data set "
                   "(default: what stands beside the data)")
       ->type_name("FILE")
       ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
+  command.add_flag("--peaks", o.peaks,
+                   "Look for peaks and blobs in each difference map (without one in the 2mFo-DFc "
+                   "map), beside the model if there is one: the first of them in the table, ten in "
+                   "the record, dummy atoms in NAME_sites.pdb");
   command.add_flag("--shared-grid", o.shared_grid,
                    "One grid for all data sets of a space group: the largest counts that any of "
                    "them needs along each axis");
@@ -149,7 +156,9 @@ Slice slice_of(const std::string& range, std::size_t count) {
 
 void check_options(const BatchOptions& options) {
   if (options.maps) return check_maps_options(options);
-  if (!options.model.empty()) throw CommandError(2, "--model belongs to --maps: give both");
+  if (!options.model.empty() && !options.peaks) {
+    throw CommandError(2, "--model belongs to --maps or --peaks: give both");
+  }
   MapOptions map;
   CLI::App app;
   add_map_options(app, map);

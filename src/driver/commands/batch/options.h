@@ -16,6 +16,7 @@ struct BatchOptions {
   int jobs = 0;          // 0: the processors available
   double timeout = 0.0;  // seconds, 0: none
   bool maps = false;     // of observations and a model
+  bool peaks = false;    // are looked for in the maps
   bool shared_grid = false, resume = false, overwrite = false, gather = false, quiet = false;
 };
 

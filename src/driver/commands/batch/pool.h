@@ -19,6 +19,7 @@ struct ChildResult {
   std::string reason;  // why not, in one line
   bool timed_out = false;
   std::string output, errors;  // what it said, no more than the end of it
+  std::string found;           // what a search in the maps said
   double seconds = 0.0;
 };
 

@@ -79,6 +79,9 @@ std::string doubt_of(const Json& record, const Json& wanted, const fs::path& fol
   if (record.value("model", Json()) != wanted.value("model", Json())) {
     return "made with another model, or the model has changed";
   }
+  if (record.value("peaks", Json()) != wanted.value("peaks", Json())) {
+    return wanted.contains("peaks") ? "made without peaks" : "made with peaks";
+  }
   if (record.at("option_files") != wanted.at("option_files"))
     return "a file that the options name has changed";
   if (record.at("status") != "done") return {};
@@ -134,7 +137,8 @@ Json DataSetFolder::wanted(const std::vector<std::string>& map_options) const {
                {"input", stamp_of(set_.path)},
                {"options", map_options},
                {"option_files", files}};
-  if (set_.with_model) json["model"] = stamp_of(set_.model);
+  if (set_.with_model || !set_.model.empty()) json["model"] = stamp_of(set_.model);
+  if (set_.peaks) json["peaks"] = true;
   return Json::parse(text_of(json));  // comparable with what a file gives back
 }
 
@@ -162,6 +166,7 @@ bool DataSetFolder::takes_place_of(const fs::path& input) const {
   const std::string name = input.filename().string();
   return fs::equivalent(input.parent_path(), folder_, error) &&
          (name == "result.json" || name == "log.txt" || name.ends_with(".ccp4") ||
+          (set_.peaks && name == set_.name + "_sites.pdb") ||
           (set_.with_model && name == set_.name + ".mtz"));
 }
 
@@ -212,6 +217,29 @@ std::vector<std::string> DataSetFolder::begin(const std::vector<std::string>& ma
   return arguments;
 }
 
+std::string DataSetFolder::map_to_search(const Json& report) const {
+  if (set_.with_model) return set_.name + ".mtz";
+  std::string file;
+  for (const Json& map : report) {
+    file = fs::path(map.at("map").get<std::string>()).filename().string();
+  }
+  return file;  // the difference map is the last
+}
+
+std::vector<std::string> DataSetFolder::search(const ChildResult& maps) const {
+  std::string map;
+  try {
+    map = map_to_search(Json::parse(maps.output));
+  } catch (const Json::exception&) {
+    throw CommandError(2, "its report cannot be read");
+  }
+  const std::string sites = (work() / (set_.name + "_sites.pdb")).string();
+  std::vector<std::string> arguments = {
+      "peaks", (work() / map).string(), "--json", "-n", "10", "-o", sites};
+  if (!set_.model.empty()) arguments.insert(arguments.end(), {"--model", set_.model});
+  return arguments;
+}
+
 std::string DataSetFolder::check_report(Json& report) const {
   Json* maps = set_.with_model && report.is_object() ? &report["maps"] : &report;
   if (!maps->is_array() || maps->empty()) return "its report cannot be read";
@@ -244,6 +272,13 @@ std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) co
     if (there != FileKind::missing && there != FileKind::empty && there != kind_of(path.string())) {
       return target + " is there and is " + name_of(there);
     }
+  }
+  if (set_.peaks) {
+    Json found = Json::parse(result.found, nullptr, false);
+    if (!found.is_object()) return "what was found in its map cannot be read";
+    found["input"] = fs::path(found.value("input", "")).filename().string();
+    found["output"] = set_.name + "_sites.pdb";
+    record["found"] = found;
   }
   for (const fs::path& path : made) fs::rename(path, folder_ / path.filename());
   record["files"] = files;

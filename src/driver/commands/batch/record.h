@@ -47,6 +47,8 @@ class DataSetFolder {
   void clear_work() const;
   // Makes the folder ready and gives the arguments of quorix map.
   [[nodiscard]] std::vector<std::string> begin(const std::vector<std::string>& map_options) const;
+  // Arguments of quorix peaks, for maps that were just made.
+  [[nodiscard]] std::vector<std::string> search(const ChildResult& maps) const;
   // Keeps the maps of a child that succeeded, or the log of one that did not, and then the record,
   // which is returned.
   Json finish(const Json& wanted, const ChildResult& result) const;
@@ -56,6 +58,8 @@ class DataSetFolder {
   [[nodiscard]] std::filesystem::path record_path() const { return folder_ / "result.json"; }
   // Makes the names in the report those of the files. Empty, or what is wrong.
   std::string check_report(Json& report) const;
+  // The map that peaks are looked for in, among those of a report.
+  [[nodiscard]] std::string map_to_search(const Json& report) const;
   // Empty, or what is wrong.
   std::string keep_maps(const ChildResult& result, Json& record) const;
 

@@ -34,7 +34,20 @@ constexpr Column columns[] = {{"name", ""},
                               {"r_free", "%.4f"},
                               {"fom", "%.3f"},
                               {"model", ""},
-                              {"coefficients", ""}};
+                              {"coefficients", ""},
+                              {"peaks", "%.0f"},
+                              {"peak_rms", "%.2f"},
+                              {"peak_xyz", "%.2f"},
+                              {"peak_near", ""},
+                              {"peak_distance", "%.2f"},
+                              {"blobs", "%.0f"},
+                              {"blob_score", "%.2f"},
+                              {"blob_volume", "%.1f"},
+                              {"blob_rms", "%.2f"},
+                              {"blob_xyz", "%.2f"},
+                              {"blob_near", ""},
+                              {"blob_distance", "%.2f"},
+                              {"sites", ""}};
 
 // A field stays in its line and in its column.
 std::string escaped(const std::string& text) {
@@ -129,6 +142,39 @@ void add_model_report(const Json& report, const std::string& folder, Json& row) 
   row["warnings"] = report.at("warnings");
 }
 
+// The first above zero of a list: what a ligand would be.
+const Json* first_above(const Json& sites, const char* key) {
+  for (const Json& site : sites) {
+    if (site.at(key).get<double>() > 0.0) return &site;
+  }
+  return nullptr;
+}
+
+void add_site(const Json& site, const std::string& kind, Json& row) {
+  row[kind + "_xyz"] = site.at("xyz");
+  row[kind + "_near"] = site.value("nearest", Json());
+  row[kind + "_distance"] = site.value("distance", Json());
+}
+
+// Of quorix peaks.
+void add_found(const Json& found, const std::string& folder, Json& row) {
+  row["peaks"] = found.at("peaks_found");
+  row["blobs"] = found.at("blobs_found");
+  row["sites"] = folder + found.at("output").get<std::string>();
+  if (const Json* peak = first_above(found.at("peaks"), "rms")) {
+    row["peak_rms"] = peak->at("rms");
+    add_site(*peak, "peak", row);
+  }
+  if (const Json* blob = first_above(found.at("blobs"), "score")) {
+    row["blob_score"] = blob->at("score");
+    row["blob_volume"] = blob->at("volume");
+    row["blob_rms"] = blob->at("peak_rms");
+    add_site(*blob, "blob", row);
+  }
+  row["model"] = found.value("model", Json());
+  for (const Json& warning : found.at("warnings")) row["warnings"].push_back(warning);
+}
+
 }  // namespace
 
 Json table_row(const DataSet& set, const Json& record, const std::string& doubt) {
@@ -144,6 +190,7 @@ Json table_row(const DataSet& set, const Json& record, const std::string& doubt)
       const Json& report = record["report"];
       (report.is_object() ? add_model_report : add_report)(report, set.name + "/", row);
     }
+    if (record.contains("found")) add_found(record["found"], set.name + "/", row);
     row["seconds"] = record.at("seconds");
     row["reason"] = record.at("reason");
     row["status"] = record.at("status");

@@ -11,25 +11,8 @@ namespace qx {
 
 namespace {
 
-using Point = std::array<std::int64_t, 3>;
-
 constexpr double most_index = 1e12;             // beyond it the remainders above are rounding
 constexpr std::int64_t most_pairs = 4'000'000;  // enough to see a fault, quick on any map
-
-// Grid point that the operator takes `point` to; false if it falls between the points.
-bool mate_of(const gemmi::Op& op, const Point& point, const std::int32_t (&n)[3], Point& mate) {
-  for (std::size_t i = 0; i < 3; ++i) {
-    double x = static_cast<double>(op.tran.at(i)) * n[i];
-    for (std::size_t j = 0; j < 3; ++j) {
-      x += op.rot.at(i).at(j) * static_cast<double>(point.at(j)) * n[i] / n[j];
-    }
-    x /= gemmi::Op::DEN;
-    const double rounded = std::nearbyint(x);
-    if (std::fabs(x - rounded) > 1e-4 || std::fabs(rounded) > most_index) return false;
-    mate.at(i) = static_cast<std::int64_t>(rounded);
-  }
-  return true;
-}
 
 // Points of a row and their mates, which lie `stride` apart.
 struct Run {
@@ -140,7 +123,7 @@ class MateRow {
   // Calls `take` with runs of points of the row whose mates the map holds and which are not their
   // own.
   template <class Take>
-  void for_each(const Point& first, Take take) const {
+  void for_each(const GridPoint& first, Take take) const {
     if (!straight_) {
       look_up(first, [&](std::int64_t x, std::int64_t place) { take(Run{x, place, 1, 1}); });
     } else if (std::equal(map_->counts, map_->counts + 3, map_->intervals)) {
@@ -152,15 +135,15 @@ class MateRow {
 
  private:
   static bool is_whole(double x) { return std::fabs(x - std::nearbyint(x)) < 1e-9; }
-  [[nodiscard]] std::int64_t place(const Point& at) const {
+  [[nodiscard]] std::int64_t place(const GridPoint& at) const {
     return (at[2] * map_->counts[1] + at[1]) * map_->counts[0] + at[0];
   }
-  [[nodiscard]] bool holds(const Point& at) const {
+  [[nodiscard]] bool holds(const GridPoint& at) const {
     return at[0] < map_->counts[0] && at[1] < map_->counts[1] && at[2] < map_->counts[2];
   }
   // The grid point as the map's box counts, 0 to n - 1.
-  [[nodiscard]] Point in_cell(const Point& point) const {
-    Point at;
+  [[nodiscard]] GridPoint in_cell(const GridPoint& point) const {
+    GridPoint at;
     for (std::size_t i = 0; i < 3; ++i) {
       const std::int64_t n = map_->intervals[i];
       at.at(i) = ((point.at(i) - map_->starts[i]) % n + n) % n;
@@ -168,7 +151,7 @@ class MateRow {
     return at;
   }
   // The point of the row that is its own mate; -1 if none is, -2 if all are.
-  [[nodiscard]] std::int64_t own_mate(const Point& first, const Point& mate) const {
+  [[nodiscard]] std::int64_t own_mate(const GridPoint& first, const GridPoint& mate) const {
     std::int64_t own = -2;
     for (std::size_t i = 0; i < 3; ++i) {
       const std::int64_t apart = mate.at(i) - first.at(i);
@@ -182,13 +165,13 @@ class MateRow {
     return own;
   }
   template <class Take>
-  void walk(const Point& first, Take take) const {
-    Point mate;
+  void walk(const GridPoint& first, Take take) const {
+    GridPoint mate;
     if (!mate_of(*op_, first, map_->intervals, mate)) return;
     const std::int64_t own = own_mate(first, mate);
     if (own == -2) return;
-    Point at = in_cell(mate);
-    Point step;
+    GridPoint at = in_cell(mate);
+    GridPoint step;
     for (std::size_t i = 0; i < 3; ++i) {
       const std::int64_t n = map_->intervals[i];
       step.at(i) = (step_.at(i) % n + n) % n;
@@ -202,7 +185,7 @@ class MateRow {
     }
   }
   // Steps that mates go from `at` before one of them leaves the cell.
-  [[nodiscard]] std::int64_t steps_within(const Point& at) const {
+  [[nodiscard]] std::int64_t steps_within(const GridPoint& at) const {
     std::int64_t steps = map_->counts[0];
     for (std::size_t i = 0; i < 3; ++i) {
       if (step_.at(i) > 0) {
@@ -215,14 +198,14 @@ class MateRow {
   }
   // In a whole cell mates lie at equal distances until one leaves the cell.
   template <class Take>
-  void stride_along(const Point& first, Take take) const {
-    Point mate;
+  void stride_along(const GridPoint& first, Take take) const {
+    GridPoint mate;
     if (!mate_of(*op_, first, map_->intervals, mate)) return;
     const std::int64_t own = own_mate(first, mate);
     if (own == -2) return;
     const std::int64_t stride =
         (step_[2] * map_->counts[1] + step_[1]) * map_->counts[0] + step_[0];
-    Point at = in_cell(mate);
+    GridPoint at = in_cell(mate);
     for (std::int64_t x = 0; x < map_->counts[0];) {
       std::int64_t n = std::min(steps_within(at), map_->counts[0] - x);
       if (x < own && own < x + n) n = own - x;
@@ -239,12 +222,12 @@ class MateRow {
     }
   }
   template <class Take>
-  void look_up(const Point& first, Take take) const {
+  void look_up(const GridPoint& first, Take take) const {
     for (std::int64_t x = 0; x < map_->counts[0]; ++x) {
-      const Point point = {first[0] + x, first[1], first[2]};
-      Point mate;
+      const GridPoint point = {first[0] + x, first[1], first[2]};
+      GridPoint mate;
       if (!mate_of(*op_, point, map_->intervals, mate) || mate == point) continue;
-      const Point at = in_cell(mate);
+      const GridPoint at = in_cell(mate);
       if (holds(at)) take(x, place(at));
     }
   }
@@ -252,10 +235,25 @@ class MateRow {
   const gemmi::Op* op_;
   const qx_ccp4_map* map_;
   bool straight_ = true;
-  Point step_ = {};  // of the mate, for a step along x
+  GridPoint step_ = {};  // of the mate, for a step along x
 };
 
 }  // namespace
+
+bool mate_of(const gemmi::Op& op, const GridPoint& point, const std::int32_t (&n)[3],
+             GridPoint& mate) {
+  for (std::size_t i = 0; i < 3; ++i) {
+    double x = static_cast<double>(op.tran.at(i)) * n[i];
+    for (std::size_t j = 0; j < 3; ++j) {
+      x += op.rot.at(i).at(j) * static_cast<double>(point.at(j)) * n[i] / n[j];
+    }
+    x /= gemmi::Op::DEN;
+    const double rounded = std::nearbyint(x);
+    if (std::fabs(x - rounded) > 1e-4 || std::fabs(rounded) > most_index) return false;
+    mate.at(i) = static_cast<std::int64_t>(rounded);
+  }
+  return true;
+}
 
 gemmi::Op read_operator(const std::string& text) {
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
@@ -286,7 +284,7 @@ SymmetryCheck check_symmetry(const qx_ccp4_map& map, const T* values,
   for (std::int64_t row = 0; row < rows; row += step) {
     const std::int64_t y = row % map.counts[1];
     const std::int64_t z = row / map.counts[1];
-    const Point first = {map.starts[0], y + map.starts[1], z + map.starts[2]};
+    const GridPoint first = {map.starts[0], y + map.starts[1], z + map.starts[2]};
     // A map of more than the cell has its points from the cell.
     const T* own =
         values + (z % map.intervals[2] * map.counts[1] + y % map.intervals[1]) * map.counts[0];

@@ -3,6 +3,7 @@
 
 #include <quorix/map.h>
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -22,6 +23,13 @@ struct SymmetryCheck {
 // An operator such as -x,y+1/2,-z; throws std::exception for a text that is none, also for one
 // with numbers that no operator has.
 gemmi::Op read_operator(const std::string& text);
+
+using GridPoint = std::array<std::int64_t, 3>;
+
+// Grid point that the operator takes `point` to, of n points a cell; false if it falls between the
+// points.
+bool mate_of(const gemmi::Op& op, const GridPoint& point, const std::int32_t (&n)[3],
+             GridPoint& mate);
 
 // `values`: the map's, x fastest; T is float or double. Throws as read_operator.
 template <class T>
