@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a task needs and that are missing.
-# Usage: tools/install_packages.sh build|demo|test|ci ...
+# Usage: tools/install_packages.sh build|demo|test|ci|slurm ...
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libcli11-dev gemmi-dev tao-pegtl-dev zlib1g-dev nlohmann-json3-dev
@@ -10,6 +10,8 @@ tests=("${build[@]}" libgtest-dev python3 python3-numpy python3-gemmi python3-mr
 ci=("${demo[@]}" "${tests[@]}" ccache clang clang-format clang-tidy libclang-rt-14-dev libbenchmark-dev libfftw3-dev dpkg-dev file lintian
     libclipper-dev pymol snakemake python3-pip python3-setuptools python3-wheel python3-venv
     chromium chromium-driver python3-selenium python3-pil)
+# A Slurm of one node for tests/workflow/slurm.sh.
+slurm=(slurm-wlm munge python3-gemmi python3-numpy)
 
 wanted=()
 for task in "$@"; do
@@ -18,6 +20,7 @@ for task in "$@"; do
     demo) wanted+=("${demo[@]}") ;;
     test) wanted+=("${tests[@]}") ;;
     ci) wanted+=("${ci[@]}") ;;
+    slurm) wanted+=("${slurm[@]}") ;;
     *) echo "install_packages.sh: unknown task '$task'" >&2; exit 2 ;;
   esac
 done
