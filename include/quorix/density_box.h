@@ -81,8 +81,9 @@ QX_API void qx_measure_density_blobs(const qx_density_box* box, int64_t nruns,
                                      qx_density_blob* blobs);
 
 // A CCP4 map with a zero origin and, if wanted, the operators; cell and group are the crystal's.
-// `kind` stands in label 2.
+// `kind` stands in label 2; label 3 tells `unit`,
+// e/A^3 for 1 of the density's, unless that is 0 or no number.
 QX_API qx_status qx_write_density_box(const char* path, const qx_density_box* box, const char* kind,
-                                      int32_t symmetry_records);
+                                      double unit, int32_t symmetry_records);
 
 QX_C_END

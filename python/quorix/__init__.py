@@ -31,11 +31,12 @@ from ._data import DataSet, Pair, read  # noqa: E402
 from ._error import Error  # noqa: E402
 from ._map import Map, positions, read_map  # noqa: E402
 from ._model import ModelMaps, StructureFactors, fcalc, maps, stats  # noqa: E402
+from ._report import report  # noqa: E402
 from ._sections import run, set_threads  # noqa: E402
 
 __version__ = _engine.version
 __all__ = ['Batch', 'DataSet', 'Error', 'Map', 'ModelMaps', 'Pair', 'StructureFactors', 'batch', 'fcalc', 'maps',
-           'positions', 'read', 'read_map', 'run', 'set_threads', 'stats']
+           'positions', 'read', 'read_map', 'report', 'run', 'set_threads', 'stats']
 
 if 'ZENVI_DATA' not in _os.environ and (_folder := _find_data()):
     _os.environ['ZENVI_DATA'] = _folder

@@ -113,7 +113,8 @@ bool write(const Density& map, const std::string& path, bool force) {
     const qx_density_box box = map.box();
     Engine engine(false);
     engine.run(map.crystal_section());
-    engine.call([&] { return qx_write_density_box(name.c_str(), &box, map.kind.c_str(), 1); });
+    engine.call(
+        [&] { return qx_write_density_box(name.c_str(), &box, map.kind.c_str(), map.scale, 1); });
     place.deliver();
     return true;
   });

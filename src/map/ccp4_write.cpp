@@ -226,7 +226,11 @@ Status qx_wr_ccp4_map() {
   }
   const char* path = map->path ? map->path : "";
   Ccp4Header header = header_of(*map, map->statistics, *cell, {grid->nx, grid->ny, grid->nz}, *spg);
-  if (map->input) QX_TRY(qx::add_provenance(*map, *grid, *spg, header));
+  if (map->input) {
+    QX_TRY(qx::add_provenance(*map, *grid, *spg, header));
+  } else if (map->density_label) {
+    qx::add_density_label(*map, header);
+  }
   const qxspg* symmetry = map->symmetry_records ? spg : nullptr;
   if (map->density) return qx::write_ccp4(here, path, header, symmetry, box_of(*map));
   qx::OutputFile file;
@@ -236,7 +240,7 @@ Status qx_wr_ccp4_map() {
 }
 
 Status qx_write_density_box(const char* path, const qx_density_box* box, const char* kind,
-                            std::int32_t symmetry_records) {
+                            double unit, std::int32_t symmetry_records) {
   constexpr auto heading = "qx_write_density_box():";
   const qxcell* cell = nullptr;
   QX_TRY(qx::require(heading, qx_get_qxcell, cell, "qxcell object has not been created yet "));
@@ -257,5 +261,10 @@ Status qx_write_density_box(const char* path, const qx_density_box* box, const c
   char text[81];
   std::snprintf(text, sizeof text, "Map type: %s", kind);
   qx::set_label(header, 1, text);
+  if (unit > 0.0) {
+    map.scale = unit == 1.0 ? 0 : 1;
+    map.rms = unit;
+    qx::add_density_label(map, header);
+  }
   return qx::write_ccp4(heading, path, header, map.symmetry_records ? spg : nullptr, points);
 }

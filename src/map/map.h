@@ -48,6 +48,7 @@ struct qxmap {
   // Options of the file to be written; without them it holds neither.
   bool symmetry_records = false;  // the operators, 80 characters each, behind the header
   bool zero_origin = false;       // zeros, no blanks, where others read an origin
+  bool density_label = false;     // a label tells what a unit is in e/A^3
   char* kind = nullptr;           // what label 2 says that the map is; null: by u and v
   bool of_two_sets = false;       // then that is Fo - Fo
   char* input = nullptr;          // what labels 3 to 10 name as the source; null: no such labels

@@ -60,6 +60,15 @@ void add_date(Ccp4Header& header) {
 
 }  // namespace
 
+// The same words and digits as readers of this label look for.
+void add_density_label(const qxmap& map, Ccp4Header& header) {
+  if (map.scale != 0) {
+    add_label(header, "Density: scaled to rms 1 from %.6g e/A^3", map.rms);
+  } else {
+    add_label(header, "Density: e/A^3, not scaled");
+  }
+}
+
 Status add_provenance(const qxmap& map, const qxgrid& grid, const qxspg& spg, Ccp4Header& header) {
   const qxrefdata* set = map_refdata();
   if (!set) return failed;
@@ -68,12 +77,7 @@ Status add_provenance(const qxmap& map, const qxgrid& grid, const qxspg& spg, Cc
   add_limits(header, *set);
   add_label(header, "Space group: %s", spg.full_name ? spg.full_name : "by its operators");
   add_label(header, "Grid: %d x %d x %d", grid.nx, grid.ny, grid.nz);
-  // The same words and digits as readers of this label look for.
-  if (map.scale != 0) {
-    add_label(header, "Density: scaled to rms 1 from %.6g e/A^3", map.rms);
-  } else {
-    add_label(header, "Density: e/A^3, not scaled");
-  }
+  add_density_label(map, header);
   add_label(header, "Program: Quorix %s", QUORIX_VERSION);
   add_date(header);
   return ok;

@@ -98,6 +98,7 @@ Status take_options(const char* heading, qxmap& map) {
   QX_TRY(take_label("columns", map.columns));
   QX_TRY(take_label("kind", map.kind));
   QX_TRY(take_option(heading, "symm", "yes", "no", map.symmetry_records));
+  QX_TRY(take_option(heading, "density", "yes", "no", map.density_label));
   return take_option(heading, "origin", "zero", "blank", map.zero_origin);
 }
 

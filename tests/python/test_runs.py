@@ -15,7 +15,27 @@ import unittest
 
 import numpy as np
 import quorix as qx
-from support import MTZ, WithFolder, points_of, program
+from support import MTZ, PDB, WithFolder, points_of, program
+
+
+class Pages(WithFolder):
+    def test_maps_and_data_make_the_programs_page(self):
+        import re
+        density = {}
+        full = qx.read(MTZ).map()
+        for name, words in {'a': {'data': MTZ}, 'b': {'maps': [full, full.from_array(
+                qx.read(MTZ).map(difference=True).array, full.cell, full.spacegroup, kind='mFo-DFc')]}}.items():
+            qx.report(self.folder / name, model=PDB, **words)
+            density[name] = re.findall('"density":{.*?}', (self.folder / name).read_text())
+        self.assertEqual(len(density['a']), 2)
+        self.assertEqual(density['a'], density['b'])
+
+    def test_what_is_no_page_stays(self):
+        (self.folder / 'x').write_text('mine')
+        for path, words in (('x', {'data': MTZ}), ('y', {'data': PDB}), ('y', {'data': self.folder / 'none'})):
+            with self.assertRaises(qx.Error):
+                qx.report(self.folder / path, **words)
+        self.assertEqual(((self.folder / 'x').read_text(), (self.folder / 'y').exists()), ('mine', False))
 
 
 class Texts(WithFolder):

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Opens pages of quorix report in headless Chromium and uses them: they draw, the slider works in
-every part of the page, nothing is fetched, and the console stays silent.
-Usage: check_page.py MAP_PAGE DIFFERENCE_PAGE"""
+"""Opens pages of quorix report in headless Chromium and uses them: they draw, sliders work in every
+part of the page, residues and peaks are jumped to, nothing is fetched, and the console stays silent.
+Usage: check_page.py MAP_PAGE BOX_OF_DIFFERENCE_PAGE REFLECTIONS_PAGE [PICTURE]"""
+import base64
 import io
 import json
 import sys
@@ -14,6 +15,7 @@ from PIL import Image
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
 
 FLAGS = ('--headless=new --no-sandbox --disable-gpu --enable-unsafe-swiftshader --disable-quic '
          '--no-first-run --disable-background-networking --disable-component-update '
@@ -89,13 +91,42 @@ class Page:
         return [url for url in urls if url.startswith(('http', 'ws', 'ftp'))]
 
 
+    def press(self, key, target=None):
+        (target or self.driver.switch_to.active_element).send_keys(key)
+
+    def canvas(self):
+        return self.driver.find_element(By.CSS_SELECTOR, '#viewer canvas')
+
+    def shown(self, name):
+        return self.driver.find_element(By.ID, name).is_displayed()
+
+    def zoom(self):
+        return self.js('return viewer.camera.zoom')
+
+    def distance_to(self, text):
+        """Of the view's centre from the residue or peak that the page calls so."""
+        return self.js('''const place = residues.find((r) => r.text === arguments[0]) ||
+                          report.peaks.find((p) => p.height.toFixed(1) === arguments[0]);
+                          return Math.hypot(...place.xyz.map((v, a) => v - viewer.target['xyz'[a]]));''', text)
+
+    def farthest_mesh(self):
+        """Of the contours from the view's centre."""
+        return self.js('''const {x, y, z} = viewer.target, c = [x, y, z]; let most = 0;
+            for (const bag of viewer.map_bags) for (const o of bag.el_objects) {
+              const at = o.geometry.attributes.position.array, index = o.geometry.index.array;
+              for (const v of index) {
+                most = Math.max(most, Math.hypot(at[3 * v] - c[0], at[3 * v + 1] - c[1], at[3 * v + 2] - c[2]));
+              }
+            } return most;''')
+
+
 def use_map(path):
     with Page(path) as page:
         drawn = page.colours()
         assert drawn['blue'] > 5000, drawn
         assert page.text('level-text') == '1.50 rms = 0.774 e/Å³', page.text('level-text')
         marker, contours = page.attribute('marker', 'd'), page.contours()
-        share = page.text('above')
+        share, section = page.text('above'), page.text('section-text')
 
         page.set('level', 4)
         assert page.text('level-text').startswith('4.00 rms = 2.065'), page.text('level-text')
@@ -111,28 +142,96 @@ def use_map(path):
         page.set('level', 1.5)
         page.wait(lambda: page.contours() == contours, 'the contours are those of before')
         page.set('section', 10)
-        assert page.contours() != contours and '(point 10 of 48)' in page.text('section-text')
+        assert page.contours() != contours and page.text('section-text') != section
         page.set('axis', 'x', 'change')
-        assert '(point 45 of 90)' in page.text('section-text') and page.contours()
+        assert 'of 90)' in page.text('section-text') and page.contours()
+        assert page.js('return document.querySelectorAll("#contours .tick").length') >= 6
 
         page.set('radius', 5)
-        assert page.colours()['blue'] < drawn['blue']
+        assert page.colours()['blue'] < drawn['blue'] and page.farthest_mesh() <= 5.0
         page.driver.find_element(By.ID, 'negative').click()
         assert page.colours()['red'] > 0 and '% below' in page.text('above')
         assert '6202' not in page.text('above') and 'P 21 21 21' in page.text('header')
-        assert page.text('shells').count('%') == 15 and 'Input:' in page.text('labels')
+        assert page.text('shells').count('%') == 15 and 'Density: scaled to rms 1' in page.text('labels')
         assert 'coot --script' in page.text('scripts')
         page.expect_silence()
 
 
+def use_keys(page):
+    """H without a click; keys that scroll turn the view when it has the focus."""
+    page.js('document.activeElement.blur()')
+    page.press('h', page.driver.find_element(By.TAG_NAME, 'body'))
+    help_box, view = (page.js(f'return document.getElementById("{name}").getBoundingClientRect().toJSON()')
+                      for name in ('help', 'view'))
+    assert page.shown('help') and help_box['top'] >= view['top'] and help_box['bottom'] <= view['bottom']
+    assert help_box['left'] >= view['left'] and help_box['right'] <= view['right'], (help_box, view)
+    page.press('h', page.driver.find_element(By.TAG_NAME, 'body'))
+    assert not page.shown('help')
+    before = page.js('return [viewer.target.x, viewer.target.y, viewer.target.z]')
+    page.js('document.querySelector("#viewer canvas").focus({preventScroll: true}); window.scrollTo(0, 0)')
+    page.press(Keys.SPACE)
+    page.wait(lambda: page.js('return [viewer.target.x, viewer.target.y, viewer.target.z]') != before, 'Space goes to a residue')
+    assert page.js('return window.scrollY') == 0
+
+
+def use_reflections(path, picture):
+    with Page(path) as page:
+        drawn = page.colours()
+        assert min(drawn['blue'], drawn['green'], drawn['red']) > 50, drawn
+        assert page.text('level-text').endswith('= 0.774 e/Å³'), page.text('level-text')
+        assert page.text('level-text-2').startswith('3.00 rms = 0.'), page.text('level-text-2')
+        assert page.text('here').startswith('peak of ') and 'from A/' in page.text('here')
+        page.set('level-2', 8)
+        assert page.colours()['green'] < 0.2 * drawn['green'], (drawn, page.colours())
+        page.set('level-2', 3)
+
+        page.js('document.querySelector("[data-residue=\\"A/ILE 30\\"]").dispatchEvent(new MouseEvent("click", {bubbles: true}))')
+        page.wait(lambda: page.distance_to('A/ILE 30') < 0.01, 'the view is at the residue')
+        assert page.text('here').startswith('A/ILE 30: correlation 0.9'), page.text('here')
+        page.press(Keys.ARROW_RIGHT, page.driver.find_element(By.ID, 'residues'))
+        page.press(Keys.ENTER, page.driver.find_element(By.ID, 'residues'))
+        page.wait(lambda: page.distance_to('A/GLN 31') < 0.01, 'an arrow and Enter go to the next')
+        section = page.text('section-text')
+        if picture:
+            page.driver.set_window_size(1200, 1400)
+            page.js('window.scrollTo(0, 0)')
+            time.sleep(1)
+            shot = Image.open(io.BytesIO(page.driver.get_screenshot_as_png())).convert('RGB')
+            shot.resize((960, 960 * shot.height // shot.width), Image.Resampling.LANCZOS).quantize(192, Image.Quantize.MAXCOVERAGE).save(
+                picture, optimize=True)
+            assert Path(picture).stat().st_size < 300_000
+        peak = page.driver.find_elements(By.CSS_SELECTOR, '#peaks button')[1]
+        height = peak.text.split()[0]
+        peak.send_keys(Keys.ENTER)  # as the mouse does
+        page.wait(lambda: page.distance_to(height) < 0.01, 'the view is at the peak')
+        assert page.text('section-text') != section and page.farthest_mesh() <= 12.0
+        page.set('which', 1, 'change')
+        assert 'DELFWT' in page.text('labels') and 'Input: 1ubq.mtz' in page.text('labels')
+        use_keys(page)
+        page.expect_silence()
+
+
 def use_difference_map(path):
-    with Page(path, width=420, height=800) as page:
+    with Page(path, width=420, height=800, more=['--blink-settings=preferredColorScheme=0']) as page:
         assert page.text('level-text').startswith('3.00 rms')
+        assert page.text('here').startswith('the whole') and page.zoom() > 0
         drawn = page.colours()
         assert drawn['red'] > 200 and drawn['green'] > 200, drawn
         wide = page.js('return document.documentElement.scrollWidth')
         assert wide <= page.js('return document.documentElement.clientWidth'), wide
+        ink = page.js('return getComputedStyle(document.body).color')
+        assert min(int(c) for c in ink[4:-1].split(',')) > 180, ink  # light on dark
         page.expect_silence()
+
+
+def print_page(path):
+    """On paper stands the view as it was, and no list to click."""
+    with Page(path) as page:
+        page.js('window.dispatchEvent(new Event("beforeprint"))')
+        assert page.attribute('snapshot', 'src').startswith('data:image/png;base64,')
+        assert len(page.attribute('snapshot', 'src')) > 20000
+        pdf = base64.b64decode(page.driver.print_page())
+        assert pdf.startswith(b'%PDF') and len(pdf) > 50000
 
 
 def without_webgl(path):
@@ -145,5 +244,7 @@ def without_webgl(path):
 if __name__ == '__main__':
     use_map(sys.argv[1])
     use_difference_map(sys.argv[2])
+    use_reflections(sys.argv[3], sys.argv[4] if len(sys.argv) > 4 else None)
+    print_page(sys.argv[3])
     without_webgl(sys.argv[1])
-    print('report page: draws, follows the slider, fetches nothing, console silent')
+    print('report page: draws, follows sliders, lists and keys, fetches nothing, console silent')

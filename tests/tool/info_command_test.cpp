@@ -112,7 +112,8 @@ TEST_F(InfoOfAMap, saysWhatItsHeaderAndItsDensitySay) {
   EXPECT_EQ(json["space_group"], "P 21 21 21");
   EXPECT_EQ(json["symmetry_records"].size(), 4U);
   EXPECT_EQ(json["origin"], "0 0 0");
-  EXPECT_EQ(json["labels"], Json({"Map generated from Quorix", "Map type: 2mFo-DFc (FWT/PHWT)"}));
+  EXPECT_EQ(json["labels"], Json({"Map generated from Quorix", "Map type: 2mFo-DFc (FWT/PHWT)",
+                                  "Density: scaled to rms 1 from 0.51622 e/A^3"}));
   double squares = 0;
   float highest = 0;
   for (std::size_t at = data_; at < bytes_.size(); at += 4) {

@@ -55,6 +55,14 @@ class Coordinates {
     std::vector<std::int32_t> of_entry;
   };
   [[nodiscard]] Residues residues() const;
+  // The same residues, in that order, as places to look at.
+  struct Place {
+    std::string chain, name, number;
+    char kind = 'p';  // p: of a polymer, l: a ligand, w: water
+    std::array<double, 3> centre = {};
+    std::vector<std::array<double, 3>> atoms;  // but for hydrogens, if it has others
+  };
+  [[nodiscard]] std::vector<Place> places() const;
   // As PDB records that a viewer reads, chain names cut short where that format asks for it.
   [[nodiscard]] std::string pdb_text() const;
   [[nodiscard]] std::vector<std::array<double, 3>> positions() const;  // Angstrom

@@ -83,7 +83,7 @@ SectionText map_section(const std::string& path, int u) {
       .line(format("param type unweighted u %d v 1 scale yes", u))
       .line("extent unit")
       .line("generate")
-      .line("write ccp4 file " + quoted_name(path) + " symm yes origin zero");
+      .line("write ccp4 file " + quoted_name(path) + " symm yes origin zero density yes");
 }
 
 SectionText end_section(const FcalcJob& job, const std::string& path) {

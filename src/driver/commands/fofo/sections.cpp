@@ -27,7 +27,7 @@ SectionText difference_section(const FofoOptions& options, const AmplitudeSet& o
   if (map.empty()) return text;
   return text.line("extent unit")
       .line("generate")
-      .line("write ccp4 file " + quoted_name(map) + " symm yes origin zero");
+      .line("write ccp4 file " + quoted_name(map) + " symm yes origin zero density yes");
 }
 
 SectionText differences_written(const FofoOptions& options, const ObservedColumns& off,

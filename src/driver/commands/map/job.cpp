@@ -103,6 +103,7 @@ std::string write_line(const MapJob& job) {
   std::string write = "write ccp4 file " + quoted_name(job.output);
   if (!options.plain_header) {
     write += options.symmetry ? " symm yes origin zero" : " origin zero";
+    write += " density yes";
   }
   if (!options.plain_header) write += " kind " + quoted_name(kind_text(job));
   if (options.provenance) {

@@ -130,8 +130,10 @@ void add_output_options(CLI::App& command, MapOptions& o) {
                    "Write the group's operators behind the header (default), or leave them out");
   command.add_flag("--plain-header", o.plain_header,
                    "Neither symmetry records nor a zero origin: the bytes of quorix-map");
-  command.add_flag("--provenance", o.provenance,
-                   "Tell in labels 3-10 of the map what it was made of, how and when");
+  command.add_flag(
+      "--provenance", o.provenance,
+      "Tell in labels 3-10 of the map what it was made of, how and when (label 3 of any map "
+      "tells what a unit is in e/A^3)");
   command.add_flag("--check", o.check,
                    "Read the map back and compare it with a direct sum at 100 points");
   command.add_flag("--scripts", o.scripts,

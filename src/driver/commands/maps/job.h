@@ -55,6 +55,7 @@ struct WrittenMap {
 
 struct ResidueDensity {
   std::string name;
+  std::size_t number;  // of the model's residues
   qx_density_correlation found;
 };
 
@@ -72,6 +73,8 @@ void prepare_with_data(Engine& engine, FcalcJob& job);
 // Amplitudes, structure factors, solvent, scale, R factors, likelihood; as sections the same.
 std::vector<SectionText> model_sections(Engine& engine, FcalcJob& job, const MapsOptions& options);
 void calculate(Engine& engine, FcalcJob& job, const MapsOptions& options, MapsReport& report);
+// Of every residue, how its density agrees with the model's; after calculate().
+void correlate_densities(Engine& engine, const FcalcJob& job, MapsReport& report);
 // The report as text.
 void tell(const FcalcJob& job, const MapsOptions& options, const MapsReport& report);
 double rms_of_map();

@@ -41,21 +41,6 @@ Json bins_json(bool with_free) {
   return bins;
 }
 
-// Of every residue; what is about an atom grows with the resolution's d.
-void correlate_densities(Engine& engine, const FcalcJob& job, MapsReport& report) {
-  const Coordinates::Residues residues = job.coordinates.residues();
-  const auto count = [](const auto& list) { return static_cast<std::int32_t>(list.size()); };
-  std::vector<qx_density_correlation> found(residues.names.size());
-  engine.call([&] {
-    report.radius = std::clamp(0.75 * high_resolution(), 1.5, 3.0);
-    return qx_calc_density_correlation(report.radius, count(residues.of_entry),
-                                       residues.of_entry.data(), count(found), found.data());
-  });
-  for (std::size_t i = 0; i < found.size(); ++i) {
-    if (found[i].points > 0) report.residues.push_back({residues.names[i], found[i]});
-  }
-}
-
 Json residues_json(const MapsReport& report) {
   Json rows = Json::array();
   for (const ResidueDensity& row : report.residues) {

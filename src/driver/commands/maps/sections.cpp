@@ -36,7 +36,7 @@ SectionText weighted_map_section(const MapsOptions& options, const std::string& 
   if (options.kick > 0) text.line(format("kick length 0.3 naverage %d", options.kick));
   return text.line("extent unit")
       .line("generate")
-      .line("write ccp4 file " + quoted_name(path) + " symm yes origin zero");
+      .line("write ccp4 file " + quoted_name(path) + " symm yes origin zero density yes");
 }
 
 SectionText coefficients_section(const FcalcJob& job, const MapsOptions& options,

@@ -95,8 +95,8 @@ SectionText omit_map_section(const FcalcJob& job, const OmitOptions& options,
       .line(format("param type sigmaa u %d v 1 scale no", difference ? 1 : 2))
       .line("extent unit")
       .line("generate")
-      .line("write ccp4 file " + quoted_name(path) + " symm yes origin zero kind \"" + kind +
-            (options.composite ? " composite omit\"" : " omit\""));
+      .line("write ccp4 file " + quoted_name(path) + " symm yes origin zero density yes kind \"" +
+            kind + (options.composite ? " composite omit\"" : " omit\""));
 }
 
 }  // namespace qx

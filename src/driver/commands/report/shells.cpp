@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <functional>
 #include <gemmi/symmetry.hpp>  // for find_spacegroup_by_number
 #include <map>
@@ -249,7 +250,7 @@ Json completeness_of_data(const ReflectionFile& file, const std::string& label, 
     return it == present.end() ? -1.0 : it->second;
   });
   return {{"text", format("Column %s of %s, between %.2f and %.3f A.", column.label.c_str(),
-                          file.path.c_str(), low, high)},
+                          std::filesystem::path(file.path).filename().c_str(), low, high)},
           {"shells", shells}};
 }
 
