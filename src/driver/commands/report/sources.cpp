@@ -8,7 +8,6 @@
 #include "driver/commands/report/report.h"
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <limits>
@@ -209,14 +208,8 @@ void sort_files(ReportOptions& options) {
 
 void check_crystal(const Coordinates& model, const std::string& model_path, const double* cell,
                    const std::string& file) {
-  constexpr double most_length = 0.05;  // relative
-  constexpr double most_angle = 5.0;    // degrees
   const double* own = model.crystal().cell;
-  if (!(own[0] > 0.0)) return;
-  bool far = false;
-  for (int i = 0; i < 3; ++i) far = far || std::fabs(own[i] - cell[i]) > most_length * cell[i];
-  for (int i = 3; i < 6; ++i) far = far || std::fabs(own[i] - cell[i]) > most_angle;
-  if (!far) return;
+  if (are_of_one_form(own, cell)) return;
   const auto text = [](const double* c) {
     return format("%.2f %.2f %.2f %.1f %.1f %.1f", c[0], c[1], c[2], c[3], c[4], c[5]);
   };
