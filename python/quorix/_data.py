@@ -15,18 +15,22 @@ class Pair(NamedTuple):
     default: bool = False  # what map() takes, or map(difference=True)
 
 
-def read(source):
+def read(source, *, cell=None, spacegroup=None, types=None):
     """The reflections of a file: MTZ, also gzipped, or structure-factor mmCIF.
 
     `source` may also be a gemmi.Mtz, an object with a method to_gemmi() that gives one (as a
     reciprocalspaceship.DataSet has), or a DataSet, which is returned as it is.
+
+    A pandas.DataFrame has H, K, L as its index or as columns, and cell, spacegroup and types of
+    columns ({'FWT': 'F', 'PHWT': 'P'}) as arguments or in its attrs, where to_pandas() leaves them;
+    types that nobody tells follow from the usual names.
 
     >>> qx.read(example("1ubq.mtz"))["FWT"].dtype
     dtype('float32')
     """
     if isinstance(source, DataSet):
         return source
-    with _files.reflections_file(source) as (path, name):
+    with _files.reflections_file(source, cell, spacegroup, types) as (path, name):
         return DataSet(_engine.read(path, name))
 
 

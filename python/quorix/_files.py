@@ -41,17 +41,62 @@ def model_file(model):
         raise TypeError(f'a model is a path or a gemmi.Structure, not {type(model).__name__}')
 
 
+def type_of(label, values):
+    """The type of a column whose frame does not tell it, by the usual names."""
+    name = label.upper()
+    if values.dtype.kind in 'iub' or 'FREE' in name:
+        return 'I'
+    for start, kind in (('SIG', 'Q'), ('PH', 'P'), ('FOM', 'W'), ('HL', 'A'), ('I', 'J'), ('F', 'F'), ('DELF', 'F')):
+        if name.startswith(start):
+            return kind
+    return 'R'
+
+
+def mtz_of_frame(frame, cell, spacegroup, types):
+    """A gemmi.Mtz of a pandas.DataFrame indexed by H, K, L, or with columns of these names."""
+    import gemmi
+    import numpy as np
+    cell = frame.attrs.get('cell') if cell is None else cell
+    spacegroup = frame.attrs.get('spacegroup') if spacegroup is None else spacegroup
+    if cell is None or spacegroup is None:
+        raise ValueError('a DataFrame tells neither cell nor space group: read(frame, cell=..., spacegroup=...)')
+    table = frame if {'H', 'K', 'L'} <= set(frame.columns) else frame.reset_index()
+    missing = {'H', 'K', 'L'} - set(table.columns)
+    if missing:
+        raise ValueError(f'the DataFrame has no {", ".join(sorted(missing))}, in its index or as columns')
+    known = {**frame.attrs.get('types', {}), **(types or {})}
+    group = gemmi.find_spacegroup_by_name(str(getattr(spacegroup, 'xhm', lambda: spacegroup)()))
+    if group is None:
+        raise ValueError(f'unknown space group {spacegroup}')
+    mtz = gemmi.Mtz(with_base=True)
+    mtz.spacegroup = group
+    mtz.set_cell_for_all(gemmi.UnitCell(*getattr(cell, 'parameters', cell)))
+    mtz.add_dataset('frame').wavelength = 0
+    labels = [label for label in table.columns if label not in ('H', 'K', 'L') and table[label].dtype.kind in 'fiub']
+    for label in labels:
+        mtz.add_column(str(label), known.get(label) or type_of(str(label), table[label]))
+    mtz.set_cell_for_all(mtz.cell)
+    values = [np.asarray(table[label], dtype=np.float32) for label in ('H', 'K', 'L', *labels)]
+    mtz.set_data(np.column_stack(values))
+    return mtz
+
+
 @contextlib.contextmanager
-def reflections_file(source):
-    """A path to reflections, and their name: of a path, a gemmi.Mtz, or what has to_gemmi()."""
+def reflections_file(source, cell=None, spacegroup=None, types=None):
+    """A path to reflections, and their name: of a path, a gemmi.Mtz, what has to_gemmi(), a DataFrame."""
     if is_path(source):
         path = path_of(source)
         yield path, path
         return
-    mtz = source.to_gemmi() if hasattr(source, 'to_gemmi') else source
+    if hasattr(source, 'to_gemmi'):
+        mtz = source.to_gemmi()
+    elif hasattr(source, 'reset_index') and hasattr(source, 'attrs'):
+        mtz = mtz_of_frame(source, cell, spacegroup, types)
+    else:
+        mtz = source
     if not hasattr(mtz, 'write_to_file') or not hasattr(mtz, 'columns'):
-        raise TypeError('reflections are a path, a gemmi.Mtz, a quorix.DataSet or an object that gives a gemmi.Mtz '
-                        f'by to_gemmi(), not {type(source).__name__}')
+        raise TypeError('reflections are a path, a gemmi.Mtz, a quorix.DataSet, a pandas.DataFrame or an object that gives '
+                        f'a gemmi.Mtz by to_gemmi(), not {type(source).__name__}')
     with in_memory(mtz.write_to_file) as path:
         if os.path.getsize(path) == 0:
             raise Error('gemmi could not write the reflections')

@@ -113,6 +113,19 @@ class Reflections(WithFolder):
         h, k, l = data.hkl[100]
         self.assertEqual(frame.loc[(h, k, l), 'FP'], data['FP'][100])
         self.assertEqual(frame.attrs['spacegroup'], 'P 21 21 21')
+        if gemmi is None:
+            return
+        back = qx.read(frame)
+        self.assertEqual(back.columns, data.columns)
+        np.testing.assert_array_equal(back.map().array, data.map().array)
+        bare = frame.reset_index()[['H', 'K', 'L', 'FWT', 'PHWT']].copy()
+        bare.attrs.clear()
+        with self.assertRaisesRegex(ValueError, 'neither cell nor space group'):
+            qx.read(bare)
+        back = qx.read(bare, cell=data.cell, spacegroup='P 21 21 21')
+        np.testing.assert_array_equal(back.map().array, data.map().array)
+        with self.assertRaisesRegex(ValueError, 'no L'):
+            qx.read(bare.drop(columns='L'), cell=data.cell, spacegroup='P 1')
 
     def test_gzipped_files(self):
         data = qx.read(self.real('5wkd_C2.mtz.gz'))
