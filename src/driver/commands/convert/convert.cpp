@@ -116,7 +116,10 @@ void select_columns(const ConvertOptions& options, gemmi::Mtz& mtz) {
   for (const std::string& label : options.labels) {
     if (mtz.column_with_label(label)) continue;
     std::string all;
-    for (const auto& column : mtz.columns) all += (all.empty() ? "" : ", ") + column.label;
+    for (const auto& column : mtz.columns) {
+      if (!all.empty()) all += ", ";
+      all += column.label;
+    }
     throw CommandError(2, options.input + " has no column " + label + ": it has " + all);
   }
   for (std::size_t i = mtz.columns.size(); i-- > 3;) {
@@ -271,7 +274,10 @@ void tell_merging(const Merging& merging) {
 
 std::string joined(const std::vector<std::string>& texts, const char* comma) {
   std::string all;
-  for (const std::string& text : texts) all += (all.empty() ? "" : comma) + text;
+  for (const std::string& text : texts) {
+    if (!all.empty()) all += comma;
+    all += text;
+  }
   return all;
 }
 
