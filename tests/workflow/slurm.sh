@@ -119,7 +119,7 @@ for _ in 1 2 3 4 5 6; do eventually all_ended && break; done
 all_ended || { squeue; exit 1; }
 [ "$(tables)" -eq 19 ] && [ ! -e maps/results.7-of-20.tsv ] || { ls maps | grep results; echo "slurm: nobody was killed" >&2; exit 1; }
 if "$QUORIX" batch data -o maps --gather -q -- "${options[@]}"; then echo "slurm: nobody noticed the kill" >&2; exit 1; fi
-cut -f 2 maps/results.tsv | grep -q 'not done'
+grep -q 'not done' <(cut -f 2 maps/results.tsv)  # no pipe: it would break before cut is done
 
 sbatch --parsable --array=7 --output=part-%a.log --open-mode=append job >/dev/null
 complete() { [ "$(tables)" -eq 20 ]; }
