@@ -20,7 +20,9 @@ class Absences {
   Absences& operator=(const Absences&) = delete;
 
   [[nodiscard]] bool has(const gemmi::Miller& hkl) {
-    if (group_.cen_ops.size() > 1) return group_.is_systematically_absent(hkl);
+    for (const gemmi::Op::Tran& centring : group_.cen_ops) {
+      if (gemmi::GroupOps::has_phase_shift(centring, hkl)) return true;
+    }
     if (hkl[0] != h_ || hkl[1] != k_) begin_row(hkl[0], hkl[1]);
     return std::any_of(row_.begin(), row_.begin() + n_, [&](const gemmi::Op* op) {
       return fixes(op->rot, hkl) && gemmi::GroupOps::has_phase_shift(op->tran, hkl);
