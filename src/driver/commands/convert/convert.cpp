@@ -111,16 +111,20 @@ void check_crystal(const gemmi::Mtz& mtz, const Report& report) {
   }
 }
 
+[[noreturn]] void refuse_label(const ConvertOptions& options, const gemmi::Mtz& mtz,
+                               const std::string& label) {
+  std::string all;
+  for (const auto& column : mtz.columns) {
+    if (!all.empty()) all += ", ";
+    all += column.label;
+  }
+  throw CommandError(2, options.input + " has no column " + label + ": it has " + all);
+}
+
 void select_columns(const ConvertOptions& options, gemmi::Mtz& mtz) {
   if (options.labels.empty()) return;
   for (const std::string& label : options.labels) {
-    if (mtz.column_with_label(label)) continue;
-    std::string all;
-    for (const auto& column : mtz.columns) {
-      if (!all.empty()) all += ", ";
-      all += column.label;
-    }
-    throw CommandError(2, options.input + " has no column " + label + ": it has " + all);
+    if (!mtz.column_with_label(label)) refuse_label(options, mtz, label);
   }
   for (std::size_t i = mtz.columns.size(); i-- > 3;) {
     const auto& wanted = options.labels;
