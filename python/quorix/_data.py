@@ -28,7 +28,7 @@ def read(source, *, cell=None, spacegroup=None, types=None):
     >>> qx.read(example("1ubq.mtz"))["FWT"].dtype
     dtype('float32')
     """
-    if isinstance(source, DataSet):
+    if isinstance(source, DataSet) and cell is None and spacegroup is None and types is None:
         return source
     with _files.reflections_file(source, cell, spacegroup, types) as (path, name):
         return DataSet(_engine.read(path, name))

@@ -84,13 +84,16 @@ def mtz_of_frame(frame, cell, spacegroup, types):
 @contextlib.contextmanager
 def reflections_file(source, cell=None, spacegroup=None, types=None):
     """A path to reflections, and their name: of a path, a gemmi.Mtz, what has to_gemmi(), a DataFrame."""
+    is_frame = not hasattr(source, 'to_gemmi') and hasattr(source, 'reset_index') and hasattr(source, 'attrs')
+    if not is_frame and any(fact is not None for fact in (cell, spacegroup, types)):
+        raise TypeError('cell, spacegroup and types are for a pandas.DataFrame: other sources tell them; map() takes others')
     if is_path(source):
         path = path_of(source)
         yield path, path
         return
     if hasattr(source, 'to_gemmi'):
         mtz = source.to_gemmi()
-    elif hasattr(source, 'reset_index') and hasattr(source, 'attrs'):
+    elif is_frame:
         mtz = mtz_of_frame(source, cell, spacegroup, types)
     else:
         mtz = source

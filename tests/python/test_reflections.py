@@ -124,6 +124,10 @@ class Reflections(WithFolder):
             qx.read(bare)
         back = qx.read(bare, cell=data.cell, spacegroup='P 21 21 21')
         np.testing.assert_array_equal(back.map().array, data.map().array)
+        with self.assertRaisesRegex(TypeError, 'are for a pandas.DataFrame'):
+            qx.read(MTZ, cell=data.cell)
+        with self.assertRaisesRegex(TypeError, 'are for a pandas.DataFrame'):
+            qx.read(data, spacegroup='P 1')
         with self.assertRaisesRegex(ValueError, 'no L'):
             qx.read(bare.drop(columns='L'), cell=data.cell, spacegroup='P 1')
 
