@@ -128,7 +128,7 @@ Merging count(const gemmi::Intensities& intensities, int shells) {
 // Columns by label, and the place of each reflection among the rows.
 class MergedRows {
  public:
-  explicit MergedRows(std::vector<std::string> labels) : width_(3 + labels.size()) {}
+  explicit MergedRows(std::size_t labels) : width_(3 + labels) {}
   float* row(const gemmi::Miller& hkl) {
     const auto [at, is_new] = places_.try_emplace(hkl, data.size());
     if (is_new) {
@@ -179,7 +179,7 @@ Merging merge(gemmi::Mtz& mtz, const ConvertOptions& options) {
     columns.insert(columns.end(),
                    {{"I(+)", 'K'}, {"SIGI(+)", 'M'}, {"I(-)", 'K'}, {"SIGI(-)", 'M'}});
   }
-  MergedRows rows(std::vector<std::string>(columns.size()));
+  MergedRows rows(columns.size());
   fill(intensities, options.anomalous, rows);
   const int dataset = mtz.get_column_with_label("I").dataset_id;
   mtz.columns.resize(3);
