@@ -3,6 +3,7 @@
 // writes into meanwhile it brings itself; nothing here changes once it is open.
 #pragma once
 
+#include "core/tagged.h"
 #include "fft/disc_spectrum.h"
 #include "fft/kernels.h"
 
@@ -17,6 +18,7 @@ struct PlaneScratch {
   double* zeros = nullptr;      // stand for rows outside the sphere
   double* spare = nullptr;      // takes what nobody asked for
   double* plane = nullptr;      // [y][real parts, imaginary parts] of the plane in work
+  double* woven = nullptr;      // [y][even and odd h] of a cache line of columns, for lattices
   double* line = nullptr;       // a pair of rows
   FftScratch fft = {};
 };
@@ -40,11 +42,18 @@ class PlaneTransform {
                                    const PlaneScratch& scratch) const noexcept;
 
  private:
+  [[nodiscard]] std::ptrdiff_t plane_rows() const noexcept {
+    return disc_.alternates ? disc_.ny / 2 : disc_.ny;
+  }
+  void open_lattice_plane(double* plane, const PlaneScratch& scratch) const noexcept;
+  void weave(std::ptrdiff_t first, const PlaneScratch& scratch) const noexcept;
+
   DiscLayout disc_;
   const FftKernels* kernels_ = nullptr;
   const qxfftplan* x_plan_ = nullptr;
   const qxfftplan* y_plan_ = nullptr;
   const qxfftplan* z_plan_ = nullptr;
+  Tagged<double> half_turns_;  // of a lattice: cos, sin of 2 pi y / ny, y < ny / 2
 };
 
 }  // namespace qx

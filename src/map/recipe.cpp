@@ -24,15 +24,15 @@ Status lay_out(const Spectrum& spectrum, MapRecipe& recipe) {
   disc.nx = recipe.n.nx;
   disc.ny = recipe.n.ny;
   disc.nz = recipe.n.nz;
+  disc.alternates = spectrum.extent.alternates && disc.nx % 2 == 0 && disc.ny % 2 == 0;
   disc.hmax = spectrum.extent.largest.h;
   disc.lmax = spectrum.extent.largest.l;
   disc.width = recipe.width;
   disc.row_start = recipe.row_start;
   std::ptrdiff_t next = 0;
   for (std::size_t iy = 0; iy < ny; ++iy) {
-    const std::int32_t terms = spectrum.columns()[iy];
     recipe.row_start[iy] = next;
-    recipe.width[iy] = (terms + DiscLayout::line - 1) / DiscLayout::line * DiscLayout::line;
+    recipe.width[iy] = disc.kept(spectrum.columns()[iy]);
     next += recipe.width[iy];
   }
   disc.plane_terms = std::max<std::ptrdiff_t>(next, DiscLayout::line);

@@ -58,6 +58,7 @@ Index3 seen_as(const Expansion& e, Index3 i) noexcept {
 
 void widen(SpectrumExtent& extent, std::int32_t* columns, std::int32_t kmax, Index3 i) noexcept {
   const Index3 half = in_half(i) ? i : opposite(i);
+  extent.alternates = extent.alternates && (half.h + half.k) % 2 == 0;
   extent.largest = {std::max(extent.largest.h, half.h),
                     std::max(extent.largest.k, std::abs(half.k)),
                     std::max(extent.largest.l, std::abs(half.l))};

@@ -42,6 +42,7 @@ struct SpectrumExtent {
   Index3 largest = {0, 0, 0};  // magnitudes over all indices that count
   double power = 0;            // sum of |F|^2 over the whole spectrum, opposites included
   double f000 = 0;
+  bool alternates = true;  // h + k is even in all of them
 };
 
 // Largest magnitudes of the list's own indices; false if one reaches index_limit.

@@ -62,6 +62,31 @@ class Recipe : public MapEngine {
     return {values, values + n};
   }
 
+  using Point = std::array<int, 3>;
+
+  static Status generate_box(const std::vector<Row>& rows, Point low, Point high, Point n) {
+    qxmap& map = *qx_get_qxmap();
+    map.extent = frac_extent;
+    for (std::size_t i = 0; i < 3; ++i) {
+      map.limits[2 * i] = static_cast<double>(low[i]) / n[i];
+      map.limits[2 * i + 1] = static_cast<double>(high[i]) / n[i];
+    }
+    return generate(rows);
+  }
+
+  static void expect_box_of(const std::vector<double>& cell, Point low, Point high, Point n) {
+    const auto wrapped = [&](int i, std::size_t axis) { return (i % n[axis] + n[axis]) % n[axis]; };
+    const double* box = map_density(*qx_get_qxmap())[0][0];
+    for (int z = low[2]; z <= high[2]; ++z) {
+      for (int y = low[1]; y <= high[1]; ++y) {
+        for (int x = low[0]; x <= high[0]; ++x) {
+          const int at = (wrapped(z, 2) * n[1] + wrapped(y, 1)) * n[0] + wrapped(x, 0);
+          ASSERT_NEAR(*box++, cell[static_cast<std::size_t>(at)], 1e-5) << x << " " << y;
+        }
+      }
+    }
+  }
+
   static Status write(const std::string& path) {
     qxmap& map = *qx_get_qxmap();
     (void)xfree(std::exchange(map.path, nullptr));
@@ -114,6 +139,30 @@ TEST_F(Recipe, isRightOnGridsThatLackTheSymmetry) {
       const std::vector<double> block = points();
       for (std::size_t i = 0; i < block.size(); ++i)
         ASSERT_NEAR(planes[i], block[i], 1e-5) << group;
+    }
+  }
+}
+
+// Terms with h + k even are kept in half the room, whether the group says so or not; a box may lie
+// in the half of the rows that repeats the other.
+TEST_F(Recipe, isRightWhereEverySecondTermIsMissing) {
+  std::mt19937 random(8);
+  std::vector<Row> rows = random_rows(random, 9, 900);
+  std::erase_if(rows, [](const Row& row) { return (row.hkl.h + row.hkl.k) % 2 != 0; });
+  for (const char* group : {"P 1", "C 1 2 1", "F 2 2 2"}) {
+    for (const std::array<int, 3>& n : {std::array{40, 24, 20}, {24, 45, 20}, {45, 24, 20}}) {
+      (void)qx_create_quorix();
+      install_group(group, n);
+      ASSERT_EQ(generate(rows), ok);
+      EXPECT_EQ(qx_get_qxmap()->recipe->disc.alternates, n[0] % 2 == 0 && n[1] % 2 == 0);
+      const std::vector<double> planes = points();
+      qx_get_qxrefdata()->friedel_flag = 1;
+      ASSERT_EQ(generate(rows), ok);
+      const std::vector<double> block = points();
+      for (std::size_t i = 0; i < block.size(); ++i) ASSERT_NEAR(planes[i], block[i], 1e-5);
+      qx_get_qxrefdata()->friedel_flag = 0;
+      ASSERT_EQ(generate_box(rows, {-3, n[1] / 2 - 4, 2}, {5, n[1] + 2, 9}, n), ok);
+      expect_box_of(block, {-3, n[1] / 2 - 4, 2}, {5, n[1] + 2, 9}, n);
     }
   }
 }
