@@ -72,9 +72,9 @@ class Peer {
 };
 #endif
 
-void spread(benchmark::State& state, bool hexagonal, bool five) {
+void spread(benchmark::State& state, qx::bench::Axes axes, bool five) {
   const auto natoms = static_cast<int>(state.range(0));
-  const Structure structure = qx::bench::random_structure(natoms, hexagonal, 1);
+  const Structure structure = qx::bench::random_structure(natoms, axes, 1);
   double*** box = nullptr;
   {
     const qx::bench::Silence quiet;
@@ -110,22 +110,33 @@ void spread(benchmark::State& state, bool hexagonal, bool five) {
   qx_terminate_quorix();
 }
 
-BENCHMARK_CAPTURE(spread, orthorhombic_two, false, false)
+using qx::bench::Axes;
+BENCHMARK_CAPTURE(spread, orthorhombic_two, Axes::orthorhombic, false)
     ->Arg(2000)
     ->Arg(20000)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(spread, orthorhombic_five, false, true)
+BENCHMARK_CAPTURE(spread, orthorhombic_five, Axes::orthorhombic, true)
     ->Arg(2000)
     ->Arg(20000)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(spread, hexagonal_two, true, false)
+BENCHMARK_CAPTURE(spread, hexagonal_two, Axes::hexagonal, false)
     ->Arg(2000)
     ->Arg(20000)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(spread, hexagonal_five, true, true)
+BENCHMARK_CAPTURE(spread, hexagonal_five, Axes::hexagonal, true)
+    ->Arg(2000)
+    ->Arg(20000)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(spread, monoclinic_two, Axes::monoclinic, false)
+    ->Arg(2000)
+    ->Arg(20000)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(spread, monoclinic_five, Axes::monoclinic, true)
     ->Arg(2000)
     ->Arg(20000)
     ->UseManualTime()

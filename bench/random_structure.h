@@ -58,21 +58,24 @@ struct Structure {
 };
 
 // `natoms` of C, N, O and S as in a protein, 27 A^3 each, B from 10 to 40; orthorhombic or
-// hexagonal (a = b, gamma 120).
-inline Structure random_structure(int natoms, bool hexagonal, unsigned seed) {
-  const double edge = std::cbrt(27.0 * natoms / (hexagonal ? std::sqrt(0.75) : 1.0));
-  Structure s = {{edge, edge, edge, 90, 90, hexagonal ? 120.0 : 90.0}, {}};
+// hexagonal (a = b, gamma 120) or monoclinic (beta 110).
+enum class Axes { orthorhombic, hexagonal, monoclinic };
+inline Structure random_structure(int natoms, Axes axes, unsigned seed) {
+  const double gamma = axes == Axes::hexagonal ? 120.0 : 90.0;
+  const double beta = axes == Axes::monoclinic ? 110.0 : 90.0;
+  const double degree = std::acos(-1.0) / 180.0;
+  const double edge = std::cbrt(27.0 * natoms / std::sin(gamma * degree) / std::sin(beta * degree));
+  Structure s = {{edge, edge, edge, 90, beta, gamma}, {}};
   std::mt19937 random(seed);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   constexpr int kinds[] = {6, 6, 6, 6, 6, 6, 7, 7, 8, 8, 8, 6, 6, 7, 8, 6, 6, 6, 8, 16};
   for (int i = 0; i < natoms; ++i) {
     Atom atom = {};
     for (double& f : atom.f) f = unit(random);
-    const double cosine = hexagonal ? -0.5 : 0.0;
-    const double sine = std::sqrt(1 - cosine * cosine);
-    atom.x[0] = edge * (atom.f[0] + cosine * atom.f[1]);
-    atom.x[1] = edge * sine * atom.f[1];
-    atom.x[2] = edge * atom.f[2];
+    atom.x[0] = edge * (atom.f[0] + std::cos(gamma * degree) * atom.f[1] +
+                        std::cos(beta * degree) * atom.f[2]);
+    atom.x[1] = edge * std::sin(gamma * degree) * atom.f[1];
+    atom.x[2] = edge * std::sin(beta * degree) * atom.f[2];
     atom.atomic_number = kinds[random() % 20];
     atom.b = 10.0 + 30.0 * unit(random);
     s.atoms.push_back(atom);

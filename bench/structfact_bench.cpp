@@ -99,9 +99,9 @@ double vector_r(const Values& reference, const Values& other) {
   return difference / sum;
 }
 
-void structure_factors(benchmark::State& state, bool hexagonal, const char* group) {
+void structure_factors(benchmark::State& state, qx::bench::Axes axes, const char* group) {
   const auto natoms = static_cast<int>(state.range(0));
-  Structure structure = qx::bench::random_structure(natoms, hexagonal, 1);
+  Structure structure = qx::bench::random_structure(natoms, axes, 1);
   const gemmi::Structure peer = peer_structure(structure, group);
   std::vector<gemmi::Miller> hkl;
   const Values reference = peer_run(peer, 3.0, 1e-8F, 40.0, hkl);
@@ -131,12 +131,12 @@ void structure_factors(benchmark::State& state, bool hexagonal, const char* grou
   qx_terminate_quorix();
 }
 
-BENCHMARK_CAPTURE(structure_factors, orthorhombic, false, "P 21 21 21")
+BENCHMARK_CAPTURE(structure_factors, orthorhombic, qx::bench::Axes::orthorhombic, "P 21 21 21")
     ->Arg(2000)
     ->Arg(20000)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(structure_factors, hexagonal, true, "P 31 2 1")
+BENCHMARK_CAPTURE(structure_factors, hexagonal, qx::bench::Axes::hexagonal, "P 31 2 1")
     ->Arg(2000)
     ->Arg(20000)
     ->UseManualTime()

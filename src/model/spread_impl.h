@@ -26,6 +26,15 @@ QX_FORCED void store(double* to, V v) { __builtin_memcpy(to, &v, sizeof v); }
 QX_FORCED V splat(double x) { return V{} + x; }
 QX_FORCED V at_least(V x, double limit) { return x < splat(limit) ? splat(limit) : x; }
 QX_FORCED V at_most(V x, double limit) { return x > splat(limit) ? splat(limit) : x; }
+QX_FORCED Bits between(V x, double low, double high) {
+  return (x >= splat(low)) & (x <= splat(high));
+}
+// 0, 1, 2 ...
+QX_FORCED V counting() {
+  V v;
+  for (int k = 0; k < W; ++k) v[k] = k;
+  return v;
+}
 
 // Adds `value` where square <= limit. The other points are not touched: they may be another
 // thread's, or nobody's.
@@ -68,14 +77,55 @@ constexpr double least_exponent = -230.0;
 
 QX_FORCED V gaussian(V minus_t) { return exponential(at_least(minus_t, least_exponent)); }
 
-inline void comb(std::int32_t n, const double* exponents, std::int32_t count, const double* x,
-                 double* values, std::ptrdiff_t pitch) {
+// What registers may read beyond the last of `count` values. It counts for nothing, but must not be
+// left from something else: as a denormal number it would cost more than all the rest.
+QX_FORCED void clear_beyond(std::int32_t count, double* values) {
+  for (std::int32_t m = (count + W - 1) / W * W; m < padded(count); m += W) store(values + m, V{});
+}
+
+inline void comb(std::int32_t n, const double* amplitudes, const double* exponents,
+                 std::int32_t count, const double* x, double* values, std::ptrdiff_t pitch) {
   for (std::int32_t m = 0; m < count; m += W) {
     const V at = load(x + m);
     const V square = at * at;
     for (std::int32_t i = 0; i < n; ++i) {
-      store(values + i * pitch + m, gaussian(square * -exponents[i]));
+      store(values + i * pitch + m, amplitudes[i] * gaussian(square * -exponents[i]));
     }
+  }
+  for (std::int32_t i = 0; i < n; ++i) clear_beyond(count, values + i * pitch);
+}
+
+inline void leaning_comb(std::int32_t n, const double* exponents, std::int32_t count,
+                         const LeaningPoints& points, double* values, double* ratios,
+                         std::ptrdiff_t pitch) {
+  const double step = points.lean;
+  for (std::int32_t i = 0; i < n; ++i) {
+    const double e = exponents[i];
+    points.change[i] = exponential(splat(-2.0 * e * step * step))[0];
+    for (std::int32_t m = 0; m < count; m += W) {
+      const V at = load(points.x + m) + points.shift;
+      store(values + i * pitch + m, exponential(at * at * -e));
+      store(ratios + i * pitch + m, exponential((at + at + step) * (-e * step)));
+    }
+    clear_beyond(count, values + i * pitch);
+  }
+}
+
+inline void lean(std::int32_t n, std::int32_t count, const double* change, double* values,
+                 double* ratios, std::ptrdiff_t pitch) {
+  for (std::int32_t i = 0; i < n; ++i, values += pitch, ratios += pitch) {
+    for (std::int32_t m = 0; m < count; m += W) {
+      const V ratio = load(ratios + m);
+      store(values + m, load(values + m) * ratio);
+      store(ratios + m, ratio * change[i]);
+    }
+  }
+}
+
+inline void squares(std::int32_t count, const double* x, double shift, double* out) {
+  for (std::int32_t m = 0; m < padded(count); m += W) {
+    const V at = load(x + m) + shift;
+    store(out + m, at * at);
   }
 }
 
@@ -110,24 +160,39 @@ QX_FORCED void by_columns(std::int32_t lanes, const F& f) {
   if (lane < lanes) f.template operator()<1>(lane);
 }
 
-template <int N, int Columns>
+// What stays in registers while a column goes down the rows is held by value: a store to the map
+// could change anything that a pointer leads to.
+template <int N, int Columns, bool Cut>
 QX_FORCED void add_comb_columns(const SpreadLayer& layer, const SpreadCombs& combs,
                                 const double* heights, std::int32_t lane) {
   V g[N][Columns];
   V square[Columns];
+  V number[Columns];
   for (int v = 0; v < Columns; ++v) {
+    if (Cut) number[v] = counting() + (lane + v * W);
     square[v] = load(combs.x_squared + lane + v * W);
     for (int i = 0; i < N; ++i) {
-      g[i][v] = load(combs.along_x + i * combs.x_pitch + lane + v * W) * heights[i];
+      g[i][v] = load(combs.along_x + i * combs.x_pitch + lane + v * W) * heights[i * heights_pitch];
     }
   }
+  const V nowhere = splat(-1.0);
+  const double rest = layer.rest;
+  const double* y_squared = layer.y_squared;
+  const double* along_y = combs.along_y;
+  const std::ptrdiff_t y_pitch = combs.y_pitch;
+  const std::ptrdiff_t pitch = layer.pitch;
+  const std::int32_t low_end = layer.low_end;
+  const std::int32_t high_end = layer.high_end;
+  const std::int32_t rows = layer.rows;
   double* row = layer.data + lane;
-  for (std::int32_t j = 0; j < layer.rows; ++j, row += layer.pitch) {
-    const V limit = splat(layer.rest - layer.y_squared[j]);
+  for (std::int32_t j = 0; j < rows; ++j, row += pitch, ++along_y) {
+    const V limit = splat(rest - y_squared[j]);
     for (int v = 0; v < Columns; ++v) {
-      V sum = g[0][v] * combs.along_y[j];
-      for (int i = 1; i < N; ++i) sum += g[i][v] * combs.along_y[i * combs.y_pitch + j];
-      add_within(row + v * W, sum, square[v], limit);
+      V sum = g[0][v] * *along_y;
+      for (int i = 1; i < N; ++i) sum += g[i][v] * along_y[i * y_pitch];
+      V here = limit;
+      if (Cut) here = between(number[v], low_end - j, high_end - j) ? limit : nowhere;
+      add_within(row + v * W, sum, square[v], here);
     }
   }
 }
@@ -135,7 +200,11 @@ QX_FORCED void add_comb_columns(const SpreadLayer& layer, const SpreadCombs& com
 inline void add_combs(const SpreadLayer& layer, const SpreadCombs& combs, const double* heights) {
   with_number(combs.n, [&]<int N>() {
     by_columns(layer.lanes, [&]<int Columns>(std::int32_t lane) {
-      add_comb_columns<N, Columns>(layer, combs, heights, lane);
+      if (layer.cut) {
+        add_comb_columns<N, Columns, true>(layer, combs, heights, lane);
+      } else {
+        add_comb_columns<N, Columns, false>(layer, combs, heights, lane);
+      }
     });
   });
 }
@@ -185,6 +254,7 @@ QX_FORCED void fill_by_exponentials(const SpreadSlice& slice, const SliceForm& f
 template <int N>
 void fill_slice_of(const SpreadSlice& slice, const SliceForm& form, std::int32_t rows,
                    std::int32_t lanes) {
+  for (std::int32_t i = 0; i < N * rows; ++i) clear_beyond(lanes, slice.values + i * slice.pitch);
   for (std::int32_t lane = 0; lane < lanes; lane += W) {
     if (form.steady) {
       fill_by_ratios<N>(slice, form, rows, lane);
@@ -228,6 +298,7 @@ inline void add_slice(const SpreadLayer& layer, const SpreadSlice& slice, std::i
   });
 }
 
-constexpr SpreadKernels table = {QX_SPREAD_NAME, comb, heights, add_combs, fill_slice, add_slice};
+constexpr SpreadKernels table = {QX_SPREAD_NAME, comb,      leaning_comb, lean,     squares,
+                                 heights,        add_combs, fill_slice,   add_slice};
 
 }  // namespace qx::QX_SPREAD_ISA

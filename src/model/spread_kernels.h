@@ -14,6 +14,14 @@ namespace qx {
 // Whole registers of Gaussians, of rows and of points in a row: arrays are padded to this.
 inline constexpr std::int32_t spread_padding = 8;
 
+// Whole registers from any of n places on.
+constexpr std::int32_t padded(std::int32_t n) noexcept {
+  return (n + 2 * spread_padding - 2) / spread_padding * spread_padding;
+}
+
+// Heights of a register of planes: from Gaussian to Gaussian.
+inline constexpr std::int32_t heights_pitch = padded(spread_padding);
+
 // What stands for the coordinates of points beyond the last of a row: no point is touched there,
 // and nothing becomes a denormal number on the way.
 inline constexpr double off_the_row = std::numeric_limits<double>::quiet_NaN();
@@ -25,6 +33,10 @@ struct SpreadLayer {
   std::int32_t rows, lanes;
   double rest;              // radius^2 - z^2
   const double* y_squared;  // by row
+  // Of row j the lanes low_end - j ... high_end - j lie in the cell, where it cuts the sphere.
+  bool cut = false;
+  std::int32_t low_end = 0;
+  std::int32_t high_end = 0;
 };
 
 // Products of values along x and along y: value i of lane m is along_x[i x_pitch + m].
@@ -35,6 +47,12 @@ struct SpreadCombs {
   std::ptrdiff_t x_pitch;
   const double* along_y;
   std::ptrdiff_t y_pitch;
+};
+
+struct LeaningPoints {
+  const double* x;
+  double shift, lean;
+  double* change;  // by Gaussian
 };
 
 // Values of each Gaussian at every point of a layer: value i of lane m in row j is
@@ -60,14 +78,25 @@ struct SliceForm {
 struct SpreadKernels {
   const char* name;
 
-  // values[i pitch + m] = exp(-exponents[i] x[m]^2), as far as it matters.
-  void (*comb)(std::int32_t n, const double* exponents, std::int32_t count, const double* x,
-               double* values, std::ptrdiff_t pitch);
+  // values[i pitch + m] = amplitudes[i] exp(-exponents[i] x[m]^2), as far as it matters.
+  void (*comb)(std::int32_t n, const double* amplitudes, const double* exponents,
+               std::int32_t count, const double* x, double* values, std::ptrdiff_t pitch);
+
+  // The same with amplitudes of one and without limit, the ratio of each to the value at
+  // x[m] + lean, and by what that ratio changes with each further `lean`; then one step on, and
+  // the squares of shifted points.
+  void (*leaning_comb)(std::int32_t n, const double* exponents, std::int32_t count,
+                       const LeaningPoints& points, double* values, double* ratios,
+                       std::ptrdiff_t pitch);
+  void (*lean)(std::int32_t n, std::int32_t count, const double* change, double* values,
+               double* ratios, std::ptrdiff_t pitch);
+  void (*squares)(std::int32_t count, const double* x, double shift, double* squares);
 
   // heights[i] = amplitudes[i] exp(-exponents[i] z^2); all arrays padded.
   void (*heights)(const double* amplitudes, const double* exponents, double z, double* heights);
 
-  // Adds sum over i of heights[i] along_x[i] along_y[i] at the layer's points within the radius.
+  // Adds sum over i of heights[i heights_pitch] along_x[i] along_y[i] at the layer's points within
+  // the radius.
   void (*add_combs)(const SpreadLayer& layer, const SpreadCombs& combs, const double* heights);
 
   void (*fill_slice)(const SpreadSlice& slice, const SliceForm& form, std::int32_t rows,

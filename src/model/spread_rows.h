@@ -24,6 +24,21 @@ inline IndexRange indices_within(double half, double steps_per_length, double of
   return range;
 }
 
+// The same without branches for places in [0, n) that a mask looks at once more: there may be one
+// too many, and none that is outside the cell.
+inline IndexRange places_within(double half, double steps_per_length, double offset,
+                                std::int32_t n) noexcept {
+  const double low = (-half - offset) * steps_per_length;
+  const double high = (half - offset) * steps_per_length;
+  const double end = n;
+  double first = low > 0.0 ? low : 0.0;
+  first = first < end ? first : end;
+  double last = high < end - 1.0 ? high : end - 1.0;
+  last = last > -1.0 ? last : -1.0;
+  const auto whole = static_cast<std::int32_t>(first);
+  return {whole + static_cast<std::int32_t>(whole < first), static_cast<std::int32_t>(last)};
+}
+
 // The planes of the box that cut the sphere.
 inline IndexRange planes_within(const SpreadGrid& grid, const double centre[3],
                                 double radius) noexcept {

@@ -9,6 +9,10 @@
 #include <string>
 #include <vector>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace {
 
 using qx::AnisoGaussians;
@@ -95,7 +99,7 @@ TEST_P(Spreading, isTheSumOfGaussiansWithinTheRadiusAndTouchesNothingElse) {
   constexpr double centres[][3] = {{0.5, 0.52, 0.49}, {0.013, 0.99, 0.02}, {1.05, -0.04, 0.6}};
   int n = 0;
   for (const Cell& cell : cells) {
-    for (const double radius : {0.2, 2.6, 5.3}) {
+    for (const double radius : {0.2, 2.6, 5.3, 8.0}) {
       for (const double sharpest : {0.9, 90.0}) {
         for (const bool aniso : {false, true}) {
           n = n % qx::most_gaussians + 1;
@@ -153,6 +157,30 @@ TEST_P(Spreading, aPlaneIsTheSameInEveryBoxAndComesOffAgain) {
     }
   }
 }
+
+#if defined(__x86_64__)
+// Arithmetic with one denormal number takes as long as with a hundred others.
+TEST_P(Spreading, meetsNoDenormalNumberLeftInScratch) {
+  constexpr unsigned met_denormal = 2;  // of the control and status register
+  for (const Cell& cell : cells) {
+    for (const bool aniso : {false, true}) {
+      for (const double u : {0.02, 0.5, 0.53}) {
+        const SpreadGrid g = grid(cell);
+        const double at[3] = {u, 0.41, 0.46};
+        std::vector<double> scratch(qx::spread_scratch_size(g, 3.3), 1e-310);
+        const AnisoGaussians atom = terms(5, 3.0, aniso);
+        _mm_setcsr(_mm_getcsr() & ~met_denormal);
+        if (aniso) {
+          qx::spread_aniso(g, atom, at, 3.3, scratch.data());
+        } else {
+          qx::spread_iso(g, isotropic(atom), at, 3.3, scratch.data());
+        }
+        EXPECT_EQ(_mm_getcsr() & met_denormal, 0U) << cell.name << (aniso ? " aniso" : "");
+      }
+    }
+  }
+}
+#endif
 
 std::vector<const qx::SpreadKernels*> available() {
   const qx::SpreadKernels* tables[3];
