@@ -46,6 +46,7 @@ TEST(UniqueReflections, areThoseOfTheWholeBoxInItsOrder) {
       gemmi::for_all_reflections([&](const gemmi::Miller& hkl) { plain.push_back(hkl); }, cell,
                                  &group, 1.7, low, true);
       ASSERT_EQ(found, plain) << group.xhm();
+      ASSERT_EQ(UniqueReflections(cell, &group, 1.7, low).count(), plain.size()) << group.xhm();
     }
   }
 }

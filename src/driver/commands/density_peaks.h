@@ -17,7 +17,7 @@ struct DensityPeakSite : DensitySite {
 };
 
 // The point of the whole cell's grid that stands for a point and its mates.
-std::int64_t orbit_of(const std::int32_t (&indices)[3], const std::int32_t (&intervals)[3],
+std::int64_t orbit_of(const std::int32_t (&indices)[3], const std::int32_t (&n)[3],
                       const std::vector<gemmi::Op>& operators);
 
 // Writes the names of the nearest atoms.

@@ -75,20 +75,50 @@ void copy_columns(const qxrefdata* set, const qx_mtz_view& mtz, ReflectionFile& 
   }
 }
 
+constexpr float index_limit = 1e6F;
+
+// The nearest whole number; half a step added to a float stays exact.
+double whole(float value) {
+  const auto exact = static_cast<double>(value);
+  return static_cast<int>(exact + (exact < 0.0 ? -0.5 : 0.5));
+}
+
+// Least and largest 1/d^2 above 0 of indices, several at a time.
+struct SphereLimits {
+  static constexpr std::size_t lanes = 8;
+  double smallest[lanes], largest[lanes];
+
+  SphereLimits() {
+    std::fill(smallest, smallest + lanes, std::numeric_limits<double>::infinity());
+    std::fill(largest, largest + lanes, 0.0);
+  }
+  void add(const gemmi::UnitCell& cell, const float* h, const float* k, const float* l,
+           std::size_t n) {
+    for (std::size_t i = 0; i < n; ++i) {
+      const bool known = std::fabs(h[i]) < index_limit && std::fabs(k[i]) < index_limit &&
+                         std::fabs(l[i]) < index_limit;
+      const double s2 = cell.calculate_1_d2_double(
+          whole(known ? h[i] : 0.0F), whole(known ? k[i] : 0.0F), whole(known ? l[i] : 0.0F));
+      smallest[i] = s2 > 0.0 && s2 < smallest[i] ? s2 : smallest[i];
+      largest[i] = s2 > largest[i] ? s2 : largest[i];
+    }
+  }
+};
+
 void measure_resolution(ReflectionFile& file) {
   const gemmi::UnitCell cell(file.cell[0], file.cell[1], file.cell[2], file.cell[3], file.cell[4],
                              file.cell[5]);
-  if (!cell.is_crystal()) return;
-  double largest = 0.0;
-  double smallest = std::numeric_limits<double>::infinity();
-  for (std::size_t i = 0; i < file.rows; ++i) {
-    int hkl[3] = {};
-    if (!file.index(i, hkl)) continue;
-    const double s2 = cell.calculate_1_d2_double(hkl[0], hkl[1], hkl[2]);
-    if (!(s2 > 0.0)) continue;
-    largest = std::max(largest, s2);
-    smallest = std::min(smallest, s2);
-  }
+  if (!cell.is_crystal() || file.columns.size() < 3) return;
+  const float* h = file.columns[0].values.data();
+  const float* k = file.columns[1].values.data();
+  const float* l = file.columns[2].values.data();
+  constexpr std::size_t lanes = SphereLimits::lanes;
+  SphereLimits limits;
+  std::size_t i = 0;
+  for (; i + lanes <= file.rows; i += lanes) limits.add(cell, h + i, k + i, l + i, lanes);
+  limits.add(cell, h + i, k + i, l + i, file.rows - i);
+  const double largest = *std::max_element(limits.largest, limits.largest + lanes);
+  const double smallest = *std::min_element(limits.smallest, limits.smallest + lanes);
   if (largest > 0.0) {
     file.resolution[0] = 1.0 / std::sqrt(largest);
     file.resolution[1] = 1.0 / std::sqrt(smallest);
@@ -119,13 +149,11 @@ ReadableMtz readable_mtz(const std::string& path) {
 }
 
 bool ReflectionFile::index(std::size_t row, int (&hkl)[3]) const {
-  constexpr float largest = 1e6F;
   if (columns.size() < 3) return false;
   for (std::size_t a = 0; a < 3; ++a) {
     const float value = columns[a].values[row];
-    if (!(std::fabs(value) < largest)) return false;
-    const auto exact = static_cast<double>(value);  // half a step added to it stays exact
-    hkl[a] = static_cast<int>(exact + (exact < 0.0 ? -0.5 : 0.5));
+    if (!(std::fabs(value) < index_limit)) return false;
+    hkl[a] = static_cast<int>(whole(value));
   }
   return true;
 }

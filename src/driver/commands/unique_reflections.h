@@ -19,6 +19,13 @@ class Absences {
   Absences(const Absences&) = delete;
   Absences& operator=(const Absences&) = delete;
 
+  // Whether no index of this h and k is extinguished.
+  [[nodiscard]] bool none_in_row(int h, int k) {
+    if (group_.cen_ops.size() > 1) return false;
+    if (h != h_ || k != k_) begin_row(h, k);
+    return n_ == 0;
+  }
+
   [[nodiscard]] bool has(const gemmi::Miller& hkl) {
     for (const gemmi::Op::Tran& centring : group_.cen_ops) {
       if (gemmi::GroupOps::has_phase_shift(centring, hkl)) return true;
@@ -70,35 +77,93 @@ inline bool may_hold(const gemmi::ReciprocalAsu& asu, int h, int k) {
   return !asu.is_ref || asu.is_in({h, k, large}) || asu.is_in({h, k, h});
 }
 
-// Calls `take` for every index of the group's asymmetric unit with dmin <= d < dmax (Angstrom) that
-// the group does not extinguish, in the order of h, k and l. Along l no more is looked at than the
-// sphere holds; gemmi's loop of the same name goes through its whole box.
-template <class Take>
-void for_all_unique(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group, double dmin,
-                    double dmax, Take take) {
-  const gemmi::ReciprocalAsu asu(group);
-  Absences absences(group->operations());
-  const gemmi::Miller most = cell.get_hkl_limits(dmin);
-  const double high = 1.0 / (dmin * dmin);
-  const double low = dmax > 0.0 ? 1.0 / (dmax * dmax) : 0.0;
-  gemmi::Miller hkl;
-  for (hkl[0] = -most[0]; hkl[0] <= most[0]; ++hkl[0]) {
-    for (hkl[1] = -most[1]; hkl[1] <= most[1]; ++hkl[1]) {
-      if (!may_hold(asu, hkl[0], hkl[1])) continue;
-      // 1/d^2 = c*^2 (l + middle)^2 + rest, of which a step on either side is left for rounding.
-      const double middle =
-          (cell.ar * hkl[0] * cell.cos_betar + cell.br * hkl[1] * cell.cos_alphar) / cell.cr;
-      const double rest = cell.calculate_1_d2_double(hkl[0], hkl[1], -middle);
-      const double reach = std::sqrt(std::max(0.0, high - rest)) / cell.cr + 1.0;
-      const int last = std::min(most[2], static_cast<int>(std::floor(reach - middle)));
-      hkl[2] = std::max(-most[2], static_cast<int>(std::ceil(-reach - middle)));
-      for (; hkl[2] <= last; ++hkl[2]) {
-        if (!asu.is_in(hkl)) continue;
-        const double s2 = cell.calculate_1_d2(hkl);
-        if (s2 <= high && s2 > low && !absences.has(hkl)) take(hkl);
+// The reflections of a group's asymmetric unit with dmin <= d < dmax (Angstrom) that the group does
+// not extinguish. Along l no more is looked at than the sphere holds; gemmi's loop goes through its
+// whole box.
+class UniqueReflections {
+ public:
+  // dmax 0: no limit. `cell` stays the caller's.
+  UniqueReflections(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group, double dmin,
+                    double dmax)
+      : cell_(cell),
+        asu_(group),
+        absences_(group->operations()),
+        most_(cell.get_hkl_limits(dmin)),
+        high_(1.0 / (dmin * dmin)),
+        low_(dmax > 0.0 ? 1.0 / (dmax * dmax) : 0.0) {}
+
+  // Calls `take` for each, in the order of h, k and l.
+  template <class Take>
+  void for_each(Take take) {
+    for_each_row([&](const Row& row) {
+      for (gemmi::Miller hkl = row.first; hkl[2] <= row.last; ++hkl[2]) {
+        if (has(hkl) && !absences_.has(hkl)) take(hkl);
+      }
+    });
+  }
+
+  // A row without absences has all between its ends: sphere and asymmetric unit are convex.
+  [[nodiscard]] std::size_t count() {
+    std::size_t n = 0;
+    for_each_row([&](Row row) {
+      if (row.crosses_low || !absences_.none_in_row(row.first[0], row.first[1])) {
+        for (; row.first[2] <= row.last; ++row.first[2]) {
+          if (has(row.first) && !absences_.has(row.first)) ++n;
+        }
+        return;
+      }
+      while (row.first[2] <= row.last && !has(row.first)) ++row.first[2];
+      while (row.first[2] <= row.last && !has({row.first[0], row.first[1], row.last})) --row.last;
+      n += static_cast<std::size_t>(std::max(0, row.last + 1 - row.first[2]));
+    });
+    return n;
+  }
+
+ private:
+  // The l of one h and k that the sphere may hold, a step on either side left for rounding.
+  struct Row {
+    gemmi::Miller first;
+    int last;
+    bool crosses_low;  // some may lie within the inner sphere
+  };
+
+  [[nodiscard]] bool has(const gemmi::Miller& hkl) const {
+    if (!asu_.is_in(hkl)) return false;
+    const double s2 = cell_.calculate_1_d2(hkl);
+    return s2 <= high_ && s2 > low_;
+  }
+
+  template <class Take>
+  void for_each_row(Take take) {
+    for (int h = -most_[0]; h <= most_[0]; ++h) {
+      for (int k = -most_[1]; k <= most_[1]; ++k) {
+        if (may_hold(asu_, h, k)) take(row_of(h, k));
       }
     }
   }
+
+  // 1/d^2 = c*^2 (l + middle)^2 + rest.
+  [[nodiscard]] Row row_of(int h, int k) const {
+    const double middle =
+        (cell_.ar * h * cell_.cos_betar + cell_.br * k * cell_.cos_alphar) / cell_.cr;
+    const double rest = cell_.calculate_1_d2_double(h, k, -middle);
+    const double reach = std::sqrt(std::max(0.0, high_ - rest)) / cell_.cr + 1.0;
+    const int first = std::max(-most_[2], static_cast<int>(std::ceil(-reach - middle)));
+    const int last = std::min(most_[2], static_cast<int>(std::floor(reach - middle)));
+    return {{h, k, first}, last, rest <= low_ * 1.0001};
+  }
+
+  const gemmi::UnitCell& cell_;
+  gemmi::ReciprocalAsu asu_;
+  Absences absences_;
+  gemmi::Miller most_;
+  double high_, low_;
+};
+
+template <class Take>
+void for_all_unique(const gemmi::UnitCell& cell, const gemmi::SpaceGroup* group, double dmin,
+                    double dmax, Take take) {
+  UniqueReflections(cell, group, dmin, dmax).for_each(take);
 }
 
 }  // namespace qx

@@ -22,11 +22,10 @@ int expected_reflections(const ReflectionFile& file) {
   if (!file.group || file.batches > 0 || !are_countable(file.cell, file.resolution[0])) return 0;
   const double* c = file.cell;
   constexpr double slack = 1e-6;
-  int count = 0;
-  for_all_unique(gemmi::UnitCell(c[0], c[1], c[2], c[3], c[4], c[5]), file.group,
-                 file.resolution[0] * (1 - slack), file.resolution[1] * (1 + slack),
-                 [&](const gemmi::Miller&) { ++count; });
-  return count;
+  const gemmi::UnitCell cell(c[0], c[1], c[2], c[3], c[4], c[5]);
+  UniqueReflections unique(cell, file.group, file.resolution[0] * (1 - slack),
+                           file.resolution[1] * (1 + slack));
+  return static_cast<int>(unique.count());
 }
 
 // Several at a time, which a compiler makes one instruction of.
