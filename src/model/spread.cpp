@@ -2,6 +2,7 @@
 
 #include "model/spread_kernels.h"
 #include "model/spread_place.h"
+#include "model/spread_products.h"
 #include "model/spread_rows.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "model/spread_place.h"
+#include "model/spread_products.h"
 
 #include <limits>
 

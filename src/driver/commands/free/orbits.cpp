@@ -9,10 +9,10 @@ namespace qx {
 
 namespace {
 
-constexpr int bias = 1 << 20;
+constexpr OrbitKey bias = OrbitKey{1} << 20;
 
 OrbitKey packed(int h, int k, int l) {
-  const auto part = [](int index) { return static_cast<OrbitKey>(index + bias); };
+  const auto part = [](int index) { return static_cast<OrbitKey>(index) + bias; };
   return part(h) << 42 | part(k) << 21 | part(l);
 }
 
@@ -26,7 +26,7 @@ bool allowed_by_centring(const gemmi::GroupOps& group, const gemmi::Miller& hkl)
 
 gemmi::Miller index_of(OrbitKey key) {
   const auto part = [key](int shift) {
-    return static_cast<int>(key >> shift & (2 * bias - 1)) - bias;
+    return static_cast<int>(key >> shift & (2 * bias - 1)) - static_cast<int>(bias);
   };
   return {part(42), part(21), part(0)};
 }

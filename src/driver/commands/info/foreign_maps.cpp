@@ -50,7 +50,7 @@ class MapText {
                                   : std::string()));
     }
   }
-  std::vector<double> words(std::string text) {
+  std::vector<double> words(const std::string& text) {
     std::vector<double> numbers;
     for (std::size_t at = 0;;) {
       at = text.find_first_not_of(' ', at);
