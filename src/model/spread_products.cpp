@@ -8,7 +8,7 @@ namespace {
 
 // Few rows are all gone through in every plane: a loop whose length the processor cannot foresee
 // costs more than rows without points.
-bool are_few(std::int32_t rows) noexcept { return rows <= 16; }
+bool are_few(std::int32_t rows) noexcept { return rows <= 10; }
 
 // Values along one axis at the points about the atom. Where the third axis leans, points move by
 // `lean` from plane to plane: the ratio of values in neighbouring planes changes by a constant.

@@ -75,19 +75,59 @@ Status open_f(std::int32_t n, ComplexF& f) {
   return f.im ? ok : failed;
 }
 
+namespace {
+
+// atan(t) / t for |t| <= tan(pi / 8), by powers of t^2: within 5e-14.
+double arctangent_ratio(double z) noexcept {
+  double p = 0.030741235722530916 * z - 0.05879747957083784;
+  p = p * z + 0.07565119421772808;
+  p = p * z - 0.09078591050179419;
+  p = p * z + 0.11110400526005988;
+  p = p * z - 0.14285691077345133;
+  p = p * z + 0.1999999961843108;
+  p = p * z - 0.3333333333091035;
+  return p * z + 0.9999999999999845;
+}
+
+// 1 or 0, for sums in place of branches, which would keep several from being found at once.
+double indicator(bool yes) noexcept { return yes ? 1.0 : 0.0; }
+// The angle, or what is left of `whole` when it is turned down.
+double reflected(double yes, double whole, double angle) noexcept {
+  return yes * whole + (1.0 - 2.0 * yes) * angle;
+}
+
+// Degrees from 0 to 360. By atan2 phases were a twentieth of the time that structure factors take.
+double phase_of(double re, double im) noexcept {
+  const double x = std::fabs(re);
+  const double y = std::fabs(im);
+  const double low = x < y ? x : y;
+  const double high = x < y ? y : x;
+  const double turned = indicator(low > 0.41421356237309503 * high);  // by pi / 4
+  const double t = (low - turned * high) / (high + turned * low + indicator(high == 0.0));
+  const double octant = turned * 45.0 + t * arctangent_ratio(t * t) * (180.0 / pi);
+  const double quadrant = reflected(indicator(x < y), 90.0, octant);
+  return reflected(indicator(im < 0.0), 360.0, reflected(indicator(re < 0.0), 180.0, quadrant));
+}
+
+void polar(const double* re, const double* im, std::int64_t n, float* amplitude,
+           float* phase) noexcept {
+  for (std::int64_t i = 0; i < n; ++i) {
+    const auto degrees = static_cast<float>(phase_of(re[i], im[i]));
+    phase[i] = degrees - (degrees >= 360.0F ? 360.0F : 0.0F);
+  }
+  for (std::int64_t i = 0; i < n; ++i) {
+    amplitude[i] = static_cast<float>(std::sqrt(re[i] * re[i] + im[i] * im[i]));
+  }
+}
+
+}  // namespace
+
 void put_polar(const ComplexF& f, std::int32_t n, float* amplitude, float* phase) {
-  const std::int32_t threads = threads_worth(100.0 * n);
+  const std::int32_t threads = threads_worth(20.0 * n);
   parallel(threads, threads, [&](std::int32_t part, std::int32_t) {
-    const std::int64_t last = part_begin(n, threads, part + 1);
-    for (std::int64_t i = part_begin(n, threads, part); i < last; ++i) {
-      const auto at = static_cast<std::size_t>(i);
-      const bool zero = f.re[at] == 0.0 && f.im[at] == 0.0;
-      double degrees = zero ? 0.0 : std::atan2(f.im[at], f.re[at]) * 180.0 / pi;
-      if (degrees < 0.0) degrees += 360.0;
-      amplitude[i] = static_cast<float>(std::hypot(f.re[at], f.im[at]));
-      phase[i] = static_cast<float>(degrees);
-      if (phase[i] >= 360.0F) phase[i] = 0.0F;
-    }
+    const std::int64_t first = part_begin(n, threads, part);
+    polar(f.re.get() + first, f.im.get() + first, part_begin(n, threads, part + 1) - first,
+          amplitude + first, phase + first);
   });
 }
 

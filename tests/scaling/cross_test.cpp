@@ -1,6 +1,7 @@
 // The seeded generator, the split into working and free reflections, the bins.
 #include "crystal/reflections.h"
 #include "scaling/cross_record.h"
+#include "scaling/observed.h"
 #include "support/engine.h"
 
 #include <quorix/cross.h>
@@ -8,6 +9,7 @@
 #include <quorix/reflections.h>
 
 #include <algorithm>
+#include <cmath>
 #include <set>
 #include <vector>
 
@@ -241,6 +243,34 @@ TEST_F(Engine, crossValidationNeedsItsObjects) {
               std::string::npos);
     EXPECT_EQ(qx_exist_quorix(), 0);
   }
+}
+
+// Phases as files hold them, against the library's arctangent, in every octant and at their ends.
+TEST_F(Engine, phasesAreAnglesFromZeroTo360) {
+  constexpr std::int32_t n = 2880;
+  ComplexF f;
+  ASSERT_EQ(open_f(n + 6, f), ok);
+  for (std::int32_t i = 0; i < n; ++i) {
+    const double radians = 6.283185307179586 * i / n;
+    const double length = std::pow(10.0, i % 13 - 6);
+    f.re[std::size_t(i)] = length * std::cos(radians);
+    f.im[std::size_t(i)] = length * std::sin(radians);
+  }
+  constexpr double ends[6][2] = {{0, 0}, {-0.0, -0.0}, {3, -0.0}, {3, -1e-30}, {-2, -0.0}, {0, -5}};
+  constexpr float there[6] = {0, 0, 0, 0, 180, 270};
+  for (std::size_t i = 0; i < 6; ++i) {
+    f.re[n + i] = ends[i][0];
+    f.im[n + i] = ends[i][1];
+  }
+  std::vector<float> amplitude(n + 6);
+  std::vector<float> phase(n + 6);
+  put_polar(f, n + 6, amplitude.data(), phase.data());
+  for (std::int32_t i = 0; i < n; ++i) {
+    const double length = std::pow(10.0, i % 13 - 6);
+    EXPECT_NEAR(amplitude[std::size_t(i)], length, 1e-7 * length);
+    EXPECT_NEAR(phase[std::size_t(i)], 360.0 * i / n, 2e-5);
+  }
+  for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(phase[n + i], there[i]) << i;
 }
 
 }  // namespace

@@ -46,10 +46,12 @@ std::vector<std::int32_t> unique_indices(const Crystal& crystal, double dmin, do
   const double expected = 4.19 * cell.volume / (dmin * dmin * dmin);
   if (expected > 4e8) throw CommandError(2, "too many reflections at the resolution given");
   const gemmi::GroupOps operators = group->operations();
-  std::size_t n = 0;  // no fewer than will be taken
-  for_each_unique(cell, *group, dmin, dmax, [&](const gemmi::Miller&) { ++n; });
+  // A fifth more than an orbit of the Laue group each, for the axes and planes: memory that is not
+  // used costs nothing, and what is beyond it is moved.
+  const double orbit =
+      static_cast<double>(operators.sym_ops.size()) * (group->is_centrosymmetric() ? 1 : 2);
   std::vector<std::int32_t> flat;
-  flat.reserve(3 * n);
+  flat.reserve(3 * static_cast<std::size_t>(1.2 * expected / orbit + 1000.0));
   for_each_unique(cell, *group, dmin, dmax, [&](const gemmi::Miller& hkl) {
     if (!operators.is_systematically_absent(hkl)) flat.insert(flat.end(), hkl.begin(), hkl.end());
   });
