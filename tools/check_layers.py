@@ -52,6 +52,7 @@ IMPURE = re.compile(r'(_Zn[wa]\w*|malloc|calloc|realloc|die|fopen|fwrite|fputs|p
 SHARED = {
     'core/parallel.cpp': re.compile(r'4pool|prepared'),
     'core/processor_count.cpp': re.compile(r'known'),
+    'core/kept_blocks.cpp': re.compile(r'shelf|most_kept'),
     'core/memory.cpp': re.compile(r'system_allocator|last_serial'),
     'core/output_file.cpp': re.compile(r'5names|counter'),
     'fft/simd.cpp': re.compile(r'forced|widest'),

@@ -28,6 +28,13 @@ QX_API double qx_get_max_memory_size(void);
 // Lists tag, address and size of every registered block on standard output.
 QX_API void qx_print_xmalloc_memory(void);
 
+// Blocks of 16 kB and more that go are kept for who asks next, on any thread, up to so many
+// megabytes of the process in all (0, as it begins: none). Who makes one small map after another is
+// spared that the system takes the same pages and clears them each time.
+QX_API void qx_keep_memory(double megabytes);
+// Ends a block that has left an engine as free() does, but keeps it as well.
+QX_API void qx_end_block(void* block);
+
 // Row-pointer arrays over one contiguous data block: a[i][j] is element i * ncols + j. Two blocks
 // each, both under `tag`. Null after a failure (engine gone) or for nrows = 0.
 QX_API int32_t** xopen_matrix_int(int32_t nrows, int32_t ncols, const char* tag);

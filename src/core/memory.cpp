@@ -1,4 +1,5 @@
 // The registry of tagged blocks: accounting, refusal of unknown addresses, one sweep at the end.
+#include "core/kept_blocks.h"
 #include "core/memory_system.h"
 #include "core/report.h"
 #include "core/say.h"
@@ -45,6 +46,7 @@ namespace {
 void* aligned_block(std::size_t size) {
   constexpr std::size_t line = 64;
   if (size < 4 * line) return std::malloc(size);
+  if (void* kept = qx::take_kept_block(size)) return kept;
   void* block = nullptr;
   return posix_memalign(&block, line, size) == 0 ? block : nullptr;
 }
@@ -90,7 +92,7 @@ void prepare_pages(void*, std::size_t) {}
 #endif
 
 void free_record(BlockRecord* record) {
-  std::free(record->address);
+  qx::end_block(record->address);
   std::free(record->tag);
   std::free(record);
 }
