@@ -28,6 +28,14 @@ QX_API qx_status qx_read_refdata_mtz_header_obj(qxrefdata* refdata, const char* 
 // sets may have it at a time.
 QX_API qx_status qx_hold_refdata_mtz(const qxrefdata* refdata);
 QX_API void qx_print_refdata_mtz(void);
+// What `refdata` has read leaves the engine: it is the caller's, who ends it with qx_end_mtz on any
+// thread, and `refdata` has no file from then on. Null, without a report, if there is none.
+QX_API qxmtz* qx_take_refdata_mtz(qxrefdata* refdata);
+QX_API void qx_end_mtz(qxmtz* mtz);
+// While this thread's engine lives, a `read refl` of `path` takes what was taken elsewhere instead,
+// whatever the file holds by then. Several engines may have it at a time; both arguments outlive
+// them. A later call takes the place of an earlier one.
+QX_API void qx_lend_mtz(const char* path, const qxmtz* mtz);
 
 // Items read from the stream, fewer at its end; words are converted from number format `code`
 // (4 little-endian, 1 big-endian). 0 after a report.

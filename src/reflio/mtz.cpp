@@ -1,5 +1,7 @@
 #include "reflio/mtz.h"
 
+#include "core/kept_blocks.h"
+#include "core/memory_system.h"
 #include "core/require.h"
 #include "core/say.h"
 #include "crystal/reflections.h"
@@ -122,6 +124,39 @@ Status qx_delete_mtz_obj(qxmtz* mtz) {
   QX_TRY(qx::release(mtz->history.items));
   QX_TRY(qx::release(mtz->batches.items));
   return xfree(mtz);
+}
+
+namespace {
+
+// All blocks of the object, itself last.
+template <class Each>
+void for_each_block(qxmtz* mtz, Each each) {
+  for (qx::MtzBatch& batch : mtz->batches) {
+    each(batch.integers);
+    each(batch.reals);
+  }
+  each(mtz->values);
+  each(mtz->path);
+  each(mtz->symops.items);
+  each(mtz->datasets.items);
+  each(mtz->columns.items);
+  each(mtz->history.items);
+  each(mtz->batches.items);
+  each(mtz);
+}
+
+}  // namespace
+
+qxmtz* qx_take_refdata_mtz(qxrefdata* refdata) {
+  qxmtz* mtz = refdata ? std::exchange(refdata->mtz, nullptr) : nullptr;
+  if (!mtz) return nullptr;
+  qx::let_go(mtz);
+  for_each_block(mtz, [](void* block) { (void)qx::take_block(block); });
+  return mtz;
+}
+
+void qx_end_mtz(qxmtz* mtz) {
+  if (mtz) for_each_block(mtz, qx::end_block);
 }
 
 Status qx_new_refdata_mtz() {

@@ -81,16 +81,15 @@ Status choose(qxrefdata& refdata, const qxmtz& mtz, Chosen& chosen) {
   return ok;
 }
 
-// Rounds the indices; false if one is no index.
+// Rounds the indices, unless one is no index.
 bool round_indices(const float* values, std::size_t n, std::int32_t* indices) {
-  bool good = true;
+  std::int32_t bad = 0;
+  for (std::size_t i = 0; i < n; ++i) bad |= std::abs(values[i]) <= largest_index ? 0 : 1;
+  if (bad != 0) return false;
   for (std::size_t i = 0; i < n; ++i) {
-    const float value = values[i];
-    const bool inside = std::abs(value) <= largest_index;
-    good = good && inside;
-    indices[i] = inside ? static_cast<std::int32_t>(value + (value < 0 ? -0.5F : 0.5F)) : 0;
+    indices[i] = static_cast<std::int32_t>(values[i] + std::copysign(0.5F, values[i]));
   }
-  return good;
+  return true;
 }
 
 qx::RejectionRules rules_of(const qxrefreject& reject, bool apply, const qxresol& resol,
@@ -186,13 +185,12 @@ Status report_rejected(qxrefdata& refdata, std::size_t n, const Kept& kept) {
   const std::size_t nrejected = n - kept.count;
   const qx::Tagged<std::int32_t> rejected(nrejected + 1, "pbrm_rj");  // never of size 0
   if (!rejected) return failed;
-  std::size_t next = 0;
-  for (std::size_t i = 0, found = 0; i < n; ++i) {
-    if (next < kept.count && kept.indices[next] == static_cast<std::int32_t>(i)) {
-      ++next;
-    } else {
-      rejected[found++] = static_cast<std::int32_t>(i);
-    }
+  std::int32_t* to = rejected.get();
+  std::int32_t first = 0;  // behind the last that was kept
+  for (std::size_t i = 0; i <= kept.count; ++i) {
+    const std::int32_t next = i < kept.count ? kept.indices[i] : static_cast<std::int32_t>(n);
+    while (first < next) *to++ = first++;
+    ++first;
   }
   return qx_set_refl_reject_info(static_cast<std::int32_t>(n), static_cast<std::int32_t>(nrejected),
                                  rejected.get(), &refdata);

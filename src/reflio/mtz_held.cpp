@@ -1,5 +1,5 @@
 // Files that were read once for all: who reads one of them again is handed what is there. They stay
-// until the engine goes, and its registry with them.
+// until the engine goes, and its registry with them. What was lent lies in nobody's registry.
 #include "core/require.h"
 #include "core/tagged.h"
 #include "crystal/reflections.h"
@@ -16,13 +16,24 @@ namespace {
 
 struct Shelf {
   qxmtz* first = nullptr;
-  std::int64_t epoch = 0;  // of the registry that the files lie in
+  const qxmtz* lent = nullptr;
+  const char* lent_as = nullptr;
+  std::int64_t epoch = 0;  // of the engine that the files are there for
 };
 thread_local Shelf shelf;
 
-qxmtz*& first_held() {
-  if (shelf.epoch != qx::memory_epoch()) shelf = {nullptr, qx::memory_epoch()};
-  return shelf.first;
+Shelf& shelf_of_engine() {
+  const std::int64_t epoch = qx::memory_epoch();
+  if (shelf.epoch != epoch) shelf = {nullptr, nullptr, nullptr, epoch};
+  return shelf;
+}
+
+qxmtz*& first_held() { return shelf_of_engine().first; }
+
+// Nobody writes to a file that was read.
+qxmtz* lent_mtz(const char* path) {
+  const Shelf& own = shelf_of_engine();
+  return own.lent && std::strcmp(own.lent_as, path) == 0 ? const_cast<qxmtz*>(own.lent) : nullptr;
 }
 
 }  // namespace
@@ -32,6 +43,7 @@ qx::FileMark qx::mark_of(const struct stat& state) noexcept {
 }
 
 qxmtz* qx::held_mtz(const char* path) noexcept {
+  if (qxmtz* lent = lent_mtz(path)) return lent;
   struct stat state = {};
   if (!first_held() || stat(path, &state) != 0) return nullptr;
   for (qxmtz* mtz = first_held(); mtz; mtz = mtz->next_held) {
@@ -41,6 +53,7 @@ qxmtz* qx::held_mtz(const char* path) noexcept {
 }
 
 bool qx::is_held(const qxmtz* mtz) noexcept {
+  if (mtz && mtz == shelf_of_engine().lent) return true;
   for (const qxmtz* held = first_held(); held; held = held->next_held) {
     if (held == mtz) return true;
   }
@@ -53,6 +66,12 @@ void qx::let_go(const qxmtz* mtz) noexcept {
     *link = mtz->next_held;
     return;
   }
+}
+
+void qx_lend_mtz(const char* path, const qxmtz* mtz) {
+  Shelf& own = shelf_of_engine();
+  own.lent = mtz;
+  own.lent_as = path;
 }
 
 Status qx_hold_refdata_mtz(const qxrefdata* refdata) {

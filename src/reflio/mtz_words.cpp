@@ -79,8 +79,4 @@ void columns_to_rows(const float* const* columns, std::size_t first, std::size_t
   }
 }
 
-bool is_missing(float value, float marker) noexcept {
-  return !std::isfinite(value) || value == marker;
-}
-
 }  // namespace qx

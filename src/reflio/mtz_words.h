@@ -1,6 +1,7 @@
 // K. Words of an MTZ file: number formats, byte order, rows to columns and back.
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 
@@ -32,6 +33,8 @@ void columns_to_rows(const float* const* columns, std::size_t first, std::size_t
                      std::size_t ncolumns, float* rows) noexcept;
 
 // The value stands for "not measured": NaN, an infinity, or the marker of the file.
-bool is_missing(float value, float marker) noexcept;
+inline bool is_missing(float value, float marker) noexcept {
+  return !std::isfinite(value) || value == marker;
+}
 
 }  // namespace qx

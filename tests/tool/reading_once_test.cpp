@@ -13,6 +13,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
+#include <thread>
 
 namespace qx::test {
 namespace {
@@ -114,6 +116,43 @@ TEST_F(ReadingOnce, isOfTheFileThatStandsThere) {
   other.add("PHIC", 'P', std::vector<float>(other.rows(), 1.0F));
   write_file(first_, other.bytes());
   EXPECT_EQ(read("PHIC"), static_cast<std::int32_t>(other.rows()));
+}
+
+// A file that left its engine is lent to others, of several threads at a time; what stands under
+// its name by then does not matter.
+TEST_F(ReadingOnce, isLentToEnginesOfOtherThreads) {
+  const auto file = std::make_shared<const ReflectionFile>(read_reflections(first_, false));
+  write_file(first_, "nothing of use");
+  std::vector<float> sums(4);
+  const auto work = [&](std::size_t at) {
+    for (int i = 0; i < 5; ++i) {
+      qx::Engine engine(false);
+      file->lend();
+      for (const bool again : {false, true}) {
+        if (again) engine.renew();
+        engine.run(SectionText("xcry")
+                       .line("spgname P1")
+                       .line("cell 40 45 50 90 90 90")
+                       .line("read refl mtz file " + quoted_name(first_) +
+                             " coid MAP_COEFFA=FWT MAP_COEFFP=PHWT"));
+      }
+      qx_reflections_view set = {};
+      engine.call([&] { return qx_get_reflections_view(&set) == 1 ? ok : failed; });
+      sums[at] += static_cast<float>(set.n);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (std::size_t at = 0; at < sums.size(); ++at) threads.emplace_back(work, at);
+  for (std::thread& thread : threads) thread.join();
+  for (const float sum : sums) EXPECT_EQ(sum, 5.0F * static_cast<float>(file->rows));
+  EXPECT_EQ(file->find("PHWT").front()->values[3], -37.0F);
+  qx::Engine engine(false);  // to which nothing is lent
+  ::testing::internal::CaptureStdout();
+  EXPECT_THROW(engine.run(SectionText("xcry").line("read refl mtz file " + quoted_name(first_) +
+                                                   " coid MAP_COEFFA=FWT MAP_COEFFP=PHWT")),
+               CommandError);
+  EXPECT_NE(::testing::internal::GetCapturedStdout().find("is not a valid mtz file"),
+            std::string::npos);
 }
 
 TEST_F(ReadingOnce, aHeaderAloneIsNeverHeldNorBuiltFrom) {

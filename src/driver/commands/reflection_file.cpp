@@ -148,6 +148,10 @@ ReadableMtz readable_mtz(const std::string& path) {
   return mtz;
 }
 
+void ReflectionFile::lend() const {
+  if (contents) qx_lend_mtz(readable.path.c_str(), contents.get());
+}
+
 bool ReflectionFile::index(std::size_t row, int (&hkl)[3]) const {
   if (columns.size() < 3) return false;
   for (std::size_t a = 0; a < 3; ++a) {
@@ -201,17 +205,21 @@ Status copy_file(const qxrefdata* set, ReflectionFile& file) {
   return ok;
 }
 
+enum class Reading { header, held, taken };
+
 ReflectionFile read(Engine& engine, const std::string& path, const ReadableMtz& readable,
-                    bool whole) {
+                    Reading reading) {
   ReflectionFile file;
   file.path = path;
   file.readable = readable;
+  const bool whole = reading != Reading::header;
   engine.call([&] {
     qxrefdata* set = qx_new_qxrefdata_obj();
     if (!set) return failed;
     const auto read_mtz = whole ? qx_read_refdata_mtz_file_obj : qx_read_refdata_mtz_header_obj;
     if (read_mtz(set, readable.path.c_str()) != ok || copy_file(set, file) != ok) return failed;
-    if (whole && qx_hold_refdata_mtz(set) != ok) return failed;
+    if (reading == Reading::held && qx_hold_refdata_mtz(set) != ok) return failed;
+    if (reading == Reading::taken) file.contents = {qx_take_refdata_mtz(set), qx_end_mtz};
     return qx_delete_qxrefdata_obj(set);
   });
   file.group = group_of(file);
@@ -223,27 +231,20 @@ ReflectionFile read(Engine& engine, const std::string& path, const ReadableMtz& 
 
 ReflectionFile read_reflections(Engine& engine, const std::string& path,
                                 const ReadableMtz& readable) {
-  return read(engine, path, readable, true);
+  return read(engine, path, readable, Reading::held);
 }
 
 ReflectionFile read_reflections(Engine& engine, const std::string& path) {
-  return read(engine, path, readable_mtz(path), true);
+  return read(engine, path, readable_mtz(path), Reading::held);
 }
 
 ReflectionFile read_reflections(const std::string& path, bool verbose) {
   Engine engine(verbose);
-  ReflectionFile file = read_reflections(engine, path);
-  for (FileColumn& column : file.columns) {
-    if (column.marked) continue;
-    column.marked =
-        std::make_shared<const std::vector<float>>(column.values.begin(), column.values.end());
-    column.values = *column.marked;
-  }
-  return file;
+  return read(engine, path, readable_mtz(path), Reading::taken);
 }
 
 ReflectionFile read_labels(Engine& engine, const std::string& path, const ReadableMtz& readable) {
-  return read(engine, path, readable, false);
+  return read(engine, path, readable, Reading::header);
 }
 
 }  // namespace qx

@@ -15,6 +15,7 @@
 namespace gemmi {
 struct SpaceGroup;
 }
+struct qxmtz;
 
 namespace qx {
 
@@ -22,7 +23,8 @@ struct FileColumn {
   std::string label;
   char type;
   std::int32_t dataset;
-  std::span<const float> values;  // NaN where missing; in the engine's memory, or `marked`
+  std::span<const float>
+      values;  // NaN where missing; in memory of the engine or of the file's contents, or `marked`
   std::shared_ptr<const std::vector<float>> marked = {};  // where the file's mark is another
 };
 
@@ -53,7 +55,10 @@ struct ReflectionFile {
   std::int32_t batches = 0;
   std::vector<FileDataset> datasets;
   std::vector<FileColumn> columns;
+  std::shared_ptr<const qxmtz> contents;  // null: an engine holds them
 
+  // To an engine that runs sections which read the file; this stays where it is until that goes.
+  void lend() const;
   // The indices of a row; false if it has none.
   bool index(std::size_t row, int (&hkl)[3]) const;
   // All columns that `name` (label or crystal/dataset/label) means.
@@ -76,7 +81,7 @@ bool are_countable(const double* cell, double dmin);
 ReflectionFile read_reflections(Engine& engine, const std::string& path);
 ReflectionFile read_reflections(Engine& engine, const std::string& path,
                                 const ReadableMtz& readable);
-// A file that outlives the engine: its columns are copies, and sections that read it read it again.
+// A file that outlives the engine that read it; other engines may be lent it.
 ReflectionFile read_reflections(const std::string& path, bool verbose);
 // Of a file without its values: labels can be chosen by it.
 ReflectionFile read_labels(Engine& engine, const std::string& path, const ReadableMtz& readable);
