@@ -16,6 +16,13 @@ double known(float value, float missing) noexcept {
   return std::isfinite(value) && value != missing ? static_cast<double>(value) : 0.0;
 }
 
+double inverse_d2(std::int32_t h, std::int32_t k, std::int32_t l, const double* m) noexcept {
+  const double sx = h * m[0] + k * m[3] + l * m[6];
+  const double sy = h * m[1] + k * m[4] + l * m[7];
+  const double sz = h * m[2] + k * m[5] + l * m[8];
+  return sx * sx + sy * sy + sz * sz;
+}
+
 // The two statistical rules for amplitudes or intensities.
 struct Outliers {
   const float* values = nullptr;
@@ -45,15 +52,37 @@ struct Outliers {
   }
 };
 
+// The shell between the limits. Roots and divisions are spared where the square of the scattering
+// vector tells already that a reflection is well inside or outside.
+class Shell {
+ public:
+  explicit Shell(const RejectionRules& rules) noexcept
+      : matrix_(rules.orth2frac),
+        high_(rules.d_high * (1 - slack)),
+        low_(rules.d_low * (1 + slack)),
+        most_(high_ <= 0 ? INFINITY : 1 / (high_ * high_)),
+        least_(low_ <= 0 ? INFINITY : 1 / (low_ * low_)) {}
+
+  [[nodiscard]] bool holds(std::int32_t h, std::int32_t k, std::int32_t l) const noexcept {
+    constexpr double close = 1e-12;
+    const double s2 = inverse_d2(h, k, l, matrix_);
+    if (s2 > least_ * (1 + close) && s2 < most_ * (1 - close)) return true;
+    if (s2 < least_ * (1 - close) || s2 > most_ * (1 + close)) return false;
+    const double d = 1.0 / std::sqrt(s2);
+    return d >= high_ && d <= low_;
+  }
+
+ private:
+  const double* matrix_;
+  double high_, low_;
+  double most_, least_;  // of the square of the scattering vector
+};
+
 }  // namespace
 
 double reflection_resolution(std::int32_t h, std::int32_t k, std::int32_t l,
                              const double* orth2frac) noexcept {
-  const double* m = orth2frac;
-  const double sx = h * m[0] + k * m[3] + l * m[6];
-  const double sy = h * m[1] + k * m[4] + l * m[7];
-  const double sz = h * m[2] + k * m[5] + l * m[8];
-  return 1.0 / std::sqrt(sx * sx + sy * sy + sz * sz);
+  return 1.0 / std::sqrt(inverse_d2(h, k, l, orth2frac));
 }
 
 double rms_of_measured(const float* values, std::size_t count, float missing) noexcept {
@@ -75,8 +104,7 @@ std::size_t select_reflections(const Candidates& input, const RejectionRules& ru
                            input.missing);
   const Outliers intensity(input.intensity, input.count, rules.intensity_sigma, rules.intensity_rms,
                            input.missing);
-  const double high = rules.d_high * (1 - slack);
-  const double low = rules.d_low * (1 + slack);
+  const Shell shell(rules);
   std::size_t nkept = 0;
   left = {};
   for (std::size_t i = 0; i < input.count; ++i) {
@@ -88,8 +116,7 @@ std::size_t select_reflections(const Candidates& input, const RejectionRules& ru
       ++left.origin;
       continue;
     }
-    const double d = reflection_resolution(h, k, l, rules.orth2frac);
-    if (!(d >= high && d <= low)) {
+    if (!shell.holds(h, k, l)) {
       ++left.outside;
     } else if (small || amplitude.reject(i) || intensity.reject(i)) {
       ++left.by_cuts;

@@ -2,6 +2,8 @@
 
 #include "crystal/symop.h"
 
+#include <algorithm>
+
 namespace qx {
 
 namespace {
@@ -58,6 +60,34 @@ std::int32_t zone_epsilon(int zone, std::int32_t nprimitive, const double (*prim
     if (rotated[0] == hkl[0] && rotated[1] == hkl[1] && rotated[2] == hkl[2]) ++count;
   }
   return count > 1 ? count * ncentring : 0;
+}
+
+// Zone by zone over all reflections: the loops have no branches and become vectors.
+void mark_centric(const std::int32_t zones[centric_zone_count], std::int32_t n,
+                  const std::int32_t* h, const std::int32_t* k, const std::int32_t* l,
+                  std::int16_t* centric) noexcept {
+  std::fill_n(centric, n, std::int16_t{0});
+  for (int zone = 0; zone < centric_zone_count; ++zone) {
+    if (zones[zone] < 0) continue;
+    const Zone own = centric_zones[zone];
+    for (std::int32_t i = 0; i < n; ++i) {
+      centric[i] = static_cast<std::int16_t>(in_zone(own, h[i], k[i], l[i]) ? 1 : centric[i]);
+    }
+  }
+}
+
+// The first zone that holds a reflection counts: they are taken from the last.
+void mark_epsilon(const std::int32_t zones[epsilon_zone_count], std::int32_t n,
+                  const std::int32_t* h, const std::int32_t* k, const std::int32_t* l,
+                  std::int32_t* epsilon) noexcept {
+  std::fill_n(epsilon, n, 0);
+  for (int zone = epsilon_zone_count; zone-- > 0;) {
+    if (zones[zone] < 1) continue;
+    const Zone own = epsilon_zones[zone];
+    for (std::int32_t i = 0; i < n; ++i) {
+      epsilon[i] = in_zone(own, h[i], k[i], l[i]) ? zones[zone] : epsilon[i];
+    }
+  }
 }
 
 bool is_centric(const std::int32_t zones[centric_zone_count], std::int32_t h, std::int32_t k,

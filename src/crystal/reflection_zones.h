@@ -16,6 +16,14 @@ std::int32_t centric_operator(int zone, std::int32_t nops, const double (*ops)[1
 std::int32_t zone_epsilon(int zone, std::int32_t nprimitive, const double (*primitive)[16],
                           std::int32_t ncentring) noexcept;
 
+// Of n reflections at once, 1 or 0 and as epsilon_factor.
+void mark_centric(const std::int32_t zones[centric_zone_count], std::int32_t n,
+                  const std::int32_t* h, const std::int32_t* k, const std::int32_t* l,
+                  std::int16_t* centric) noexcept;
+void mark_epsilon(const std::int32_t zones[epsilon_zone_count], std::int32_t n,
+                  const std::int32_t* h, const std::int32_t* k, const std::int32_t* l,
+                  std::int32_t* epsilon) noexcept;
+
 bool is_centric(const std::int32_t zones[centric_zone_count], std::int32_t h, std::int32_t k,
                 std::int32_t l) noexcept;
 // 0 only for a table without an entry for general reflections.

@@ -11,6 +11,8 @@
 #include "crystal/columns.h"
 #include "crystal/crystal.h"
 #include "crystal/reflection_filter.h"
+#include "crystal/reflection_zones.h"
+#include "crystal/spacegroup.h"
 
 #include <quorix/reflection_view.h>
 #include <quorix/spacegroup.h>
@@ -179,16 +181,22 @@ Status qx_release_refdata_s() {
   return refdata ? qx::release(refdata->s) : failed;
 }
 
+namespace {
+
+constexpr const char* no_group = " The qxspg object has not been created yet ";
+
+}  // namespace
+
 Status qx_set_centric() {
   qxrefdata* refdata =
       qx::required("qx_set_centric():", " The reflection data object has not been created yet ");
   if (!refdata) return failed;
   QX_TRY(qx::renew(refdata->centric, refdata->nreflections, "psrc_c"));
-  for (std::int32_t i = 0; i < refdata->nreflections; ++i) {
-    const std::int32_t centric = qx_calc_centric_ref(refdata->h[i], refdata->k[i], refdata->l[i]);
-    if (!qx_exist_quorix()) return failed;
-    refdata->centric[i] = static_cast<std::int16_t>(centric);
-  }
+  const std::int32_t n = refdata->nreflections;
+  if (n < 1) return ok;
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(" qx_calc_centric_ref():", qx_get_qxspg, spg, no_group));
+  qx::mark_centric(spg->centric_zones, n, refdata->h, refdata->k, refdata->l, refdata->centric);
   return ok;
 }
 
@@ -197,11 +205,11 @@ Status qx_set_epsilon() {
       qx::required("qx_set_epsilon():", " The reflection data object has not been created yet ");
   if (!refdata) return failed;
   QX_TRY(qx::renew(refdata->epsilon, refdata->nreflections, "psre_e"));
-  for (std::int32_t i = 0; i < refdata->nreflections; ++i) {
-    const std::int32_t epsilon = qx_calc_epsilon_ref(refdata->h[i], refdata->k[i], refdata->l[i]);
-    if (!qx_exist_quorix()) return failed;
-    refdata->epsilon[i] = epsilon;
-  }
+  const std::int32_t n = refdata->nreflections;
+  if (n < 1) return ok;
+  const qxspg* spg = nullptr;
+  QX_TRY(qx::require(" qx_calc_epsilon_ref():", qx_get_qxspg, spg, no_group));
+  qx::mark_epsilon(spg->epsilon_zones, n, refdata->h, refdata->k, refdata->l, refdata->epsilon);
   return ok;
 }
 

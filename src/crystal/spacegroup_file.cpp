@@ -10,6 +10,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <sys/stat.h>
 #include <utility>
 
 namespace qx {
@@ -305,6 +307,56 @@ class Scan {
   ScannedOperators operators_;
 };
 
+// Where the record was that this thread asked for last: who maps one crystal after another asks for
+// the same group, and the scan of the file is longer than all else that is read for it.
+struct Remembered {
+  std::uint64_t request;  // 0: nothing
+  std::int64_t start;
+  std::int32_t number;
+};
+thread_local Remembered remembered = {};
+
+// Of the request and the file as it is now; 0: not to be remembered.
+std::uint64_t fingerprint(std::FILE* stream, const GroupRequest& request) {
+  struct stat state = {};
+  if (request.ops || fstat(fileno(stream), &state) != 0) return 0;
+  // What was written a moment ago may be written again without its times telling.
+  if (std::time(nullptr) - state.st_mtim.tv_sec < 2) return 0;
+  std::uint64_t hash = 14695981039346656037U;  // FNV-1a
+  const auto add = [&hash](const void* bytes, std::size_t size) {
+    for (std::size_t i = 0; i < size; ++i) {
+      hash = (hash ^ static_cast<const unsigned char*>(bytes)[i]) * 1099511628211U;
+    }
+  };
+  const std::int64_t facts[] = {static_cast<std::int64_t>(state.st_dev),
+                                static_cast<std::int64_t>(state.st_ino),
+                                state.st_size,
+                                state.st_mtim.tv_sec,
+                                state.st_mtim.tv_nsec,
+                                request.number};
+  add(facts, sizeof facts);
+  if (request.name) add(request.name, std::strlen(request.name));
+  return hash;
+}
+
+Status scan_for(std::FILE* stream, const GroupRequest& request, bool* found, Remembered& place) {
+  const std::uint64_t asked = fingerprint(stream, request);
+  *found = asked != 0 && asked == remembered.request;
+  if (*found) {
+    place = remembered;
+    return ok;
+  }
+  Scan scan(request);
+  QX_TRY(scan.open());
+  char line[line_size];
+  while (!*found && next_significant_line(stream, line, sizeof line)) {
+    QX_TRY(scan.take(stream, line, found));
+  }
+  place = {asked, scan.start, scan.number};
+  if (*found) remembered = place;
+  return ok;
+}
+
 }  // namespace
 
 Status find_group(const char* file, const GroupRequest& request, GroupRecord& record, bool* found) {
@@ -313,17 +365,13 @@ Status find_group(const char* file, const GroupRequest& request, GroupRecord& re
   if (!path) return failed;
   const InputFile stream(path.get());
   if (!stream) return fail(here, " Failed to open file %s \n", path.get());
-  Scan scan(request);
-  QX_TRY(scan.open());
-  char line[line_size];
-  while (!*found && next_significant_line(stream.get(), line, sizeof line)) {
-    QX_TRY(scan.take(stream.get(), line, found));
-  }
+  Remembered place = {};
+  QX_TRY(scan_for(stream.get(), request, found, place));
   if (!*found) return ok;
-  if (scan.start < 0 || std::fseek(stream.get(), scan.start, SEEK_SET) != 0) {
+  if (place.start < 0 || std::fseek(stream.get(), place.start, SEEK_SET) != 0) {
     return fail(here, " Failed to read file %s \n", path.get());
   }
-  record.number = scan.number;
+  record.number = place.number;
   return read_record(stream.get(), record);
 }
 

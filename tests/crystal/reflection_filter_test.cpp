@@ -53,6 +53,42 @@ TEST(ReflectionFilter, resolutionFollowsTheOrthogonalisation) {
               1 / std::hypot(0.2, 0.04 - 0.05, 0.06 - 0.01 + 0.12), 1e-12);
 }
 
+// Well inside and outside no root is taken; at a limit, to the last bits, it decides as ever.
+TEST(ReflectionFilter, limitsCutWhereTheResolutionItselfDoes) {
+  std::vector<std::vector<int>> indices;
+  for (int h = 1; h <= 12; ++h) {
+    for (int k = 0; k <= 12; ++k) indices.push_back({h, k, 12 - h});
+  }
+  Sample sample(indices);
+  sample.rules.orth2frac[1] = 0.013;
+  sample.rules.orth2frac[5] = -0.021;
+  const auto d_of = [&](std::size_t i) {
+    return reflection_resolution(sample.h[i], sample.k[i], sample.l[i], sample.rules.orth2frac);
+  };
+  for (std::size_t i = 0; i < sample.h.size(); ++i) {
+    for (const double steps : {-2.0, -1.0, 0.0, 1.0, 2.0}) {
+      const double off = 1.0 + steps * 1.2e-16;  // on both sides of the limit's own allowance
+      sample.rules.d_high = d_of(i) / (1 - 1e-9) * off;
+      sample.rules.d_low = d_of(i) * 1.4 / (1 + 1e-9) * off;
+      std::vector<int> wanted;
+      for (std::size_t at = 0; at < sample.h.size(); ++at) {
+        const double d = d_of(at);
+        if (d >= sample.rules.d_high * (1 - 1e-9) && d <= sample.rules.d_low * (1 + 1e-9)) {
+          wanted.push_back(static_cast<int>(at));
+        }
+      }
+      ASSERT_EQ(sample.kept(), wanted) << i << " " << steps;
+    }
+  }
+  for (const double none : {0.0, -1.0}) {
+    sample.rules.d_high = none;
+    sample.rules.d_low = INFINITY;
+    EXPECT_EQ(sample.kept().size(), sample.h.size());
+    sample.rules.d_low = none;
+    EXPECT_TRUE(sample.kept().empty());
+  }
+}
+
 TEST(ReflectionFilter, theOriginAndTheLimitsRejectAloneWithoutCuts) {
   Sample sample({{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {5, 0, 0}, {10, 0, 0}});
   EXPECT_EQ(sample.kept(), (std::vector<int>{1, 2, 3, 4}));

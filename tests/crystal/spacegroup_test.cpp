@@ -9,7 +9,9 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <fcntl.h>
 #include <random>
+#include <sys/stat.h>
 
 namespace qx::test {
 namespace {
@@ -347,6 +349,28 @@ TEST_F(ForeignDatabase, isReadWithCommentsBlanksAndAnyCase) {
   EXPECT_EQ(qx_get_qxasu()->low[2], 0);
   EXPECT_NEAR(qx_get_qxasu()->high[2], 0.75001, 1e-7);
   EXPECT_EQ(divisors(qx_get_qxspg()->asu_divisors[2]), (std::vector<int>{4}));
+}
+
+// Where a record stood is remembered as long as the file is the same.
+TEST_F(ForeignDatabase, isReadAnewWhenItHasChanged) {
+  const std::string file = scratch_.file("groups.dat");
+  const auto select = [&](const char* name) {
+    EXPECT_EQ(qx_create_quorix(), ok);
+    EXPECT_EQ(qx_new_qxxcry(), ok);
+    (void)captured([&] { (void)qx_set_spg_by_spgname(file.c_str(), name); });
+    return qx_exist_quorix() == 1 ? qx_get_qxspg()->spg_id : 0;
+  };
+  const std::string other =
+      with("spgid 4\nsspgname T1\nfspgname T 1", "spgid 5\nsspgname T2\nfspgname T 2");
+  for (const bool swapped : {false, true}) {
+    write_file(file, swapped ? with("spgid 4", "spgid 8") + other : other + good_record());
+    const timespec times[2] = {{0, UTIME_OMIT}, {1'000'000'000 + (swapped ? 1 : 0), 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(select("T1"), swapped ? 8 : 4);
+    EXPECT_EQ(select("T2"), 5);
+    EXPECT_NE(select("T3"), 5);
+    EXPECT_EQ(select("T1"), swapped ? 8 : 4);
+  }
 }
 
 TEST_F(ForeignDatabase, recordsThatCannotBeUsedAreReported) {
