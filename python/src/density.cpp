@@ -4,6 +4,7 @@
 #include "session.h"
 
 #include <quorix/map.h>
+#include <quorix/memory.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -32,7 +33,7 @@ SectionText Density::crystal_section() const {
   return text;
 }
 
-std::shared_ptr<double> own(double* block) { return {block, std::free}; }
+std::shared_ptr<double> own(double* block) { return {block, qx_end_block}; }
 
 std::shared_ptr<double> new_block(const std::array<std::int32_t, 3>& counts) {
   const auto points = static_cast<std::size_t>(counts[0]) * static_cast<std::size_t>(counts[1]) *

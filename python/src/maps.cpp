@@ -64,6 +64,7 @@ Density make_map(const Reflections& reflections, const MapOptions& options) {
     session.warn(warnings_of(reflections, job));
     std::int32_t dropped = 0;
     Engine engine(false);
+    file.lend();
     start_map(engine, job, dropped);
     session.warn(grid_warnings(job, dropped));
     engine.run(fft_section(options));

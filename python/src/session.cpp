@@ -9,16 +9,30 @@ namespace py = pybind11;
 namespace qx::python {
 
 void Session::pause() {
+  constexpr auto interval = std::chrono::milliseconds(50);
+  const auto now = std::chrono::steady_clock::now();
+  if (now - asked_ < interval) return;
+  asked_ = now;
   const py::gil_scoped_acquire python;
   if (PyErr_CheckSignals() != 0) throw py::error_already_set();
 }
 
 void Session::tell() const {
+  const auto is_urgent = [](const auto& line) {
+    return line.first || line.second.find("WARNING") != std::string::npos;
+  };
   if (lines_.empty()) return;
-  const py::object hear = py::module_::import("quorix._log").attr("hear");
-  for (const auto& [warning, text] : lines_) {
+  const py::module_ log = py::module_::import("quorix._log");
+  constexpr int info = 20;  // as logging has them
+  constexpr int warning = 30;
+  const int from = log.attr("heard_from")().cast<int>();
+  if (from > warning) return;
+  const py::object hear = log.attr("hear");
+  for (const auto& line : lines_) {
+    if (from > info && !is_urgent(line)) continue;
+    const auto& [is_warning, text] = line;
     // What stands in files may be in any encoding.
-    hear(warning, py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(
+    hear(is_warning, py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(
                       text.data(), static_cast<Py_ssize_t>(text.size()), "replace")));
   }
 }

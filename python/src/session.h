@@ -4,6 +4,7 @@
 
 #include "driver/commands/engine_run.h"
 
+#include <chrono>
 #include <exception>
 #include <optional>
 #include <pybind11/pybind11.h>
@@ -25,13 +26,15 @@ class Session final : public EngineHost {
   void warn(const std::vector<std::string>& lines) {
     for (const std::string& line : lines) warn(line);
   }
-  // Ctrl-C ends the work here.
+  // Ctrl-C ends the work here. The interpreter is asked now and then only: threads would wait for
+  // it.
   void pause() override;
   // Hands everything to the logger; needs the interpreter.
   void tell() const;
 
  private:
   std::vector<std::pair<bool, std::string>> lines_;  // true: a warning
+  std::chrono::steady_clock::time_point asked_ = std::chrono::steady_clock::now();
 };
 
 template <class Work>

@@ -94,6 +94,11 @@ class Said(WithFolder):
             qx.read(MTZ).map()
         self.assertTrue(any(r.levelno == logging.WARNING and '22 of 6224' in r.getMessage() for r in log.records))
         self.assertTrue(any('begin map generation' in r.getMessage() for r in log.records))
+        with self.assertLogs('quorix', logging.WARNING) as log:  # reports are not put together then
+            qx.read(MTZ).map(grid=(62, 50, 36))
+            qx.run('xcry\nspgname P1\ncell 10 20 30 90 90 90\nxend\n')
+        self.assertTrue(any('a grid of 64 x' in r.getMessage() for r in log.records))
+        self.assertEqual({r.levelno for r in log.records}, {logging.WARNING})
 
     def test_nothing_is_printed(self):
         """Neither through Python nor past it; faults included."""
