@@ -22,7 +22,7 @@ void Session::tell() const {
     return line.first || line.second.find("WARNING") != std::string::npos;
   };
   if (lines_.empty()) return;
-  const py::module_ log = py::module_::import("quorix._log");
+  static const py::handle log = py::module_::import("quorix._log").release();  // stays to the end
   constexpr int info = 20;  // as logging has them
   constexpr int warning = 30;
   const int from = log.attr("heard_from")().cast<int>();
@@ -33,7 +33,7 @@ void Session::tell() const {
     const auto& [is_warning, text] = line;
     // What stands in files may be in any encoding.
     hear(is_warning, py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(
-                      text.data(), static_cast<Py_ssize_t>(text.size()), "replace")));
+                         text.data(), static_cast<Py_ssize_t>(text.size()), "replace")));
   }
 }
 

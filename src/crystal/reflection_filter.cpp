@@ -1,5 +1,6 @@
 #include "crystal/reflection_filter.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace qx {
@@ -63,9 +64,13 @@ class Shell {
         most_(high_ <= 0 ? INFINITY : 1 / (high_ * high_)),
         least_(low_ <= 0 ? INFINITY : 1 / (low_ * low_)) {}
 
-  [[nodiscard]] bool holds(std::int32_t h, std::int32_t k, std::int32_t l) const noexcept {
+  // Squares of the scattering vectors of many, in a loop without branches.
+  void measure(const std::int32_t* h, const std::int32_t* k, const std::int32_t* l, std::size_t n,
+               double* s2) const noexcept {
+    for (std::size_t i = 0; i < n; ++i) s2[i] = inverse_d2(h[i], k[i], l[i], matrix_);
+  }
+  [[nodiscard]] bool holds(double s2) const noexcept {
     constexpr double close = 1e-12;
-    const double s2 = inverse_d2(h, k, l, matrix_);
     if (s2 > least_ * (1 + close) && s2 < most_ * (1 - close)) return true;
     if (s2 < least_ * (1 - close) || s2 > most_ * (1 + close)) return false;
     const double d = 1.0 / std::sqrt(s2);
@@ -107,16 +112,19 @@ std::size_t select_reflections(const Candidates& input, const RejectionRules& ru
   const Shell shell(rules);
   std::size_t nkept = 0;
   left = {};
+  constexpr std::size_t together = 256;
+  double s2[together];
   for (std::size_t i = 0; i < input.count; ++i) {
+    if (i % together == 0) {
+      const std::size_t n = std::min(together, input.count - i);
+      shell.measure(input.h + i, input.k + i, input.l + i, n, s2);
+    }
     const bool small = minimum_of && known(minimum_of[i], input.missing) < rules.amplitude_minimum;
-    const std::int32_t h = input.h[i];
-    const std::int32_t k = input.k[i];
-    const std::int32_t l = input.l[i];
-    if (h == 0 && k == 0 && l == 0) {
+    if (input.h[i] == 0 && input.k[i] == 0 && input.l[i] == 0) {
       ++left.origin;
       continue;
     }
-    if (!shell.holds(h, k, l)) {
+    if (!shell.holds(s2[i % together])) {
       ++left.outside;
     } else if (small || amplitude.reject(i) || intensity.reject(i)) {
       ++left.by_cuts;
