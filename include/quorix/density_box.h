@@ -37,8 +37,9 @@ typedef struct qx_density_blob {
 QX_C_BEGIN
 
 // The block of the last map's density, which qx_get_map_view describes, leaves the engine: it is
-// the caller's, who ends it with free() or qx_end_block(), and the map has none from then on. Points that nobody has
-// asked for yet are made. Null when there is no map (without a report) or they cannot be made.
+// the caller's, who ends it with free() or qx_end_block(), and the map has none from then on.
+// Points that nobody has asked for yet are made. Null when there is no map (without a report) or
+// they cannot be made.
 QX_API double* qx_take_map_density(void);
 
 // Grid indices, both inclusive, of the box about the atoms computed with, wider by `cushion`
