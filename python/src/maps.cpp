@@ -37,8 +37,9 @@ std::vector<std::string> warnings_of(const Reflections& reflections, const MapJo
   const double* c = map_cell(job);
   std::string kind = job.labels.amplitude + '\n' + job.labels.phase + '\n' + job.labels.weight +
                      '\n' + map_group(job);
-  kind += format(" %.9g %.9g", job.options.dmin.value_or(0), job.options.dmax.value_or(0));
-  for (int i = 0; i < 6; ++i) kind += format(" %.9g", c[i]);
+  const double limits[2] = {job.options.dmin.value_or(0), job.options.dmax.value_or(0)};
+  kind.append(reinterpret_cast<const char*>(limits), sizeof limits);
+  kind.append(reinterpret_cast<const char*>(c), 6 * sizeof *c);
   return reflections.warnings(kind, [&] { return map_warnings(job); });
 }
 

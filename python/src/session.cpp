@@ -17,12 +17,23 @@ void Session::pause() {
   if (PyErr_CheckSignals() != 0) throw py::error_already_set();
 }
 
+namespace {
+
+// What was imported is at hand for less than another import.
+py::object logger() {
+  constexpr const char* name = "quorix._log";
+  const auto there = py::reinterpret_steal<py::object>(PyImport_GetModule(py::str(name).ptr()));
+  return there ? there : py::object(py::module_::import(name));
+}
+
+}  // namespace
+
 void Session::tell() const {
   const auto is_urgent = [](const auto& line) {
     return line.first || line.second.find("WARNING") != std::string::npos;
   };
   if (lines_.empty()) return;
-  static const py::handle log = py::module_::import("quorix._log").release();  // stays to the end
+  const py::object log = logger();
   constexpr int info = 20;  // as logging has them
   constexpr int warning = 30;
   const int from = log.attr("heard_from")().cast<int>();

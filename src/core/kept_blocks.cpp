@@ -25,10 +25,10 @@ namespace qx {
 
 namespace {
 
-constexpr std::size_t smallest = 16384;  // below, malloc keeps what it needs
 constexpr std::size_t line = 64;
+constexpr std::size_t smallest = 16384;  // below, malloc is as fast
 constexpr std::size_t places = 128;
-constexpr std::uint64_t most_idle = 512;  // blocks that came since: several maps
+constexpr std::uint64_t most_idle = 512;  // blocks that came since: those of many small maps
 
 struct Kept {
   void* block;
@@ -36,7 +36,6 @@ struct Kept {
   std::uint64_t since;
 };
 
-// The oldest first: sizes that nobody asks for any more go.
 struct Shelf {
   std::mutex mutex;
   Kept kept[places];
@@ -44,18 +43,29 @@ struct Shelf {
   std::size_t size;
   std::uint64_t arrivals;
 
-  Kept remove(std::size_t i) noexcept {
+  void* remove(std::size_t i) noexcept {
     const Kept found = kept[i];
-    std::copy(kept + i + 1, kept + count, kept + i);
-    --count;
+    kept[i] = kept[--count];
     size -= found.size;
     ASAN_UNPOISON_MEMORY_REGION(found.block, found.size);
-    return found;
+    return found.block;
   }
+  void add(void* block, std::size_t bytes) noexcept {
+    kept[count++] = {block, bytes, ++arrivals};
+    size += bytes;
+    ASAN_POISON_MEMORY_REGION(block, bytes);
+  }
+  // Sizes that nobody asks for any more go first.
   void shrink_to(std::size_t most, std::size_t most_blocks) noexcept {
-    while (count > 0 &&
-           (size > most || count > most_blocks || arrivals - kept[0].since > most_idle)) {
-      std::free(remove(0).block);
+    while (count > 0 && (size > most || count > most_blocks)) {
+      const Kept* oldest = std::min_element(
+          kept, kept + count, [](const Kept& a, const Kept& b) { return a.since < b.since; });
+      std::free(remove(static_cast<std::size_t>(oldest - kept)));
+    }
+  }
+  void drop_idle() noexcept {
+    for (std::size_t i = count; i-- > 0;) {
+      if (arrivals - kept[i].since > most_idle) std::free(remove(i));
     }
   }
 };
@@ -71,12 +81,14 @@ void* take_kept_block(std::size_t size) noexcept {
   const std::unique_lock<std::mutex> alone(shelf.mutex, std::try_to_lock);
   if (!alone) return nullptr;
   std::size_t best = shelf.count;
+  std::size_t least = size + size / 4 + 1;
   for (std::size_t i = 0; i < shelf.count; ++i) {
     const std::size_t has = shelf.kept[i].size;
-    if (has < size || has > size + size / 4) continue;
-    if (best == shelf.count || has < shelf.kept[best].size) best = i;
+    if (has < size || has >= least) continue;
+    best = i;
+    least = has;
   }
-  return best < shelf.count ? shelf.remove(best).block : nullptr;
+  return best < shelf.count ? shelf.remove(best) : nullptr;
 }
 
 void end_block(void* block) noexcept {
@@ -89,9 +101,8 @@ void end_block(void* block) noexcept {
             : std::unique_lock<std::mutex>();
   if (!alone) return std::free(block);
   shelf.shrink_to(most - size, places - 1);
-  shelf.kept[shelf.count++] = {block, size, ++shelf.arrivals};
-  shelf.size += size;
-  ASAN_POISON_MEMORY_REGION(block, size);
+  shelf.add(block, size);
+  if (shelf.arrivals % places == 0) shelf.drop_idle();
 }
 
 }  // namespace qx

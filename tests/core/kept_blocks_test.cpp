@@ -64,7 +64,7 @@ TEST_F(KeptBlocks, areAsMuchAsWasAllowedAndTheLatest) {
 TEST_F(KeptBlocks, goWhenNobodyAsksForThem) {
   qx_keep_memory(8);
   ASSERT_EQ(xfree(xmalloc(2 * large, "a")), ok);
-  for (int i = 0; i < 600; ++i) ASSERT_EQ(xfree(xmalloc(large, "b")), ok);
+  for (int i = 0; i < 700; ++i) ASSERT_EQ(xfree(xmalloc(large, "b")), ok);
   EXPECT_EQ(take_kept_block(2 * large), nullptr);
 }
 
