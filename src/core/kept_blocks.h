@@ -1,6 +1,6 @@
-// Large blocks that were let go, kept for who asks next. Pages that go back to
-// the system are cleared before they come again, which costs a small map as much as its transforms,
-// and threads of a process wait for each other there.
+// Large blocks that were let go, kept for who asks next. Pages that go back to the system are
+// cleared before they come again, which costs a small map as much as its transforms, and threads of
+// a process wait for each other there.
 #pragma once
 
 #include <cstddef>

@@ -322,20 +322,18 @@ std::uint64_t fingerprint(std::FILE* stream, const GroupRequest& request) {
   if (request.ops || fstat(fileno(stream), &state) != 0) return 0;
   // What was written a moment ago may be written again without its times telling.
   if (std::time(nullptr) - state.st_mtim.tv_sec < 2) return 0;
-  std::uint64_t hash = 14695981039346656037U;  // FNV-1a
-  const auto add = [&hash](const void* bytes, std::size_t size) {
-    for (std::size_t i = 0; i < size; ++i) {
-      hash = (hash ^ static_cast<const unsigned char*>(bytes)[i]) * 1099511628211U;
-    }
+  std::uint64_t hash = 14695981039346656037U;  // as FNV-1a, by words
+  const auto add = [&hash](auto number) {
+    hash = (hash ^ static_cast<std::uint64_t>(number)) * 1099511628211U;
+    hash ^= hash >> 32;
   };
-  const std::int64_t facts[] = {static_cast<std::int64_t>(state.st_dev),
-                                static_cast<std::int64_t>(state.st_ino),
-                                state.st_size,
-                                state.st_mtim.tv_sec,
-                                state.st_mtim.tv_nsec,
-                                request.number};
-  add(facts, sizeof facts);
-  if (request.name) add(request.name, std::strlen(request.name));
+  add(state.st_dev);
+  add(state.st_ino);
+  add(state.st_size);
+  add(state.st_mtim.tv_sec);
+  add(state.st_mtim.tv_nsec);
+  add(request.number);
+  for (const char* at = request.name; at && *at; ++at) add(*at);
   return hash;
 }
 
