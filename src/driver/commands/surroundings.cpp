@@ -81,8 +81,10 @@ void Surroundings::look(const gemmi::Fractional& mate, std::size_t atom, Best& b
     return distance;
   };
   if (take(wrapped) <= half_width_) return;
-  for (int n = 0; n < 27; ++n) {
-    take(plus(wrapped, {n % 3 - 1.0, n / 3 % 3 - 1.0, n / 9 - 1.0}));
+  for (const double x : {-1.0, 0.0, 1.0}) {
+    for (const double y : {-1.0, 0.0, 1.0}) {
+      for (const double z : {-1.0, 0.0, 1.0}) take(plus(wrapped, {x, y, z}));
+    }
   }
 }
 

@@ -36,10 +36,9 @@ class Surroundings {
  public:
   // The crystal is looked at as long as this lives. Without a model places stay where they are.
   Surroundings(const DensityCrystal& crystal, const Coordinates* model);
-  // The site, but for the atom's name; `moved`, if given, becomes the operator that leads there, a
-  // translation of the cell left out.
-  [[nodiscard]] DensitySite nearest(const double (&fractional)[3],
-                                    const gemmi::Op** moved = nullptr) const;
+  // The site of a place in fractions of the cell, but for the atom's name; `moved`, if given,
+  // becomes the operator that leads there, a translation of the cell left out.
+  [[nodiscard]] DensitySite nearest(const double (&at)[3], const gemmi::Op** moved = nullptr) const;
 
  private:
   struct Best {
