@@ -42,20 +42,6 @@ struct qxmemmonitor {
 
 namespace {
 
-// Arrays start on a cache line: vector loads that straddle two cost the transforms up to 60 %.
-void* aligned_block(std::size_t size) {
-  constexpr std::size_t line = 64;
-  if (size < 4 * line) return std::malloc(size);
-  if (void* kept = qx::take_kept_block(size)) return kept;
-  void* block = nullptr;
-  return posix_memalign(&block, line, size) == 0 ? block : nullptr;
-}
-
-std::atomic<qx::SystemAllocator> system_allocator = aligned_block;
-std::atomic<std::int64_t> last_serial = 0;
-
-void* open_system_block(std::size_t size) { return system_allocator.load()(size); }
-
 std::size_t chain_of(const void* address) {
   static const char anchor = 0;
   const auto a = reinterpret_cast<std::uintptr_t>(address);
@@ -90,6 +76,23 @@ void prepare_pages(void* block, std::size_t size) {
 #else
 void prepare_pages(void*, std::size_t) {}
 #endif
+
+// Arrays start on a cache line: vector loads that straddle two cost the transforms up to 60 %. Of a
+// block that was kept the pages are there.
+void* aligned_block(std::size_t size) {
+  constexpr std::size_t line = 64;
+  if (size < 4 * line) return std::malloc(size);
+  if (void* kept = qx::take_kept_block(size)) return kept;
+  void* block = nullptr;
+  if (posix_memalign(&block, line, size) != 0) return nullptr;
+  prepare_pages(block, size);
+  return block;
+}
+
+std::atomic<qx::SystemAllocator> system_allocator = aligned_block;
+std::atomic<std::int64_t> last_serial = 0;
+
+void* open_system_block(std::size_t size) { return system_allocator.load()(size); }
 
 void free_record(BlockRecord* record) {
   qx::end_block(record->address);
@@ -218,7 +221,6 @@ void* xmalloc(std::size_t size, const char* tag) {
     (void)fail_to_open(monitor, size, name);
     return nullptr;
   }
-  prepare_pages(block, size);
   monitor->current_size += static_cast<double>(size);
   monitor->maximum_size = std::max(monitor->maximum_size, monitor->current_size);
   return enter(monitor, block, size, tag) == ok ? block : nullptr;
