@@ -113,7 +113,7 @@ void mark_missing(const qxmtz& mtz, float* row) {
 }
 
 Status read_row(TableText& table, const Layout& layout, const char* line) {
-  float row[most_fields];
+  float row[most_fields] = {};
   const char* at = line;
   for (std::int32_t i = 0; i < layout.fields(); ++i) {
     const Word word = next_word(at);
