@@ -69,8 +69,10 @@ void build_app(CLI::App& app, int& status, const char* word) {
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.require_subcommand(1);
   app.failure_message(tell_misuse);
+  const bool none = word && std::strcmp(word, "--version") == 0;
   for (const Subcommand& command : subcommands) {
-    if (only == std::end(subcommands) || only->name == command.name) command.add(app, status);
+    const bool wanted = only == std::end(subcommands) || only->name == command.name;
+    if (wanted && !none) command.add(app, status);
   }
   for (CLI::App* command : app.get_subcommands([](const CLI::App*) { return true; })) {
     add_threads(*command);

@@ -5,8 +5,9 @@
 
 namespace qx {
 
-// Adds every subcommand, or that one alone which `word` names: all declarations take longer than
-// many a small file. The chosen one sets the process status when its callback runs.
+// Adds every subcommand, or that one alone which `word` names, none for --version: all declarations
+// take longer than many a small file. The chosen one sets the process status when its callback
+// runs.
 void build_app(CLI::App& app, int& status, const char* word = nullptr);
 
 }  // namespace qx
