@@ -2,6 +2,45 @@
 
 let viewer = null;
 
+// What the view is drawn in on a light and on a dark page: contours keep a contrast of three to one,
+// and no atom has the colour of a contour. Elements that are not named here are `def`.
+function colourSchemes() {
+  const colours = {
+    light: {bg: 0xffffff, fg: 0x000000, map_den: 0x3362b2, map_pos: 0x298029, map_neg: 0xb03030, center: 0xb5620c, H: 0x999999, C: 0x7d7000,
+            N: 0x1c51b3, O: 0xc33869, S: 0x9e7b3d, P: 0xb86f00, CL: 0x4f9a20, MG: 0x707070, CA: 0x505050, MN: 0xc04080, FE: 0xa03000,
+            NI: 0x008a45, def: 0x808080},
+    dark: {bg: 0x000000, fg: 0xffffff, map_den: 0x4c7bd0, map_pos: 0x2f962f, map_neg: 0xc24040, center: 0xc997b0, H: 0x858585, C: 0xb3b300,
+           N: 0x7eaafb, O: 0xf24984, S: 0x40ff40, P: 0xffc040, CL: 0xa0ff60, MG: 0xc0c0c0, CA: 0xffffff, MN: 0xff90c0, FE: 0xa03000,
+           NI: 0x00ff80, def: 0xa0a0a0},
+  };
+  const made = ([name, value]) => [name, new UM.Color(value)];
+  const scheme = ([name, values]) => [name, Object.fromEntries(Object.entries(values).map(made))];
+  return Object.fromEntries(Object.entries(colours).map(scheme));
+}
+
+// What lies over the view and the swatches of the maps follow it, also when a key has changed it.
+function setColours() {
+  UM.Viewer.prototype.set_colors.call(viewer);
+  for (const name of ['bg', 'fg', 'map_den', 'map_pos', 'map_neg']) {
+    document.documentElement.style.setProperty(`--view-${name}`, `#${viewer.config.colors[name].getHexString()}`);
+  }
+}
+
+function chooseScheme(name) {
+  viewer.config.color_scheme = name;
+  viewer.set_colors();
+  viewer.request_render();
+}
+
+function followScheme() {
+  const dark = window.matchMedia('(prefers-color-scheme: dark)');
+  const follow = () => chooseScheme(dark.matches ? 'dark' : 'light');
+  viewer.ColorSchemes = colourSchemes();
+  viewer.set_colors = setColours;
+  dark.addEventListener('change', follow);
+  follow();
+}
+
 // Half the width of a box about a sphere, in fractions of the cell along each axis.
 function fractionalReach(radius) {
   const step = 1e-3;
@@ -125,13 +164,20 @@ function findMouse() {
   };
 }
 
-// A printed page shows what the screen does.
+// A printed page shows what the screen does, on white.
 function bindPrinting() {
+  let before = null;
   window.addEventListener('beforeprint', () => {
+    before ??= viewer.config.color_scheme;
+    chooseScheme('light');
     viewer.render();
     at('snapshot').src = viewer.renderer.domElement.toDataURL('image/png');
   });
-  window.addEventListener('afterprint', () => at('snapshot').removeAttribute('src'));
+  window.addEventListener('afterprint', () => {
+    at('snapshot').removeAttribute('src');
+    if (before) chooseScheme(before);
+    before = null;
+  });
 }
 
 function showViewer() {
@@ -142,6 +188,7 @@ function showViewer() {
     at('hud').textContent = 'This browser offers no WebGL: the sections below show the map.';
     return;
   }
+  followScheme();
   if (report.model) viewer.load_pdb_from_text(report.model.pdb);
   for (const map of maps) {
     viewer.add_map(makeMap(map), map.part.difference);

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Opens pages of quorix report in headless Chromium and uses them: they draw, sliders work in every
-part of the page, residues and peaks are jumped to, nothing is fetched, and the console stays silent.
-Usage: check_page.py MAP_PAGE BOX_OF_DIFFERENCE_PAGE REFLECTIONS_PAGE [PICTURE]"""
+part of the page, residues and peaks are jumped to, colours follow the system's scheme, the page
+begins where a reader looks first, nothing is fetched, and the console stays silent.
+Usage: check_page.py MAP_PAGE BOX_OF_DIFFERENCE_PAGE REFLECTIONS_PAGE LIGAND_PAGE [PICTURE]"""
 import base64
 import io
 import json
@@ -20,6 +21,16 @@ from selenium.webdriver.common.keys import Keys
 FLAGS = ('--headless=new --no-sandbox --disable-gpu --enable-unsafe-swiftshader --disable-quic '
          '--no-first-run --disable-background-networking --disable-component-update '
          '--disable-sync').split()
+
+
+def contrast(one, other):
+    """Of two colours, as the guidelines for legible pages define it."""
+    def luminance(colour):
+        parts = [byte / 255 for byte in bytes.fromhex(colour[1:])]
+        linear = [c / 12.92 if c <= 0.03928 else ((c + 0.055) / 1.055) ** 2.4 for c in parts]
+        return numpy.dot([0.2126, 0.7152, 0.0722], linear)
+    low, high = sorted([luminance(one), luminance(other)])
+    return (high + 0.05) / (low + 0.05)
 
 
 class Page:
@@ -59,11 +70,29 @@ class Page:
         self.js('const e = document.getElementById(arguments[0]); e.value = arguments[1];'
                 'e.dispatchEvent(new Event(arguments[2], {bubbles: true}));', name, value, event)
 
+    def pixels(self, name):
+        picture = self.driver.find_element(By.ID, name).screenshot_as_png
+        return numpy.asarray(Image.open(io.BytesIO(picture)).convert('RGB')).astype(int)
+
+    def prefer(self, scheme):
+        self.driver.execute_cdp_cmd('Emulation.setEmulatedMedia',
+                                    {'features': [{'name': 'prefers-color-scheme', 'value': scheme}]})
+
+    def expect_view_on(self, background):
+        """The three-dimensional view on white or black, all contours in sight against it."""
+        drawn = self.colours()
+        assert min(drawn['blue'], drawn['green'], drawn['red']) > 50, (background, drawn)
+        assert (numpy.median(self.pixels('viewer'), axis=(0, 1)) == background).all(), background
+        for name in ('map_den', 'map_pos', 'map_neg', 'fg'):
+            colour = '#' + self.js('return viewer.config.colors[arguments[0]].getHexString()', name)
+            assert contrast(colour, '#' + 3 * f'{background:02x}') >= 3, (name, colour, background)
+            styled = self.js('return getComputedStyle(document.documentElement).getPropertyValue(arguments[0])', f'--view-{name}')
+            assert styled == colour, (name, styled)
+
     def colours(self):
         """Counts of blue, green and red pixels in the three-dimensional view."""
         time.sleep(0.3)  # the next frame
-        picture = self.driver.find_element(By.ID, 'viewer').screenshot_as_png
-        pixels = numpy.asarray(Image.open(io.BytesIO(picture)).convert('RGB')).astype(int)
+        pixels = self.pixels('viewer')
         strongest = pixels.argmax(axis=2)
         strong = pixels.max(axis=2) - numpy.median(pixels, axis=2) > 25
         red, green, blue = (int((strong & (strongest == c)).sum()) for c in range(3))
@@ -197,7 +226,7 @@ def use_reflections(path, picture):
             page.js('window.scrollTo(0, 0)')
             time.sleep(1)
             shot = Image.open(io.BytesIO(page.driver.get_screenshot_as_png())).convert('RGB')
-            shot.resize((960, 960 * shot.height // shot.width), Image.Resampling.LANCZOS).quantize(192, Image.Quantize.MAXCOVERAGE).save(
+            shot.resize((960, 960 * shot.height // shot.width), Image.Resampling.LANCZOS).quantize(192, Image.Quantize.FASTOCTREE).save(
                 picture, optimize=True)
             assert Path(picture).stat().st_size < 300_000
         peak = page.driver.find_elements(By.CSS_SELECTOR, '#peaks button')[1]
@@ -224,14 +253,48 @@ def use_difference_map(path):
         page.expect_silence()
 
 
-def print_page(path):
-    """On paper stands the view as it was, and no list to click."""
+def begin_at_ligand(path):
+    """An ion comes before the ligand, and higher peaks lie elsewhere: the ligand is what is looked at."""
     with Page(path) as page:
-        page.js('window.dispatchEvent(new Event("beforeprint"))')
-        assert page.attribute('snapshot', 'src').startswith('data:image/png;base64,')
-        assert len(page.attribute('snapshot', 'src')) > 20000
-        pdf = base64.b64decode(page.driver.print_page())
-        assert pdf.startswith(b'%PDF') and len(pdf) > 50000
+        assert page.text('here').startswith('B/GOL 201'), page.text('here')
+        assert page.distance_to('B/GOL 201') < 0.01
+        listed = page.js('return [...document.querySelectorAll("#ligands button")].map((b) => b.lastChild.textContent)')
+        assert listed == ['B/ZN 200', 'B/GOL 201'], listed
+        middle, edge = page.js('return [here[2] / maps[0].info.cell[2], 1 / maps[0].info.intervals[2]]')
+        shown = float(page.text('section-text').split()[2])
+        assert abs((shown - middle + 0.5) % 1 - 0.5) <= edge, (shown, middle)
+        assert page.js('return document.querySelectorAll("#contours .tick").length') >= 6 and page.contours()
+        card = page.js('return document.getElementById("histogram").parentNode').screenshot_as_png
+        pixels = numpy.asarray(Image.open(io.BytesIO(card)).convert('RGB')).astype(int)
+        drawn = (abs(pixels - pixels[4, 4]).max(axis=2) > 40).mean()
+        assert drawn > 0.2, drawn
+        page.expect_silence()
+
+
+def follow_scheme(path):
+    """Live, as the system's preference changes; a key may choose otherwise; paper is white."""
+    with Page(path, more=['--blink-settings=preferredColorScheme=1']) as page:
+        page.expect_view_on(255)
+        page.prefer('dark')
+        page.wait(lambda: page.js('return viewer.config.color_scheme') == 'dark', 'the view is dark')
+        page.expect_view_on(0)
+        print_page(page)
+        page.js('window.dispatchEvent(new Event("afterprint"))')
+        page.expect_view_on(0)
+        page.press('b', page.canvas())
+        page.expect_view_on(255)
+        page.expect_silence()
+
+
+def print_page(page):
+    """On paper stands the view as it was, on white, and no list to click."""
+    page.js('window.dispatchEvent(new Event("beforeprint"))')
+    head, data = page.attribute('snapshot', 'src').split(',')
+    assert head == 'data:image/png;base64' and len(data) > 20000
+    pixels = numpy.asarray(Image.open(io.BytesIO(base64.b64decode(data))).convert('RGB'))
+    assert (numpy.median(pixels, axis=(0, 1)) == 255).all()
+    pdf = base64.b64decode(page.driver.print_page())
+    assert pdf.startswith(b'%PDF') and len(pdf) > 50000
 
 
 def without_webgl(path):
@@ -244,7 +307,8 @@ def without_webgl(path):
 if __name__ == '__main__':
     use_map(sys.argv[1])
     use_difference_map(sys.argv[2])
-    use_reflections(sys.argv[3], sys.argv[4] if len(sys.argv) > 4 else None)
-    print_page(sys.argv[3])
+    use_reflections(sys.argv[3], sys.argv[5] if len(sys.argv) > 5 else None)
+    begin_at_ligand(sys.argv[4])
+    follow_scheme(sys.argv[3])
     without_webgl(sys.argv[1])
-    print('report page: draws, follows sliders, lists and keys, fetches nothing, console silent')
+    print('report page: draws, follows sliders, lists, keys and the colour scheme, begins at the ligand, fetches nothing, console silent')
