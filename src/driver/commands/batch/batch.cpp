@@ -180,7 +180,7 @@ class Batch {
     if (options_.resume) {
       std::string doubt;
       const Json record = folder(item).record(conditions, doubt);
-      if (doubt.empty() && record["status"] == "done") {
+      if (doubt.empty() && DataSetFolder::is_complete(record)) {
         running_.erase(item);
         ++taken_over_;
         progress.step(false, false);
@@ -201,39 +201,53 @@ class Batch {
 
   // From the maps to what is in them, if that is wanted, and to the record.
   void go_on(const ChildResult& result, Pool& pool, BatchProgress& progress) {
-    const auto made = made_.find(result.item);
-    if (made == made_.end()) {
-      if (!result.done || !sets_[result.item].peaks) return finish(result, progress);
-      ChildResult refused = result;
-      try {
-        pool.start(result.item, folder(result.item).search(result));
-        made_[result.item] = result;
-        return;
-      } catch (const CommandError& error) {
-        refused.done = false;
-        refused.reason = error.what();
-      }
-      return finish(refused, progress);
+    if (made_.contains(result.item)) return finish(with_maps(result), progress);
+    if (!result.done || !sets_[result.item].peaks) return finish(result, progress);
+    ChildResult refused = result;
+    try {
+      pool.start(result.item, folder(result.item).search(result));
+      made_[result.item] = result;
+      return;
+    } catch (const CommandError& error) {
+      refused.done = false;
+      refused.reason = error.what();
     }
-    ChildResult both = result;
-    both.found = result.output;
-    both.output = made->second.output;
-    both.seconds += made->second.seconds;
-    made_.erase(made);
-    finish(both, progress);
+    finish(refused, progress);
+  }
+
+  // A search and the maps that it was made in, which are good also where the model serves nothing.
+  ChildResult with_maps(ChildResult search) {
+    auto made = made_.extract(search.item);
+    search.found = std::move(search.output);
+    search.output = std::move(made.mapped().output);
+    search.seconds += made.mapped().seconds;
+    if (search.refused) {
+      search.done = true;
+      search.no_search = std::move(search.reason);
+      search.reason.clear();
+    }
+    return search;
   }
 
   void finish(const ChildResult& result, BatchProgress& progress) {
     const Json record = folder(result.item).finish(running_.at(result.item), result);
     running_.erase(result.item);
     const bool failed = record["status"] != "done";
-    if (failed && !options_.quiet && ++failures_told_ <= most_failures_told) {
-      progress.say(sets_[result.item].name + ": " + record["reason"].get<std::string>());
-      if (failures_told_ == most_failures_told) {
-        progress.say("(further failures are told in the table only)");
-      }
+    const std::string& name = sets_[result.item].name;
+    if (failed) {
+      tell_failure(name + ": " + record["reason"].get<std::string>(), progress);
+    } else if (!result.no_search.empty()) {
+      tell_failure(name + ": no peaks: " + result.no_search, progress);
     }
     progress.step(true, failed);
+  }
+
+  void tell_failure(const std::string& line, BatchProgress& progress) {
+    if (options_.quiet || ++failures_told_ > most_failures_told) return;
+    progress.say(line);
+    if (failures_told_ == most_failures_told) {
+      progress.say("(further failures are told in the table only)");
+    }
   }
 
   // From the records, which are all that counts; true if every data set is done.
@@ -273,12 +287,22 @@ class Batch {
   double rate_ = 0.0, seconds_ = 0.0;
 };
 
+std::vector<std::string> levels_of_peaks(const BatchOptions& options) {
+  std::vector<std::string> words;
+  if (options.level) words.insert(words.end(), {"--level", format("%.9g", *options.level)});
+  if (options.blob_level) {
+    words.insert(words.end(), {"--blob-level", format("%.9g", *options.blob_level)});
+  }
+  return words;
+}
+
 int run(const BatchOptions& options) {
   check_options(options);
   BatchInputs inputs = find_data_sets(options.inputs, options.output);
   for (DataSet& set : inputs.sets) {
     set.with_model = options.maps;
     set.peaks = options.peaks;
+    set.levels = levels_of_peaks(options);
     if (options.maps) {
       find_model(set, options.model);
     } else if (options.peaks) {

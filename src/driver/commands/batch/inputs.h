@@ -8,12 +8,13 @@
 namespace qx {
 
 struct DataSet {
-  std::string path;          // of the reflections
-  std::string name;          // of its folder and the beginning of its maps' names; no two share one
-  bool with_model = false;   // maps are made of observations and a model
-  bool peaks = false;        // are looked for in the map
-  std::string model = {};    // empty: none was found
-  std::string problem = {};  // why not
+  std::string path;         // of the reflections
+  std::string name;         // of its folder and the beginning of its maps' names; no two share one
+  bool with_model = false;  // maps are made of observations and a model
+  bool peaks = false;       // are looked for in the map
+  std::vector<std::string> levels = {};  // options of quorix peaks
+  std::string model = {};                // empty: none was found
+  std::string problem = {};              // why not
 };
 
 struct BatchInputs {

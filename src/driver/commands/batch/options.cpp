@@ -5,6 +5,7 @@
 #include "driver/commands/map/job.h"
 #include "driver/commands/maps/job.h"
 #include "driver/commands/option_facts.h"
+#include "driver/commands/peaks/job.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -64,7 +65,7 @@ name, else the only ones in its folder) or with that of --model:
 Each data set gets a folder in OUT with its maps and a record, result.json. OUT/results.tsv and
 OUT/results.json have a row for each: status, reason, resolution, group, grid, rms, files; with --maps also R factors, with
 --peaks the highest peak and the largest blob above zero, with the nearest atom of the model:
-  quorix batch screen/ -o out --maps --peaks
+  quorix batch screen/ -o out --maps --peaks --level 4.5
 
 Exit status:
   0    every data set is done
@@ -72,6 +73,23 @@ Exit status:
   2    bad usage, or OUT cannot be written
   130  interrupted (143: terminated); --resume goes on from there
 )";
+
+void add_search_options(CLI::App& command, BatchOptions& o) {
+  auto* peaks = command.add_flag(
+      "--peaks", o.peaks,
+      "Look for peaks and blobs in each difference map (without one in the 2mFo-DFc map), beside "
+      "the model if there is one: the first of them in the table, ten in the record, dummy atoms "
+      "in NAME_sites.pdb");
+  command.add_option("--level", o.level, "With --peaks: peaks from this many rms on (default: 4)")
+      ->type_name("X")
+      ->needs(peaks);
+  command
+      .add_option("--blob-level", o.blob_level,
+                  "With --peaks: blobs beyond this many rms (default: 3 in difference maps, else "
+                  "1)")
+      ->type_name("X")
+      ->needs(peaks);
+}
 
 void add_work_options(CLI::App& command, BatchOptions& o) {
   command
@@ -104,10 +122,7 @@ void add_work_options(CLI::App& command, BatchOptions& o) {
                   "(default: what stands beside the data)")
       ->type_name("FILE")
       ->check(names_files("pdb ent cif mmcif pdb.gz ent.gz cif.gz mmcif.gz"));
-  command.add_flag("--peaks", o.peaks,
-                   "Look for peaks and blobs in each difference map (without one in the 2mFo-DFc "
-                   "map), beside the model if there is one: the first of them in the table, ten in "
-                   "the record, dummy atoms in NAME_sites.pdb");
+  add_search_options(command, o);
   command.add_flag("--shared-grid", o.shared_grid,
                    "One grid for all data sets of a space group: the largest counts that any of "
                    "them needs along each axis");
@@ -155,6 +170,8 @@ Slice slice_of(const std::string& range, std::size_t count) {
 }
 
 void check_options(const BatchOptions& options) {
+  check_level("--level", options.level);
+  check_level("--blob-level", options.blob_level);
   if (options.maps) return check_maps_options(options);
   if (!options.model.empty() && !options.peaks) {
     throw CommandError(2, "--model belongs to --maps or --peaks: give both");

@@ -1,6 +1,7 @@
 // quorix batch: the options, and those that it hands on.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,10 +14,11 @@ namespace qx {
 struct BatchOptions {
   std::vector<std::string> inputs;
   std::string output, range, model;
-  int jobs = 0;          // 0: the processors available
-  double timeout = 0.0;  // seconds, 0: none
-  bool maps = false;     // of observations and a model
-  bool peaks = false;    // are looked for in the maps
+  int jobs = 0;                             // 0: the processors available
+  double timeout = 0.0;                     // seconds, 0: none
+  bool maps = false;                        // of observations and a model
+  bool peaks = false;                       // are looked for in the maps
+  std::optional<double> level, blob_level;  // of peaks and blobs, rms
   bool shared_grid = false, resume = false, overwrite = false, gather = false, quiet = false;
 };
 

@@ -176,6 +176,7 @@ ChildResult Pool::result_of(const Child& child, int status) const {
     result.reason = name ? format("ended by signal SIG%s", name)
                          : format("ended by signal %d", WTERMSIG(status));
   } else {
+    result.refused = WEXITSTATUS(status) == 2;
     result.reason = reason_of(result.output, result.errors);
     if (result.reason.empty()) result.reason = format("exit status %d", WEXITSTATUS(status));
   }

@@ -18,8 +18,10 @@ struct ChildResult {
   bool done = false;   // ended with status 0
   std::string reason;  // why not, in one line
   bool timed_out = false;
+  bool refused = false;        // it said that its input cannot be used
   std::string output, errors;  // what it said, no more than the end of it
   std::string found;           // what a search in the maps said
+  std::string no_search;       // why there was none in maps that are made
   double seconds = 0.0;
 };
 

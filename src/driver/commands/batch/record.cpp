@@ -80,7 +80,8 @@ std::string doubt_of(const Json& record, const Json& wanted, const fs::path& fol
     return "made with another model, or the model has changed";
   }
   if (record.value("peaks", Json()) != wanted.value("peaks", Json())) {
-    return wanted.contains("peaks") ? "made without peaks" : "made with peaks";
+    if (!wanted.contains("peaks")) return "made with peaks";
+    return record.contains("peaks") ? "made with other levels of peaks" : "made without peaks";
   }
   if (record.at("option_files") != wanted.at("option_files"))
     return "a file that the options name has changed";
@@ -138,7 +139,7 @@ Json DataSetFolder::wanted(const std::vector<std::string>& map_options) const {
                {"options", map_options},
                {"option_files", files}};
   if (set_.with_model || !set_.model.empty()) json["model"] = stamp_of(set_.model);
-  if (set_.peaks) json["peaks"] = true;
+  if (set_.peaks) json["peaks"] = set_.levels.empty() ? Json(true) : Json(set_.levels);
   return Json::parse(text_of(json));  // comparable with what a file gives back
 }
 
@@ -178,6 +179,10 @@ Json DataSetFolder::record(const Json& wanted, std::string& doubt) const {
     doubt = "the record is damaged";
   }
   return json;
+}
+
+bool DataSetFolder::is_complete(const Json& record) {
+  return record["status"] == "done" && !record.value("found", Json()).contains("problem");
 }
 
 void DataSetFolder::clear_work() const {
@@ -237,6 +242,7 @@ std::vector<std::string> DataSetFolder::search(const ChildResult& maps) const {
   std::vector<std::string> arguments = {
       "peaks", (work() / map).string(), "--json", "-n", "10", "-o", sites};
   if (!set_.model.empty()) arguments.insert(arguments.end(), {"--model", set_.model});
+  arguments.insert(arguments.end(), set_.levels.begin(), set_.levels.end());
   return arguments;
 }
 
@@ -273,7 +279,9 @@ std::string DataSetFolder::keep_maps(const ChildResult& result, Json& record) co
       return target + " is there and is " + name_of(there);
     }
   }
-  if (set_.peaks) {
+  if (!result.no_search.empty()) {
+    record["found"] = {{"problem", result.no_search}};
+  } else if (set_.peaks) {
     Json found = Json::parse(result.found, nullptr, false);
     if (!found.is_object()) return "what was found in its map cannot be read";
     found["input"] = fs::path(found.value("input", "")).filename().string();

@@ -41,6 +41,9 @@ class DataSetFolder {
   // The record, and in `doubt` why it cannot be relied on; empty if it can.
   [[nodiscard]] Json record(const Json& wanted, std::string& doubt) const;
 
+  // Nothing is left to do, as far as a record that can be relied on tells.
+  [[nodiscard]] static bool is_complete(const Json& record);
+
   // Removes the record with the maps that it names, and what a killed run left.
   void clear() const;
   // Removes what an unfinished run left, and nothing else.

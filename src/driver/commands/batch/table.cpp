@@ -156,8 +156,14 @@ void add_site(const Json& site, const std::string& kind, Json& row) {
   row[kind + "_distance"] = site.value("distance", Json());
 }
 
-// Of quorix peaks.
+// Of quorix peaks. Without them the maps stand all the same, and the row tells why.
 void add_found(const Json& found, const std::string& folder, Json& row) {
+  if (found.contains("problem")) {
+    const std::string problem = "no peaks: " + found.at("problem").get<std::string>();
+    row["warnings"].push_back(problem);
+    row["reason"] = problem;
+    return;
+  }
   row["peaks"] = found.at("peaks_found");
   row["blobs"] = found.at("blobs_found");
   row["sites"] = folder + found.at("output").get<std::string>();
@@ -192,7 +198,7 @@ Json table_row(const DataSet& set, const Json& record, const std::string& doubt)
     }
     if (record.contains("found")) add_found(record["found"], set.name + "/", row);
     row["seconds"] = record.at("seconds");
-    row["reason"] = record.at("reason");
+    if (row["reason"] == "") row["reason"] = record.at("reason");
     row["status"] = record.at("status");
   } catch (const Json::exception&) {
     row["reason"] = "the record is damaged";

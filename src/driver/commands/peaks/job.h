@@ -30,8 +30,9 @@ struct PeaksOptions {
 };
 
 void add_peaks_options(CLI::App& command, PeaksOptions& options);
-// Throws CommandError.
+// Both throw CommandError.
 void check_options(const PeaksOptions& options);
+void check_level(const char* name, const std::optional<double>& level);
 
 // A density with its crystal, the whole cell where it is known.
 struct DensityMap {

@@ -91,15 +91,6 @@ void add_criteria(CLI::App& command, PeaksOptions& o) {
   command.add_flag("--no-blobs", o.no_blobs, "Peaks only")->excludes(no_peaks);
 }
 
-void check_level(const char* name, const std::optional<double>& level) {
-  if (!level) return;
-  if (!(std::isfinite(*level) && *level > 0.0)) {
-    throw CommandError(2, std::string(name) + format(" is a number above 0, not %g (--sign tells "
-                                                     "whether holes are looked for)",
-                                                     *level));
-  }
-}
-
 }  // namespace
 
 void add_peaks_options(CLI::App& command, PeaksOptions& options) {
@@ -115,6 +106,15 @@ void add_peaks_options(CLI::App& command, PeaksOptions& options) {
       ->check(names_files("pdb"));
   add_force(command, options.map.force);
   add_telling(command, options.map.json, options.map.quiet, options.map.verbose);
+}
+
+void check_level(const char* name, const std::optional<double>& level) {
+  if (!level) return;
+  if (!(std::isfinite(*level) && *level > 0.0)) {
+    throw CommandError(2, std::string(name) + format(" is a number above 0, not %g (--sign tells "
+                                                     "whether holes are looked for)",
+                                                     *level));
+  }
 }
 
 void check_options(const PeaksOptions& options) {
