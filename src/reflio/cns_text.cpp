@@ -2,6 +2,7 @@
 // amplitude and its phase in degrees. What a row leaves out is missing.
 #include "core/output_file.h"
 #include "core/say.h"
+#include "reflio/mmcif_items.h"
 #include "reflio/table_text.h"
 
 #include <algorithm>
@@ -177,7 +178,9 @@ char type_of(const char* name, Kind kind) {
   for (const auto& row : usual) {
     if (strcasecmp(name, row.name) == 0) return row.type;
   }
-  return 'R';
+  // Coefficients of maps have the labels of other programs.
+  const char type = usual_column_type(name);
+  return type != '\0' ? type : 'R';
 }
 
 // The phase of FOBS stands in PHI_FOBS.

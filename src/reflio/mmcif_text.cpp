@@ -1,75 +1,19 @@
-// Structure factors in mmCIF: the cell, the group, the wavelength and the loop of _refln items of
-// the first block that has one.
-#include "core/output_file.h"
-#include "core/say.h"
-#include "reflio/table_text.h"
+// Reading structure factors in mmCIF: the cell, the group, the wavelength and the loop of _refln
+// items of the first block that has one.
+#include "reflio/mmcif_items.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 #include <limits>
-#include <strings.h>
 
 namespace qx {
 
 namespace {
 
 constexpr const char* reading = "read_mmcif():";
-constexpr const char* writing = "write_mmcif():";
 constexpr float none = std::numeric_limits<float>::quiet_NaN();
 constexpr std::size_t most_items = 200;
-
-// An item, its type, the identifiers that it is the default of, and the labels that MTZ files have
-// for it.
-struct Item {
-  const char* name;
-  char type;
-  std::int32_t coid[3];
-  const char* labels;  // between bars
-};
-constexpr Item items[] = {
-    {"_refln.F_meas_au", 'F', {4}, "|FP|F|FOBS|FO|F-obs|FMEAS|F_meas|"},
-    {"_refln.F_meas", 'F', {4}, ""},
-    {"_refln.F_meas_sigma_au", 'Q', {5}, "|SIGFP|SIGF|SIGFOBS|SIGFO|SIGF-obs|SIGMA|"},
-    {"_refln.F_meas_sigma", 'Q', {5}, ""},
-    {"_refln.intensity_meas", 'J', {6, 31}, "|IMEAN|I|IOBS|I-obs|"},
-    {"_refln.intensity_sigma", 'Q', {7, 32}, "|SIGIMEAN|SIGI|SIGIOBS|SIGI-obs|"},
-    {"_refln.phase_meas", 'P', {8}, "|PHIB|PHI|PHASE|"},
-    {"_refln.F_calc_au", 'F', {9}, "|FC|FCALC|FMODEL|F-model|"},
-    {"_refln.F_calc", 'F', {9}, ""},
-    {"_refln.phase_calc", 'P', {10}, "|PHIC|PHICALC|PHIFMODEL|PHIF-model|"},
-    {"_refln.F_part_au", 'F', {11}, "|FPART|"},
-    {"_refln.phase_part", 'P', {12}, "|PHIP|PHIPART|"},
-    {"_refln.pdbx_anom_difference", 'D', {13}, "|DP|DANO|"},
-    {"_refln.pdbx_anom_difference_sigma", 'Q', {14}, "|SIGDP|SIGDANO|"},
-    {"_refln.pdbx_F_plus", 'G', {15}, "|F(+)|FP|F_PLUS|"},
-    {"_refln.pdbx_F_minus", 'G', {16}, "|F(-)|FM|F_MINUS|"},
-    {"_refln.pdbx_F_plus_sigma", 'L', {17}, "|SIGF(+)|SIGFP|SIGF_PLUS|"},
-    {"_refln.pdbx_F_minus_sigma", 'L', {18}, "|SIGF(-)|SIGFM|SIGF_MINUS|"},
-    {"_refln.pdbx_I_plus", 'K', {19}, "|I(+)|IP|I_PLUS|"},
-    {"_refln.pdbx_I_minus", 'K', {20}, "|I(-)|IM|I_MINUS|"},
-    {"_refln.pdbx_I_plus_sigma", 'M', {21}, "|SIGI(+)|SIGIP|SIGI_PLUS|"},
-    {"_refln.pdbx_I_minus_sigma", 'M', {22}, "|SIGI(-)|SIGIM|SIGI_MINUS|"},
-    {"_refln.pdbx_HL_A_iso", 'A', {24}, "|HLA|HLAM|HLACOMB|"},
-    {"_refln.pdbx_HL_B_iso", 'A', {25}, "|HLB|HLBM|HLBCOMB|"},
-    {"_refln.pdbx_HL_C_iso", 'A', {26}, "|HLC|HLCM|HLCCOMB|"},
-    {"_refln.pdbx_HL_D_iso", 'A', {27}, "|HLD|HLDM|HLDCOMB|"},
-    {"_refln.fom", 'W', {28, 33}, "|FOM|MAP_FOM|"},
-    {"_refln.status", 'I', {29}, "|status|"},
-    {"_refln.pdbx_r_free_flag", 'I', {29}, "|TEST|FREE|FreeR_flag|R-free-flags|RFREE|FreeRflag|"},
-    {"_refln.pdbx_FWT", 'F', {37, 36}, "|FWT|2FOFCWT|MAP_COEFFA|"},
-    {"_refln.pdbx_PHWT", 'P', {38, 34}, "|PHWT|PHFWT|PH2FOFCWT|PHI2FOFCWT|MAP_COEFFP|"},
-    {"_refln.pdbx_DELFWT", 'F', {}, "|DELFWT|FOFCWT|"},
-    {"_refln.pdbx_DELPHWT", 'P', {}, "|PHDELWT|DELPHWT|PHFOFCWT|PHIFOFCWT|"},
-};
-
-const Item* find_item(Word name) {
-  for (const Item& item : items) {
-    if (is_word(name, item.name)) return &item;
-  }
-  return nullptr;
-}
 
 // Words, texts in quotes and between lines that begin with a semicolon.
 class Tokens {
@@ -177,7 +121,7 @@ Status add_item(TableText& table, Word name, Loop& loop) {
   for (std::int32_t a = 0; a < 3; ++a) {
     if (is_word(name, indices[a])) column = a;
   }
-  const Item* item = find_item(name);
+  const MmcifItem* item = find_mmcif_item(name);
   if (column >= 0 || (!item && !word_begins(name, "_refln."))) return ok;
   for (const char* text : {"_id", "_details", ".scale_group_code", "_code"}) {
     const std::size_t size = std::strlen(text);
@@ -297,114 +241,6 @@ Status read_mmcif(qxrefdata* refdata, const char* path) {
   if (crystal.group.size > 0) table.set_group(crystal.group);
   table.set_wavelength(crystal.wavelength);
   return table.close();
-}
-
-const char* usual_mmcif_column(const qxmtz& mtz, std::int32_t coid) noexcept {
-  for (const Item& item : items) {
-    if (std::find(item.coid, item.coid + 3, coid) == item.coid + 3) continue;
-    for (const MtzColumn& column : mtz.columns) {
-      if (strcasecmp(column.label, item.name) == 0) return column.label;
-    }
-  }
-  return nullptr;
-}
-
-namespace {
-
-const Item* item_of(const MtzColumn& column) {
-  const Word label = {column.label, std::strlen(column.label)};
-  if (const Item* item = find_item(label)) return item;
-  char wanted[mtz_record_size + 4];
-  std::snprintf(wanted, sizeof wanted, "|%s|", column.label);
-  for (const Item& item : items) {
-    if (item.type == column.type && strcasestr(item.labels, wanted)) return &item;
-  }
-  return nullptr;
-}
-
-struct Chosen {
-  const MtzColumn* columns[std::size(items)] = {};
-  const Item* tags[std::size(items)] = {};
-  std::size_t count = 0;
-};
-
-// An item is written once, of the first column that is it.
-void choose(const qxmtz& mtz, Chosen& held) {
-  for (const MtzColumn& column : mtz.columns) {
-    const Item* item = column.type == 'H' ? nullptr : item_of(column);
-    const Item** const end = held.tags + held.count;
-    if (!item || std::find(held.tags, end, item) != end) continue;
-    held.columns[held.count] = &column;
-    held.tags[held.count++] = item;
-  }
-}
-
-void print_header(std::FILE* out, const qxmtz& mtz, const Chosen& held) {
-  constexpr const char* names[] = {"length_a",    "length_b",   "length_c",
-                                   "angle_alpha", "angle_beta", "angle_gamma"};
-  std::fputs("data_reflections\n_entry.id reflections\n", out);
-  if (mtz.has_cell) {
-    std::fputs("_cell.entry_id reflections\n", out);
-    for (std::size_t i = 0; i < 6; ++i) std::fprintf(out, "_cell.%s %.5g\n", names[i], mtz.cell[i]);
-  }
-  if (mtz.spacegroup_name[0]) {
-    std::fprintf(out, "_symmetry.entry_id reflections\n_symmetry.space_group_name_H-M '%s'\n",
-                 mtz.spacegroup_name);
-    if (mtz.spacegroup_number > 0) {
-      std::fprintf(out, "_symmetry.Int_Tables_number %d\n", mtz.spacegroup_number % 1000);
-    }
-  }
-  if (mtz.symops.count > 0) {
-    std::fputs("loop_\n_symmetry_equiv.id\n_symmetry_equiv.pos_as_xyz\n", out);
-    for (std::int32_t i = 0; i < mtz.symops.count; ++i) {
-      std::fprintf(out, "%d '%s'\n", i + 1, mtz.symops[i].text);
-    }
-  }
-  const double wavelength = wavelength_of(mtz);
-  if (wavelength > 0.0) {
-    std::fprintf(out,
-                 "_diffrn_radiation.diffrn_id 1\n_diffrn_radiation.wavelength_id 1\n"
-                 "_diffrn_radiation_wavelength.id 1\n"
-                 "_diffrn_radiation_wavelength.wavelength %.5f\n",
-                 wavelength);
-  }
-  std::fputs("loop_\n_refln.index_h\n_refln.index_k\n_refln.index_l\n", out);
-  for (std::size_t i = 0; i < held.count; ++i) std::fprintf(out, "%s\n", held.tags[i]->name);
-}
-
-void print_value(std::FILE* out, const qxmtz& mtz, const Chosen& held, std::size_t c,
-                 std::int32_t row) {
-  const float value = held.columns[c]->values[row];
-  const bool status = std::strcmp(held.tags[c]->name, "_refln.status") == 0;
-  if (is_missing(mtz, *held.columns[c], row)) {
-    std::fputs(status ? " x" : " ?", out);
-  } else if (status) {
-    std::fputs(value == 1.0F ? " f" : " o", out);
-  } else {
-    std::fprintf(out, " %s", NumberText(value).text);
-  }
-}
-
-}  // namespace
-
-bool write_mmcif(const char* path, const qxmtz& mtz) {
-  const TableOutput output(writing, path, mtz);
-  Chosen held;
-  choose(mtz, held);
-  if (held.count == 0) return output.refuse("There are no columns that mmCIF has items for.");
-  OutputFile file;
-  if (!output.open(file)) return false;
-  print_header(file.stream(), mtz, held);
-  for (std::int32_t i = 0; i < mtz.nreflections; ++i) {
-    for (std::int32_t a = 0; a < 3; ++a) {
-      std::fprintf(file.stream(), "%s%d", a > 0 ? " " : "", index_of(mtz, a, i));
-    }
-    for (std::size_t c = 0; c < held.count; ++c) print_value(file.stream(), mtz, held, c, i);
-    std::fputc('\n', file.stream());
-  }
-  if (!output.commit(file)) return false;
-  output.tell_others(held.columns, held.count);
-  return true;
 }
 
 }  // namespace qx
