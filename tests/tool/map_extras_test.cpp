@@ -238,6 +238,12 @@ TEST_F(MapCommand, coversTheAtomsThatAreSelected) {
   ASSERT_EQ(result.status, 0) << result.errors;
   EXPECT_NE(result.output.find("atoms       45 of "), std::string::npos) << result.output;
   EXPECT_TRUE(read_file("a.ccp4") == read_file("b.ccp4"));
+  // One number is one residue; a range may be left open.
+  for (const auto& [selection, atoms] :
+       {std::pair{"A/68", "10 of"}, std::pair{"68/CA,CB", "2 of"}, std::pair{"A/76-", "63 of"}}) {
+    const ProgramResult told = map({example, model, "one.ccp4", "--select", selection});
+    EXPECT_NE(told.output.find(format("atoms       %s", atoms)), std::string::npos) << told.output;
+  }
   for (const auto& [selection, text] : {std::pair{"(LIG)", "no atom of "},
                                         std::pair{"A/x", "--select: Invalid selection syntax"}}) {
     const ProgramResult refused = map({example, model, "c.ccp4", "--select", selection});

@@ -14,6 +14,7 @@
 #include <gemmi/assembly.hpp>  // for shorten_chain_names
 #include <gemmi/mmread.hpp>    // for coor_format_from_content
 #include <gemmi/select.hpp>    // for Selection
+#include <sstream>
 #include <unordered_set>
 
 namespace qx {
@@ -230,9 +231,24 @@ Coordinates::~Coordinates() = default;
 
 namespace {
 
+// Whether a range of residues from `first` on is left open at its end, as in A/68-.
+bool is_left_open(const std::string& text, int first) {
+  std::istringstream fields(text.substr(0, text.find(';')));
+  for (std::string field; std::getline(fields, field, '/');) {
+    if (field.rfind(std::to_string(first), 0) == 0 && field.back() == '-') return true;
+  }
+  return false;
+}
+
 gemmi::Selection parse_selection(const std::string& text, const std::string& option) {
   try {
-    return gemmi::Selection(text);
+    gemmi::Selection selection(text);
+    // A/68 means the rest of the chain there, which nobody does who asks for one residue.
+    const auto& first = selection.from_seqid;
+    if (!first.empty() && selection.to_seqid.empty() && !is_left_open(text, first.seqnum)) {
+      selection.to_seqid = first;
+    }
+    return selection;
   } catch (const std::exception& error) {
     throw CommandError(
         2, option + ": " + std::string(error.what()) + "; as in 'A/40-44', '(LIG)', 'B/101/CA,CB'");
