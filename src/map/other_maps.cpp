@@ -51,7 +51,7 @@ struct Written {
 // Six values of twelve characters a line.
 bool write_values(std::FILE* out, const double* values, std::ptrdiff_t n) {
   for (std::ptrdiff_t i = 0; i < n; ++i) {
-    std::fprintf(out, "%12.5E%s", values[i], i % 6 == 5 || i + 1 == n ? "\n" : "");
+    std::fprintf(out, "%12.5E%s", in_cns_field(values[i]), i % 6 == 5 || i + 1 == n ? "\n" : "");
   }
   return std::ferror(out) == 0;
 }
@@ -70,7 +70,8 @@ bool write_formatted(const Written& map) {
     std::fprintf(out, "%8d\n", static_cast<int>(z));
     written = write_values(out, map.box.row(z, 0), map.box.n1 * map.box.n2);
   }
-  std::fprintf(out, "%8d\n%12.4E%12.4E\n", -9999, map.statistics.mean, map.deviation());
+  std::fprintf(out, "%8d\n%12.4E%12.4E\n", -9999, in_cns_field(map.statistics.mean),
+               in_cns_field(map.deviation()));
   return written;
 }
 

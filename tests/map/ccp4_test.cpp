@@ -1,5 +1,6 @@
 // CCP4 files by byte offsets written by hand.
 #include "map/map_engine.h"
+#include "map/other_maps.h"
 
 #include <quorix/memory.h>
 
@@ -412,6 +413,14 @@ TEST_F(Ccp4, realMapsAgreeWithTheirHeaders) {
     const double deviation = std::sqrt(found.rms * found.rms - found.mean * found.mean);
     EXPECT_NEAR(deviation, map.rms, 1e-4 * map.rms) << name;
     EXPECT_EQ(xfree_3d_double(map.density), ok);
+  }
+}
+
+TEST(CnsMap, valuesStayInTheirFields) {
+  for (const double value : {1.23456e-320, -9.99e-100, -1.0e-99, 4.5e-12, 0.0, -1.5e99}) {
+    char field[40];
+    EXPECT_EQ(std::snprintf(field, sizeof field, "%12.5E", in_cns_field(value)), 12) << value;
+    EXPECT_NEAR(std::strtod(field, nullptr), value, 1e-5 * std::fabs(value) + 1e-99);
   }
 }
 
