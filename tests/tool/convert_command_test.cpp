@@ -1,13 +1,9 @@
 // quorix convert: through every format and back, as other libraries read them; merging; refusals.
-#include "support/engine.h"
 #include "support/mtz_columns.h"
-#include "support/mtz_maker.h"
-#include "support/program.h"
+#include "support/mtz_command.h"
 
 #include <algorithm>
 #include <cmath>
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <random>
 
 namespace qx::test {
@@ -16,8 +12,9 @@ namespace {
 using Json = nlohmann::json;
 using Index = std::vector<int>;
 
-class ConvertCommand : public ::testing::Test {
+class ConvertCommand : public MtzCommand {
  protected:
+  ConvertCommand() : MtzCommand("convert") {}
   static std::vector<Index> indices() {
     std::vector<Index> all;
     for (int h = 1; h < 8; ++h) {
@@ -56,21 +53,6 @@ class ConvertCommand : public ::testing::Test {
     maker.add("FREE", 'I', flags);
     return maker;
   }
-  std::string save(const MtzMaker& maker, const std::string& name) {
-    write_file(scratch_.file(name), maker.bytes());
-    return scratch_.file(name);
-  }
-  static ProgramResult run(std::vector<std::string> words) {
-    words.insert(words.begin(), "convert");
-    return run_program("quorix", words);
-  }
-  static Json json_of(std::vector<std::string> words) {
-    words.emplace_back("--json");
-    const ProgramResult r = run(words);
-    EXPECT_EQ(r.status, 0) << r.output << r.errors;
-    return r.status == 0 ? Json::parse(r.output) : Json();
-  }
-  ScratchDirectory scratch_;
 };
 
 TEST_F(ConvertCommand, otherLibrariesReadWhatItWritesAndItReadsItself) {
@@ -204,6 +186,83 @@ TEST_F(ConvertCommand, mergesObservationsAndTellsHowTheyAgree) {
     correlation += (xy - x * y / n) / std::sqrt((xx - x * x / n) * (yy - y * y / n)) / draws;
   }
   EXPECT_NEAR(all["cc_half"].get<double>(), correlation, 0.01);
+}
+
+// What other commands make of the formats that are converted: they read them by the same road.
+TEST_F(ConvertCommand, otherCommandsReadTablesThatTellTheirCrystal) {
+  const std::string in = save(merged(), "in.mtz");
+  const Json whole = Json::parse(run_program("quorix", {"info", in, "--json"}).output);
+  for (const char* format : {"cns", "sca", "dtr", "hkl"}) {
+    const std::string table = scratch_.file("in." + std::string(format));
+    ASSERT_EQ(run({in, table, "--to", format}).status, 0) << format;
+    const ProgramResult told = run_program("quorix", {"info", table, "--json"});
+    ASSERT_EQ(told.status, 0) << told.output << told.errors;
+    const Json json = Json::parse(told.output);
+    EXPECT_EQ(json["reflections"], whole["reflections"]) << format;
+    EXPECT_GE(json["columns"].size(), 5U) << format;
+    const bool crystal = std::string(format) != "hkl";
+    EXPECT_EQ(json["space_group"], crystal ? "P 21 21 21" : "") << format;
+    ASSERT_EQ(json["cell"].is_null(), !crystal) << format;
+    ASSERT_EQ(json["resolution"].is_null(), !crystal) << format;
+    if (crystal) {
+      EXPECT_NEAR(json["resolution"][0], whole["resolution"][0], 1e-3) << format;
+    }
+    const std::string lines = run_program("quorix", {"info", table}).output;
+    EXPECT_EQ(lines.find("cell        not told") == std::string::npos, crystal) << lines;
+    if (std::string(format) == "sca") continue;  // of Friedel mates
+    EXPECT_EQ(run_program("quorix", {"stats", table}).status, crystal ? 0 : 2) << format;
+  }
+}
+
+TEST_F(ConvertCommand, aTableWithoutACrystalIsRefusedWithWhatToType) {
+  const std::string examples = std::string(QUORIX_SOURCE_DIR) + "/examples/1ubq";
+  const std::string model = examples + ".pdb", table = scratch_.file("x.hkl");
+  const std::string out = scratch_.file("out");
+  ASSERT_EQ(run({examples + ".mtz", table, "-q"}).status, 0);
+  for (const std::vector<std::string>& words :
+       std::vector<std::vector<std::string>>{{"map", table, "--prefix", out},
+                                             {"maps", model, table, "-o", out},
+                                             {"fcalc", model, "--hkl", table, "-o", out},
+                                             {"report", table, model, "-o", out},
+                                             {"stats", table},
+                                             {"peaks", table}}) {
+    const ProgramResult r = run_program("quorix", words);
+    EXPECT_EQ(r.status, 2) << words[0];
+    EXPECT_NE(r.errors.find("quorix convert " + table +
+                            " x.mtz --cell A B C ALPHA BETA GAMMA --spacegroup NAME"),
+              std::string::npos)
+        << words[0] << r.errors;
+  }
+  write_file(scratch_.file("cut.hkl"),
+             "   1   2   3   10.00    1.00\n   1   2   4   10.00    1.00\n"
+             "   1   2   5   1x.00    1.00\n");
+  const ProgramResult cut = run_program("quorix", {"info", scratch_.file("cut.hkl")});
+  EXPECT_EQ(cut.status, 2);
+  EXPECT_NE(cut.errors.find("Line 3 of"), std::string::npos) << cut.errors;
+}
+
+TEST_F(ConvertCommand, aCnsFileServesAsTheMtzFileThatItWasMadeOf) {
+  const std::string examples = std::string(QUORIX_SOURCE_DIR) + "/examples/1ubq";
+  const std::string table = scratch_.file("x.cns"), mtz = scratch_.file("x.mtz");
+  ASSERT_EQ(run({examples + ".mtz", table, "-q"}).status, 0);
+  ASSERT_EQ(run({table, mtz, "-q"}).status, 0);
+  const auto ends = [&](const std::string& input, const std::string& name) {
+    const std::string map = scratch_.file(name);
+    const ProgramResult r =
+        run_program("quorix", {"map", input, map, "--plain-header", "--no-scale", "-q"});
+    EXPECT_EQ(r.status, 0) << r.errors;
+    return read_file(map).substr(1024);
+  };
+  EXPECT_TRUE(ends(table, "a.ccp4") == ends(mtz, "b.ccp4"));
+  const auto fit = [&](const std::string& input) {
+    const ProgramResult r = run_program("quorix", {"validate", examples + ".pdb", input, "--json"});
+    EXPECT_EQ(r.status, 0) << r.errors;
+    return Json::parse(r.output)["r"];
+  };
+  EXPECT_EQ(fit(table), fit(mtz));
+  // A batch takes it for a data set, not for a list of files.
+  const ProgramResult batch = run_program("quorix", {"batch", table, "-o", scratch_.file("out")});
+  EXPECT_EQ(batch.output.find("1 data set, 1 done"), 0U) << batch.output << batch.errors;
 }
 
 TEST_F(ConvertCommand, refusesWhatItCannotDo) {

@@ -1,14 +1,10 @@
 // quorix free on made data: shares, symmetry, what is kept, and what it refuses.
-#include "support/engine.h"
 #include "support/mtz_columns.h"
-#include "support/mtz_maker.h"
-#include "support/program.h"
+#include "support/mtz_command.h"
 
 #include <algorithm>
 #include <cmath>
-#include <gtest/gtest.h>
 #include <map>
-#include <nlohmann/json.hpp>
 
 namespace qx::test {
 namespace {
@@ -18,8 +14,9 @@ using Index = std::vector<int>;
 using Flags = std::map<Index, float>;
 
 // A tetragonal lattice, so that P 2 data are those of a possible twin.
-class FreeCommand : public ::testing::Test {
+class FreeCommand : public MtzCommand {
  protected:
+  FreeCommand() : MtzCommand("free") {}
   static MtzMaker data(int reach, const std::string& cell = "40 40 60 90 90 90") {
     std::vector<Index> indices;
     for (int h = -reach; h <= reach; ++h) {
@@ -39,20 +36,6 @@ class FreeCommand : public ::testing::Test {
     maker.add("FP", 'F', std::vector<float>(indices.size(), 7.5F));
     maker.add("SIGFP", 'Q', std::vector<float>(indices.size(), NAN));
     return maker;
-  }
-  std::string save(const MtzMaker& maker, const std::string& name) {
-    write_file(scratch_.file(name), maker.bytes());
-    return scratch_.file(name);
-  }
-  static ProgramResult run(std::vector<std::string> words) {
-    words.insert(words.begin(), "free");
-    return run_program("quorix", words);
-  }
-  static Json json_of(std::vector<std::string> words) {
-    words.emplace_back("--json");
-    const ProgramResult r = run(words);
-    EXPECT_EQ(r.status, 0) << r.output << r.errors;
-    return r.status == 0 ? Json::parse(r.output) : Json();
   }
   static Flags flags_of(const std::string& path, const std::string& label = "FreeR_flag") {
     const auto h = column_of(path, "H"), k = column_of(path, "K"), l = column_of(path, "L");
@@ -80,7 +63,6 @@ class FreeCommand : public ::testing::Test {
     return static_cast<std::size_t>(std::count_if(
         flags.begin(), flags.end(), [value](const auto& flag) { return flag.second == value; }));
   }
-  ScratchDirectory scratch_;
 };
 
 TEST_F(FreeCommand, drawsEquallyInThinShellsAndForRelativesByTheLattice) {

@@ -31,7 +31,7 @@ const char* name_of(FileKind kind);
 std::string table_word(const std::string& start);
 
 inline bool holds_reflections(FileKind kind) {
-  return kind == FileKind::mtz || kind == FileKind::reflections;
+  return kind == FileKind::mtz || kind == FileKind::reflections || kind == FileKind::table;
 }
 
 // What viewer scripts begin with.

@@ -1,7 +1,9 @@
 #include "driver/commands/reflection_file.h"
 
 #include "driver/commands/command_error.h"
+#include "driver/commands/convert/formats.h"
 #include "driver/commands/engine_run.h"
+#include "driver/commands/file_kind.h"
 #include "driver/commands/group_name.h"
 
 #include <quorix/mtz.h>
@@ -10,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <future>
 #include <gemmi/symmetry.hpp>  // for GroupOps, find_spacegroup_by_ops
 #include <gemmi/unitcell.hpp>  // for UnitCell
 #include <limits>
@@ -125,14 +128,38 @@ void measure_resolution(ReflectionFile& file) {
   }
 }
 
+// A failure is the command's: nothing is printed where it comes about.
+class SilentHost final : public EngineHost {
+  void said(const std::string& /*text*/) override {}
+  void pause() override {}
+};
+
+// In a thread of its own: the engine of this one may hold files by now.
+void convert_table(const char* word, const std::string& from, const TemporaryFile& to,
+                   const std::string& path) {
+  const auto work = [&] {
+    SilentHost host;
+    set_engine_host(&host);
+    Engine engine(false);
+    engine.call(
+        [&] { return qx_convert_reflections(word, from.c_str(), "MTZ", to.path().c_str()); });
+  };
+  try {
+    std::async(std::launch::async, work).get();
+  } catch (const EngineFailure& failure) {
+    throw CommandError(2, "cannot read reflections from " + path + ": " + failure.what());
+  }
+}
+
 }  // namespace
 
 ReadableMtz readable_mtz(const std::string& path) {
   ReadableMtz mtz = {path, nullptr};
   bool gzipped = false;
   const std::string start = first_bytes(path, 4096, &gzipped);
-  mtz.from_mmcif = start.rfind("MTZ ", 0) != 0;
-  if (mtz.from_mmcif && start.find("data_") == std::string::npos) {
+  const bool is_mtz = start.starts_with("MTZ ");
+  const std::string word = is_mtz ? std::string() : table_word(start);
+  if (!is_mtz && word.empty() && start.find("data_") == std::string::npos) {
     throw CommandError(2, path + " is neither an MTZ nor an mmCIF file");
   }
   if (gzipped) {
@@ -140,9 +167,16 @@ ReadableMtz readable_mtz(const std::string& path) {
     unpack(path, *mtz.unpacked);
     mtz.path = mtz.unpacked->path();
   }
-  if (!mtz.from_mmcif) return mtz;
+  if (is_mtz) return mtz;
   auto converted = std::make_shared<TemporaryFile>();
-  convert_mmcif(mtz.path, *converted, path);
+  mtz.is_table = !word.empty();
+  if (mtz.is_table) {
+    mtz.format = format_of_word(word).name;
+    convert_table(word.c_str(), mtz.path, *converted, path);
+  } else {
+    mtz.format = "mmCIF";
+    convert_mmcif(mtz.path, *converted, path);
+  }
   mtz.unpacked = converted;
   mtz.path = converted->path();
   return mtz;
@@ -172,6 +206,11 @@ std::vector<const FileColumn*> ReflectionFile::find(const std::string& name) con
 
 std::string ReflectionFile::name_of(const FileColumn& column) const {
   return find(column.label).size() == 1 ? column.label : path_of(*this, column);
+}
+
+bool ReflectionFile::has_cell() const {
+  const gemmi::UnitCell own(cell[0], cell[1], cell[2], cell[3], cell[4], cell[5]);
+  return own.is_crystal() && own.volume > 0.0;
 }
 
 std::string ReflectionFile::engine_group() const { return group ? group->xhm() : std::string(); }
@@ -207,8 +246,8 @@ Status copy_file(const qxrefdata* set, ReflectionFile& file) {
 
 enum class Reading { header, held, taken };
 
-ReflectionFile read(Engine& engine, const std::string& path, const ReadableMtz& readable,
-                    Reading reading) {
+ReflectionFile read_any(Engine& engine, const std::string& path, const ReadableMtz& readable,
+                        Reading reading) {
   ReflectionFile file;
   file.path = path;
   file.readable = readable;
@@ -227,6 +266,29 @@ ReflectionFile read(Engine& engine, const std::string& path, const ReadableMtz& 
   return file;
 }
 
+// What stands in a table of text does not always tell its crystal.
+void check_crystal(const ReflectionFile& file) {
+  if (!file.readable.is_table || (file.has_cell() && file.group)) return;
+  std::string missing, words = "quorix convert " + file.path + " " + stem_of(file.path) + ".mtz";
+  if (!file.has_cell()) {
+    missing = "cell";
+    words += " --cell A B C ALPHA BETA GAMMA";
+  }
+  if (!file.group) {
+    missing += missing.empty() ? "space group" : " and space group";
+    words += " --spacegroup NAME";
+  }
+  throw CommandError(2, file.path + ", " + file.readable.format + ", does not tell its " + missing +
+                            ": make an MTZ file of it that does, with " + words);
+}
+
+ReflectionFile read(Engine& engine, const std::string& path, const ReadableMtz& readable,
+                    Reading reading) {
+  ReflectionFile file = read_any(engine, path, readable, reading);
+  check_crystal(file);
+  return file;
+}
+
 }  // namespace
 
 ReflectionFile read_reflections(Engine& engine, const std::string& path,
@@ -236,6 +298,10 @@ ReflectionFile read_reflections(Engine& engine, const std::string& path,
 
 ReflectionFile read_reflections(Engine& engine, const std::string& path) {
   return read(engine, path, readable_mtz(path), Reading::held);
+}
+
+ReflectionFile read_without_crystal(Engine& engine, const std::string& path) {
+  return read_any(engine, path, readable_mtz(path), Reading::held);
 }
 
 ReflectionFile read_reflections(const std::string& path, bool verbose) {

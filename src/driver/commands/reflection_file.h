@@ -1,6 +1,7 @@
 // The one door for reflection files: what a file says of itself, and its columns, as the commands
-// look at them before any section runs. MTZ, also gzipped, or structure-factor mmCIF. The engine
-// reads a file once; sections that read `readable` are handed what is there.
+// look at them before any section runs. MTZ or structure-factor mmCIF, or one of the tables of text
+// that are read by way of MTZ; also gzipped. The engine reads a file once; sections that read
+// `readable` are handed what is there.
 #pragma once
 
 #include "driver/commands/engine_run.h"
@@ -39,7 +40,8 @@ struct FileDataset {
 struct ReadableMtz {
   std::string path;
   std::shared_ptr<TemporaryFile> unpacked;  // null when that is the file itself
-  bool from_mmcif = false;
+  std::string format = "MTZ";               // of the file that is named
+  bool is_table = false;                    // of text: it may tell neither cell nor group
 };
 
 struct ReflectionFile {
@@ -59,6 +61,7 @@ struct ReflectionFile {
 
   // To an engine that runs sections which read the file; this stays where it is until that goes.
   void lend() const;
+  [[nodiscard]] bool has_cell() const;
   // The indices of a row; false if it has none.
   bool index(std::size_t row, int (&hkl)[3]) const;
   // All columns that `name` (label or crystal/dataset/label) means.
@@ -69,7 +72,7 @@ struct ReflectionFile {
   [[nodiscard]] std::string engine_group() const;
 };
 
-// Throws CommandError for what is neither MTZ nor mmCIF.
+// Throws CommandError for what is no file of reflections.
 ReadableMtz readable_mtz(const std::string& path);
 
 // True if the cell is one, and its reflections to `dmin` (Angstrom) are few enough to be gone
@@ -77,12 +80,15 @@ ReadableMtz readable_mtz(const std::string& path);
 bool are_countable(const double* cell, double dmin);
 
 // All of a file, which the engine holds from now on: columns are there as long as the engine is.
-// Throws CommandError, after a report of the engine if it is the engine that refuses the file.
+// Throws CommandError, after a report of the engine if it is the engine that refuses the file, and
+// for a table without a cell or a group, with what to type.
 ReflectionFile read_reflections(Engine& engine, const std::string& path);
 ReflectionFile read_reflections(Engine& engine, const std::string& path,
                                 const ReadableMtz& readable);
 // A file that outlives the engine that read it; other engines may be lent it.
 ReflectionFile read_reflections(const std::string& path, bool verbose);
+// Of a file whose crystal is not asked for.
+ReflectionFile read_without_crystal(Engine& engine, const std::string& path);
 // Of a file without its values: labels can be chosen by it.
 ReflectionFile read_labels(Engine& engine, const std::string& path, const ReadableMtz& readable);
 

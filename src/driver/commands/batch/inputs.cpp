@@ -30,6 +30,12 @@ bool is_named_like_reflections(const std::string& path) {
   return ends_like_reflections(path, {".mtz", ".cif", ".ent"});
 }
 
+// Lists of files are text as well: the content alone could mislead.
+bool is_named_like_table(const std::string& path) {
+  return ends_like_reflections(path,
+                               {".cns", ".cv", ".fobs", ".fob", ".hkl", ".sca", ".ref", ".dtr"});
+}
+
 // Coordinates and restraints share these endings, and stand in the same folders.
 bool may_be_something_else(const std::string& path) {
   if (!ends_like_reflections(path, {".cif", ".ent"})) return false;
@@ -65,6 +71,7 @@ class Search {
  private:
   static bool is_reflections_inside(const std::string& path) {
     const std::string start = first_bytes(path, 4096);
+    if (is_named_like_table(path) && !table_word(start).empty()) return true;
     return start.starts_with("MTZ ") || start.find("\nloop_") != std::string::npos;
   }
 
@@ -156,7 +163,8 @@ namespace {
 // The file's name without what tells its format.
 std::string stem_of_file(const fs::path& path) {
   std::string name = path.filename().string();
-  for (const char* ending : {".gz", ".mtz", ".cif", ".mmcif", ".ent", ".pdb"}) {
+  for (const char* ending : {".gz", ".mtz", ".cif", ".mmcif", ".ent", ".pdb", ".cns", ".cv",
+                             ".fobs", ".fob", ".hkl", ".sca", ".ref", ".dtr"}) {
     if (name.size() > std::strlen(ending) && name.ends_with(ending)) {
       name.resize(name.size() - std::strlen(ending));
     }

@@ -1,6 +1,7 @@
 // Which format a file of reflections has.
+#include "driver/commands/convert/formats.h"
+
 #include "driver/commands/command_error.h"
-#include "driver/commands/convert/job.h"
 #include "driver/commands/file_kind.h"
 #include "driver/commands/readable_file.h"
 

@@ -1,6 +1,7 @@
 // quorix convert: what was asked for, formats by content and name, merging.
 #pragma once
 
+#include "driver/commands/convert/formats.h"
 #include "driver/commands/engine_run.h"
 
 #include <gemmi/mtz.hpp>
@@ -31,18 +32,6 @@ struct ConvertOptions {
 void add_convert_options(CLI::App& command, ConvertOptions& options);
 // Throws CommandError.
 void check_options(const ConvertOptions& options);
-
-// A format as `read refl` calls it, and as people do.
-struct TableFormat {
-  const char* word;
-  const char* name;
-  const char* endings;  // between blanks
-};
-// Throws CommandError for a word or an ending that means none.
-const TableFormat& format_of_word(const std::string& word);
-const TableFormat& format_of_name(const std::string& path);
-// Told by the first lines of a plain or gzipped file.
-const TableFormat& format_of_content(const std::string& path);
 
 struct MergingShell {
   double low = 0, high = 0;  // Angstrom

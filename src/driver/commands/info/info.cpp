@@ -20,8 +20,9 @@ namespace {
 
 constexpr const char* closing = R"(
 Of a reflection file: records, columns with type, range, missing values and completeness, and the
-pairs that a map can be made of. Of a map: its header in words, its statistics counted again, and
-whether symmetry-related points agree.
+pairs that a map can be made of; resolution and completeness where the file tells its cell and
+group. Of a map: its header in words, its statistics counted again, and whether symmetry-related
+points agree.
 
 Examples:
   quorix info 1ubq.mtz
@@ -68,9 +69,12 @@ void add_info(CLI::App& app, int& status) {
   command
       ->add_option(
           "FILE", options->path,
-          "MTZ, structure-factor mmCIF, CCP4 or CNS map, also gzipped; told by its content")
+          "Reflections (MTZ, structure-factor mmCIF, CNS, HKL, scalepack, d*TREK) or a map (CCP4, "
+          "CNS, list of points), also gzipped; told by its content")
       ->required()
-      ->check(names_files("mtz mtz.gz cif cif.gz ent ent.gz ccp4 map mrc ccp4.gz map.gz mrc.gz"));
+      ->check(names_files(
+          "mtz mtz.gz cif cif.gz ent ent.gz cns cv hkl sca ref ccp4 map mrc ccp4.gz map.gz mrc.gz "
+          "cns.gz hkl.gz sca.gz ref.gz"));
   command->footer(closing);
   command->add_flag("--json", options->json, "As JSON");
   command->add_flag("-v,--verbose", options->verbose, "Show everything the engine prints");

@@ -87,6 +87,9 @@ Json json_of(const ReflectionFacts& facts, const ColumnFacts& column) {
   return json;
 }
 
+// A cell; that of an MTZ file is shown also where it is none.
+bool is_told(const ReflectionFile& file) { return !file.readable.is_table || file.has_cell(); }
+
 Json json_of(const MapLabels& pair) { return {pair.amplitude, pair.phase}; }
 Json json_of(const std::optional<MapLabels>& pair) { return pair ? json_of(*pair) : Json(); }
 
@@ -141,7 +144,7 @@ std::optional<double> ReflectionFacts::completeness(const ColumnFacts& column) c
 
 ReflectionFacts read_reflection_facts(Engine& engine, const std::string& path) {
   ReflectionFacts facts;
-  facts.file = read_reflections(engine, path);
+  facts.file = read_without_crystal(engine, path);
   facts.expected = expected_reflections(facts.file);
   for (const FileColumn& column : facts.file.columns) {
     facts.columns.push_back(facts_of(facts.file, column));
@@ -154,19 +157,20 @@ ReflectionFacts read_reflection_facts(Engine& engine, const std::string& path) {
 
 Json to_json(const ReflectionFacts& facts) {
   const ReflectionFile& file = facts.file;
-  Json json = {{"file", file.path},
-               {"format", file.readable.from_mmcif ? "mmCIF" : "MTZ"},
-               {"title", file.title},
-               {"cell", std::vector<double>(file.cell, file.cell + 6)},
-               {"space_group", file.group ? file.group->xhm() : std::string()},
-               {"space_group_as_written", file.group_name},
-               {"space_group_number", file.group_number},
-               {"operators", file.operators},
-               {"resolution", {file.resolution[0], file.resolution[1]}},
-               {"reflections", file.rows},
-               {"reflections_expected", facts.expected},
-               {"batches", file.batches},
-               {"history", file.history}};
+  Json json = {
+      {"file", file.path},
+      {"format", file.readable.format},
+      {"title", file.title},
+      {"cell", is_told(file) ? Json(std::vector<double>(file.cell, file.cell + 6)) : Json()},
+      {"space_group", file.group ? file.group->xhm() : std::string()},
+      {"space_group_as_written", file.group_name},
+      {"space_group_number", file.group_number},
+      {"operators", file.operators},
+      {"resolution", is_told(file) ? Json({file.resolution[0], file.resolution[1]}) : Json()},
+      {"reflections", file.rows},
+      {"reflections_expected", facts.expected},
+      {"batches", file.batches},
+      {"history", file.history}};
   json["datasets"] = Json::array();
   for (const FileDataset& set : file.datasets) {
     json["datasets"].push_back({{"id", set.id},
@@ -190,13 +194,19 @@ void tell(std::ostream& out, const ReflectionFacts& facts) {
   const ReflectionFile& file = facts.file;
   const auto& c = file.cell;
   const std::string group = file.group ? file.group->xhm() : std::string();
-  out << "file        " << file.path << ", " << (file.readable.from_mmcif ? "mmCIF" : "MTZ") << '\n'
+  out << "file        " << file.path << ", " << file.readable.format << '\n'
       << "title       " << file.title << '\n'
-      << format("cell        %g %g %g A, %g %g %g degrees\n", c[0], c[1], c[2], c[3], c[4], c[5])
-      << format("group       %s (number %d, written '%s'), %zu operators\n", group.c_str(),
-                file.group_number, file.group_name.c_str(), file.operators.size())
-      << format("resolution  %.3f - %.2f A\n", file.resolution[0], file.resolution[1])
-      << format("reflections %zu", file.rows);
+      << (is_told(file) ? format("cell        %g %g %g A, %g %g %g degrees\n", c[0], c[1], c[2],
+                                 c[3], c[4], c[5])
+                        : "cell        not told\n")
+      << (file.readable.is_table && !file.group
+              ? "group       not told\n"
+              : format("group       %s (number %d, written '%s'), %zu operators\n", group.c_str(),
+                       file.group_number, file.group_name.c_str(), file.operators.size()));
+  if (is_told(file)) {
+    out << format("resolution  %.3f - %.2f A\n", file.resolution[0], file.resolution[1]);
+  }
+  out << format("reflections %zu", file.rows);
   if (facts.expected > 0) {
     out << format(" rows, %d unique ones lie between these limits", facts.expected);
   }
