@@ -111,9 +111,10 @@ void add_peaks_options(CLI::App& command, PeaksOptions& options) {
 void check_level(const char* name, const std::optional<double>& level) {
   if (!level) return;
   if (!(std::isfinite(*level) && *level > 0.0)) {
-    throw CommandError(2, std::string(name) + format(" is a number above 0, not %g (--sign tells "
-                                                     "whether holes are looked for)",
-                                                     *level));
+    throw CommandError(
+        2, std::string(name) + format(" is a number above 0, not %g (--sign of quorix peaks tells "
+                                      "whether holes are looked for)",
+                                      *level));
   }
 }
 
