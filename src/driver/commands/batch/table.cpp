@@ -196,9 +196,9 @@ Json table_row(const DataSet& set, const Json& record, const std::string& doubt)
       const Json& report = record["report"];
       (report.is_object() ? add_model_report : add_report)(report, set.name + "/", row);
     }
-    if (record.contains("found")) add_found(record["found"], set.name + "/", row);
     row["seconds"] = record.at("seconds");
-    if (row["reason"] == "") row["reason"] = record.at("reason");
+    row["reason"] = record.at("reason");
+    if (record.contains("found")) add_found(record["found"], set.name + "/", row);
     row["status"] = record.at("status");
   } catch (const Json::exception&) {
     row["reason"] = "the record is damaged";

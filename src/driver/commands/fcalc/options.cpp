@@ -66,9 +66,10 @@ namespace {
 
 void add_input_options(CLI::App& command, FcalcOptions& o) {
   add_model(command, "MODEL", o.model, "Coordinates: PDB or mmCIF, also gzipped").required();
-  add_reflections(command, "--hkl", o.hkl,
-                  "MTZ or structure-factor mmCIF, also gzipped, whose reflections are calculated, "
-                  "in its order")
+  add_reflections(
+      command, "--hkl", o.hkl,
+      "MTZ, mmCIF, CNS, scalepack or d*TREK, also gzipped, whose reflections are calculated, "
+      "in its order")
       .type_name("FILE");
   add_labels(command, "--labels", o.labels, "F,SIGF,FREE",
              "Its columns (default: the usual names)");

@@ -48,8 +48,9 @@ Examples:
 )";
 
 void add_data_options(CLI::App& command, MapOptions& o) {
-  add_reflections(command, "IN", o.input,
-                  "Reflections: MTZ or structure-factor mmCIF, also gzipped")
+  add_reflections(
+      command, "IN", o.input,
+      "Reflections: MTZ, structure-factor mmCIF, CNS, scalepack or d*TREK, also gzipped")
       .required();
   command
       .add_option("FILE", o.files,

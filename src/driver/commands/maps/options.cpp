@@ -46,8 +46,9 @@ Examples:
 void add_data_options(CLI::App& command, MapsOptions& o) {
   FcalcOptions& base = o.base;
   add_model(command, "MODEL", base.model, "Coordinates: PDB or mmCIF, also gzipped").required();
-  add_reflections(command, "DATA", base.hkl,
-                  "Reflections: MTZ or structure-factor mmCIF, also gzipped")
+  add_reflections(
+      command, "DATA", base.hkl,
+      "Reflections: MTZ, structure-factor mmCIF, CNS, scalepack or d*TREK, also gzipped")
       .required();
   add_labels(command, "--labels", base.labels, "F,SIGF,FREE",
              "Columns of the data (default: the usual names)");

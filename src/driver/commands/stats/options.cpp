@@ -30,8 +30,9 @@ Examples:
 )";
 
 void add_choice(CLI::App& command, StatsOptions& o) {
-  add_reflections(command, "DATA", o.data,
-                  "Reflections: MTZ or structure-factor mmCIF, also gzipped")
+  add_reflections(
+      command, "DATA", o.data,
+      "Reflections: MTZ, structure-factor mmCIF, CNS, scalepack or d*TREK, also gzipped")
       .required();
   add_labels(command, "--labels", o.labels, "I,SIGI,FREE",
              "Columns of the data, intensities or amplitudes (default: the usual names)");
