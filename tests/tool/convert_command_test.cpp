@@ -299,6 +299,7 @@ TEST_F(ConvertCommand, refusesWhatItCannotDo) {
   const ProgramResult none = run({save(amplitudes, "f.mtz"), out});
   EXPECT_NE(none.status, 0);
   EXPECT_NE(none.output.find("There are no intensities with errors"), std::string::npos);
+  EXPECT_NE(none.errors.find("take a format that holds what the file has"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(out));
 }
 
