@@ -10,6 +10,7 @@ build=${1:?a folder configured for clang++}
 since=${2:-}
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/quorix-tidy
 mkdir -p "$cache"
+rules=$(cat .clang-tidy && clang-tidy --version)
 [ -f "$build/compile_commands.json" ] ||
   cmake -S . -B "$build" -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DQUORIX_TESTS=OFF >/dev/null
 
@@ -17,7 +18,7 @@ look() {
   local source=$1 key found
   key=$(set -o pipefail
     clang++ -std=c++20 -E -CC -D__clang_analyzer__ -DQUORIX_VERSION='""' -Iinclude -Isrc "$source" 2>/dev/null |
-      sed "s|$PWD/||g" | cat - .clang-tidy | sha256sum | cut -c1-32) || key=
+      sed "s|$PWD/||g" | cat - <(echo "$rules") | sha256sum | cut -c1-32) || key=
   [ -n "$key" ] && [ -f "$cache/$key" ] && return
   found=$(clang-tidy -p "$build" --quiet --extra-arg=-D__clang_analyzer__ "$source" 2>/dev/null) && [ -z "$found" ] || {
     printf '%s\n' "$source:" "$found"
@@ -26,7 +27,7 @@ look() {
   [ -z "$key" ] || touch "$cache/$key"
 }
 export -f look
-export build cache
+export build cache rules
 
 if [ -n "$since" ]; then
   git diff --name-only --diff-filter=d "$since" -- 'src/*.cpp'

@@ -2,6 +2,7 @@
 #include "map/map_engine.h"
 
 #include <cmath>
+#include <limits>
 #include <random>
 
 namespace qx::test {
@@ -293,6 +294,24 @@ TEST_F(MapOfFew, hugeIndicesAreSummedOrReported) {
   });
   EXPECT_NE(output.find("too large for a map"), std::string::npos);
   EXPECT_EQ(qx_exist_quorix(), 0);
+}
+
+// Whole turns change nothing, however many; what is no number gives no term.
+TEST_F(MapOfFew, phasesOfAnySizeAreAngles) {
+  const auto density = [&](double phase) {
+    EXPECT_EQ(generate({{{1, 2, 3}, 660.0, phase}}), ok);
+    return map_density(*qx_get_qxmap())[3][7][5];
+  };
+  const double turn = 2.0 * std::acos(-1.0);
+  const double at = turn * (5.0 / 18.0 + 2.0 * 7.0 / 20.0 + 3.0 * 3.0 / 24.0);
+  const double height = density(0.0) / std::cos(at);
+  for (int phase = -720; phase <= 720; phase += 15) {
+    ASSERT_NEAR(density(phase), height * std::cos(turn * phase / 360.0 - at), 1e-12) << phase;
+  }
+  EXPECT_NEAR(density(360e6 + 30.0), density(30.0), 1e-9);  // within reach of quarter turns
+  EXPECT_NEAR(density(360e8 + 30.0), density(30.0), 1e-4);  // beyond it
+  EXPECT_EQ(density(std::nan("")), 0.0);
+  EXPECT_EQ(density(std::numeric_limits<double>::infinity()), 0.0);
 }
 
 // The density of a box is that of the cell at indices taken modulo the counts.

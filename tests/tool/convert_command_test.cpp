@@ -296,10 +296,23 @@ TEST_F(ConvertCommand, refusesWhatItCannotDo) {
   const ProgramResult cut = run({scratch_.file("cut.hkl"), out, "--from", "hkl"});
   EXPECT_NE(cut.status, 0);
   EXPECT_NE(cut.output.find("Line 2 of"), std::string::npos) << cut.output << cut.errors;
-  const ProgramResult none = run({save(amplitudes, "f.mtz"), out});
-  EXPECT_NE(none.status, 0);
-  EXPECT_NE(none.output.find("There are no intensities with errors"), std::string::npos);
-  EXPECT_NE(none.errors.find("take a format that holds what the file has"), std::string::npos);
+  MtzMaker others = in_group({{1, 2, 3}});
+  others.add("WT", 'R', {1.0F});
+  const struct {
+    std::vector<std::string> words;
+    const char *report, *advice;
+  } lacking[] = {{{save(amplitudes, "f.mtz"), out},
+                  "There are no intensities with errors",
+                  "take a format that holds what the file has"},
+                 {{save(others, "wt.mtz"), scratch_.file("out.cif")},
+                  "There are no columns that mmCIF has items for",
+                  "take a format that holds what the file has"}};
+  for (const auto& c : lacking) {
+    const ProgramResult r = run(c.words);
+    EXPECT_NE(r.status, 0) << c.report;
+    EXPECT_NE(r.output.find(c.report), std::string::npos) << r.output << r.errors;
+    EXPECT_NE(r.errors.find(c.advice), std::string::npos) << r.output << r.errors;
+  }
   EXPECT_FALSE(std::filesystem::exists(out));
 }
 

@@ -46,7 +46,6 @@ constexpr Remedy remedies[] = {
     {"Zenvi does not know", "set ZENVI_DATA to the folder that holds xray"},
     {"no intensities", "take a format that holds what the file has: MTZ, mmCIF, CNS or HKL"},
     {"no columns that mmCIF", "take a format that holds what the file has: MTZ or CNS"},
-    {"no cell to write", "give the cell with --cell"},
     {"for writing", "is the folder there, and may you write in it?"},
     {"Failed to open file", "is it there, and may you use it?"},
     {"Failed to write", "is the disk full?"},

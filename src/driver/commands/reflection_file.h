@@ -24,8 +24,8 @@ struct FileColumn {
   std::string label;
   char type;
   std::int32_t dataset;
-  std::span<const float>
-      values;  // NaN where missing; in memory of the engine or of the file's contents, or `marked`
+  // NaN where missing; in memory of the engine or of the file's contents, or `marked`.
+  std::span<const float> values;
   std::shared_ptr<const std::vector<float>> marked = {};  // where the file's mark is another
 };
 

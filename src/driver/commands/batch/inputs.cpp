@@ -2,6 +2,7 @@
 
 #include "driver/commands/batch/names.h"
 #include "driver/commands/command_error.h"
+#include "driver/commands/convert/formats.h"
 #include "driver/commands/file_kind.h"
 #include "driver/commands/readable_file.h"
 
@@ -28,12 +29,6 @@ bool ends_like_reflections(std::string path, std::initializer_list<const char*> 
 
 bool is_named_like_reflections(const std::string& path) {
   return ends_like_reflections(path, {".mtz", ".cif", ".ent"});
-}
-
-// Lists of files are text as well: the content alone could mislead.
-bool is_named_like_table(const std::string& path) {
-  return ends_like_reflections(path,
-                               {".cns", ".cv", ".fobs", ".fob", ".hkl", ".sca", ".ref", ".dtr"});
 }
 
 // Coordinates and restraints share these endings, and stand in the same folders.
@@ -71,6 +66,7 @@ class Search {
  private:
   static bool is_reflections_inside(const std::string& path) {
     const std::string start = first_bytes(path, 4096);
+    // Lists of files are text as well: the content alone could mislead.
     if (is_named_like_table(path) && !table_word(start).empty()) return true;
     return start.starts_with("MTZ ") || start.find("\nloop_") != std::string::npos;
   }
@@ -163,12 +159,12 @@ namespace {
 // The file's name without what tells its format.
 std::string stem_of_file(const fs::path& path) {
   std::string name = path.filename().string();
-  for (const char* ending : {".gz", ".mtz", ".cif", ".mmcif", ".ent", ".pdb", ".cns", ".cv",
-                             ".fobs", ".fob", ".hkl", ".sca", ".ref", ".dtr"}) {
+  for (const char* ending : {".gz", ".mtz", ".cif", ".mmcif", ".ent", ".pdb"}) {
     if (name.size() > std::strlen(ending) && name.ends_with(ending)) {
       name.resize(name.size() - std::strlen(ending));
     }
   }
+  if (is_named_like_table(name) && name.rfind('.') > 0) name.resize(name.rfind('.'));
   return name;
 }
 

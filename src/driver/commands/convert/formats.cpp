@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 
 namespace qx {
 
@@ -45,13 +46,27 @@ const TableFormat& format_of_word(const std::string& word) {
   throw CommandError(2, "there is no format '" + word + "': mtz, cif, cns, hkl, sca or dtr");
 }
 
-const TableFormat& format_of_name(const std::string& path) {
+namespace {
+
+const TableFormat* find_by_name(const std::string& path) {
   const std::string ending = " " + ending_of(path) + " ";
-  for (const TableFormat& format : formats) {
-    if (ending != "  " && std::string(format.endings).find(ending) != std::string::npos) {
-      return format;
-    }
-  }
+  if (ending == "  ") return nullptr;
+  const auto* const found =
+      std::find_if(std::begin(formats), std::end(formats), [&](const TableFormat& format) {
+        return std::string(format.endings).find(ending) != std::string::npos;
+      });
+  return found == std::end(formats) ? nullptr : found;
+}
+
+}  // namespace
+
+bool is_named_like_table(const std::string& path) {
+  const TableFormat* format = find_by_name(path);
+  return format && format != &formats[0] && format != &formats[1];
+}
+
+const TableFormat& format_of_name(const std::string& path) {
+  if (const TableFormat* format = find_by_name(path)) return *format;
   throw CommandError(2, "the name " + path +
                             " tells no format: give --to mtz, cif, cns, hkl, sca "
                             "or dtr");
