@@ -41,8 +41,8 @@ double nearest(double x) noexcept {
   return (x + mantissa) - mantissa;
 }
 
-// Quarter turns are taken off in degrees, exactly; what is left is within 45 of them, where Taylor's
-// series may end: their next terms, x^18 / 18! and x^19 / 19!, are below 3e-18.
+// Quarter turns are taken off in degrees, exactly; what is left is within 45 of them, where
+// Taylor's series may end: their next terms, x^18 / 18! and x^19 / 19!, are below 3e-18.
 Coefficient polar(double amplitude, double degrees) noexcept {
   const double quarters = nearest(degrees * (1.0 / 90.0));
   const double x = (degrees - 90.0 * quarters) * (pi / 180.0);
